@@ -1,0 +1,137 @@
+#pragma once
+// Declare each attribute once. A class lists its attributes in one X-macro list; from that
+// list come the members, their accessors (x(), xIs(), and the collection family), the
+// attribute descriptors that the value text form and the registry walk by name, and, for
+// value types, equality.
+//
+//   #define ROVA_COUNTER_ENTRY_ATTRS(F, C)
+//     F(packets, Packets, std::uint64_t, Mox::AttrKind::value, {})
+//     F(bytes, Bytes, std::uint64_t, Mox::AttrKind::value, {})
+// (with a backslash ending each line of the list)
+//   class CounterEntry {
+//     MOX_VALUE_TYPE(CounterEntry, "Rova::CounterEntry", ROVA_COUNTER_ENTRY_ATTRS)
+//   };
+//
+// F(name, Name, Type, kind, init) declares a scalar attribute; C(name, Name, CollectionType)
+// declares a collection. A collection type with a comma in it needs an alias first.
+
+#include <cstddef>
+#include <tuple>
+#include <utility>
+
+#include "platform/mox/Collection.h"
+
+namespace Mox {
+
+enum class AttrKind {
+  input,       // constructor input; the front end may write it
+  value,       // a plain field of a value type; writable
+  state,       // computed by the object; read-only to the front end
+  collection,  // a collection attribute; written through its operation family
+};
+
+inline bool isWritable(AttrKind k) { return k == AttrKind::input || k == AttrKind::value; }
+
+template <class C, class M>
+struct AttrDesc {
+  using Class = C;
+  using Type = M;
+  const char* name;
+  M C::*member;
+  AttrKind kind;
+
+  const M& get(const C& obj) const { return obj.*member; }
+  M& ref(C& obj) const { return obj.*member; }
+};
+
+struct AttrListStart {};
+
+template <class... Ds>
+constexpr std::tuple<Ds...> makeAttrList(AttrListStart, Ds... ds) {
+  return std::tuple<Ds...>(ds...);
+}
+
+// Calls f(descriptor) for every attribute of C, in declaration order.
+template <class C, class F>
+constexpr void forEachAttr(F&& f) {
+  std::apply([&](const auto&... d) { (f(d), ...); }, C::moxAttributes());
+}
+
+// Calls f(descriptor) for the attribute named `name`; returns false when C has none.
+template <class C, class F>
+bool visitAttr(std::string_view name, F&& f) {
+  bool found = false;
+  forEachAttr<C>([&](const auto& d) {
+    if (!found && name == d.name) {
+      found = true;
+      f(d);
+    }
+  });
+  return found;
+}
+
+template <class C>
+constexpr std::size_t attrCount() {
+  return std::tuple_size_v<decltype(C::moxAttributes())>;
+}
+
+template <class T>
+concept HasAttributes = requires { T::moxAttributes(); };
+
+}  // namespace Mox
+
+// ---- expansion helpers (one per role of the list) ----
+
+#define MOX_MEMBER_F_(name, Name, Type, kind, init) Type name##_ init;
+#define MOX_MEMBER_C_(name, Name, Type) Type name##_;
+
+#define MOX_OPS_F_(name, Name, Type, kind, init)           \
+  const Type& name() const { return name##_; }             \
+  void name##Is(const Type& v) { name##_ = v; }
+
+#define MOX_OPS_C_(name, Name, Type)                                                         \
+  using Name##Collection = Type;                                                             \
+  const Type& name() const { return name##_; }                                               \
+  Type& name##Mutable() { return name##_; }                                                  \
+  typename Type::Value name(const typename Type::Key& k) const { return name##_.get(k); }    \
+  bool new##Name(const typename Type::Key& k, const typename Type::Value& v) {               \
+    return name##_.newEntry(k, v);                                                           \
+  }                                                                                          \
+  void name##Is(const typename Type::Key& k, const typename Type::Value& v) {                \
+    name##_.set(k, v);                                                                       \
+  }                                                                                          \
+  bool name##Del(const typename Type::Key& k) { return name##_.del(k); }                     \
+  void name##Del(typename Type::Iterator& it) { it.deleteCurrent(); }                        \
+  void name##DelAll() { name##_.delAll(); }                                                  \
+  std::size_t name##s() const { return name##_.size(); }                                     \
+  typename Type::Iterator name##Iterator() { return name##_.iterator(); }                    \
+  void name##NotifyIs(::Mox::ChangeHook<typename Type::Key> h) { name##_.notifyIs(std::move(h)); }
+
+#define MOX_DESC_F_(name, Name, Type, kind, init) \
+  , ::Mox::AttrDesc<MoxSelf, Type> { #name, &MoxSelf::name##_, kind }
+#define MOX_DESC_C_(name, Name, Type) \
+  , ::Mox::AttrDesc<MoxSelf, Type> { #name, &MoxSelf::name##_, ::Mox::AttrKind::collection }
+
+// The body shared by values and entities: members (private), accessors and descriptors.
+#define MOX_ATTRIBUTES(Class, LIST)                                           \
+ private:                                                                     \
+  using MoxSelf = Class;                                                      \
+  LIST(MOX_MEMBER_F_, MOX_MEMBER_C_)                                          \
+                                                                              \
+ public:                                                                      \
+  LIST(MOX_OPS_F_, MOX_OPS_C_)                                                \
+  static constexpr auto moxAttributes() {                                     \
+    return ::Mox::makeAttrList(::Mox::AttrListStart{} LIST(MOX_DESC_F_, MOX_DESC_C_)); \
+  }
+
+// A value type: copied and compared attribute by attribute.
+#define MOX_VALUE_TYPE(Class, QualifiedName, LIST)                  \
+  MOX_ATTRIBUTES(Class, LIST)                                       \
+  static constexpr const char* kTypeName = QualifiedName;           \
+  friend bool operator==(const Class&, const Class&) = default;
+
+// An entity (held by Mox::Ptr) with an attribute list.
+#define MOX_ENTITY_TYPE(Class, QualifiedName, LIST)                 \
+  MOX_ATTRIBUTES(Class, LIST)                                       \
+  static constexpr const char* kTypeName = QualifiedName;           \
+  const char* typeName() const override { return kTypeName; }

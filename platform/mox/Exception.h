@@ -1,0 +1,67 @@
+#pragma once
+// Errors of the framework. Range errors carry the fixed texts the value types define; an
+// assertion raises InternalException so that the front end can stop the one command and go on.
+
+#include <stdexcept>
+#include <string>
+
+namespace Mox {
+
+class Exception : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A value out of its bounds, or text that does not parse into a value.
+class RangeException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
+// A broken invariant. what() is the assertion text exactly as written in the code.
+class InternalException : public Exception {
+ public:
+  InternalException(std::string assertion, std::string function)
+      : Exception(assertion), assertion_(std::move(assertion)), function_(std::move(function)) {}
+  const std::string& assertion() const { return assertion_; }
+  const std::string& function() const { return function_; }
+
+ private:
+  std::string assertion_;
+  std::string function_;
+};
+
+[[noreturn]] void assertionFailed(const char* text, const char* function);
+
+}  // namespace Mox
+
+namespace Velt {
+
+class NoPermissionException : public Mox::Exception {
+ public:
+  using Mox::Exception::Exception;
+};
+
+class UnimplementedException : public Mox::Exception {
+ public:
+  using Mox::Exception::Exception;
+};
+
+class InvalidSizeException : public Mox::Exception {
+ public:
+  using Mox::Exception::Exception;
+};
+
+// A shared table found inconsistent while it was read.
+class CorruptionDetectedException : public Mox::Exception {
+ public:
+  using Mox::Exception::Exception;
+};
+
+}  // namespace Velt
+
+// The condition is expanded before it is turned into text (two levels of macro), so that the
+// assertion text shows what the compiler saw: NULL reads as __null.
+#define MOX_ASSERT(...) MOX_ASSERT_EXPANDED_(__VA_ARGS__)
+#define MOX_ASSERT_EXPANDED_(...) \
+  ((__VA_ARGS__) ? (void)0 : ::Mox::assertionFailed(#__VA_ARGS__, __PRETTY_FUNCTION__))

@@ -1,0 +1,101 @@
+#include "platform/mox/Collection.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/mox/Attribute.h"
+
+namespace {
+
+// A small entity-like class using the generated family, the way library classes do.
+using LabelMap = Mox::OrderedMap<int, std::string>;
+using ColourSet = Mox::OrderedSet<std::string>;
+using CountMap = Mox::HashMap<std::string, unsigned>;
+
+#define HOLDER_ATTRS(F, C)                                \
+  F(name, Name, std::string, Mox::AttrKind::input, {})    \
+  C(label, Label, LabelMap)                               \
+  C(colour, Colour, ColourSet)                            \
+  C(count, Count, CountMap)
+
+class Holder {
+  MOX_VALUE_TYPE(Holder, "Test::Holder", HOLDER_ATTRS)
+};
+
+TEST(Collection, GeneratedFamilyOnAnOrderedMap) {
+  Holder h;
+  EXPECT_TRUE(h.newLabel(2, "two"));
+  EXPECT_FALSE(h.newLabel(2, "deux"));  // new does not replace
+  EXPECT_EQ(h.label(2), "two");
+  h.labelIs(2, "deux");  // Is replaces
+  h.labelIs(1, "one");
+  EXPECT_EQ(h.label(2), "deux");
+  EXPECT_EQ(h.label(7), "");  // a missing key reads as the default value
+  EXPECT_EQ(h.labels(), 2u);
+  std::vector<int> keys;
+  for (const auto& [k, v] : h.label()) keys.push_back(k);
+  EXPECT_EQ(keys, (std::vector<int>{1, 2}));
+  EXPECT_TRUE(h.labelDel(1));
+  EXPECT_FALSE(h.labelDel(1));
+  h.labelDelAll();
+  EXPECT_EQ(h.labels(), 0u);
+}
+
+TEST(Collection, DeleteWhileIteratingVisitsEveryEntryOnce) {
+  Holder h;
+  for (int i = 0; i < 10; ++i) h.labelIs(i, std::to_string(i));
+  std::vector<int> seen;
+  for (auto it = h.labelIterator(); it; ++it) {
+    seen.push_back(it.key());
+    if (it.key() % 2 == 0) h.labelDel(it);
+  }
+  EXPECT_EQ(seen, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  std::vector<int> left;
+  for (const auto& [k, v] : h.label()) left.push_back(k);
+  EXPECT_EQ(left, (std::vector<int>{1, 3, 5, 7, 9}));
+
+  // Deleting every entry, including the last, ends the walk cleanly.
+  for (auto it = h.labelIterator(); it; ++it) it.deleteCurrent();
+  EXPECT_EQ(h.labels(), 0u);
+}
+
+TEST(Collection, ChangeHookSeesEveryChange) {
+  Holder h;
+  std::vector<int> changed;
+  h.labelNotifyIs([&](const int& k) { changed.push_back(k); });
+  h.newLabel(1, "a");
+  h.newLabel(1, "b");  // not added: no change
+  h.labelIs(1, "c");
+  h.labelIs(3, "d");
+  h.labelDel(1);
+  h.labelDel(9);  // absent: no change
+  h.labelDelAll();
+  EXPECT_EQ(changed, (std::vector<int>{1, 1, 3, 1, 3}));
+}
+
+TEST(Collection, SetTakesAFlagAndHashMapCounts) {
+  Holder h;
+  h.newColour("red", true);
+  h.colourIs("blue", true);
+  h.colourIs("red", false);  // a false flag removes
+  EXPECT_TRUE(h.colour("blue"));
+  EXPECT_FALSE(h.colour("red"));
+  EXPECT_EQ(h.colours(), 1u);
+
+  h.countMutable().inc("x");
+  h.countMutable().inc("x", 4);
+  EXPECT_EQ(h.count("x"), 5u);
+  EXPECT_EQ(h.count("y"), 0u);
+}
+
+TEST(Collection, OutOfOrderInsertsStaySorted) {
+  LabelMap m;
+  for (int k : {5, 9, 1, 7, 3, 9, 0}) m.set(k, "v");
+  std::vector<int> keys;
+  for (const auto& [k, v] : m) keys.push_back(k);
+  EXPECT_EQ(keys, (std::vector<int>{0, 1, 3, 5, 7, 9}));
+}
+
+}  // namespace
