@@ -24,24 +24,30 @@ void ActivityLock::unlock() {
   mutex_.unlock();
 }
 
-bool ActivityLock::heldByThisThread() const { return tDepth > 0; }
+bool ActivityLock::heldByThisThread() const {
+  return tDepth > 0;
+}
 
 void ActivityLock::yield() {
   const int depth = tDepth;
   if (depth == 0) return;
-  for (int i = 0; i < depth; ++i) unlock();
+  for (int i = 0; i < depth; ++i)
+    unlock();
   sched_yield();
-  for (int i = 0; i < depth; ++i) lock();
+  for (int i = 0; i < depth; ++i)
+    lock();
   ++yields_;
 }
 
 ActivityLockRelease::ActivityLockRelease() {
   depth_ = tDepth;
-  for (int i = 0; i < depth_; ++i) ActivityLock::instance().unlock();
+  for (int i = 0; i < depth_; ++i)
+    ActivityLock::instance().unlock();
 }
 
 ActivityLockRelease::~ActivityLockRelease() {
-  for (int i = 0; i < depth_; ++i) ActivityLock::instance().lock();
+  for (int i = 0; i < depth_; ++i)
+    ActivityLock::instance().lock();
 }
 
 }  // namespace Mox

@@ -30,7 +30,9 @@ enum class AttrKind {
   collection,  // a collection attribute; written through its operation family
 };
 
-inline bool isWritable(AttrKind k) { return k == AttrKind::input || k == AttrKind::value; }
+inline bool isWritable(AttrKind k) {
+  return k == AttrKind::input || k == AttrKind::value;
+}
 
 template <class C, class M>
 struct AttrDesc {
@@ -76,7 +78,9 @@ constexpr std::size_t attrCount() {
 }
 
 template <class T>
-concept HasAttributes = requires { T::moxAttributes(); };
+concept HasAttributes = requires {
+  T::moxAttributes();
+};
 
 }  // namespace Mox
 
@@ -85,53 +89,81 @@ concept HasAttributes = requires { T::moxAttributes(); };
 #define MOX_MEMBER_F_(name, Name, Type, kind, init) Type name##_ init;
 #define MOX_MEMBER_C_(name, Name, Type) Type name##_;
 
-#define MOX_OPS_F_(name, Name, Type, kind, init)           \
-  const Type& name() const { return name##_; }             \
-  void name##Is(const Type& v) { name##_ = v; }
+#define MOX_OPS_F_(name, Name, Type, kind, init) \
+  const Type& name() const {                     \
+    return name##_;                              \
+  }                                              \
+  void name##Is(const Type& v) {                 \
+    name##_ = v;                                 \
+  }
 
-#define MOX_OPS_C_(name, Name, Type)                                                         \
-  using Name##Collection = Type;                                                             \
-  const Type& name() const { return name##_; }                                               \
-  Type& name##Mutable() { return name##_; }                                                  \
-  typename Type::Value name(const typename Type::Key& k) const { return name##_.get(k); }    \
-  bool new##Name(const typename Type::Key& k, const typename Type::Value& v) {               \
-    return name##_.newEntry(k, v);                                                           \
-  }                                                                                          \
-  void name##Is(const typename Type::Key& k, const typename Type::Value& v) {                \
-    name##_.set(k, v);                                                                       \
-  }                                                                                          \
-  bool name##Del(const typename Type::Key& k) { return name##_.del(k); }                     \
-  void name##Del(typename Type::Iterator& it) { it.deleteCurrent(); }                        \
-  void name##DelAll() { name##_.delAll(); }                                                  \
-  std::size_t name##s() const { return name##_.size(); }                                     \
-  typename Type::Iterator name##Iterator() { return name##_.iterator(); }                    \
-  void name##NotifyIs(::Mox::ChangeHook<typename Type::Key> h) { name##_.notifyIs(std::move(h)); }
+#define MOX_OPS_C_(name, Name, Type)                                           \
+  using Name##Collection = Type;                                               \
+  const Type& name() const {                                                   \
+    return name##_;                                                            \
+  }                                                                            \
+  Type& name##Mutable() {                                                      \
+    return name##_;                                                            \
+  }                                                                            \
+  typename Type::Value name(const typename Type::Key& k) const {               \
+    return name##_.get(k);                                                     \
+  }                                                                            \
+  bool new##Name(const typename Type::Key& k, const typename Type::Value& v) { \
+    return name##_.newEntry(k, v);                                             \
+  }                                                                            \
+  void name##Is(const typename Type::Key& k, const typename Type::Value& v) {  \
+    name##_.set(k, v);                                                         \
+  }                                                                            \
+  bool name##Del(const typename Type::Key& k) {                                \
+    return name##_.del(k);                                                     \
+  }                                                                            \
+  void name##Del(typename Type::Iterator& it) {                                \
+    it.deleteCurrent();                                                        \
+  }                                                                            \
+  void name##DelAll() {                                                        \
+    name##_.delAll();                                                          \
+  }                                                                            \
+  std::size_t name##s() const {                                                \
+    return name##_.size();                                                     \
+  }                                                                            \
+  typename Type::Iterator name##Iterator() {                                   \
+    return name##_.iterator();                                                 \
+  }                                                                            \
+  void name##NotifyIs(::Mox::ChangeHook<typename Type::Key> h) {               \
+    name##_.notifyIs(std::move(h));                                            \
+  }
 
 #define MOX_DESC_F_(name, Name, Type, kind, init) \
-  , ::Mox::AttrDesc<MoxSelf, Type> { #name, &MoxSelf::name##_, kind }
-#define MOX_DESC_C_(name, Name, Type) \
-  , ::Mox::AttrDesc<MoxSelf, Type> { #name, &MoxSelf::name##_, ::Mox::AttrKind::collection }
+  , ::Mox::AttrDesc<MoxSelf, Type> {              \
+#name, &MoxSelf::name##_, kind                \
+  }
+#define MOX_DESC_C_(name, Name, Type)                     \
+  , ::Mox::AttrDesc<MoxSelf, Type> {                      \
+#name, &MoxSelf::name##_, ::Mox::AttrKind::collection \
+  }
 
 // The body shared by values and entities: members (private), accessors and descriptors.
-#define MOX_ATTRIBUTES(Class, LIST)                                           \
- private:                                                                     \
-  using MoxSelf = Class;                                                      \
-  LIST(MOX_MEMBER_F_, MOX_MEMBER_C_)                                          \
-                                                                              \
- public:                                                                      \
-  LIST(MOX_OPS_F_, MOX_OPS_C_)                                                \
-  static constexpr auto moxAttributes() {                                     \
-    return ::Mox::makeAttrList(::Mox::AttrListStart{} LIST(MOX_DESC_F_, MOX_DESC_C_)); \
+#define MOX_ATTRIBUTES(Class, LIST)                                                     \
+ private:                                                                               \
+  using MoxSelf = Class;                                                                \
+  LIST(MOX_MEMBER_F_, MOX_MEMBER_C_)                                                    \
+                                                                                        \
+ public:                                                                                \
+  LIST(MOX_OPS_F_, MOX_OPS_C_)                                                          \
+  static constexpr auto moxAttributes() {                                               \
+    return ::Mox::makeAttrList(::Mox::AttrListStart {} LIST(MOX_DESC_F_, MOX_DESC_C_)); \
   }
 
 // A value type: copied and compared attribute by attribute.
-#define MOX_VALUE_TYPE(Class, QualifiedName, LIST)                  \
-  MOX_ATTRIBUTES(Class, LIST)                                       \
-  static constexpr const char* kTypeName = QualifiedName;           \
+#define MOX_VALUE_TYPE(Class, QualifiedName, LIST)        \
+  MOX_ATTRIBUTES(Class, LIST)                             \
+  static constexpr const char* kTypeName = QualifiedName; \
   friend bool operator==(const Class&, const Class&) = default;
 
 // An entity (held by Mox::Ptr) with an attribute list.
-#define MOX_ENTITY_TYPE(Class, QualifiedName, LIST)                 \
-  MOX_ATTRIBUTES(Class, LIST)                                       \
-  static constexpr const char* kTypeName = QualifiedName;           \
-  const char* typeName() const override { return kTypeName; }
+#define MOX_ENTITY_TYPE(Class, QualifiedName, LIST)       \
+  MOX_ATTRIBUTES(Class, LIST)                             \
+  static constexpr const char* kTypeName = QualifiedName; \
+  const char* typeName() const override {                 \
+    return kTypeName;                                     \
+  }

@@ -83,9 +83,11 @@ class CollectionBase {
     }
     std::vector<Key> keys;
     keys.reserve(storage_.size());
-    for (const auto& e : storage_) keys.push_back(Derived::keyOf(e));
+    for (const auto& e : storage_)
+      keys.push_back(Derived::keyOf(e));
     storage_.clear();
-    for (const auto& k : keys) hook_(k);
+    for (const auto& k : keys)
+      hook_(k);
   }
   void notifyIs(ChangeHook<Key> hook) { hook_ = std::move(hook); }
 

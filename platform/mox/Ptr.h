@@ -39,9 +39,11 @@ Ptr<T> ptrCast(const Ptr<U>& p) {
 }  // namespace Mox
 
 // Gives an entity class its registered name.
-#define MOX_ENTITY(QualifiedName)                                       \
- public:                                                                \
-  static constexpr const char* kTypeName = QualifiedName;               \
-  const char* typeName() const override { return kTypeName; }          \
-                                                                        \
+#define MOX_ENTITY(QualifiedName)                         \
+ public:                                                  \
+  static constexpr const char* kTypeName = QualifiedName; \
+  const char* typeName() const override {                 \
+    return kTypeName;                                     \
+  }                                                       \
+                                                          \
  private:

@@ -27,10 +27,18 @@ std::string String8::textForm() const {
   out.push_back(quote);
   for (unsigned char c : s_) {
     switch (c) {
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
       default:
         if (c == static_cast<unsigned char>(quote)) {
           out.push_back('\\');
@@ -66,13 +74,27 @@ String8 String8::parseTextForm(std::string_view& in) {
     if (i >= in.size()) throw RangeException("unterminated string");
     const char e = in[i++];
     switch (e) {
-      case '\\': out.push_back('\\'); break;
-      case '\'': out.push_back('\''); break;
-      case '"': out.push_back('"'); break;
-      case 'n': out.push_back('\n'); break;
-      case 'r': out.push_back('\r'); break;
-      case 't': out.push_back('\t'); break;
-      case '0': out.push_back('\0'); break;
+      case '\\':
+        out.push_back('\\');
+        break;
+      case '\'':
+        out.push_back('\'');
+        break;
+      case '"':
+        out.push_back('"');
+        break;
+      case 'n':
+        out.push_back('\n');
+        break;
+      case 'r':
+        out.push_back('\r');
+        break;
+      case 't':
+        out.push_back('\t');
+        break;
+      case '0':
+        out.push_back('\0');
+        break;
       case 'x': {
         const int hi = i < in.size() ? hexDigit(in[i]) : -1;
         const int lo = i + 1 < in.size() ? hexDigit(in[i + 1]) : -1;

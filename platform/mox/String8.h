@@ -12,7 +12,7 @@ namespace Mox {
 class String8 {
  public:
   String8() = default;
-  String8(const char* s) : s_(s ? s : "") {}  // NOLINT: implicit like a literal
+  String8(const char* s) : s_(s ? s : "") {}    // NOLINT: implicit like a literal
   String8(std::string s) : s_(std::move(s)) {}  // NOLINT
   String8(std::string_view s) : s_(s) {}        // NOLINT
   String8(const char* s, std::size_t n) : s_(s, n) {}
@@ -23,7 +23,9 @@ class String8 {
   std::string_view view() const { return s_; }
   std::size_t size() const { return s_.size(); }
   bool empty() const { return s_.empty(); }
-  bool startsWith(std::string_view prefix) const { return view().substr(0, prefix.size()) == prefix; }
+  bool startsWith(std::string_view prefix) const {
+    return view().substr(0, prefix.size()) == prefix;
+  }
 
   // The Python-style text form: 'abc', with quotes and control characters escaped.
   std::string textForm() const;

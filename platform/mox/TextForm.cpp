@@ -13,9 +13,9 @@ PtrResolver& resolver() {
 }  // namespace
 
 void parseError(std::string_view in, std::string_view expected) {
-  std::string found = in.empty() ? std::string("the end of the text")
-                                 : "\"" + std::string(in.substr(0, 24)) +
-                                       (in.size() > 24 ? "...\"" : "\"");
+  std::string found =
+      in.empty() ? std::string("the end of the text")
+                 : "\"" + std::string(in.substr(0, 24)) + (in.size() > 24 ? "...\"" : "\"");
   throw RangeException("expected " + std::string(expected) + " but found " + found);
 }
 
@@ -36,7 +36,9 @@ std::string attrSeparator(bool first, const char* name) {
   return s;
 }
 
-void writeText(std::string& out, bool v) { out += v ? "True" : "False"; }
+void writeText(std::string& out, bool v) {
+  out += v ? "True" : "False";
+}
 
 void parseText(std::string_view& in, bool& v) {
   if (consumeText(in, "True")) {
@@ -83,11 +85,17 @@ void parseText(std::string_view& in, double& v) {
   in.remove_prefix(r.ptr - in.data());
 }
 
-void writeText(std::string& out, const String8& v) { out += v.textForm(); }
+void writeText(std::string& out, const String8& v) {
+  out += v.textForm();
+}
 
-void parseText(std::string_view& in, String8& v) { v = String8::parseTextForm(in); }
+void parseText(std::string_view& in, String8& v) {
+  v = String8::parseTextForm(in);
+}
 
-void ptrResolverIs(PtrResolver r) { resolver() = std::move(r); }
+void ptrResolverIs(PtrResolver r) {
+  resolver() = std::move(r);
+}
 
 Ptr<Entity> resolvePtr(std::string_view type, std::string_view path) {
   if (!resolver()) return nullptr;

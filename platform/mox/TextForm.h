@@ -47,16 +47,14 @@ void writeText(std::string& out, const String8& v);
 void parseText(std::string_view& in, String8& v);
 
 template <class T>
-  requires std::integral<T> && (!std::same_as<T, bool>)
-void writeText(std::string& out, T v) {
+requires std::integral<T> &&(!std::same_as<T, bool>)void writeText(std::string& out, T v) {
   char buf[24];
   auto r = std::to_chars(buf, buf + sizeof buf, v);
   out.append(buf, r.ptr);
 }
 
 template <class T>
-  requires std::integral<T> && (!std::same_as<T, bool>)
-void parseText(std::string_view& in, T& v) {
+requires std::integral<T> &&(!std::same_as<T, bool>)void parseText(std::string_view& in, T& v) {
   // Parse wide, then check the target's bounds, so that 256 into an 8-bit field is refused
   // instead of wrapping.
   using Wide = std::conditional_t<std::is_signed_v<T>, long long, unsigned long long>;
@@ -79,19 +77,17 @@ void parseText(std::string_view& in, T& v) {
 
 template <class T>
 concept HasStringForm = requires(const T& t, std::string_view s) {
-  { t.stringValue() };
+  {t.stringValue()};
   { T::fromString(s) } -> std::same_as<T>;
 };
 
 template <HasStringForm T>
-  requires(!HasAttributes<T>)
-void writeText(std::string& out, const T& v) {
+requires(!HasAttributes<T>) void writeText(std::string& out, const T& v) {
   out += String8(std::string_view(v.stringValue())).textForm();
 }
 
 template <HasStringForm T>
-  requires(!HasAttributes<T>)
-void parseText(std::string_view& in, T& v) {
+requires(!HasAttributes<T>) void parseText(std::string_view& in, T& v) {
   String8 s = String8::parseTextForm(in);
   v = T::fromString(s.view());
 }

@@ -32,9 +32,9 @@ std::string traceText(const Args&... args) {
 
 }  // namespace Mox
 
-#define MOX_TRACE(handle, level, ...)                                    \
-  do {                                                                   \
-    if (::Mox::TraceHandle::enabled(level)) {                            \
-      (handle).write(__func__, ::Mox::traceText(__VA_ARGS__));           \
-    }                                                                    \
+#define MOX_TRACE(handle, level, ...)                          \
+  do {                                                         \
+    if (::Mox::TraceHandle::enabled(level)) {                  \
+      (handle).write(__func__, ::Mox::traceText(__VA_ARGS__)); \
+    }                                                          \
   } while (0)

@@ -13,18 +13,23 @@
 namespace Demo {
 
 enum class Shade : std::uint8_t { light, dark };
-inline const char* moxEnumName(Shade s) { return s == Shade::light ? "light" : "dark"; }
+inline const char* moxEnumName(Shade s) {
+  return s == Shade::light ? "light" : "dark";
+}
 inline bool moxEnumFromName(std::string_view n, Shade& s) {
-  if (n == "light") s = Shade::light;
-  else if (n == "dark") s = Shade::dark;
-  else return false;
+  if (n == "light")
+    s = Shade::light;
+  else if (n == "dark")
+    s = Shade::dark;
+  else
+    return false;
   return true;
 }
 
-#define DEMO_SAMPLE_ATTRS(F, C)                                  \
-  F(packets, Packets, std::uint64_t, Mox::AttrKind::value, {})   \
-  F(ratio, Ratio, double, Mox::AttrKind::value, {0.5})           \
-  F(small, Small, std::uint8_t, Mox::AttrKind::value, {})        \
+#define DEMO_SAMPLE_ATTRS(F, C)                                \
+  F(packets, Packets, std::uint64_t, Mox::AttrKind::value, {}) \
+  F(ratio, Ratio, double, Mox::AttrKind::value, {0.5})         \
+  F(small, Small, std::uint8_t, Mox::AttrKind::value, {})      \
   F(delta, Delta, std::int32_t, Mox::AttrKind::value, {})
 
 class Sample {
@@ -32,11 +37,11 @@ class Sample {
 };
 
 using TagSet = Mox::OrderedSet<Mox::String8>;
-#define DEMO_RESULT_ATTRS(F, C)                                  \
-  F(acceptable, Acceptable, bool, Mox::AttrKind::value, {})      \
-  F(msg, Msg, Mox::String8, Mox::AttrKind::value, {})            \
-  F(shade, Shade, Demo::Shade, Mox::AttrKind::value, {})         \
-  F(sample, Sample, Demo::Sample, Mox::AttrKind::value, {})      \
+#define DEMO_RESULT_ATTRS(F, C)                                   \
+  F(acceptable, Acceptable, bool, Mox::AttrKind::value, {})       \
+  F(msg, Msg, Mox::String8, Mox::AttrKind::value, {})             \
+  F(shade, Shade, Demo::Shade, Mox::AttrKind::value, {})          \
+  F(sample, Sample, Demo::Sample, Mox::AttrKind::value, {})       \
   F(dir, Dir, Mox::Ptr<Mox::Dir const>, Mox::AttrKind::input, {}) \
   C(tag, Tag, TagSet)
 
@@ -115,8 +120,7 @@ TEST(AttributeList, ParseErrorsNameTheAttribute) {
         "'sample': None, 'dir': None, 'tag': None})");
     FAIL();
   } catch (const Mox::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()).rfind("attribute 'acceptable': expected True or False", 0),
-              0u)
+    EXPECT_EQ(std::string(e.what()).rfind("attribute 'acceptable': expected True or False", 0), 0u)
         << e.what();
   }
 }
@@ -128,7 +132,8 @@ TEST(AttributeList, NamesKindsAndAccessByName) {
     names.push_back(d.name);
     kinds.push_back(d.kind);
   });
-  EXPECT_EQ(names, (std::vector<std::string>{"acceptable", "msg", "shade", "sample", "dir", "tag"}));
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"acceptable", "msg", "shade", "sample", "dir", "tag"}));
   EXPECT_EQ(kinds.back(), Mox::AttrKind::collection);
 
   Result r;

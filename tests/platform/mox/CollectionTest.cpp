@@ -14,10 +14,10 @@ using LabelMap = Mox::OrderedMap<int, std::string>;
 using ColourSet = Mox::OrderedSet<std::string>;
 using CountMap = Mox::HashMap<std::string, unsigned>;
 
-#define HOLDER_ATTRS(F, C)                                \
-  F(name, Name, std::string, Mox::AttrKind::input, {})    \
-  C(label, Label, LabelMap)                               \
-  C(colour, Colour, ColourSet)                            \
+#define HOLDER_ATTRS(F, C)                             \
+  F(name, Name, std::string, Mox::AttrKind::input, {}) \
+  C(label, Label, LabelMap)                            \
+  C(colour, Colour, ColourSet)                         \
   C(count, Count, CountMap)
 
 class Holder {
@@ -35,7 +35,8 @@ TEST(Collection, GeneratedFamilyOnAnOrderedMap) {
   EXPECT_EQ(h.label(7), "");  // a missing key reads as the default value
   EXPECT_EQ(h.labels(), 2u);
   std::vector<int> keys;
-  for (const auto& [k, v] : h.label()) keys.push_back(k);
+  for (const auto& [k, v] : h.label())
+    keys.push_back(k);
   EXPECT_EQ(keys, (std::vector<int>{1, 2}));
   EXPECT_TRUE(h.labelDel(1));
   EXPECT_FALSE(h.labelDel(1));
@@ -45,7 +46,8 @@ TEST(Collection, GeneratedFamilyOnAnOrderedMap) {
 
 TEST(Collection, DeleteWhileIteratingVisitsEveryEntryOnce) {
   Holder h;
-  for (int i = 0; i < 10; ++i) h.labelIs(i, std::to_string(i));
+  for (int i = 0; i < 10; ++i)
+    h.labelIs(i, std::to_string(i));
   std::vector<int> seen;
   for (auto it = h.labelIterator(); it; ++it) {
     seen.push_back(it.key());
@@ -53,11 +55,13 @@ TEST(Collection, DeleteWhileIteratingVisitsEveryEntryOnce) {
   }
   EXPECT_EQ(seen, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
   std::vector<int> left;
-  for (const auto& [k, v] : h.label()) left.push_back(k);
+  for (const auto& [k, v] : h.label())
+    left.push_back(k);
   EXPECT_EQ(left, (std::vector<int>{1, 3, 5, 7, 9}));
 
   // Deleting every entry, including the last, ends the walk cleanly.
-  for (auto it = h.labelIterator(); it; ++it) it.deleteCurrent();
+  for (auto it = h.labelIterator(); it; ++it)
+    it.deleteCurrent();
   EXPECT_EQ(h.labels(), 0u);
 }
 
@@ -92,9 +96,11 @@ TEST(Collection, SetTakesAFlagAndHashMapCounts) {
 
 TEST(Collection, OutOfOrderInsertsStaySorted) {
   LabelMap m;
-  for (int k : {5, 9, 1, 7, 3, 9, 0}) m.set(k, "v");
+  for (int k : {5, 9, 1, 7, 3, 9, 0})
+    m.set(k, "v");
   std::vector<int> keys;
-  for (const auto& [k, v] : m) keys.push_back(k);
+  for (const auto& [k, v] : m)
+    keys.push_back(k);
   EXPECT_EQ(keys, (std::vector<int>{0, 1, 3, 5, 7, 9}));
 }
 

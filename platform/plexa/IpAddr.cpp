@@ -1,0 +1,174 @@
+#include "platform/plexa/IpAddr.h"
+
+#include <arpa/inet.h>
+
+#include "platform/mox/Exception.h"
+
+namespace Plexa {
+
+std::size_t hashBytes(const void* data, std::size_t n) {
+  // FNV-1a: short keys, no need for more.
+  auto p = static_cast<const unsigned char*>(data);
+  std::uint64_t h = 1469598103934665603ull;
+  for (std::size_t i = 0; i < n; ++i) {
+    h ^= p[i];
+    h *= 1099511628211ull;
+  }
+  return static_cast<std::size_t>(h ^ (h >> 29));
+}
+
+bool IpAddr::parse(std::string_view s, IpAddr& out) {
+  std::uint32_t v = 0;
+  int parts = 0;
+  std::size_t i = 0;
+  while (parts < 4) {
+    if (i >= s.size() || s[i] < '0' || s[i] > '9') return false;
+    const std::size_t start = i;
+    unsigned octet = 0;
+    while (i < s.size() && s[i] >= '0' && s[i] <= '9' && i - start < 3) {
+      octet = octet * 10 + unsigned(s[i] - '0');
+      ++i;
+    }
+    // No leading zeros: 010 would be octal to inet_aton and decimal to a reader.
+    if (octet > 255 || (s[start] == '0' && i - start > 1)) return false;
+    v = v << 8 | octet;
+    ++parts;
+    if (parts < 4) {
+      if (i >= s.size() || s[i] != '.') return false;
+      ++i;
+    }
+  }
+  if (i != s.size()) return false;
+  out = IpAddr(v);
+  return true;
+}
+
+IpAddr IpAddr::fromString(std::string_view text) {
+  IpAddr a;
+  if (!parse(text, a))
+    throw Mox::RangeException("invalid IPv4 address '" + std::string(text) + "'");
+  return a;
+}
+
+char* IpAddr::write(char* out) const {
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    unsigned o = (value_ >> shift) & 0xff;
+    if (o >= 100) {
+      *out++ = char('0' + o / 100);
+      *out++ = char('0' + o / 10 % 10);
+    } else if (o >= 10) {
+      *out++ = char('0' + o / 10);
+    }
+    *out++ = char('0' + o % 10);
+    if (shift) *out++ = '.';
+  }
+  return out;
+}
+
+std::string IpAddr::stringValue() const {
+  char buf[kMaxTextLen + 1];
+  return std::string(buf, write(buf));
+}
+
+bool Ip6Addr::parse(std::string_view s, Ip6Addr& out) {
+  if (s.empty() || s.size() > kMaxTextLen || s.find(':') == std::string_view::npos) return false;
+  char buf[kMaxTextLen + 1];
+  std::memcpy(buf, s.data(), s.size());
+  buf[s.size()] = '\0';
+  return inet_pton(AF_INET6, buf, out.bytes_.data()) == 1;
+}
+
+Ip6Addr Ip6Addr::fromString(std::string_view text) {
+  Ip6Addr a;
+  if (!parse(text, a))
+    throw Mox::RangeException("invalid IPv6 address '" + std::string(text) + "'");
+  return a;
+}
+
+bool Ip6Addr::isZero() const {
+  for (auto b : bytes_) {
+    if (b) return false;
+  }
+  return true;
+}
+
+Ip6Addr Ip6Addr::masked(int len) const {
+  Ip6Addr r = *this;
+  if (len < 0) len = 0;
+  for (int i = 0; i < 16; ++i) {
+    const int bits = len - i * 8;
+    if (bits >= 8) continue;
+    r.bytes_[i] &= bits <= 0 ? 0 : static_cast<std::uint8_t>(0xff << (8 - bits));
+  }
+  return r;
+}
+
+char* Ip6Addr::write(char* out) const {
+  // inet_ntop writes the RFC 5952 form: lower case, the longest run of zero groups as "::".
+  char buf[INET6_ADDRSTRLEN];
+  inet_ntop(AF_INET6, bytes_.data(), buf, sizeof buf);
+  const std::size_t n = std::strlen(buf);
+  std::memcpy(out, buf, n);
+  return out + n;
+}
+
+std::string Ip6Addr::stringValue() const {
+  char buf[kMaxTextLen + 1];
+  return std::string(buf, write(buf));
+}
+
+IpGenAddr::IpGenAddr(IpAddr a) : af_(AddressFamily::ipv4) {
+  const std::uint32_t v = a.value();
+  auto& b = addr_.bytes();
+  b[0] = std::uint8_t(v >> 24);
+  b[1] = std::uint8_t(v >> 16);
+  b[2] = std::uint8_t(v >> 8);
+  b[3] = std::uint8_t(v);
+}
+
+IpAddr IpGenAddr::v4Addr() const {
+  if (af_ != AddressFamily::ipv4) return IpAddr();
+  const auto& b = addr_.bytes();
+  return IpAddr(b[0], b[1], b[2], b[3]);
+}
+
+bool IpGenAddr::parse(std::string_view text, IpGenAddr& out) {
+  if (text.empty()) {
+    out = IpGenAddr();
+    return true;
+  }
+  if (text.find(':') != std::string_view::npos) {
+    Ip6Addr a;
+    if (!Ip6Addr::parse(text, a)) return false;
+    out = IpGenAddr(a);
+    return true;
+  }
+  IpAddr a;
+  if (!IpAddr::parse(text, a)) return false;
+  out = IpGenAddr(a);
+  return true;
+}
+
+IpGenAddr IpGenAddr::fromString(std::string_view text) {
+  IpGenAddr a;
+  if (!parse(text, a)) throw Mox::RangeException("invalid IP address '" + std::string(text) + "'");
+  return a;
+}
+
+char* IpGenAddr::write(char* out) const {
+  switch (af_) {
+    case AddressFamily::ipv4:
+      return v4Addr().write(out);
+    case AddressFamily::ipv6:
+      return addr_.write(out);
+    default:
+      return out;
+  }
+}
+
+std::string IpGenAddr::stringValue() const {
+  char buf[kMaxTextLen + 1];
+  return std::string(buf, write(buf));
+}
+
+}  // namespace Plexa

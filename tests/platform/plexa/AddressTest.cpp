@@ -1,0 +1,147 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/mox/Exception.h"
+#include "platform/mox/TextForm.h"
+#include "platform/plexa/IpAddr.h"
+#include "platform/plexa/Prefix.h"
+
+namespace {
+
+using namespace Plexa;
+
+TEST(IpAddr, ParsesOnlyPlainDottedQuads) {
+  EXPECT_EQ(IpAddr::fromString("10.1.2.3"), IpAddr(10, 1, 2, 3));
+  EXPECT_EQ(IpAddr::fromString("255.255.255.255").value(), 0xffffffffu);
+  EXPECT_EQ(IpAddr::fromString("0.0.0.0").stringValue(), "0.0.0.0");
+  for (const char* bad : {"", "1.2.3", "1.2.3.4.5", "256.1.1.1", "1.2.3.4 ", "01.2.3.4", "1..2.3",
+                          "a.b.c.d", "1.2.3.-4", "1.2.3.4/24"}) {
+    IpAddr a;
+    EXPECT_FALSE(IpAddr::parse(bad, a)) << bad;
+  }
+  EXPECT_THROW(IpAddr::fromString("300.1.1.1"), Mox::RangeException);
+}
+
+TEST(IpAddr, OrdersNumericallyNotByText) {
+  std::vector<IpAddr> v = {IpAddr::fromString("10.0.0.10"), IpAddr::fromString("9.255.0.1"),
+                           IpAddr::fromString("10.0.0.9")};
+  std::sort(v.begin(), v.end());
+  EXPECT_EQ(v[0].stringValue(), "9.255.0.1");
+  EXPECT_EQ(v[1].stringValue(), "10.0.0.9");
+  EXPECT_EQ(v[2].stringValue(), "10.0.0.10");
+}
+
+TEST(Ip6Addr, WritesTheCanonicalShortForm) {
+  EXPECT_EQ(Ip6Addr::fromString("2001:0DB8:0:0:0:0:0:1").stringValue(), "2001:db8::1");
+  EXPECT_EQ(Ip6Addr::fromString("::").stringValue(), "::");
+  EXPECT_EQ(Ip6Addr::fromString("2001:db8:0:1:0:0:0:1").stringValue(), "2001:db8:0:1::1");
+  EXPECT_TRUE(Ip6Addr::fromString("fe80::1").isLinkLocal());
+  EXPECT_TRUE(Ip6Addr::fromString("febf::1").isLinkLocal());
+  EXPECT_FALSE(Ip6Addr::fromString("fec0::1").isLinkLocal());
+  EXPECT_LT(Ip6Addr::fromString("2001:db8::2"), Ip6Addr::fromString("2001:db8::10"));
+  for (const char* bad : {"", "2001:db8::1::2", "12345::", "1.2.3.4", "2001:db8::g"}) {
+    Ip6Addr a;
+    EXPECT_FALSE(Ip6Addr::parse(bad, a)) << bad;
+  }
+}
+
+TEST(Prefix, ClearsHostBitsAndOrdersByAddressThenLength) {
+  EXPECT_EQ(Prefix::fromString("10.1.2.3/16").stringValue(), "10.1.0.0/16");
+  EXPECT_EQ(Prefix::fromString("0.0.0.0/0").len(), 0);
+  std::vector<Prefix> v = {Prefix::fromString("10.0.0.0/16"), Prefix::fromString("10.1.0.0/16"),
+                           Prefix::fromString("10.0.0.0/8"), Prefix::fromString("9.0.0.0/8")};
+  std::sort(v.begin(), v.end());
+  std::vector<std::string> text;
+  for (auto& p : v)
+    text.push_back(p.stringValue());
+  EXPECT_EQ(text,
+            (std::vector<std::string>{"9.0.0.0/8", "10.0.0.0/8", "10.0.0.0/16", "10.1.0.0/16"}));
+  for (const char* bad :
+       {"10.0.0.0", "10.0.0.0/33", "10.0.0.0/", "10.0.0.0/-1", "10.0.0.0/08", "::/0"}) {
+    Prefix p;
+    EXPECT_FALSE(Prefix::parse(bad, p)) << bad;
+  }
+  EXPECT_THROW(Prefix(IpAddr(), 33), Mox::RangeException);
+}
+
+TEST(Prefix, NullPrefixStandsForNoPrefix) {
+  Prefix null;
+  EXPECT_TRUE(null.isNullPrefix());
+  EXPECT_EQ(null.len(), -1);
+  EXPECT_EQ(null.address(), IpAddr());
+  EXPECT_EQ(null.stringValue(), "");
+  EXPECT_EQ(Prefix::fromString(""), null);
+  EXPECT_LT(null, Prefix::fromString("0.0.0.0/0"));
+  EXPECT_FALSE(null.contains(IpAddr(1, 2, 3, 4)));
+}
+
+TEST(Prefix, Containment) {
+  const Prefix p = Prefix::fromString("10.1.0.0/16");
+  EXPECT_TRUE(p.contains(IpAddr(10, 1, 255, 1)));
+  EXPECT_FALSE(p.contains(IpAddr(10, 2, 0, 1)));
+  EXPECT_TRUE(p.contains(Prefix::fromString("10.1.4.0/24")));
+  EXPECT_TRUE(p.contains(p));
+  EXPECT_FALSE(p.contains(Prefix::fromString("10.0.0.0/8")));
+  EXPECT_TRUE(Prefix::fromString("0.0.0.0/0").contains(p));
+}
+
+TEST(Ip6Prefix, ParsesMasksAndOrders) {
+  EXPECT_EQ(Ip6Prefix::fromString("2001:db8:1:2::1/48").stringValue(), "2001:db8:1::/48");
+  EXPECT_EQ(Ip6Prefix::fromString("fe80::/10").stringValue(), "fe80::/10");
+  EXPECT_EQ(Ip6Prefix::fromString("2001:db8::/127").len(), 127);
+  EXPECT_LT(Ip6Prefix::fromString("2001:db8::/32"), Ip6Prefix::fromString("2001:db8::/48"));
+  EXPECT_TRUE(
+      Ip6Prefix::fromString("2001:db8::/32").contains(Ip6Prefix::fromString("2001:db8:5::/48")));
+  Ip6Prefix p;
+  EXPECT_FALSE(Ip6Prefix::parse("2001:db8::/129", p));
+}
+
+TEST(IpGenAddr, CarriesEitherFamily) {
+  IpGenAddr empty;
+  EXPECT_TRUE(empty.isZero());
+  EXPECT_EQ(empty.stringValue(), "");
+  EXPECT_EQ(IpGenAddr::fromString(""), empty);
+  const IpGenAddr v4 = IpGenAddr::fromString("10.1.1.1");
+  const IpGenAddr v6 = IpGenAddr::fromString("2001:db8::1");
+  EXPECT_TRUE(v4.isV4());
+  EXPECT_EQ(v4.v4Addr(), IpAddr(10, 1, 1, 1));
+  EXPECT_EQ(v6.stringValue(), "2001:db8::1");
+  EXPECT_TRUE(IpGenAddr(IpAddr()).isZero());
+  // Families never compare equal, and IPv4 orders before IPv6.
+  EXPECT_NE(IpGenAddr(IpAddr()), IpGenAddr(Ip6Addr()));
+  EXPECT_LT(v4, v6);
+  EXPECT_LT(IpGenAddr::fromString("10.0.0.9"), IpGenAddr::fromString("10.0.0.10"));
+}
+
+TEST(IpGenPrefix, ConvertsBothWays) {
+  const IpGenPrefix g(Prefix::fromString("10.0.0.0/8"));
+  EXPECT_EQ(g.stringValue(), "10.0.0.0/8");
+  EXPECT_EQ(g.v4Prefix(), Prefix::fromString("10.0.0.0/8"));
+  EXPECT_EQ(IpGenPrefix::fromString("2001:db8::/32").v6Prefix(),
+            Ip6Prefix::fromString("2001:db8::/32"));
+  EXPECT_TRUE(IpGenPrefix(Prefix()).isNullPrefix());
+}
+
+TEST(AddrWithMask, KeepsHostBits) {
+  const IpAddrWithMask a = IpAddrWithMask::fromString("10.1.1.5/16");
+  EXPECT_EQ(a.stringValue(), "10.1.1.5/16");
+  EXPECT_EQ(a.subnet().stringValue(), "10.1.0.0/16");
+  EXPECT_LT(IpAddrWithMask::fromString("10.1.1.5/16"), IpAddrWithMask::fromString("10.1.1.5/24"));
+  EXPECT_LT(IpAddrWithMask::fromString("10.1.1.5/24"), IpAddrWithMask::fromString("10.1.1.6/8"));
+  const Ip6AddrWithMask b = Ip6AddrWithMask::fromString("2001:db8::1/64");
+  EXPECT_EQ(b.stringValue(), "2001:db8::1/64");
+  EXPECT_EQ(b.subnet().stringValue(), "2001:db8::/64");
+  IpAddrWithMask bad;
+  EXPECT_FALSE(IpAddrWithMask::parse("10.1.1.1", bad));
+}
+
+TEST(AddressTextForm, NetworkValuesAreQuotedInValueText) {
+  EXPECT_EQ(Mox::textOf(Prefix::fromString("10.1.0.0/16")), "'10.1.0.0/16'");
+  EXPECT_EQ(Mox::valueFromText<Ip6Prefix>("'2001:db8::/32'"),
+            Ip6Prefix::fromString("2001:db8::/32"));
+  EXPECT_THROW(Mox::valueFromText<IpAddr>("'10.1.1'"), Mox::RangeException);
+}
+
+}  // namespace
