@@ -16,7 +16,10 @@
 // declares a collection. A collection type with a comma in it needs an alias first.
 
 #include <cstddef>
+#include <functional>
+#include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "platform/mox/Collection.h"
@@ -81,6 +84,33 @@ template <class T>
 concept HasAttributes = requires {
   T::moxAttributes();
 };
+
+// Lexicographic order over the attributes in declaration order: for value types that serve as
+// keys of ordered collections.
+template <class C>
+bool attrLess(const C& a, const C& b) {
+  int result = 0;
+  forEachAttr<C>([&](const auto& d) {
+    if (result != 0) return;
+    if (d.get(a) < d.get(b)) {
+      result = -1;
+    } else if (d.get(b) < d.get(a)) {
+      result = 1;
+    }
+  });
+  return result < 0;
+}
+
+// A hash over every attribute: for value types that serve as keys of hash maps.
+template <class C>
+std::size_t attrHash(const C& v) {
+  std::size_t h = 0x84222325;
+  forEachAttr<C>([&](const auto& d) {
+    using M = typename std::decay_t<decltype(d)>::Type;
+    h = (h ^ std::hash<M>()(d.get(v))) * 0x100000001b3ull;
+  });
+  return h;
+}
 
 }  // namespace Mox
 
@@ -159,6 +189,23 @@ concept HasAttributes = requires {
   MOX_ATTRIBUTES(Class, LIST)                             \
   static constexpr const char* kTypeName = QualifiedName; \
   friend bool operator==(const Class&, const Class&) = default;
+
+// A value type that also orders and hashes by its attributes (a collection key).
+#define MOX_KEY_TYPE(Class, QualifiedName, LIST)          \
+  MOX_VALUE_TYPE(Class, QualifiedName, LIST)              \
+  friend bool operator<(const Class& a, const Class& b) { \
+    return ::Mox::attrLess(a, b);                         \
+  }                                                       \
+  std::size_t moxHash() const {                           \
+    return ::Mox::attrHash(*this);                        \
+  }
+
+// Lets std::hash find a key type's moxHash (use at namespace scope, outside any namespace).
+#define MOX_STD_HASH(QualifiedClass)                                                       \
+  template <>                                                                              \
+  struct std::hash<QualifiedClass> {                                                       \
+    std::size_t operator()(const QualifiedClass& v) const noexcept { return v.moxHash(); } \
+  };
 
 // An entity (held by Mox::Ptr) with an attribute list.
 #define MOX_ENTITY_TYPE(Class, QualifiedName, LIST)       \

@@ -4,6 +4,7 @@
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -30,3 +31,13 @@ class EthAddr {
 };
 
 }  // namespace Plexa
+
+template <>
+struct std::hash<Plexa::EthAddr> {
+  std::size_t operator()(const Plexa::EthAddr& e) const noexcept {
+    std::uint64_t v = 0;
+    for (auto b : e.bytes())
+      v = v << 8 | b;
+    return std::hash<std::uint64_t>()(v);
+  }
+};

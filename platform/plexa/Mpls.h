@@ -72,3 +72,10 @@ class MplsLabelOperation {
 };
 
 }  // namespace Plexa
+
+template <>
+struct std::hash<Plexa::MplsLabel> {
+  std::size_t operator()(Plexa::MplsLabel l) const noexcept {
+    return std::hash<std::uint32_t>()(l.value());
+  }
+};

@@ -5,6 +5,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -29,3 +30,10 @@ class RouteDistinguisher {
 };
 
 }  // namespace Plexa
+
+template <>
+struct std::hash<Plexa::RouteDistinguisher> {
+  std::size_t operator()(Plexa::RouteDistinguisher r) const noexcept {
+    return std::hash<std::uint64_t>()(r.value());
+  }
+};

@@ -3,6 +3,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -29,3 +30,10 @@ class VniOrNone {
 };
 
 }  // namespace Vxlan
+
+template <>
+struct std::hash<Vxlan::VniOrNone> {
+  std::size_t operator()(Vxlan::VniOrNone v) const noexcept {
+    return std::hash<std::uint32_t>()(v.value());
+  }
+};

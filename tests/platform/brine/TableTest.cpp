@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <set>
+
+#include "platform/brine/Fib.h"
+#include "platform/brine/Neighbor.h"
+#include "platform/brine/Tables.h"
+#include "platform/brine/Tunnel.h"
+
+namespace {
+
+using Brine::Fib::FecId;
+using Plexa::Prefix;
+
+Brine::Fib::Route route(const char* prefix, std::uint64_t fec) {
+  Brine::Fib::Route r;
+  r.prefix = Prefix::fromString(prefix);
+  r.routeType = Routing::Fib::RouteType::ospfInterArea;
+  r.fecId = FecId(fec);
+  return r;
+}
+
+TEST(Table, MissReturnsTheEmptyRecord) {
+  Brine::Fib::RouteStatus t;
+  t.recordIs(route("10.0.0.0/8", 7));
+  EXPECT_EQ(t.lookup(Prefix::fromString("10.0.0.0/8")).fecId, FecId(7));
+  const auto miss = t.lookup(Prefix::fromString("10.0.0.0/16"));
+  EXPECT_EQ(miss.fecId, FecId());
+  EXPECT_EQ(miss.routeType, Routing::Fib::RouteType::invalid);
+  EXPECT_FALSE(t.contains(Prefix::fromString("10.0.0.0/16")));
+}
+
+TEST(Table, IteratesInWriteOrderAndReplacesInPlace) {
+  Brine::Fib::RouteStatus t;
+  for (const char* p : {"10.2.0.0/16", "10.1.0.0/16", "10.3.0.0/16"})
+    t.recordIs(route(p, 1));
+  t.recordIs(route("10.1.0.0/16", 9));  // replaces, keeps its place
+  std::vector<std::string> seen;
+  for (auto it = t.begin(); it != t.end(); ++it)
+    seen.push_back((*it).prefix.stringValue() + "=" + (*it).fecId.stringValue());
+  EXPECT_EQ(seen, (std::vector<std::string>{"10.2.0.0/16=1", "10.1.0.0/16=9", "10.3.0.0/16=1"}));
+}
+
+// The index must stay consistent through growth and deletions in any order.
+TEST(Table, AgreesWithAMapUnderRandomWritesAndDeletes) {
+  Brine::Fib::RouteStatus t;
+  std::map<Prefix, std::uint64_t> model;
+  std::mt19937 rng(7);
+  for (int i = 0; i < 20000; ++i) {
+    const Prefix p(Plexa::IpAddr(rng() % 4096 << 8), 24);
+    if (rng() % 3 == 0) {
+      EXPECT_EQ(t.recordDel(p), model.erase(p) == 1);
+    } else {
+      Brine::Fib::Route r;
+      r.prefix = p;
+      r.fecId = FecId(i + 1);
+      t.recordIs(r);
+      model[p] = i + 1;
+    }
+  }
+  EXPECT_EQ(t.size(), model.size());
+  for (const auto& [p, fec] : model)
+    EXPECT_EQ(t.lookup(p).fecId, FecId(fec));
+  std::set<Prefix> walked;
+  for (auto r : t)
+    walked.insert(r.prefix);
+  EXPECT_EQ(walked.size(), model.size());
+  t.recordDelAll();
+  EXPECT_EQ(t.size(), 0u);
+  EXPECT_FALSE(t.contains(model.begin()->first));
+}
+
+TEST(Table, InjectedCorruptionRaisesOnReadAndIsReported) {
+  Brine::Fib::RouteStatus t;
+  t.recordIs(route("10.1.0.0/16", 1));
+  t.recordIs(route("10.2.0.0/16", 2));
+  t.corruptionInjectedIs(Prefix::fromString("10.2.0.0/16"), true);
+  EXPECT_EQ(t.lookup(Prefix::fromString("10.1.0.0/16")).fecId, FecId(1));
+  EXPECT_THROW(t.lookup(Prefix::fromString("10.2.0.0/16")), Velt::CorruptionDetectedException);
+  int failures = 0;
+  for (auto it = t.begin(); it != t.end(); ++it) {
+    try {
+      (void)*it;
+    } catch (const Velt::CorruptionDetectedException& e) {
+      ++failures;
+      t.corruptionDetected(e.what());
+    }
+  }
+  EXPECT_EQ(failures, 1);
+  EXPECT_EQ(t.corruptionReports(), 1u);
+  EXPECT_NE(t.lastCorruption().find("Brine::Fib::RouteStatus"), std::string::npos);
+  t.corruptionInjectedIs(Prefix::fromString("10.2.0.0/16"), false);
+  EXPECT_EQ(t.lookup(Prefix::fromString("10.2.0.0/16")).fecId, FecId(2));
+}
+
+std::string internalMessage(auto&& f) {
+  try {
+    f();
+  } catch (const Mox::InternalException& e) {
+    return e.what();
+  } catch (const Mox::RangeException& e) {
+    return e.what();
+  }
+  return "no exception";
+}
+
+TEST(FecId, EncodesAdjacencyTypeAndIndex) {
+  using namespace Brine::Fib;
+  const FecId v6(AdjType::ip6Adj, 42);
+  EXPECT_TRUE(isV6FecId(v6));
+  EXPECT_FALSE(isNexthopGroupFec(v6));
+  EXPECT_EQ(v6.index(), 42u);
+  const FecId nhg(AdjType::nexthopGroupAdj, 0x1234);
+  EXPECT_TRUE(isNexthopGroupFec(nhg));
+  EXPECT_EQ(nexthopGroupIdFromFec(nhg), 0x1234u);
+  EXPECT_TRUE(isSrTePolicyFec(FecId(AdjType::srTePolicyAdj, 1)));
+  // An ordinary IPv4 FEC, and "no FEC".
+  EXPECT_FALSE(isV6FecId(FecId(5)));
+  EXPECT_EQ(FecId().adjType(), AdjType::ipAdj);
+  // The index never spills into the type.
+  EXPECT_EQ(FecId(AdjType::ipAdj, ~std::uint64_t(0)).adjType(), AdjType::ipAdj);
+}
+
+TEST(FecId, TypeOfSixteenOrMoreIsABrokenInvariant) {
+  const Brine::Fib::FecId bad(std::uint64_t(16) << Brine::Fib::adjTypePos());
+  EXPECT_EQ(internalMessage([&] { bad.adjType(); }),
+            "(value_ >> Fib::adjTypePos()) < Fib::adjTypeMax()");
+  try {
+    bad.adjType();
+  } catch (const Mox::InternalException& e) {
+    EXPECT_EQ(e.function(), "Brine::Fib::AdjType Brine::Fib::FecId::adjType() const");
+  }
+  EXPECT_THROW(Brine::Fib::isV6FecId(bad), Mox::InternalException);
+}
+
+TEST(Bounds, ViasIndicesLabelsTunnelIdsAndNames) {
+  Brine::Fib::Fec fec;
+  Brine::Fib::Via via;
+  for (int i = 0; i < 512; ++i)
+    fec.via.push(via);
+  EXPECT_EQ(internalMessage([&] { fec.via.push(via); }), "PodArray::set expected size <=");
+  EXPECT_EQ(Brine::ViaIndex(511).value(), 511);
+  EXPECT_EQ(internalMessage([] { Brine::ViaIndex(512); }),
+            "ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
+  via.labelValue = 8388609;
+  EXPECT_EQ(internalMessage([&] { via.mplsLabel(); }),
+            "MplsLabel::value < MplsLabel::min or > MplsLabel::luWithdraw not allowed");
+  via.tunnelIdValue = std::uint64_t(65536) << 32;
+  EXPECT_EQ(internalMessage([&] { via.tunnelId(); }),
+            "TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed");
+  via.tunnelIdValue = (std::uint64_t(65535) << 32) | 0xffffffffu;
+  EXPECT_EQ(via.tunnelId().value(), via.tunnelIdValue);
+
+  Vrf::VrfIdMap::Entry e;
+  e.vrfNameIs(L3::VrfName(std::string(100, 'x')));
+  EXPECT_EQ(e.vrfName().stringValue().size(), 100u);
+  EXPECT_EQ(internalMessage([] { NexthopGroup::NexthopGroupEntryKey(std::string(129, 'n')); }),
+            "PodArray::set expected size <=");
+}
+
+TEST(Records, AreFixedSizeAndTriviallyCopyable) {
+  static_assert(std::is_trivially_copyable_v<Brine::Fib::Route>);
+  static_assert(std::is_trivially_copyable_v<Brine::Fib6::Fec>);
+  static_assert(std::is_trivially_copyable_v<Tunnel::TunnelFib::MplsTunnelFibEntry>);
+  static_assert(std::is_trivially_copyable_v<Arp::Table::ArpEntry>);
+  EXPECT_LE(sizeof(Brine::Fib::Route), 32u);
+}
+
+TEST(RouteTypeNames, RoundTripPerFamily) {
+  Routing::Fib::RouteType t4;
+  EXPECT_TRUE(Routing::Fib::routeTypeFromName("ospfInterArea", t4));
+  EXPECT_EQ(static_cast<int>(t4), 16);
+  EXPECT_EQ(Routing::Fib::routeTypeName(Routing::Fib::RouteType::martian), "martian");
+  Routing6::Fib::RouteType t6;
+  EXPECT_TRUE(Routing6::Fib::routeTypeFromName("martian", t6));
+  EXPECT_EQ(static_cast<int>(t6), 18);
+  EXPECT_FALSE(Routing6::Fib::routeTypeFromName("ospfInterArea", t6));
+  EXPECT_EQ(Routing::Fib::routeTypeName(static_cast<Routing::Fib::RouteType>(6)), "");
+}
+
+}  // namespace
