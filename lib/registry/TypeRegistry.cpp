@@ -1,0 +1,103 @@
+#include "lib/registry/TypeRegistry.h"
+
+namespace Rova {
+
+const AttrEntry* TypeEntry::attr(std::string_view n) const {
+  for (const auto& a : attrs) {
+    if (a.name == n) return &a;
+  }
+  return nullptr;
+}
+
+const OpEntry* TypeEntry::op(std::string_view n) const {
+  for (const auto& o : ops) {
+    if (o.name == n) return &o;
+  }
+  return nullptr;
+}
+
+const TypeRegistry& TypeRegistry::instance() {
+  static const TypeRegistry* r = [] {
+    auto* reg = new TypeRegistry;
+    registerTypes(*reg);
+    return reg;
+  }();
+  return *r;
+}
+
+void TypeRegistry::add(TypeEntry e) {
+  types_.push_back(std::make_unique<TypeEntry>(std::move(e)));
+}
+
+const TypeEntry* TypeRegistry::find(std::string_view name) const {
+  for (const auto& t : types_) {
+    if (t->name == name) return t.get();
+  }
+  return nullptr;
+}
+
+const TypeEntry& TypeRegistry::type(std::string_view name) const {
+  const TypeEntry* t = find(name);
+  if (!t) throw Mox::RangeException("unknown type '" + std::string(name) + "'");
+  return *t;
+}
+
+const TypeEntry& TypeRegistry::typeOf(const Value& v) const {
+  if (v.holds<Mox::Ptr<BoxedValue>>() || v.holds<Mox::Ptr<Mox::Entity>>()) {
+    const TypeEntry* t = find(v.kindName());
+    if (t) return *t;
+  }
+  throw Mox::RangeException("a " + v.kindName() + " is not of a registered type");
+}
+
+Value TypeRegistry::construct(std::string_view name, std::span<const Value> args) const {
+  const TypeEntry& t = type(name);
+  if (!t.construct) throw Mox::RangeException(t.name + " cannot be constructed");
+  return t.construct(args);
+}
+
+Value TypeRegistry::attribute(const Value& obj, std::string_view name) const {
+  const TypeEntry& t = typeOf(obj);
+  const AttrEntry* a = t.attr(name);
+  if (!a) throw Mox::RangeException(t.name + " has no attribute '" + std::string(name) + "'");
+  return a->get(obj);
+}
+
+void TypeRegistry::attributeIs(Value& obj, std::string_view name, const Value& v) const {
+  const TypeEntry& t = typeOf(obj);
+  const AttrEntry* a = t.attr(name);
+  if (!a) throw Mox::RangeException(t.name + " has no attribute '" + std::string(name) + "'");
+  if (!a->set) throw Mox::RangeException(t.name + "::" + a->name + " is not writable");
+  try {
+    a->set(obj, v);
+  } catch (const Mox::RangeException& e) {
+    throw Mox::RangeException("attribute '" + a->name + "': " + e.what());
+  }
+}
+
+std::unique_ptr<CollectionCursor> TypeRegistry::iterate(Value& obj, std::string_view name) const {
+  const TypeEntry& t = typeOf(obj);
+  const AttrEntry* a = t.attr(name);
+  if (!a) throw Mox::RangeException(t.name + " has no attribute '" + std::string(name) + "'");
+  if (!a->iterate) throw Mox::RangeException(t.name + "::" + a->name + " is not a collection");
+  return a->iterate(obj);
+}
+
+Value TypeRegistry::call(Value& obj, std::string_view name, std::span<const Value> args) const {
+  const TypeEntry& t = typeOf(obj);
+  const OpEntry* o = t.op(name);
+  if (!o) throw Mox::RangeException(t.name + " has no operation '" + std::string(name) + "'");
+  return o->call(obj, args);
+}
+
+Value TypeRegistry::parse(std::string_view text) const {
+  std::string_view in = text;
+  Mox::expectText(in, "Value('");
+  const auto quote = in.find('\'');
+  if (quote == std::string_view::npos) Mox::parseError(in, "a type name");
+  const TypeEntry& t = type(in.substr(0, quote));
+  if (!t.parse) throw Mox::RangeException(t.name + " has no text form to parse");
+  return t.parse(text);
+}
+
+}  // namespace Rova

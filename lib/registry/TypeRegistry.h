@@ -1,0 +1,334 @@
+#pragma once
+// The type registry: one entry per library type, in registration order, built when the
+// library is loaded from the classes' own attribute lists and the constructors and operations
+// named in CliSupport.cpp. Through it the front end looks a type up by name, constructs it from
+// an ordered list of Values, reads and writes attributes, iterates collections, calls
+// operations by name, and converts values to and from their text form; it never needs a class
+// header of the library.
+
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lib/registry/Value.h"
+#include "platform/mox/Attribute.h"
+#include "platform/mox/TextForm.h"
+
+namespace Rova {
+
+// A position in a collection attribute: step, read the key and value, delete the current entry.
+class CollectionCursor {
+ public:
+  virtual ~CollectionCursor() = default;
+  virtual bool valid() const = 0;
+  virtual void next() = 0;
+  virtual Value key() const = 0;
+  virtual Value value() const = 0;
+  virtual void deleteCurrent() = 0;
+};
+
+enum class TypeKind { value, entity, enumeration };
+
+struct Param {
+  std::string name;
+  std::string typeName;
+};
+
+struct AttrEntry {
+  std::string name;
+  std::string typeName;
+  Mox::AttrKind kind;
+  bool writable;
+  std::function<Value(const Value& obj)> get;
+  std::function<void(Value& obj, const Value& v)> set;
+  std::function<std::unique_ptr<CollectionCursor>(Value& obj)> iterate;  // collections only
+};
+
+struct OpEntry {
+  std::string name;
+  std::vector<Param> params;
+  std::string resultType;
+  std::function<Value(Value& obj, std::span<const Value> args)> call;
+};
+
+struct TypeEntry {
+  std::string name;
+  TypeKind kind = TypeKind::value;
+  std::string factory;  // the factory construction goes through, when there is one
+  std::vector<Param> constructorInputs;
+  std::vector<AttrEntry> attrs;
+  std::vector<OpEntry> ops;
+  std::vector<std::string> enumNames;
+  std::function<Value(std::span<const Value>)> construct;
+  std::function<Value(std::string_view)> parse;
+
+  const AttrEntry* attr(std::string_view n) const;
+  const OpEntry* op(std::string_view n) const;
+};
+
+class TypeRegistry {
+ public:
+  // The registry with every library type registered.
+  static const TypeRegistry& instance();
+
+  const TypeEntry* find(std::string_view name) const;
+  // Like find, but an unknown name is an error.
+  const TypeEntry& type(std::string_view name) const;
+  const std::vector<std::unique_ptr<TypeEntry>>& types() const { return types_; }
+  // The registered type of a value (boxed or entity); an error for a plain value.
+  const TypeEntry& typeOf(const Value& v) const;
+
+  Value construct(std::string_view type, std::span<const Value> args) const;
+  Value attribute(const Value& obj, std::string_view name) const;
+  void attributeIs(Value& obj, std::string_view name, const Value& v) const;
+  std::unique_ptr<CollectionCursor> iterate(Value& obj, std::string_view name) const;
+  Value call(Value& obj, std::string_view op, std::span<const Value> args) const;
+  std::string text(const Value& v) const { return v.text(); }
+  // Builds a value from its text form, "Value('Ns::Type', ** {...})".
+  Value parse(std::string_view text) const;
+
+  void add(TypeEntry e);
+
+ private:
+  std::vector<std::unique_ptr<TypeEntry>> types_;
+};
+
+// Registers every type; defined in CliSupport.cpp.
+void registerTypes(TypeRegistry& r);
+
+// ---- building entries from a class's declarations ----
+
+namespace detail {
+
+// The object a Value holds, as a T. Writing through `mutableObject` gives a boxed value its own
+// copy first, so values keep value semantics.
+template <class T>
+const T& constObject(const Value& v) {
+  if constexpr (std::is_base_of_v<Mox::Entity, T>) {
+    if (v.holds<Mox::Ptr<Mox::Entity>>()) {
+      if (auto* t = dynamic_cast<const T*>(v.get<Mox::Ptr<Mox::Entity>>().get())) return *t;
+    }
+  } else {
+    if (v.holds<Mox::Ptr<BoxedValue>>()) {
+      if (auto* b = dynamic_cast<const Boxed<T>*>(v.get<Mox::Ptr<BoxedValue>>().get()))
+        return b->value;
+    }
+  }
+  conversionError(v, typeNameOf<T>());
+}
+
+template <class T>
+T& mutableObject(Value& v) {
+  if constexpr (!std::is_base_of_v<Mox::Entity, T>) {
+    if (v.holds<Mox::Ptr<BoxedValue>>()) {
+      auto& box = std::get<Mox::Ptr<BoxedValue>>(v.variant());
+      if (box && box->use_count() > 1) box = box->clone();
+    }
+  }
+  return const_cast<T&>(constObject<T>(v));
+}
+
+template <class Coll>
+class MoxCursor final : public CollectionCursor {
+ public:
+  MoxCursor(Value owner, Coll& c) : owner_(std::move(owner)), it_(c.iterator()) {}
+  bool valid() const override { return bool(it_); }
+  void next() override { ++it_; }
+  Value key() const override { return toValue(it_.key()); }
+  Value value() const override { return toValue(it_.value()); }
+  void deleteCurrent() override { it_.deleteCurrent(); }
+
+ private:
+  Value owner_;  // keeps the object alive while the cursor walks it
+  typename Coll::Iterator it_;
+};
+
+template <class T>
+T argument(std::span<const Value> args, std::size_t i, const std::vector<Param>& params) {
+  try {
+    return fromValue<T>(args[i]);
+  } catch (const Mox::RangeException& e) {
+    throw Mox::RangeException("argument '" + params[i].name + "': " + e.what());
+  }
+}
+
+inline void checkArity(const std::string& what, std::span<const Value> args, std::size_t n) {
+  if (args.size() != n) {
+    throw Mox::RangeException(what + " takes " + std::to_string(n) + " argument" +
+                              (n == 1 ? "" : "s") + ", got " + std::to_string(args.size()));
+  }
+}
+
+template <class... Args>
+std::vector<Param> params(std::initializer_list<const char*> names) {
+  std::vector<Param> p;
+  const char* const types[] = {typeNameOf<std::decay_t<Args>>()..., nullptr};
+  std::size_t i = 0;
+  for (const char* n : names)
+    p.push_back({n, types[i++] ? types[i - 1] : "?"});
+  return p;
+}
+
+template <class T>
+Value wrap(T&& v) {
+  return toValue(std::forward<T>(v));
+}
+
+}  // namespace detail
+
+template <class T>
+class TypeBuilder {
+ public:
+  explicit TypeBuilder(const char* name) {
+    e_.name = name;
+    if constexpr (std::is_enum_v<T>) {
+      e_.kind = TypeKind::enumeration;
+    } else if constexpr (std::is_base_of_v<Mox::Entity, T>) {
+      e_.kind = TypeKind::entity;
+    }
+    if constexpr (Mox::HasAttributes<T>) addAttributes();
+    if constexpr (Mox::HasAttributes<T> && !std::is_base_of_v<Mox::Entity, T>) {
+      e_.parse = [](std::string_view text) { return toValue(Mox::valueFromText<T>(text)); };
+    }
+  }
+
+  // Construction from the listed inputs, in order.
+  template <class... Args>
+  TypeBuilder& constructor(std::initializer_list<const char*> names = {}) {
+    e_.constructorInputs = detail::params<Args...>(names);
+    e_.construct = [inputs = e_.constructorInputs, name = e_.name](std::span<const Value> args) {
+      detail::checkArity(name, args, sizeof...(Args));
+      return constructWith<Args...>(args, inputs, std::index_sequence_for<Args...>{});
+    };
+    return *this;
+  }
+
+  // Construction through a named factory.
+  template <class R, class... Args>
+  TypeBuilder& factory(const char* factoryName, R (*f)(Args...),
+                       std::initializer_list<const char*> names) {
+    e_.factory = factoryName;
+    e_.constructorInputs = detail::params<Args...>(names);
+    e_.construct = [f, inputs = e_.constructorInputs,
+                    fn = std::string(factoryName)](std::span<const Value> args) {
+      detail::checkArity(fn, args, sizeof...(Args));
+      return callFactory<R, Args...>(f, args, inputs, std::index_sequence_for<Args...>{});
+    };
+    return *this;
+  }
+
+  // An entity built from its text form (the parsing constructor).
+  TypeBuilder& textConstructor() {
+    e_.parse = [](std::string_view text) { return toValue(Mox::makePtr<T>(text)); };
+    return *this;
+  }
+
+  template <class R, class... Args, class U = T>
+  requires std::is_class_v<U> TypeBuilder& op(const char* name, R (U::*f)(Args...),
+                                              std::initializer_list<const char*> names = {}) {
+    return addOp<R, Args...>(name, names, [f](T& obj, auto&&... a) -> decltype(auto) {
+      return (obj.*f)(std::forward<decltype(a)>(a)...);
+    });
+  }
+  template <class R, class... Args, class U = T>
+  requires std::is_class_v<U> TypeBuilder& op(const char* name, R (U::*f)(Args...) const,
+                                              std::initializer_list<const char*> names = {}) {
+    return addOp<R, Args...>(name, names, [f](T& obj, auto&&... a) -> decltype(auto) {
+      return (obj.*f)(std::forward<decltype(a)>(a)...);
+    });
+  }
+  // A class-level operation (a static member such as a legend).
+  template <class R, class... Args>
+  TypeBuilder& op(const char* name, R (*f)(Args...),
+                  std::initializer_list<const char*> names = {}) {
+    return addOp<R, Args...>(name, names, [f](T&, auto&&... a) -> decltype(auto) {
+      return f(std::forward<decltype(a)>(a)...);
+    });
+  }
+
+  TypeBuilder& enumNames(std::initializer_list<const char*> names) {
+    for (const char* n : names)
+      e_.enumNames.push_back(n);
+    return *this;
+  }
+
+  TypeEntry build() { return std::move(e_); }
+
+ private:
+  template <class... Args, std::size_t... I>
+  static Value constructWith(std::span<const Value> args, const std::vector<Param>& inputs,
+                             std::index_sequence<I...>) {
+    if constexpr (std::is_base_of_v<Mox::Entity, T>) {
+      return toValue(Mox::makePtr<T>(detail::argument<std::decay_t<Args>>(args, I, inputs)...));
+    } else {
+      return toValue(T(detail::argument<std::decay_t<Args>>(args, I, inputs)...));
+    }
+  }
+
+  template <class R, class... Args, std::size_t... I>
+  static Value callFactory(R (*f)(Args...), std::span<const Value> args,
+                           const std::vector<Param>& inputs, std::index_sequence<I...>) {
+    return detail::wrap(f(detail::argument<std::decay_t<Args>>(args, I, inputs)...));
+  }
+
+  template <class R, class... Args, class Invoke>
+  TypeBuilder& addOp(const char* name, std::initializer_list<const char*> names, Invoke invoke) {
+    OpEntry op;
+    op.name = name;
+    op.params = detail::params<Args...>(names);
+    if constexpr (std::is_void_v<R>) {
+      op.resultType = "void";
+    } else {
+      op.resultType = typeNameOf<std::decay_t<R>>();
+    }
+    op.call = [invoke, params = op.params, what = e_.name + "::" + name](
+                  Value& obj, std::span<const Value> args) -> Value {
+      detail::checkArity(what, args, sizeof...(Args));
+      return invokeWith<R, Args...>(invoke, detail::mutableObject<T>(obj), args, params,
+                                    std::index_sequence_for<Args...>{});
+    };
+    e_.ops.push_back(std::move(op));
+    return *this;
+  }
+
+  template <class R, class... Args, class Invoke, std::size_t... I>
+  static Value invokeWith(Invoke& invoke, T& obj, std::span<const Value> args,
+                          const std::vector<Param>& params, std::index_sequence<I...>) {
+    if constexpr (std::is_void_v<R>) {
+      invoke(obj, detail::argument<std::decay_t<Args>>(args, I, params)...);
+      return Value();
+    } else {
+      return detail::wrap(invoke(obj, detail::argument<std::decay_t<Args>>(args, I, params)...));
+    }
+  }
+
+  void addAttributes() {
+    Mox::forEachAttr<T>([&](const auto& d) {
+      using M = typename std::decay_t<decltype(d)>::Type;
+      AttrEntry a;
+      a.name = d.name;
+      a.typeName = typeNameOf<M>();
+      a.kind = d.kind;
+      a.writable = Mox::isWritable(d.kind);
+      a.get = [d](const Value& obj) { return toValue(d.get(detail::constObject<T>(obj))); };
+      if constexpr (Mox::Collection<M>) {
+        a.iterate = [d](Value& obj) -> std::unique_ptr<CollectionCursor> {
+          return std::make_unique<detail::MoxCursor<M>>(obj, d.ref(detail::mutableObject<T>(obj)));
+        };
+      } else if (a.writable) {
+        a.set = [d](Value& obj, const Value& v) {
+          d.ref(detail::mutableObject<T>(obj)) = fromValue<M>(v);
+        };
+      }
+      e_.attrs.push_back(std::move(a));
+    });
+  }
+
+  TypeEntry e_;
+};
+
+}  // namespace Rova

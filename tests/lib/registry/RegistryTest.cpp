@@ -1,0 +1,171 @@
+#include "lib/registry/TypeRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using Rova::TypeRegistry;
+using Rova::Value;
+
+const TypeRegistry& reg() {
+  return TypeRegistry::instance();
+}
+
+std::string errorOf(auto&& f) {
+  try {
+    f();
+  } catch (const std::exception& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+TEST(Registry, ListsTypesInRegistrationOrder) {
+  std::vector<std::string> names;
+  for (const auto& t : reg().types())
+    names.push_back(t->name);
+  // The relative order of the library's registration list.
+  const std::vector<std::string> order = {"Rova::CounterIndex", "Rova::AddressQueryResult",
+                                          "Rova::CounterEntry", "Rova::RovaConsts",
+                                          "Rova::AddrMatchType"};
+  std::vector<std::string> seen;
+  for (const auto& n : names) {
+    if (std::find(order.begin(), order.end(), n) != order.end()) seen.push_back(n);
+  }
+  EXPECT_EQ(seen, order);
+  EXPECT_EQ(reg().find("Rova::Nothing"), nullptr);
+  EXPECT_EQ(errorOf([] { reg().type("Rova::Nothing"); }), "unknown type 'Rova::Nothing'");
+}
+
+TEST(Registry, ConstructsReadsAndWritesValues) {
+  const Value args[] = {Value(1u), Value(2u)};
+  Value e = reg().construct("Rova::CounterEntry", args);
+  EXPECT_EQ(reg().attribute(e, "packets"), Value(1u));
+  EXPECT_EQ(e.text(), "Value('Rova::CounterEntry', ** {'packets': 1, 'bytes': 2})");
+
+  // Values keep value semantics: writing one copy leaves the other alone.
+  Value copy = e;
+  reg().attributeIs(copy, "bytes", Value(64u));
+  EXPECT_EQ(reg().attribute(copy, "bytes"), Value(64u));
+  EXPECT_EQ(reg().attribute(e, "bytes"), Value(2u));
+  EXPECT_NE(e, copy);
+
+  const auto& entry = reg().type("Rova::CounterEntry");
+  ASSERT_EQ(entry.attrs.size(), 2u);
+  EXPECT_EQ(entry.attrs[0].typeName, "U64");
+  EXPECT_TRUE(entry.attrs[0].writable);
+}
+
+TEST(Registry, ConversionErrorsNameTheExpectedType) {
+  EXPECT_EQ(errorOf([] {
+              const Value args[] = {Value("x"), Value(1u)};
+              reg().construct("Rova::CounterIndex", args);
+            }),
+            "argument 'counterIndex': expected U32, got Mox::String8 'x'");
+  EXPECT_EQ(errorOf([] {
+              const Value args[] = {Value(std::uint64_t(1) << 40), Value(1u)};
+              reg().construct("Rova::CounterIndex", args);
+            }),
+            "argument 'counterIndex': expected U32, got integer 1099511627776");
+  EXPECT_EQ(errorOf([] {
+              const Value args[] = {Value(1u)};
+              reg().construct("Rova::CounterIndex", args);
+            }),
+            "Rova::CounterIndex takes 2 arguments, got 1");
+  Value r = reg().construct("Rova::AddressQueryResult", {});
+  EXPECT_EQ(errorOf([&] { reg().attributeIs(r, "acceptable", Value(3u)); }),
+            "attribute 'acceptable': expected bool, got integer 3");
+  EXPECT_EQ(errorOf([&] { reg().attribute(r, "nope"); }),
+            "Rova::AddressQueryResult has no attribute 'nope'");
+}
+
+TEST(Registry, AddressQueryResultTextForm) {
+  Value r = reg().construct("Rova::AddressQueryResult", {});
+  EXPECT_EQ(r.text(), "Value('Rova::AddressQueryResult', ** {'acceptable': False, 'msg': ''})");
+  reg().attributeIs(r, "acceptable", Value(true));
+  reg().attributeIs(r, "msg", Value("x"));
+  const std::string text = r.text();
+  EXPECT_EQ(text, "Value('Rova::AddressQueryResult', ** {'acceptable': True, 'msg': 'x'})");
+  EXPECT_EQ(reg().parse(text), r);
+  // The separator between the attributes is not optional.
+  EXPECT_THROW(reg().parse("Value('Rova::AddressQueryResult', ** {'acceptable': True'msg': 'x'})"),
+               Mox::RangeException);
+  EXPECT_EQ(errorOf([] {
+              reg().parse("Value('Rova::AddressQueryResult', ** {'acceptable': Yes, 'msg': 'x'})");
+            }),
+            "attribute 'acceptable': expected True or False but found \"Yes, 'msg': 'x'})\"");
+}
+
+TEST(Registry, RovaConstsDefaultsAndEnumerations) {
+  Value c = reg().construct("Rova::RovaConsts", {});
+  EXPECT_EQ(c.text(),
+            "Value('Rova::RovaConsts', ** {'defaultStaticRoutePreference': 1, "
+            "'defaultStaticRouteTag': 0, 'defaultStaticRouteName': ''})");
+  EXPECT_EQ(errorOf([&] { reg().attributeIs(c, "defaultStaticRoutePreference", Value(256u)); }),
+            "attribute 'defaultStaticRoutePreference': expected U8, got integer 256");
+
+  const Value byName[] = {Value("allowExactMatch")};
+  const Value byNumber[] = {Value(2u)};
+  const Value bad[] = {Value(7u)};
+  EXPECT_EQ(reg().construct("Rova::AddrMatchType", byName).text(), "'allowExactMatch'");
+  EXPECT_EQ(reg().construct("Rova::AddrMatchType", byNumber).text(), "'allowAddressMatch'");
+  EXPECT_THROW(reg().construct("Rova::AddrMatchType", bad), Mox::RangeException);
+  EXPECT_EQ(reg().type("Rova::AddrMatchType").kind, Rova::TypeKind::enumeration);
+}
+
+// An entity of the test's own with a collection and operations, registered in a registry of its
+// own, shows the generic operations that the library's entities get.
+using PortMap = Mox::OrderedMap<std::uint32_t, Mox::String8>;
+#define TEST_SWITCH_ATTRS(F, C)                            \
+  F(name, Name, Mox::String8, Mox::AttrKind::input, {})    \
+  F(total, Total, std::uint32_t, Mox::AttrKind::state, {}) \
+  C(port, Port, PortMap)
+
+class Switch : public Mox::Entity {
+  MOX_ENTITY_TYPE(Switch, "Test::Switch", TEST_SWITCH_ATTRS)
+
+ public:
+  explicit Switch(Mox::String8 name) : name_(std::move(name)) {}
+  void addPort(std::uint32_t n, Mox::String8 label) {
+    portIs(n, label);
+    total_ = static_cast<std::uint32_t>(ports());
+  }
+  Mox::String8 describe(bool loud) const { return loud ? name_ + "!" : name_; }
+};
+
+TEST(Registry, EntitiesIterateCallAndRefuseReadOnlyWrites) {
+  TypeRegistry local;
+  local.add(Rova::TypeBuilder<Switch>("Test::Switch")
+                .constructor<Mox::String8>({"name"})
+                .op("addPort", &Switch::addPort, {"n", "label"})
+                .op("describe", &Switch::describe, {"loud"})
+                .build());
+  const Value ctor[] = {Value("sw1")};
+  Value sw = local.construct("Test::Switch", ctor);
+  for (std::uint32_t i = 1; i <= 5; ++i) {
+    const Value a[] = {Value(i), Value(("p" + std::to_string(i)).c_str())};
+    EXPECT_TRUE(local.call(sw, "addPort", a).isNone());
+  }
+  EXPECT_EQ(local.attribute(sw, "total"), Value(5u));
+  EXPECT_EQ(errorOf([&] { local.attributeIs(sw, "total", Value(1u)); }),
+            "Test::Switch::total is not writable");
+  const Value loud[] = {Value(true)};
+  EXPECT_EQ(local.call(sw, "describe", loud), Value("sw1!"));
+
+  std::vector<std::string> seen;
+  for (auto c = local.iterate(sw, "port"); c->valid(); c->next()) {
+    seen.push_back(c->value().displayText());
+    if (c->key() == Value(2u) || c->key() == Value(5u)) c->deleteCurrent();
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"p1", "p2", "p3", "p4", "p5"}));
+  std::vector<std::string> left;
+  for (auto c = local.iterate(sw, "port"); c->valid(); c->next())
+    left.push_back(c->key().text());
+  EXPECT_EQ(left, (std::vector<std::string>{"1", "3", "4"}));
+  EXPECT_EQ(sw.text(), "Ptr('Test::Switch')");
+  EXPECT_EQ(errorOf([&] { local.call(sw, "fly", {}); }), "Test::Switch has no operation 'fly'");
+}
+
+}  // namespace
