@@ -107,10 +107,20 @@ class Boxed final : public BoxedValue {
   void* object() override { return &value; }
   const void* object() const override { return &value; }
   Mox::Ptr<BoxedValue> clone() const override { return Mox::makePtr<Boxed<T>>(value); }
-  std::string text() const override { return Mox::textOf(value); }
+  std::string text() const override {
+    if constexpr (requires(std::string & s) { Mox::writeText(s, value); }) {
+      return Mox::textOf(value);
+    } else {
+      return std::string("<") + typeNameOf<T>() + ">";
+    }
+  }
   bool equals(const BoxedValue& other) const override {
     auto* o = dynamic_cast<const Boxed<T>*>(&other);
-    return o && o->value == value;
+    if constexpr (std::equality_comparable<T>) {
+      return o && o->value == value;
+    } else {
+      return o == this;
+    }
   }
   T value;
 };

@@ -37,3 +37,18 @@ std::uint64_t nexthopGroupIdFromFec(FecId fecId) {
 }
 
 }  // namespace Brine::Fib
+
+#include "platform/brine/Fib.h"
+
+namespace Brine {
+
+ViaIndex ViaIndex::fromString(std::string_view text) {
+  std::uint32_t v = 0;
+  auto r = std::from_chars(text.data(), text.data() + text.size(), v);
+  if (text.empty() || r.ec != std::errc() || r.ptr != text.data() + text.size()) {
+    throw Mox::RangeException("invalid via index '" + std::string(text) + "'");
+  }
+  return ViaIndex(v);
+}
+
+}  // namespace Brine

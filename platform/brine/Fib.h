@@ -4,6 +4,8 @@
 // through templates and differ in the address, prefix and route type they carry.
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "platform/brine/FecId.h"
 #include "platform/brine/PodArray.h"
@@ -28,7 +30,9 @@ class ViaIndex {
   explicit ViaIndex(std::uint32_t value) : value_(static_cast<std::uint16_t>(value)) {
     if (value > max) throw Mox::RangeException(kRangeMessage);
   }
+  static ViaIndex fromString(std::string_view text);
   constexpr std::uint16_t value() const { return value_; }
+  std::string stringValue() const { return std::to_string(value_); }
   friend constexpr auto operator<=>(ViaIndex, ViaIndex) = default;
 
  private:

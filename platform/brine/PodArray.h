@@ -21,6 +21,8 @@ class PodArray {
   static_assert(std::is_trivially_copyable_v<T>);
 
  public:
+  using value_type = T;
+
   static constexpr std::size_t capacity() { return N; }
 
   std::size_t size() const { return size_; }

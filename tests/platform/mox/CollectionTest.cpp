@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -102,6 +103,57 @@ TEST(Collection, OutOfOrderInsertsStaySorted) {
   for (const auto& [k, v] : m)
     keys.push_back(k);
   EXPECT_EQ(keys, (std::vector<int>{0, 1, 3, 5, 7, 9}));
+}
+
+}  // namespace
+
+namespace {
+
+bool sameEntry(const std::pair<int, int>& a, const std::pair<const int, int>& b) {
+  return a.first == b.first && a.second == b.second;
+}
+
+// The sorted-array map must behave exactly like the tree map under any mix of operations.
+TEST(VectorMap, AgreesWithTheTreeMap) {
+  Mox::VectorMap<int, int> v;
+  std::map<int, int> m;
+  std::vector<int> changes;
+  v.notifyIs([&](const int& k) { changes.push_back(k); });
+  std::uint32_t x = 12345;
+  auto rnd = [&] { return x = x * 1103515245 + 12345, int(x >> 16) % 200; };
+  for (int i = 0; i < 5000; ++i) {
+    const int k = rnd(), op = rnd() % 10;
+    if (op < 6) {
+      v.set(k, i);
+      m[k] = i;
+    } else if (op < 8) {
+      EXPECT_EQ(v.newEntry(k, i), m.emplace(k, i).second);
+    } else {
+      EXPECT_EQ(v.del(k), m.erase(k) == 1);
+    }
+    if (i % 97 == 0) {
+      ASSERT_EQ(v.size(), m.size());
+      EXPECT_TRUE(std::equal(v.begin(), v.end(), m.begin(), m.end(), sameEntry));
+      EXPECT_EQ(v.get(k), m.count(k) ? m[k] : 0);
+    }
+  }
+  EXPECT_TRUE(std::equal(v.begin(), v.end(), m.begin(), m.end(), sameEntry));
+  EXPECT_FALSE(changes.empty());
+}
+
+TEST(VectorMap, LastOfEqualKeysWinsAndDeleteWhileIterating) {
+  Mox::VectorMap<int, std::string> v;
+  for (int k : {5, 1, 5, 3, 1, 9}) v.set(k, "v" + std::to_string(k) + "-" + std::to_string(v.size()));
+  v.set(1, "last");
+  EXPECT_EQ(v.size(), 4u);
+  EXPECT_EQ(v.get(1), "last");
+  std::vector<int> seen;
+  for (auto it = v.iterator(); it; ++it) {
+    seen.push_back(it.key());
+    if (it.key() != 9) it.deleteCurrent();
+  }
+  EXPECT_EQ(seen, (std::vector<int>{1, 3, 5, 9}));
+  EXPECT_EQ(v.size(), 1u);
 }
 
 }  // namespace

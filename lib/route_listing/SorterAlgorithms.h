@@ -1,0 +1,374 @@
+#pragma once
+// Selection, filtering and FEC caching, written once for both sorters. Each sorter names its
+// family's types in a nested Family; everything else reads the same for IPv4 and IPv6.
+
+#include <atomic>
+#include <cstdio>
+
+#include "lib/common/RouteTypes.h"
+#include "lib/route_listing/RouteSorter.h"
+#include "platform/mox/ActivityLock.h"
+#include "platform/mox/Trace.h"
+
+namespace Rova {
+
+struct RouteSorter::Family {
+  using Prefix = Plexa::Prefix;
+  using Addr = Plexa::IpAddr;
+  using AddrWithMask = Plexa::IpAddrWithMask;
+  using Route = Brine::Fib::Route;
+  using RouteType = Routing::Fib::RouteType;
+  static constexpr int kHostLen = 32;
+  static constexpr RouteType kAttached = RouteType::attached;
+  static bool ofFamily(const Plexa::IpGenAddr& a) { return a.isV4(); }
+  static Addr addrOf(const Plexa::IpGenAddr& a) { return a.v4Addr(); }
+};
+
+struct Route6Sorter::Family {
+  using Prefix = Plexa::Ip6Prefix;
+  using Addr = Plexa::Ip6Addr;
+  using AddrWithMask = Plexa::Ip6AddrWithMask;
+  using Route = Brine::Fib6::Route;
+  using RouteType = Routing6::Fib::RouteType;
+  static constexpr int kHostLen = 128;
+  static constexpr RouteType kAttached = RouteType::attached;
+  static bool ofFamily(const Plexa::IpGenAddr& a) { return a.isV6(); }
+  static Addr addrOf(const Plexa::IpGenAddr& a) { return a.v6Addr(); }
+};
+
+namespace sorter {
+
+inline Mox::TraceHandle& trace() {
+  static Mox::TraceHandle h("CliSupport");
+  return h;
+}
+
+// A table read that finds the record corrupt reports it to the table and reads as empty.
+template <class Table>
+typename Table::Record readRecord(const Table& table, const typename Table::Key& key) {
+  try {
+    return table.lookup(key);
+  } catch (const Velt::CorruptionDetectedException& e) {
+    table.corruptionDetected(e.what());
+    return {};
+  }
+}
+
+template <class Table>
+typename Table::Record readRecord(const Table& table, typename Table::const_iterator it) {
+  try {
+    return *it;
+  } catch (const Velt::CorruptionDetectedException& e) {
+    table.corruptionDetected(e.what());
+    return {};
+  }
+}
+
+// Gives the activity lock up every 10,000 routes of a full-table walk, so that the agents that
+// write the tables are not held off by a long listing.
+class YieldCounter {
+ public:
+  void step() {
+    if (count_ > 9999) {
+      Mox::ActivityLock::instance().yield();
+      count_ = 0;
+    } else {
+      ++count_;
+    }
+  }
+
+ private:
+  std::uint16_t count_ = 0;
+};
+
+// ---- the FEC cache ----
+
+template <class Sorter, class FecRecord>
+void cachedFecIs(Sorter& s, Brine::Fib::FecId fecId, const FecRecord& record) {
+  if constexpr (std::is_same_v<Sorter, RouteSorter>) {
+    if (Brine::Fib::isV6FecId(fecId)) s.hasV6NexthopIs(true);
+  }
+  auto fec = cachedFecFactory(fecId);
+  const auto backupIndex = record.backupViaIndex();
+  fec->backupViaIndexIs(backupIndex);
+  const std::size_t n = record.via.size();
+  fec->hasBackupIs(backupIndex.value() != 0 && n > backupIndex.value());
+  if (fec->hasBackup()) {
+    // Backup FECs keep only where each via goes: labels, tunnels and weights are not copied.
+    for (std::size_t i = 0; i < n; ++i) {
+      const auto& v = record.via[i];
+      fec->viaIs(CachedVia(Plexa::IpGenAddr(v.hop), v.intfId, i >= backupIndex.value()), true);
+    }
+  } else if (n > 0) {
+    std::uint32_t weight = 0;
+    for (std::size_t i = 0; i < n; ++i)
+      weight += record.via[i].weight;
+    fec->weightIs(weight);
+    for (std::size_t i = 0; i < n; ++i) {
+      const auto& v = record.via[i];
+      CachedVia via(Plexa::IpGenAddr(v.hop), v.intfId, false);
+      via.viaLabelIs(v.mplsLabel());
+      via.tunnelIdIs(v.tunnelId());
+      if (n < weight) {
+        char text[16];
+        std::snprintf(text, sizeof text, "%d", int(v.weight));
+        via.viaWeightIs(text);
+      }
+      fec->viaIs(via, true);
+    }
+  }
+  s.fecIs(fecId, fec);
+}
+
+template <class Sorter>
+void copyAdjacency(Sorter& s, Brine::Fib::FecId fecId) {
+  if (fecId.value() == 0 || s.fec().contains(fecId)) return;
+  if constexpr (std::is_same_v<Sorter, RouteSorter>) {
+    if (Brine::Fib::isV6FecId(fecId)) {
+      Brine::Fib6::Fec record;
+      if (s.forwarding6Status()) record = readRecord(*s.forwarding6Status(), fecId);
+      cachedFecIs(s, fecId, record);
+      return;
+    }
+  }
+  typename std::remove_cvref_t<decltype(*s.forwardingStatus())>::Record record;
+  if (s.forwardingStatus()) record = readRecord(*s.forwardingStatus(), fecId);
+  cachedFecIs(s, fecId, record);
+}
+
+// ---- filters ----
+
+template <class Sorter>
+bool isPrintable(const Sorter& s, const typename Sorter::Family::Route& route) {
+  if (isNexthopGroup(route.routeType)) return true;
+  if (route.fecId.value() == 0) return false;
+  const Mox::Ptr<CachedFec>* fec = s.fec().find(route.fecId);
+  if (!fec) return true;
+  for (const auto& via : (*fec)->via()) {
+    if (!via.intfId().isEmpty() || !via.tunnelId().isZero()) return true;
+  }
+  return (*fec)->vias() == 0 || s.detail();
+}
+
+template <class Sorter>
+bool filterRoute(Sorter& s, const typename Sorter::Family::Route& route) {
+  using Family = typename Sorter::Family;
+  const auto type = route.routeType;
+  if (isInvalid(type) || isAttached(type)) return false;
+  const bool receive = isReceive(type);
+  if (!receive && !isPrintable(s, route)) return false;
+  if (receive) {
+    const typename Family::AddrWithMask self(route.prefix.address(), route.prefix.len());
+    // The link-local receive route belongs to no one interface; detail shows it anyway.
+    if (!s.addrToIntfId().contains(self) &&
+        !(s.detail() && route.prefix.stringValue() == "fe80::/10")) {
+      return false;
+    }
+  }
+  if (isMartian(type) && !s.detail()) return false;
+  s.printCountIs(s.printCount() + 1);
+  return true;
+}
+
+// Taking a route: cache its FEC, then insert it unless the filter rejects it.
+template <class Sorter>
+bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route) {
+  copyAdjacency(s, route.fecId);
+  if (!filterRoute(s, route)) {
+    ++s.stats().internalFiltered;
+    return false;
+  }
+  s.sortedRouteIs(route.prefix, route);
+  return true;
+}
+
+// ---- selection ----
+
+template <class Sorter>
+void filterPrefixes(Sorter& s) {
+  using Family = typename Sorter::Family;
+  if (!s.routingStatus()) return;
+  const auto& table = *s.routingStatus();
+  const auto& want = s.prefix();
+
+  if (want.isNullPrefix() || s.longerPrefixes()) {
+    if (want.isNullPrefix() && s.protocol().empty()) s.sortedRouteMutable().reserve(table.size());
+    YieldCounter yield;
+    for (auto it = table.begin(); it != table.end(); ++it) {
+      const auto route = readRecord(table, it);
+      if (want.isNullPrefix()) {
+        takeRoute(s, route);
+      } else if (route.prefix.len() >= want.len() &&
+                 route.prefix.address().masked(want.len()) == want.address()) {
+        takeRoute(s, route);
+      } else {
+        ++s.stats().internalFiltered;
+      }
+      yield.step();
+    }
+    return;
+  }
+
+  // One prefix: the exact route, or else the longest match that passes the filters.
+  const auto exact = readRecord(table, want);
+  if (exact.fecId.value() != 0 && takeRoute(s, exact)) return;
+  for (int len = want.len(); len >= 0; --len) {
+    const typename Family::Prefix candidate(want.address(), len);
+    const auto route = readRecord(table, candidate);
+    if (route.fecId.value() == 0) continue;
+    if (takeRoute(s, route)) return;
+  }
+}
+
+template <class Sorter>
+void filterHostPrefixes(Sorter& s) {
+  using Family = typename Sorter::Family;
+  if (s.routingStatus()) {
+    const auto& table = *s.routingStatus();
+    for (auto it = table.begin(); it != table.end(); ++it) {
+      const auto route = readRecord(table, it);
+      if (isInvalid(route.routeType) || route.prefix.len() != Family::kHostLen) continue;
+      copyAdjacency(s, route.fecId);
+      s.sortedRouteIs(route.prefix, route);
+    }
+  }
+  if (!s.arpBrine()) return;
+  const auto& arp = *s.arpBrine();
+  const bool defaultVrf = s.vrfName().isDefault();
+  for (auto it = arp.begin(); it != arp.end(); ++it) {
+    Arp::Table::ArpEntry entry;
+    try {
+      entry = *it;
+    } catch (const Velt::CorruptionDetectedException& e) {
+      // A neighbour table found changing under the walk is not walked further.
+      arp.corruptionDetected(e.what());
+      break;
+    }
+    const auto& key = entry.arpKey;
+    if (!Family::ofFamily(key.addr) || key.intfId.isManagement()) continue;
+    const bool inVrf = defaultVrf ? key.vrfId == Vrf::VrfIdMap::kDefaultVrfId
+                                  : s.vrfIdMap() && s.vrfIdMap()->vrfName(key.vrfId) == s.vrfName();
+    if (!inVrf) continue;
+    const auto route = s.createAttachedRoute(key.addr, key.intfId);
+    s.sortedRouteIs(route.prefix, route);
+  }
+}
+
+// Every sorter of the process draws attached-route FEC ids from one counter.
+inline std::uint64_t nextAttachedFecIndex() {
+  static std::atomic<std::uint64_t> counter{1};
+  return counter.fetch_add(1) & Brine::Fib::adjIndexMask();
+}
+
+template <class Sorter>
+typename Sorter::Family::Route createAttachedRoute(Sorter& s, const Plexa::IpGenAddr& address,
+                                                   Plexa::IntfId intfId) {
+  using Family = typename Sorter::Family;
+  const typename Family::Prefix host(Family::addrOf(address), Family::kHostLen);
+  if (const auto* existing = s.sortedRoute().find(host)) return *existing;
+  typename Family::Route route;
+  route.prefix = host;
+  route.routeType = Family::kAttached;
+  route.fecId = Brine::Fib::FecId(Brine::Fib::AdjType::attachedAdj, nextAttachedFecIndex());
+  auto fec = cachedFecFactory(route.fecId);
+  fec->viaIs(CachedVia(address, intfId), true);  // no label: the default is "no label"
+  s.fecIs(route.fecId, fec);
+  return route;
+}
+
+template <class Sorter>
+void buildAddrToIntfId(Sorter& s);
+
+template <>
+inline void buildAddrToIntfId(RouteSorter& s) {
+  if (!s.ipStatus()) return;
+  for (const auto& [intfId, status] : s.ipStatus()->ipIntfStatus()) {
+    if (!status) continue;
+    L3::VrfName vrf;
+    if (s.allIntfConfig()) {
+      if (auto config = s.allIntfConfig()->intfConfig(intfId)) vrf = config->vrf();
+    }
+    if (vrf.empty()) vrf = L3::VrfName::defaultVrf();
+    if (vrf != s.vrfName()) continue;
+    // An interface without a primary address has 0.0.0.0/0 there: not an address of its own.
+    if (!status->activeAddrWithMask().address().isZero()) {
+      s.addrToIntfIdIs(status->activeAddrWithMask(), intfId);
+    }
+    for (const auto& secondary : status->activeSecondaryWithMask()) {
+      s.addrToIntfIdIs(secondary, intfId);
+    }
+  }
+}
+
+template <>
+inline void buildAddrToIntfId(Route6Sorter& s) {
+  if (!s.ipStatus()) return;
+  for (const auto& [intfId, status] : s.ipStatus()->intf()) {
+    if (!status) continue;
+    L3::VrfName vrf;
+    if (s.allIntfConfig()) {
+      if (auto config = s.allIntfConfig()->intfConfig(intfId)) vrf = config->vrf();
+    }
+    if (vrf.empty()) vrf = L3::VrfName::defaultVrf();
+    if (vrf != s.vrfName()) continue;
+    for (const auto& addr : status->addr())
+      s.addrToIntfIdIs(addr, intfId);
+  }
+}
+
+template <class Sorter>
+void takeTunnelTables(Sorter& s) {
+  if (!s.tunnelTableDir()) return;
+  const auto& dir = *s.tunnelTableDir();
+  s.srTunnelTableIs(dir.template entity<Tunnel::TunnelTable::SrTunnelTable>("sr"));
+  s.staticTunnelTableIs(dir.template entity<Tunnel::TunnelTable::StaticTunnelTable>("static"));
+  s.ldpTunnelTableIs(dir.template entity<Tunnel::TunnelTable::LdpTunnelTable>("ldp"));
+  s.bgpLuTunnelTableIs(dir.template entity<Tunnel::TunnelTable::BgpLuTunnelTable>("bgpLu"));
+}
+
+template <class Sorter>
+void handleInitialized(Sorter& s) {
+  MOX_TRACE(trace(), 1, "selecting routes of VRF ", s.vrfName().stringValue());
+  s.initializedIs(true);
+  if (s.host()) {
+    filterHostPrefixes(s);
+  } else {
+    buildAddrToIntfId(s);
+    takeTunnelTables(s);
+    filterPrefixes(s);
+  }
+  if (s.quantify() != 0) s.stats().creationSeconds = sorterClockSeconds() - s.quantify();
+}
+
+// The one selected prefix, or the null prefix when none was selected.
+template <class Sorter>
+auto firstPrefix(const Sorter& s) {
+  using Prefix = typename Sorter::Family::Prefix;
+  return s.sortedRoute().empty() ? Prefix() : s.sortedRoute().begin()->first;
+}
+
+template <class Sorter>
+Mox::Ptr<CachedFec> viasForPrefix(const Sorter& s, const typename Sorter::Family::Prefix& p) {
+  const auto* route = s.sortedRoute().find(p);
+  if (!route || route->fecId.value() == 0) return nullptr;
+  auto copy = cachedFecFactory(route->fecId);
+  if (const auto* cached = s.fec().find(route->fecId)) {
+    for (const auto& via : (*cached)->via())
+      copy->viaIs(via, true);
+  }
+  return copy;
+}
+
+template <class Sorter>
+void buildNexthopGroupIdToName(Sorter& s) {
+  if (!s.nhEntryStatus()) return;
+  const auto& table = *s.nhEntryStatus();
+  for (auto it = table.begin(); it != table.end(); ++it) {
+    const auto record = readRecord(table, it);
+    if (record.nhgId == 0) continue;
+    s.cachedNexthopGroupIdToNameIs(record.nhgId, Mox::String8(record.entryKey.name.view()));
+  }
+}
+
+}  // namespace sorter
+}  // namespace Rova

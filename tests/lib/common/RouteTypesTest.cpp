@@ -1,0 +1,120 @@
+#include "lib/common/RouteTypes.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+using namespace Rova;
+using RT4 = Routing::Fib::RouteType;
+using RT6 = Routing6::Fib::RouteType;
+
+std::string assertionOf(auto&& f) {
+  try {
+    f();
+  } catch (const Mox::InternalException& e) {
+    return e.what();
+  }
+  return "no assertion";
+}
+
+TEST(RouteTypeTables, EmptyRowsAreLegalAndGiveEmptyTexts) {
+  for (int t : {0, 12, 31}) {
+    const auto& s = routeTypeStringsLookup(RT4(t));
+    EXPECT_STREQ(s.code, "");
+    EXPECT_STREQ(s.word, "");
+    EXPECT_STREQ(s.protocol, "");
+    EXPECT_STREQ(s.summaryKey, "");
+  }
+  for (int t : {0, 8, 20})
+    EXPECT_STREQ(routeTypeStringsLookup(RT6(t)).word, "");
+  // Attached: nothing to show, but counted.
+  EXPECT_STREQ(pcode(RT4::attached), "");
+  EXPECT_STREQ(routeTypeStringsLookup(RT4::attached).summaryKey, "attached");
+  EXPECT_STREQ(routeTypeStringsLookup(RT6::attached).summaryKey, "attached");
+  EXPECT_EQ(routeTypeStrings4().size(), 30u);
+  EXPECT_EQ(routeTypeStrings6().size(), 20u);
+}
+
+TEST(RouteTypeTables, FamiliesKeepTheirOwnWords) {
+  EXPECT_STREQ(pcode(RT4::ospfInterArea), "O IA");
+  EXPECT_STREQ(pcodeAsWord(RT4::ospfIntraArea), "OSPF");
+  EXPECT_STREQ(pcodeAsWord(RT4::isisLevel1), "ISISLevel1");
+  EXPECT_STREQ(pcodeAsWord(RT6::isisLevel1), "isisL1");
+  EXPECT_STREQ(routeTypeStringsLookup(RT6::rip).summaryKey, "");
+  EXPECT_STREQ(routeTypeStringsLookup(RT6::dhcp).summaryKey, "dhcp");
+  EXPECT_STREQ(routeTypeStringsLookup(RT4::dhcp).summaryKey, "DhcpDefaultRoute");
+  EXPECT_STREQ(pcode(RT4::nexthopGroupStaticRoute), "NG");
+}
+
+TEST(RouteTypeTables, TypesWithoutARowAreBrokenInvariants) {
+  for (int t : {6, 30, 32}) {
+    EXPECT_EQ(assertionOf([&] { routeTypeStringsLookup(RT4(t)); }),
+              "0 && \"unexpected RouteType\"");
+  }
+  EXPECT_EQ(assertionOf([] { pcode(RT6(19)); }), "0 && \"unexpected RouteType\"");
+}
+
+TEST(ProtocolMatch, EmptyFilterTakesAllAndCodesSelectTheirRows) {
+  auto matches = [](int type, const char* filter) {
+    Brine::Fib::Route r;
+    r.routeType = RT4(type);
+    return protocolMatch(r, filter);
+  };
+  for (int t : {0, 5, 12, 16, 29})
+    EXPECT_TRUE(matches(t, "")) << t;
+  int ospf = 0;
+  for (const auto& [type, s] : routeTypeStrings4())
+    ospf += matches(int(type), "O");
+  EXPECT_EQ(ospf, 6);
+  EXPECT_FALSE(matches(27, "O"));
+  EXPECT_TRUE(matches(27, "O3"));
+  for (int t : {7, 25, 26})
+    EXPECT_TRUE(matches(t, "S")) << t;
+  Brine::Fib6::Route r6;
+  r6.routeType = RT6::bgp;
+  EXPECT_TRUE(protocolMatch(r6, "B"));
+  EXPECT_FALSE(protocolMatch(r6, "O3"));
+}
+
+TEST(WordToCode, FirstWordInTypeOrderThatBeginsTheArgumentWins) {
+  EXPECT_STREQ(Rova_protocolCodeWordToCode("ospfExternalType2"), "O E2");
+  EXPECT_STREQ(Rova_protocolCodeWordToCode("OSPFv3"), "O");  // the "OSPF" row comes first
+  EXPECT_STREQ(Rova_protocolCodeWordToCode("connectedAnything"), "C");
+  EXPECT_STREQ(Rova_protocolCodeWordToCode("eBGP"), "B E");
+  EXPECT_EQ(assertionOf([] { Rova_protocolCodeWordToCode("nothing"); }), "0 && \"Invalid string\"");
+  EXPECT_EQ(assertionOf([] { Rova_protocolCodeWordToCode(""); }), "0 && \"Invalid string\"");
+}
+
+TEST(HostCodes, ConnectedIsRInTextButFibInJson) {
+  EXPECT_EQ(hcode(RT4::connected), 'R');
+  EXPECT_STREQ(hcodeWord(RT4::connected), "FIB");
+  EXPECT_EQ(hcode(RT6::connected), 'R');
+  EXPECT_STREQ(hcodeWord(RT6::connected), "FIB");
+  EXPECT_EQ(hcode(RT4::directedBcast), 'D');
+  EXPECT_STREQ(hcodeWord(RT4::broadcast), "broadcast");
+  EXPECT_EQ(hcode(RT4::invalid), '-');
+  EXPECT_EQ(hcode(RT4::ospfInterArea), 'F');
+  EXPECT_EQ(hcode(RT6::attached), 'A');
+}
+
+TEST(RibTypes, CodesWordsAndTheInvalidValue) {
+  EXPECT_STREQ(ribRouteTypeCode(Routing::RouteType::nexthopGroup), "NG");
+  EXPECT_STREQ(ribRouteType(Routing::RouteType::drop), "drop");
+  EXPECT_EQ(assertionOf([] { ribRouteType(Routing::RouteType(3)); }),
+            "0 && \"Invalid Routing::RouteType argument\"");
+}
+
+TEST(Legends, KeepTheirExactText) {
+  EXPECT_EQ(std::string(kRouteLegend4).substr(0, 47),
+            "Codes: C - connected, S - static, K - kernel, \n");
+  EXPECT_NE(std::string(kRouteLegend4).find("N2 - OSPF NSSA external type2, B I"),
+            std::string::npos);
+  EXPECT_EQ(std::count(kRouteLegend4, kRouteLegend4 + std::strlen(kRouteLegend4), '\n'), 8);
+  EXPECT_EQ(std::count(kRouteLegend6, kRouteLegend6 + std::strlen(kRouteLegend6), '\n'), 1);
+  EXPECT_STREQ(kHostLegend6, "R - receive, F - FIB, A - attached\n");
+  EXPECT_STREQ(kRibLegend, "Codes: F - forward, D - drop, NG - nexthop group\n");
+}
+
+}  // namespace

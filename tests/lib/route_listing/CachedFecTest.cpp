@@ -1,0 +1,153 @@
+// The FEC cache, seen through the sorter that fills it.
+#include <gtest/gtest.h>
+
+#include "lib/route_listing/CachedFec.h"
+#include "tests/lib/route_listing/SorterFixture.h"
+
+namespace {
+
+using namespace Rova;
+using namespace Rova::test;
+
+std::vector<std::string> viasOf(const CachedFec& fec) {
+  std::vector<std::string> out;
+  for (const auto& v : fec.via()) {
+    out.push_back((v.isBackup() ? "backup " : "") + v.hop().stringValue() + " " +
+                  v.intfId().stringValue() +
+                  (v.viaLabel().isNoLabel() ? "" : " label " + v.viaLabel().stringValue()) +
+                  (v.viaWeight().empty() ? "" : " w" + v.viaWeight().stringValue()));
+  }
+  return out;
+}
+
+TEST(CachedFec, RoutesSharingAFecShareOneCopy) {
+  State st;
+  st.fec4(7, {{"10.0.0.1", "Ethernet1"}});
+  st.route4("10.1.0.0/16", RT4::ospfInterArea, 7);
+  st.route4("10.2.0.0/16", RT4::ospfInterArea, 7);
+  auto s = st.sorter4();
+  EXPECT_EQ(s->fecs(), 1u);
+  EXPECT_EQ(selected(*s).size(), 2u);
+}
+
+TEST(CachedFec, WeightsAreKeptOnlyForUnequalCost) {
+  State st;
+  st.fec4(1, {{"10.0.0.1", "Ethernet1", 1}, {"10.0.0.2", "Ethernet2", 3}});
+  st.fec4(2, {{"10.0.0.1", "Ethernet1", 1}, {"10.0.0.2", "Ethernet2", 1}});
+  st.route4("10.1.0.0/16", RT4::eBgp, 1);
+  st.route4("10.2.0.0/16", RT4::eBgp, 2);
+  auto s = st.sorter4();
+  auto weighted = s->fec(Brine::Fib::FecId(1));
+  EXPECT_EQ(viasOf(*weighted),
+            (std::vector<std::string>{"10.0.0.1 Ethernet1 w1", "10.0.0.2 Ethernet2 w3"}));
+  EXPECT_EQ(weighted->weight(), 4u);
+  EXPECT_TRUE(weighted->unequalCost());
+  EXPECT_EQ(viasOf(*s->fec(Brine::Fib::FecId(2))),
+            (std::vector<std::string>{"10.0.0.1 Ethernet1", "10.0.0.2 Ethernet2"}));
+}
+
+TEST(CachedFec, BackupViasComeLastAndCarryNoLabels) {
+  State st;
+  // Backup index 2 of 3: the third via is the backup, whatever its interface.
+  st.fec4(3,
+          {{"10.0.0.9", "Ethernet9", 1, 100},
+           {"10.0.0.1", "Ethernet5", 1, 200},
+           {"10.0.0.2", "Ethernet1", 1, 300}},
+          2);
+  st.route4("10.1.0.0/16", RT4::ospfIntraArea, 3);
+  auto s = st.sorter4();
+  auto fec = s->fec(Brine::Fib::FecId(3));
+  EXPECT_TRUE(fec->hasBackup());
+  EXPECT_EQ(fec->backupViaIndex().value(), 2);
+  EXPECT_EQ(viasOf(*fec), (std::vector<std::string>{"10.0.0.1 Ethernet5", "10.0.0.9 Ethernet9",
+                                                    "backup 10.0.0.2 Ethernet1"}));
+  EXPECT_EQ(fec->weight(), 0u);  // weights are not summed for backup FECs
+}
+
+TEST(CachedFec, BackupIndexNeedsViasBeyondIt) {
+  State st;
+  st.fec4(3, {{"10.0.0.9", "Ethernet9", 1, 100}, {"10.0.0.1", "Ethernet5"}}, 2);
+  st.route4("10.1.0.0/16", RT4::ospfIntraArea, 3);
+  auto fec = st.sorter4()->fec(Brine::Fib::FecId(3));
+  EXPECT_FALSE(fec->hasBackup());
+  EXPECT_EQ(viasOf(*fec),
+            (std::vector<std::string>{"10.0.0.1 Ethernet5", "10.0.0.9 Ethernet9 label 100"}));
+}
+
+TEST(CachedFec, TunnelViasBecomeDynamicTunnelInterfaces) {
+  State st;
+  const std::uint64_t tunnel = (std::uint64_t(2) << 23) | 77;
+  st.fec4(4, {{"", "", 1, 3000, tunnel}});
+  st.route4("10.9.0.0/16", RT4::iBgp, 4);
+  auto fec = st.sorter4()->fec(Brine::Fib::FecId(4));
+  ASSERT_EQ(fec->vias(), 1u);
+  const auto& via = *fec->via().begin();
+  EXPECT_EQ(via.intfId().stringValue(), "DynamicTunnel2.77");
+  EXPECT_EQ(via.tunnelId().value(), tunnel);
+  EXPECT_EQ(via.viaLabel().value(), 3000u);
+
+  CachedVia plain(Plexa::IpGenAddr::fromString("10.0.0.1"), Plexa::IntfId("Ethernet1"));
+  plain.tunnelIdIs(Tunnel::TunnelTable::TunnelId());
+  EXPECT_EQ(plain.intfId().stringValue(), "Ethernet1");  // a zero tunnel id changes nothing
+  EXPECT_TRUE(plain.tunnelId().isZero());
+}
+
+TEST(CachedFec, MissingFecIsCachedWithoutVias) {
+  State st;
+  st.route4("10.1.0.0/16", RT4::ospfIntraArea, 99);
+  auto s = st.sorter4();
+  ASSERT_NE(s->fec(Brine::Fib::FecId(99)), nullptr);
+  EXPECT_EQ(s->fec(Brine::Fib::FecId(99))->vias(), 0u);
+  EXPECT_EQ(selected(*s), (std::vector<std::string>{"10.1.0.0/16"}));  // no vias: shown
+}
+
+TEST(CachedFec, Ipv6FecUnderAnIpv4Route) {
+  State st;
+  const Brine::Fib::FecId v6(Brine::Fib::AdjType::ip6Adj, 5);
+  st.fec6(v6.value(), {{"2001:db8::1", "Ethernet3"}});
+  st.route4("10.1.0.0/16", RT4::eBgp, v6.value());
+  auto s = st.sorter4();
+  EXPECT_TRUE(s->hasV6Nexthop());
+  EXPECT_EQ(viasOf(*s->fec(v6)), (std::vector<std::string>{"2001:db8::1 Ethernet3"}));
+}
+
+TEST(CachedFec, OutOfRangeLabelsAndIndicesAreRangeErrors) {
+  State st;
+  st.fec4(1, {{"10.0.0.1", "Ethernet1", 1, 8388609}});
+  st.route4("10.1.0.0/16", RT4::ospfIntraArea, 1);
+  try {
+    st.sorter4();
+    FAIL();
+  } catch (const Mox::RangeException& e) {
+    EXPECT_STREQ(e.what(),
+                 "MplsLabel::value < MplsLabel::min or > MplsLabel::luWithdraw not allowed");
+  }
+  State st2;
+  st2.fec4(1, {{"10.0.0.1", "Ethernet1"}}, 600);
+  st2.route4("10.1.0.0/16", RT4::ospfIntraArea, 1);
+  try {
+    st2.sorter4();
+    FAIL();
+  } catch (const Mox::RangeException& e) {
+    EXPECT_STREQ(e.what(), "ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
+  }
+}
+
+TEST(CachedVia, OrdersPrimaryFirstThenInterfaceThenHop) {
+  using Plexa::IntfId;
+  const auto a = Plexa::IpGenAddr::fromString("10.0.0.2");
+  const auto b = Plexa::IpGenAddr::fromString("10.0.0.10");
+  EXPECT_LT(CachedVia(b, IntfId("Ethernet9")), CachedVia(a, IntfId("Ethernet1"), true));
+  EXPECT_LT(CachedVia(b, IntfId("Ethernet2")), CachedVia(a, IntfId("Ethernet10")));
+  EXPECT_LT(CachedVia(a, IntfId("Ethernet1")), CachedVia(b, IntfId("Ethernet1")));
+  // Label and weight take no part: these are one entry of a via set.
+  CachedViaSet set;
+  CachedVia x(a, IntfId("Ethernet1"));
+  set.set(x, true);
+  x.viaLabelIs(Plexa::MplsLabel(5));
+  x.viaWeightIs("3");
+  set.set(x, true);
+  EXPECT_EQ(set.size(), 1u);
+}
+
+}  // namespace
