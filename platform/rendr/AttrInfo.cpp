@@ -5,6 +5,7 @@
 
 #include "platform/mox/Exception.h"
 #include "platform/mox/String8.h"
+#include "platform/rendr/Copy.h"
 
 namespace rendr {
 
@@ -126,8 +127,8 @@ void StringAttrInfo::setValue(const char* s, std::size_t len) {
   requireKnownFormat();
   // The text may be this attribute's own (attr.setValue(attr.text())): copy before freeing.
   if (len < kInlineCapacity) {
-    if (len) std::memmove(inline_, s, len);
-    releaseHeap();
+    detail::moveBytes(inline_, s, len);
+    if (heap_) releaseHeap();
   } else {
     auto copy = std::make_unique_for_overwrite<char[]>(len + 1);
     std::memcpy(copy.get(), s, len);

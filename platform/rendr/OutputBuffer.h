@@ -9,6 +9,8 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/rendr/Copy.h"
+
 namespace rendr::detail {
 
 class OutputBuffer {
@@ -19,7 +21,7 @@ class OutputBuffer {
 
   void append(const char* p, std::size_t n) {
     if (n <= room()) [[likely]] {
-      std::memcpy(buf_.get() + used_, p, n);
+      moveBytes(buf_.get() + used_, p, n);
       used_ += n;
     } else {
       appendSlow(p, n);

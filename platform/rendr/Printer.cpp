@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "platform/mox/Exception.h"
+#include "platform/rendr/Copy.h"
 #include "platform/rendr/JsonText.h"
 #include "platform/rendr/Template.h"
 
@@ -12,10 +13,18 @@ namespace rendr {
 
 namespace {
 
-// Enough blanks for the deepest indent (two per level).
-constexpr char kBlanks[2 * Printer::kMaxDepth + 1] =
-    "                                                                "
-    "                                                                ";
+// An indent is written 16 blanks at a time.
+constexpr char kBlanks[17] = "                ";
+
+// Reads n getArg() pointers; false when one of them is null.
+bool collectAttributes(va_list ap, int n, const AttrInfo** attrs) {
+  bool complete = true;
+  for (int i = 0; i < n; ++i) {
+    attrs[i] = va_arg(ap, const AttrInfo*);
+    complete &= attrs[i] != nullptr;
+  }
+  return complete;
+}
 
 }  // namespace
 
@@ -246,11 +255,9 @@ void Printer::addAttributes(const char* fmt, int n, ...) {
   const AttrInfo* attrs[kMaxAttributes];
   va_list ap;
   va_start(ap, n);
-  for (int i = 0; i < n; ++i)
-    attrs[i] = va_arg(ap, const AttrInfo*);
+  bool complete = collectAttributes(ap, n, attrs);
   va_end(ap);
-  for (int i = 0; i < n; ++i)
-    MOX_ASSERT(attrs[i] != nullptr);
+  MOX_ASSERT(complete && "a null attribute");
   requireAttributeContext(n);
   if (json()) {
     addJson(attrs, n);
@@ -266,11 +273,9 @@ void Printer::addAttributesJson(int n, ...) {
   const AttrInfo* attrs[kMaxAttributes];
   va_list ap;
   va_start(ap, n);
-  for (int i = 0; i < n; ++i)
-    attrs[i] = va_arg(ap, const AttrInfo*);
+  bool complete = collectAttributes(ap, n, attrs);
   va_end(ap);
-  for (int i = 0; i < n; ++i)
-    MOX_ASSERT(attrs[i] != nullptr);
+  MOX_ASSERT(complete && "a null attribute");
   requireAttributeContext(n);
   if (json()) addJson(attrs, n);
   leave();
@@ -311,9 +316,11 @@ void Printer::ioflush() {
 
 void Printer::jsonNewline(unsigned level) {
   std::size_t n = 2 * level;
-  char* p = out_.reserve(n + 1);
+  // Blanks go in 16-byte moves; the overshoot lands in reserved space and is not committed.
+  char* p = out_.reserve(n + 17);
   p[0] = '\n';
-  std::memcpy(p + 1, kBlanks, n);
+  for (std::size_t i = 0; i < n; i += 16)
+    std::memcpy(p + 1 + i, kBlanks, 16);
   out_.commit(n + 1);
 }
 
@@ -335,7 +342,7 @@ void Printer::jsonAttrKey(const AttrInfo& a) {
   if (a.namePlain() && name.size() < 256) {
     char* p = out_.reserve(name.size() + 4);
     p[0] = '"';
-    std::memcpy(p + 1, name.data(), name.size());
+    detail::moveBytes(p + 1, name.data(), name.size());
     std::memcpy(p + 1 + name.size(), "\": ", 3);
     out_.commit(name.size() + 4);
     return;
@@ -345,35 +352,37 @@ void Printer::jsonAttrKey(const AttrInfo& a) {
 
 // A dict entry's key: the key attribute's value, as a string whatever its kind.
 void Printer::jsonKeyFromValue(const AttrInfo& a) {
-  char buf[32];
-  std::size_t len = 0;
+  if (a.kind() == JsonKind::string) {
+    detail::writeJsonString(out_, a.stringValue());
+    out_.append(": ", 2);
+    return;
+  }
+  char* start = out_.reserve(40);
+  char* p = start;
+  char* end = start + 37;
+  *p++ = '"';
   switch (a.kind()) {
-    case JsonKind::string:
-      detail::writeJsonString(out_, a.stringValue());
-      break;
     case JsonKind::int32:
-      len = static_cast<std::size_t>(std::to_chars(buf, buf + 32, a.int32Value()).ptr - buf);
+      p = std::to_chars(p, end, a.int32Value()).ptr;
       break;
     case JsonKind::uint32:
-      len = static_cast<std::size_t>(std::to_chars(buf, buf + 32, a.uint32Value()).ptr - buf);
+      p = std::to_chars(p, end, a.uint32Value()).ptr;
       break;
     case JsonKind::uint64:
-      len = static_cast<std::size_t>(std::to_chars(buf, buf + 32, a.uint64Value()).ptr - buf);
+      p = std::to_chars(p, end, a.uint64Value()).ptr;
       break;
     case JsonKind::double_:
-      len = detail::shortestDouble(buf, a.doubleValue());
+      p += detail::shortestDouble(p, a.doubleValue());
       break;
     case JsonKind::boolean:
-      len = a.boolValue() ? 4 : 5;
-      std::memcpy(buf, a.boolValue() ? "true" : "false", len);
+      std::memcpy(p, a.boolValue() ? "true" : "false", 5);
+      p += a.boolValue() ? 4 : 5;
+      break;
+    case JsonKind::string:
       break;
   }
-  if (a.kind() != JsonKind::string) {
-    out_.put('"');
-    out_.append(buf, len);
-    out_.put('"');
-  }
-  out_.append(": ", 2);
+  std::memcpy(p, "\": ", 3);
+  out_.commit(static_cast<std::size_t>(p + 3 - start));
 }
 
 void Printer::jsonValue(const AttrInfo& a) {

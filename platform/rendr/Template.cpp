@@ -164,6 +164,10 @@ std::size_t fieldPadding(const Conv& c, std::size_t len) {
 }
 
 void emitText(OutputBuffer& out, const Conv& c, const char* s, std::size_t n) {
+  if (c.width == 0 && c.prec < 0) {
+    out.append(s, n);
+    return;
+  }
   if (c.prec >= 0) n = std::min(n, static_cast<std::size_t>(c.prec));
   std::size_t padding = fieldPadding(c, n);
   if (!(c.flags & kLeft)) pad(out, ' ', padding);
@@ -320,6 +324,12 @@ struct VaSource {
       default:
         return va_arg(ap, unsigned);
     }
+  }
+
+  void emitBare(OutputBuffer& out, char conv) {
+    Conv c;
+    c.conv = conv;
+    emit(out, c);
   }
 
   void emit(OutputBuffer& out, const Conv& c) {
@@ -480,11 +490,47 @@ struct AttrSource {
 
   static bool handledHere(const Conv& c) {
     if ((c.flags & kAlt) || c.tooLarge || c.positional) return false;
-    return c.conv && std::strchr("diuxXcsf", c.conv);
+    switch (c.conv) {
+      case 'd':
+      case 'i':
+      case 'u':
+      case 'x':
+      case 'X':
+      case 'c':
+      case 's':
+      case 'f':
+        return true;
+      default:
+        return false;
+    }
   }
 
-  void emit(OutputBuffer& out, const Conv& c) {
+  void emitBare(OutputBuffer& out, char conv) {
     const AttrInfo& a = take();
+    if (a.isSet()) [[likely]] {
+      if (conv == 's' && a.hasText()) {
+        out.append(a.text().data(), a.text().size());
+        return;
+      }
+      if (a.kind() == JsonKind::int32 && conv == 'd') {
+        char* p = out.reserve(12);
+        out.commit(static_cast<std::size_t>(std::to_chars(p, p + 12, a.int32Value()).ptr - p));
+        return;
+      }
+      if (a.kind() == JsonKind::uint32 && conv != 's') {
+        char* p = out.reserve(12);
+        out.commit(static_cast<std::size_t>(std::to_chars(p, p + 12, a.uint32Value()).ptr - p));
+        return;
+      }
+    }
+    Conv c;
+    c.conv = conv;
+    emitValue(out, c, a);
+  }
+
+  void emit(OutputBuffer& out, const Conv& c) { emitValue(out, c, take()); }
+
+  void emitValue(OutputBuffer& out, const Conv& c, const AttrInfo& a) {
     if (!a.isSet()) {
       emitText(out, c, "", 0);
       return;
@@ -521,16 +567,29 @@ struct AttrSource {
   }
 };
 
+// Templates are short: a plain loop beats a call to strchrnul.
+const char* nextSign(const char* p) {
+  while (*p && *p != '%')
+    ++p;
+  return p;
+}
+
 template <class Source>
 void interpret(OutputBuffer& out, const char* p, Source& src) {
   for (;;) {
-    const char* q = strchrnul(p, '%');
+    const char* q = nextSign(p);
     if (q != p) out.append(p, static_cast<std::size_t>(q - p));
     if (!*q) return;
     p = q + 1;
     if (isPercent(p)) {
       out.put('%');
       ++p;
+      continue;
+    }
+    if (*p == 's' || *p == 'd' || *p == 'u') {
+      // The common bare conversion: nothing to parse, no field to pad.
+      src.emitBare(out, *p++);
+      if (!*p) return;
       continue;
     }
     Conv c;

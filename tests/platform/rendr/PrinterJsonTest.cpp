@@ -8,6 +8,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "platform/rendr/Printer.h"
 #include "tests/platform/rendr/Capture.h"
@@ -287,6 +288,37 @@ TEST(PrinterJson, StringsAreEscapedAndMadeValidUtf8) {
     p.addAttributes("", 1, s.getArg());
   });
   EXPECT_NE(out.find(R"("\n\t\u0001")"), std::string::npos) << out;
+}
+
+// Every byte value at every position of a string long enough for the word-at-a-time scan.
+TEST(PrinterJson, EveryByteIsEscapedWhereverItStands) {
+  std::vector<std::string> inputs;
+  for (int byte = 0; byte < 256; ++byte) {
+    for (std::size_t pos = 0; pos < 20; ++pos) {
+      std::string in(20, 'a');
+      in[pos] = static_cast<char>(byte);
+      inputs.push_back(in);
+    }
+  }
+  std::string out = render(kFormatJson, [&](rendr::Printer& p) {
+    rendr::StringAttrInfo s("s", kFormatJson);
+    p.startList("l");
+    for (const std::string& in : inputs) {
+      s.setValue(in);
+      p.startListEntry();
+      p.addAttributes("", 1, s.getArg());
+      p.endListEntry();
+    }
+    p.endList();
+  });
+  ordered_json doc = parsePretty(out);
+  ASSERT_EQ(doc["l"].size(), inputs.size());
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    std::string expected = inputs[i];
+    std::size_t pos = i % 20;
+    if (static_cast<unsigned char>(expected[pos]) >= 0x80) expected.replace(pos, 1, "\xef\xbf\xbd");
+    ASSERT_EQ(doc["l"][i]["s"], expected) << "byte " << i / 20 << " at " << pos;
+  }
 }
 
 TEST(PrinterJson, NamesAreEscapedToo) {
