@@ -265,16 +265,16 @@ void applyStarPrecision(Conv& c, int p) {
 }
 
 template <class T>
-void appendCFormatted(OutputBuffer& out, const char* spec, T v) {
+void appendCFormatted(OutputBuffer& out, const char* conversion, T v) {
   char buf[256];
-  int n = std::snprintf(buf, sizeof buf, spec, v);
+  int n = std::snprintf(buf, sizeof buf, conversion, v);
   if (n < 0) return;
   if (static_cast<std::size_t>(n) < sizeof buf) {
     out.append(buf, static_cast<std::size_t>(n));
     return;
   }
   std::string big(static_cast<std::size_t>(n) + 1, '\0');
-  std::snprintf(big.data(), big.size(), spec, v);
+  std::snprintf(big.data(), big.size(), conversion, v);
   out.append(big.data(), static_cast<std::size_t>(n));
 }
 
@@ -453,14 +453,14 @@ struct AttrSource {
   // Conversions the interpreter leaves to the C library, one at a time. The length
   // modifiers of the template do not matter: the attribute knows its own type.
   void emitOther(OutputBuffer& out, const Conv& c, const AttrInfo& a) {
-    std::string spec = "%";
-    if (c.flags & kLeft) spec += '-';
-    if (c.flags & kZero) spec += '0';
-    if (c.flags & kPlus) spec += '+';
-    if (c.flags & kSpace) spec += ' ';
-    if (c.flags & kAlt) spec += '#';
-    spec += std::to_string(c.width);
-    if (c.prec >= 0) spec += '.' + std::to_string(c.prec);
+    std::string conversion = "%";
+    if (c.flags & kLeft) conversion += '-';
+    if (c.flags & kZero) conversion += '0';
+    if (c.flags & kPlus) conversion += '+';
+    if (c.flags & kSpace) conversion += ' ';
+    if (c.flags & kAlt) conversion += '#';
+    conversion += std::to_string(c.width);
+    if (c.prec >= 0) conversion += '.' + std::to_string(c.prec);
     switch (c.conv) {
       case 'e':
       case 'E':
@@ -470,8 +470,8 @@ struct AttrSource {
       case 'A':
       case 'F':
       case 'f':
-        spec += c.conv;
-        appendCFormatted(out, spec.c_str(), doubleValue(a));
+        conversion += c.conv;
+        appendCFormatted(out, conversion.c_str(), doubleValue(a));
         break;
       case 'o':
       case 'x':
@@ -479,9 +479,9 @@ struct AttrSource {
       case 'u':
       case 'd':
       case 'i':
-        spec += "ll";
-        spec += c.conv;
-        appendCFormatted(out, spec.c_str(), static_cast<long long>(signedValue(a)));
+        conversion += "ll";
+        conversion += c.conv;
+        appendCFormatted(out, conversion.c_str(), static_cast<long long>(signedValue(a)));
         break;
       default:
         MOX_ASSERT(!"conversion not supported in an attribute template");
@@ -594,6 +594,10 @@ void interpret(OutputBuffer& out, const char* p, Source& src) {
     }
     Conv c;
     p = parseConv(p, c);
+    if (c.conv == '%' && !c.widthStar && !c.precStar) {
+      out.put('%');  // "%5%": glibc ignores the field and takes no argument
+      continue;
+    }
     if (c.widthStar) applyStarWidth(c, src.nextInt());
     if (c.precStar) applyStarPrecision(c, src.nextInt());
     src.emit(out, c);

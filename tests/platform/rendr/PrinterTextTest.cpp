@@ -186,6 +186,8 @@ TEST(PrinterText, StringConversionsOfAttributes) {
               p.addAttributes("%s %s %s %d", 4, b.getArg(), n.getArg(), d.getArg(), b.getArg());
             }),
             "False -12 0.1 0");
+  EXPECT_EQ(renderText([&](auto& p) { p.addAttributes("%d%% %5%|%s", 2, n.getArg(), s.getArg()); }),
+            "-12% %|Ethernet1");
   // '*' takes its width from an attribute too.
   EXPECT_EQ(renderText([&](auto& p) { p.addAttributes("[%*s]", 2, width.getArg(), s.getArg()); }),
             "[Ethernet1]");
