@@ -10,6 +10,12 @@
 
 namespace rendr::detail {
 
+// Kept out of line: inlined into a caller with a small array, the compiler would warn about
+// this branch that such callers never take.
+[[gnu::noinline]] inline void moveLong(char* d, const char* s, std::size_t n) {
+  std::memmove(d, s, n);
+}
+
 inline void moveBytes(char* d, const char* s, std::size_t n) {
   if (n >= 8 && n <= 16) {
     std::uint64_t a, b;
@@ -39,7 +45,7 @@ inline void moveBytes(char* d, const char* s, std::size_t n) {
     d[n / 2] = b;
     d[n - 1] = c;
   } else if (n > 32) {
-    std::memmove(d, s, n);
+    moveLong(d, s, n);
   }
 }
 

@@ -173,18 +173,55 @@ std::size_t shortestDouble(char* buf, double v) {
   return static_cast<std::size_t>(std::to_chars(buf, buf + 32, v).ptr - buf);
 }
 
+// Python's float repr: the shortest digits that read back exactly, in positional notation
+// when the decimal exponent is from -4 to 15 (always with a fraction, "100.0"), otherwise in
+// exponent notation ("1e+16", "2.5e-07").
 void writeJsonDouble(OutputBuffer& out, double v) {
   if (!std::isfinite(v)) {
     out.append("null", 4);
     return;
   }
-  char* p = out.reserve(34);
-  std::size_t n = shortestDouble(p, v);
-  if (!std::memchr(p, '.', n) && !std::memchr(p, 'e', n)) {
-    p[n++] = '.';
-    p[n++] = '0';
+  char sci[32];
+  char* end = std::to_chars(sci, sci + sizeof sci, v, std::chars_format::scientific).ptr;
+  char* e = static_cast<char*>(std::memchr(sci, 'e', static_cast<std::size_t>(end - sci)));
+  int exp = 0;
+  std::from_chars(e + 1 + (e[1] == '+'), end, exp);
+  if (exp < -4 || exp >= 16) {
+    out.append(sci, static_cast<std::size_t>(end - sci));
+    return;
   }
-  out.commit(n);
+  // The significant digits, without sign and point.
+  const char* m = sci;
+  char digits[20];
+  std::size_t n = 0;
+  bool negative = *m == '-';
+  if (negative) ++m;
+  for (; m < e; ++m) {
+    if (*m != '.') digits[n++] = *m;
+  }
+  char* p = out.reserve(48);
+  char* start = p;
+  if (negative) *p++ = '-';
+  if (exp < 0) {
+    *p++ = '0';
+    *p++ = '.';
+    for (int i = -1; i > exp; --i)
+      *p++ = '0';
+    std::memcpy(p, digits, n);
+    p += n;
+  } else {
+    auto whole = static_cast<std::size_t>(exp) + 1;
+    for (std::size_t i = 0; i < whole; ++i)
+      *p++ = i < n ? digits[i] : '0';
+    *p++ = '.';
+    if (n > whole) {
+      std::memcpy(p, digits + whole, n - whole);
+      p += n - whole;
+    } else {
+      *p++ = '0';
+    }
+  }
+  out.commit(static_cast<std::size_t>(p - start));
 }
 
 }  // namespace rendr::detail

@@ -17,8 +17,8 @@ void writeJsonString(OutputBuffer& out, std::string_view s);
 
 void writeJsonInt(OutputBuffer& out, std::int64_t v);
 void writeJsonUint(OutputBuffer& out, std::uint64_t v);
-// NaN and infinities are written as null; integral values keep a ".0" so that readers see a
-// floating-point number, as Python's json module writes them.
+// NaN and infinities are written as null; other values as Python's json module writes them
+// (its float repr: "0.5", "100.0", "1e+16"), so that readers see a floating-point number.
 void writeJsonDouble(OutputBuffer& out, double v);
 
 // The shortest text that reads back as v ("0.5", "1e+20", "3"): what "%s" prints for a

@@ -8,6 +8,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/rendr/Printer.h"
@@ -197,6 +198,27 @@ TEST(PrinterJson, ValuesKeepTheirKinds) {
   EXPECT_EQ(doc["single"], static_cast<double>(0.1f));  // widened, not rounded to 0.1
   EXPECT_EQ(doc["yes"], true);
   EXPECT_TRUE(doc["neverSet"].is_null());
+}
+
+// Numbers are written as Python's json module writes them, so the output is the same from
+// run to run and from this printer to a script's.
+TEST(PrinterJson, DoublesUseTheShortestExactForm) {
+  const std::pair<double, const char*> cases[] = {
+      {100.0, "100.0"},   {-0.0, "-0.0"},
+      {0.1, "0.1"},       {1e15, "1000000000000000.0"},
+      {1e16, "1e+16"},    {12345678901234567.0, "1.2345678901234568e+16"},
+      {1e-4, "0.0001"},   {1.5e-5, "1.5e-05"},
+      {5e-324, "5e-324"}, {static_cast<double>(0.1f), "0.10000000149011612"},
+  };
+  for (auto [value, text] : cases) {
+    std::string out = render(kFormatJson, [&](rendr::Printer& p) {
+      rendr::DoubleAttrInfo d("d", kFormatJson);
+      d.setValue(value);
+      p.addAttributes("", 1, d.getArg());
+    });
+    EXPECT_EQ(out, std::string("{\n  \"d\": ") + text + "\n}\n");
+    EXPECT_EQ(ordered_json::parse(out)["d"], value) << text;
+  }
 }
 
 TEST(PrinterJson, EmptyTemplatesAndJsonOnlyAttributesAddKeysButNoText) {
