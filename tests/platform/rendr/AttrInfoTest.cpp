@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "platform/mox/Exception.h"
 #include "platform/rendr/Printer.h"
 #include "tests/platform/rendr/Capture.h"
 
@@ -75,19 +74,6 @@ TEST(AttrInfo, SubclassesShowOneThingInTextAndAnotherInJson) {
   EXPECT_EQ(doc["routes"]["10.1.0.0/16"]["routeType"], "connected");
   EXPECT_EQ(doc["routes"]["10.0.0.0/8"]["routeType"], "static");
   EXPECT_EQ(doc["routes"]["10.0.0.0/8"]["hostType"], "S  ");
-}
-
-TEST(AttrInfo, SetAndClear) {
-  rendr::UintAttrInfo u("u", kFormatText);
-  EXPECT_FALSE(u.isSet());
-  u.setValue(5);
-  EXPECT_TRUE(u.isSet());
-  EXPECT_EQ(u.uint32Value(), 5u);
-  u.clear();
-  EXPECT_FALSE(u.isSet());
-  EXPECT_EQ(u.getArg(), &u);
-  ProgrammedMark bad("b", 7);
-  EXPECT_THROW(bad.setValue(true), Mox::InternalException);
 }
 
 }  // namespace

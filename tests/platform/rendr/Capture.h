@@ -34,22 +34,16 @@ class Capture {
   int fd_;
 };
 
-// Points fd 2 at a capture for the lifetime of the object.
-class StderrCapture {
- public:
-  StderrCapture() : saved_(dup(STDERR_FILENO)) { dup2(capture_.fd(), STDERR_FILENO); }
-  ~StderrCapture() { restore(); }
-  std::string contents() const { return capture_.contents(); }
-  void restore() {
-    if (saved_ < 0) return;
-    dup2(saved_, STDERR_FILENO);
-    close(saved_);
-    saved_ = -1;
-  }
-
- private:
-  Capture capture_;
-  int saved_;
-};
+// What `body` writes to fd 2.
+template <class F>
+std::string captureStderr(F body) {
+  Capture capture;
+  int saved = dup(STDERR_FILENO);
+  dup2(capture.fd(), STDERR_FILENO);
+  body();
+  dup2(saved, STDERR_FILENO);
+  close(saved);
+  return capture.contents();
+}
 
 }  // namespace rendr::test

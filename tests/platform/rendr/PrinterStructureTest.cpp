@@ -3,9 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <nlohmann/json.hpp>
-#include <string>
+#include <span>
 #include <vector>
 
 #include "platform/mox/Exception.h"
@@ -17,158 +16,92 @@ namespace {
 using rendr::kFormatJson;
 using rendr::kFormatText;
 
-struct Misuse {
-  const char* what;
-  std::function<void(rendr::Printer&, const rendr::AttrInfo& key)> calls;
+struct Keys {
+  rendr::StringAttrInfo key, unset;
+  explicit Keys(unsigned format) : key("key", format), unset("unset", format) { key.setValue("k"); }
 };
+using Op = void (*)(rendr::Printer&, Keys&);
 
-const std::vector<Misuse>& misuses() {
-  static const std::vector<Misuse> all = {
-      {"endDict with nothing open", [](auto& p, auto&) { p.endDict(); }},
-      {"endDict after its dict was closed",
-       [](auto& p, auto&) {
-         p.startDict("d");
-         p.endDict();
-         p.endDict();
-       }},
-      {"endList closing a dict",
-       [](auto& p, auto&) {
-         p.startDict("d");
-         p.endList();
-       }},
-      {"endSubmodel closing a list entry",
-       [](auto& p, auto&) {
-         p.startList("l");
-         p.startListEntry();
-         p.endSubmodel();
-       }},
-      {"endDictEntry for a simple entry",
-       [](auto& p, auto& key) {
-         p.startDict("d");
-         p.startSimpleDictEntry(key);
-         p.endDictEntry();
-       }},
-      {"startListEntry outside a list", [](auto& p, auto&) { p.startListEntry(); }},
-      {"startListEntry in a list entry",
-       [](auto& p, auto&) {
-         p.startList("l");
-         p.startListEntry();
-         p.startListEntry();
-       }},
-      {"startDictEntry outside a dict", [](auto& p, auto& key) { p.startDictEntry(key); }},
-      {"startSimpleDictEntry in a list",
-       [](auto& p, auto& key) {
-         p.startList("l");
-         p.startSimpleDictEntry(key);
-       }},
-      {"a named dict directly in a dict",
-       [](auto& p, auto&) {
-         p.startDict("d");
-         p.startDict("e");
-       }},
-      {"a submodel directly in a list",
-       [](auto& p, auto&) {
-         p.startList("l");
-         p.startSubmodel("s");
-       }},
-      {"an attribute directly in a list",
-       [](auto& p, auto& key) {
-         p.startList("l");
-         p.addAttributes("%s", 1, key.getArg());
-       }},
-      {"a JSON-only attribute directly in a dict",
-       [](auto& p, auto& key) {
-         p.startDict("d");
-         p.addAttributesJson(1, key.getArg());
-       }},
-      {"two values for a simple entry",
-       [](auto& p, auto& key) {
-         p.startDict("d");
-         p.startSimpleDictEntry(key);
-         p.addAttributes("%s", 1, key.getArg());
-         p.addAttributes("%s", 1, key.getArg());
-       }},
-      {"two attributes in one simple entry call",
-       [](auto& p, auto& key) {
-         p.startDict("d");
-         p.startSimpleDictEntry(key);
-         p.addAttributes("%s%s", 2, key.getArg(), key.getArg());
-       }},
-      {"a dict entry keyed by an unset attribute",
-       [](auto& p, auto&) {
-         rendr::StringAttrInfo unset("k", p.format());
-         p.startDict("d");
-         p.startDictEntry(unset);
-       }},
-      {"end twice",
-       [](auto& p, auto&) {
-         p.end();
-         p.end();
-       }},
-      {"end with a dict open",
-       [](auto& p, auto&) {
-         p.startDict("d");
-         p.end();
-       }},
-      {"start after output began",
-       [](auto& p, auto& key) {
-         p.addAttributes("%s", 1, key.getArg());
-         p.start();
-       }},
-      {"attributes after end",
-       [](auto& p, auto& key) {
-         p.start();
-         p.end();
-         p.addAttributes("%s", 1, key.getArg());
-       }},
-      {"a null attribute",
-       [](auto& p, auto&) {
-         p.addAttributes("%s", 1, static_cast<const rendr::AttrInfo*>(nullptr));
-       }},
-      {"a negative attribute count", [](auto& p, auto&) { p.addAttributes("", -1); }},
-  };
-  return all;
+// clang-format off
+constexpr Op start = [](rendr::Printer& p, Keys&) { p.start(); };
+constexpr Op end = [](rendr::Printer& p, Keys&) { p.end(); };
+constexpr Op dict = [](rendr::Printer& p, Keys&) { p.startDict("d"); };
+constexpr Op endDict = [](rendr::Printer& p, Keys&) { p.endDict(); };
+constexpr Op entry = [](rendr::Printer& p, Keys& k) { p.startDictEntry(k.key); };
+constexpr Op endEntry = [](rendr::Printer& p, Keys&) { p.endDictEntry(); };
+constexpr Op simple = [](rendr::Printer& p, Keys& k) { p.startSimpleDictEntry(k.key); };
+constexpr Op list = [](rendr::Printer& p, Keys&) { p.startList("l"); };
+constexpr Op endList = [](rendr::Printer& p, Keys&) { p.endList(); };
+constexpr Op item = [](rendr::Printer& p, Keys&) { p.startListEntry(); };
+constexpr Op endItem = [](rendr::Printer& p, Keys&) { p.endListEntry(); };
+constexpr Op sub = [](rendr::Printer& p, Keys&) { p.startSubmodel("s"); };
+constexpr Op endSub = [](rendr::Printer& p, Keys&) { p.endSubmodel(); };
+constexpr Op attr = [](rendr::Printer& p, Keys& k) { p.addAttributes("%s", 1, k.key.getArg()); };
+constexpr Op attrJson = [](rendr::Printer& p, Keys& k) { p.addAttributesJson(1, k.key.getArg()); };
+constexpr Op twoAttrs = [](rendr::Printer& p, Keys& k) {
+  p.addAttributes("%s%s", 2, k.key.getArg(), k.key.getArg());
+};
+constexpr Op unsetKeyEntry = [](rendr::Printer& p, Keys& k) { p.startDictEntry(k.unset); };
+constexpr Op nullAttr = [](rendr::Printer& p, Keys&) {
+  p.addAttributes("%s", 1, static_cast<const rendr::AttrInfo*>(nullptr));
+};
+// clang-format on
+
+void run(rendr::Printer& p, std::span<const Op> ops) {
+  Keys keys(p.format());
+  for (Op op : ops)
+    op(p, keys);
 }
 
 class PrinterStructure : public ::testing::TestWithParam<unsigned> {};
 
+// Each sequence is fine up to its last call, which is the mistake.
 TEST_P(PrinterStructure, MisuseIsAnAssertionAndTheOutputStaysValid) {
-  unsigned format = GetParam();
-  for (const Misuse& m : misuses()) {
+  const std::vector<std::vector<Op>> misuses = {
+      {endDict},                 // nothing open
+      {dict, endDict, endDict},  // closed already
+      {dict, endList},           // closing the wrong kind
+      {list, item, endSub},
+      {dict, simple, endEntry},
+      {item},  // an entry outside its list
+      {list, item, item},
+      {entry},
+      {list, simple},
+      {dict, dict},  // a dict holds only entries
+      {list, sub},   // a list holds only entries
+      {list, attr},
+      {dict, attrJson},
+      {dict, simple, attr, attr},  // a simple entry has one value
+      {dict, simple, twoAttrs},
+      {dict, unsetKeyEntry},
+      {end, end},
+      {dict, end},
+      {attr, start},  // start() once output began
+      {start, end, attr},
+      {nullAttr},
+  };
+  for (std::size_t i = 0; i < misuses.size(); ++i) {
+    std::span<const Op> ops = misuses[i];
     rendr::test::Capture cap;
     {
-      rendr::Printer p(cap.fd(), format, true, false, true, 0);
-      rendr::StringAttrInfo key("key", format);
-      key.setValue("k");
-      EXPECT_THROW(m.calls(p, key), Mox::InternalException) << m.what;
+      rendr::Printer p(cap.fd(), GetParam(), true, false, true, 0);
+      ASSERT_NO_THROW(run(p, ops.first(ops.size() - 1))) << "case " << i;
+      EXPECT_THROW(run(p, ops.last(1)), Mox::InternalException) << "case " << i;
     }
-    if (format == kFormatJson) {
-      EXPECT_TRUE(nlohmann::json::accept(cap.contents())) << m.what << cap.contents();
+    if (GetParam() == kFormatJson) {
+      EXPECT_TRUE(nlohmann::json::accept(cap.contents())) << "case " << i;
     }
   }
 }
 
-TEST_P(PrinterStructure, FramesCloseInTheOrderTheyOpened) {
-  unsigned format = GetParam();
+TEST_P(PrinterStructure, EveryLevelClosesOnlyItself) {
   rendr::test::Capture cap;
-  rendr::Printer p(cap.fd(), format, true, false, true, 0);
-  rendr::StringAttrInfo key("key", format);
-  key.setValue("k");
-  p.start();
-  p.startDict("d");
-  p.startDictEntry(key);
-  p.startList("l");
-  p.startListEntry();
-  p.startSubmodel("s");
-  EXPECT_THROW(p.endListEntry(), Mox::InternalException);
-  p.endSubmodel();
-  EXPECT_THROW(p.endList(), Mox::InternalException);
-  p.endListEntry();
-  p.endList();
-  EXPECT_THROW(p.endDict(), Mox::InternalException);
-  p.endDictEntry();
-  p.endDict();
-  p.end();
+  rendr::Printer p(cap.fd(), GetParam(), true, false, true, 0);
+  run(p, std::vector{start, dict, entry, list, item, sub});
+  for (Op wrong : {endItem, endList, endEntry, endDict, end}) {
+    EXPECT_THROW(run(p, std::span(&wrong, 1)), Mox::InternalException);
+  }
+  EXPECT_NO_THROW(run(p, std::vector{endSub, endItem, endList, endEntry, endDict, end}));
 }
 
 INSTANTIATE_TEST_SUITE_P(BothFormats, PrinterStructure, ::testing::Values(kFormatText, kFormatJson),

@@ -126,12 +126,13 @@ TEST(PrinterText, LiteralTextLongerThanTheBufferArrivesWhole) {
 
 // ---- attribute templates ----
 
-template <class F>
-std::string renderText(F body) {
+// The text of one addAttributes call over the given attributes.
+template <class... A>
+std::string attrText(const char* fmt, const A&... attrs) {
   rendr::test::Capture cap;
   {
     rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
-    body(p);
+    p.addAttributes(fmt, sizeof...(attrs), attrs.getArg()...);
   }
   return cap.contents();
 }
@@ -147,63 +148,37 @@ TEST(PrinterText, AttributeConversionsMatchPrintfOfTheirValues) {
     u64.setValue(static_cast<std::uint64_t>(v) * 3);
     d.setValue(v / 8.0);
     for (const char* fmt : {"[%d]", "[%5d]", "[%-5d]", "[%05d]", "[%x]", "[%u]", "[%.3d]"}) {
-      EXPECT_EQ(renderText([&](auto& p) { p.addAttributes(fmt, 1, i.getArg()); }), cFormat(fmt, v))
-          << fmt;
+      EXPECT_EQ(attrText(fmt, i), cFormat(fmt, v)) << fmt;
       // An unsigned attribute prints its value under %d too, never a negative number.
       std::string wide(fmt);
       wide.insert(wide.size() - 2, "ll");
-      EXPECT_EQ(renderText([&](auto& p) { p.addAttributes(fmt, 1, u.getArg()); }),
-                cFormat(wide.c_str(), static_cast<long long>(static_cast<unsigned>(v))))
+      EXPECT_EQ(attrText(fmt, u), cFormat(wide.c_str(), static_cast<long long>(u.uint32Value())))
           << fmt;
     }
-    EXPECT_EQ(
-        renderText([&](auto& p) { p.addAttributes("%llu %20lu", 2, u64.getArg(), u64.getArg()); }),
-        cFormat("%llu %20llu", static_cast<unsigned long long>(v) * 3,
-                static_cast<unsigned long long>(v) * 3));
-    EXPECT_EQ(renderText([&](auto& p) {
-                p.addAttributes("%f|%8.2f|%e", 3, d.getArg(), d.getArg(), d.getArg());
-              }),
-              cFormat("%f|%8.2f|%e", v / 8.0, v / 8.0, v / 8.0));
+    unsigned long long v3 = u64.uint64Value();
+    EXPECT_EQ(attrText("%llu %20lu", u64, u64), cFormat("%llu %20llu", v3, v3));
+    EXPECT_EQ(attrText("%f|%8.2f|%e", d, d, d), cFormat("%f|%8.2f|%e", v / 8.0, v / 8.0, v / 8.0));
   }
 }
 
 TEST(PrinterText, StringConversionsOfAttributes) {
-  rendr::StringAttrInfo s("s", kFormatText);
+  rendr::StringAttrInfo s("s", kFormatText), unset("unset", kFormatText);
   rendr::BoolAttrInfo b("b", kFormatText);
   rendr::IntAttrInfo n("n", kFormatText), width("width", kFormatText);
   rendr::DoubleAttrInfo d("d", kFormatText);
-  rendr::StringAttrInfo unset("unset", kFormatText);
   s.setValue("Ethernet1");
   b.setValue(false);
   n.setValue(-12);
-  width.setValue(-8);
+  width.setValue(-11);
   d.setValue(0.1);
-  EXPECT_EQ(renderText([&](auto& p) {
-              p.addAttributes("[%-12s][%12s][%.3s]", 3, s.getArg(), s.getArg(), s.getArg());
-            }),
-            "[Ethernet1   ][   Ethernet1][Eth]");
-  EXPECT_EQ(renderText([&](auto& p) {
-              p.addAttributes("%s %s %s %d", 4, b.getArg(), n.getArg(), d.getArg(), b.getArg());
-            }),
-            "False -12 0.1 0");
-  EXPECT_EQ(renderText([&](auto& p) { p.addAttributes("%d%% %5%|%s", 2, n.getArg(), s.getArg()); }),
-            "-12% %|Ethernet1");
-  // '*' takes its width from an attribute too.
-  EXPECT_EQ(renderText([&](auto& p) { p.addAttributes("[%*s]", 2, width.getArg(), s.getArg()); }),
-            "[Ethernet1]");
-  width.setValue(11);
-  EXPECT_EQ(renderText([&](auto& p) { p.addAttributes("[%*s]", 2, width.getArg(), s.getArg()); }),
-            "[  Ethernet1]");
+  EXPECT_EQ(attrText("[%-12s][%12s][%.3s]", s, s, s), "[Ethernet1   ][   Ethernet1][Eth]");
+  EXPECT_EQ(attrText("%s %s %s %d", b, n, d, b), "False -12 0.1 0");
+  EXPECT_EQ(attrText("%d%% %5%|%s", n, s), "-12% %|Ethernet1");
+  EXPECT_EQ(attrText("[%*s]", width, s), "[Ethernet1  ]");  // '*' reads an attribute too
   // Never set: nothing but the padding, whatever the conversion.
-  EXPECT_EQ(renderText([&](auto& p) {
-              p.addAttributes("[%s][%4s][%-3d][%c]", 4, unset.getArg(), unset.getArg(),
-                              unset.getArg(), unset.getArg());
-            }),
-            "[][    ][   ][]");
+  EXPECT_EQ(attrText("[%s][%4s][%-3d][%c]", unset, unset, unset, unset), "[][    ][   ][]");
   // More attributes than conversions: the rest are for JSON only.
-  EXPECT_EQ(
-      renderText([&](auto& p) { p.addAttributes("%s!", 3, s.getArg(), n.getArg(), b.getArg()); }),
-      "Ethernet1!");
+  EXPECT_EQ(attrText("%s!", s, n, b), "Ethernet1!");
 }
 
 TEST(PrinterText, AttributeTemplateMisuseIsAnAssertion) {
@@ -238,8 +213,7 @@ TEST(PrinterText, StringAttributesCopyTheirText) {
   EXPECT_TRUE(s.isSet());
   EXPECT_EQ(s.text(), "");
   s.setValue("with\0nul", 8);
-  EXPECT_EQ(renderText([&](auto& p) { p.addAttributes("[%s]", 1, s.getArg()); }),
-            std::string("[with\0nul]", 10));
+  EXPECT_EQ(attrText("[%s]", s), std::string("[with\0nul]", 10));
 }
 
 }  // namespace
