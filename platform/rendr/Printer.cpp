@@ -79,10 +79,15 @@ void Printer::openRootIfNeeded() {
 void Printer::requireObject() {
   openRootIfNeeded();
   MOX_ASSERT(isObject(top()) && "a named member outside an object");
+  requireRoom();
+}
+
+// Checked before anything of the new level is written, so that the output stays valid.
+void Printer::requireRoom() const {
+  MOX_ASSERT(depth_ < kMaxDepth && "nesting too deep");
 }
 
 void Printer::push(Frame f) {
-  MOX_ASSERT(depth_ < kMaxDepth);
   stack_[depth_++] = {f, false};
 }
 
@@ -142,6 +147,7 @@ void Printer::startDictEntry(const AttrInfo& key) {
   enter();
   MOX_ASSERT(top() == Frame::dict && "startDictEntry() outside a dict");
   MOX_ASSERT(key.isSet() && "a dict entry keyed by an attribute that is not set");
+  requireRoom();
   if (json()) {
     jsonMember();
     jsonKeyFromValue(key);
@@ -162,6 +168,7 @@ void Printer::startSimpleDictEntry(const AttrInfo& key) {
   enter();
   MOX_ASSERT(top() == Frame::dict && "startSimpleDictEntry() outside a dict");
   MOX_ASSERT(key.isSet() && "a dict entry keyed by an attribute that is not set");
+  requireRoom();
   if (json()) {
     jsonMember();
     jsonKeyFromValue(key);
@@ -200,6 +207,7 @@ void Printer::endList() {
 void Printer::startListEntry() {
   enter();
   MOX_ASSERT(top() == Frame::list && "startListEntry() outside a list");
+  requireRoom();
   if (json()) {
     jsonMember();
     out_.put('{');

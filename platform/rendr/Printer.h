@@ -133,6 +133,7 @@ class Printer {
   Frame top() const { return depth_ ? stack_[depth_ - 1].frame : Frame::none; }
   static bool isObject(Frame f);
   void requireObject();
+  void requireRoom() const;
   void openRootIfNeeded();
   void push(Frame f);
   void pop(Frame expected);

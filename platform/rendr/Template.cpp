@@ -251,17 +251,17 @@ void emitChar(OutputBuffer& out, const Conv& c, char ch) {
 }
 
 // A '*' width or precision: a negative width means '-', a negative precision none at all.
+// Both are capped at kMaxField: a stray huge argument must not fill the disk with blanks.
 void applyStarWidth(Conv& c, int w) {
   if (w < 0) {
     c.flags |= kLeft;
-    c.width = w == INT_MIN ? INT_MAX : -w;
-  } else {
-    c.width = w;
+    w = w == INT_MIN ? INT_MAX : -w;
   }
+  c.width = std::min(w, kMaxField);
 }
 
 void applyStarPrecision(Conv& c, int p) {
-  c.prec = p < 0 ? -1 : p;
+  c.prec = p < 0 ? -1 : std::min(p, kMaxField);
 }
 
 template <class T>
@@ -548,7 +548,11 @@ struct AttrSource {
     switch (c.conv) {
       case 'd':
       case 'i':
-        emitSigned(out, c, signedValue(a));
+        if (a.kind() == JsonKind::uint64) {
+          emitInteger(out, c, false, a.uint64Value());
+        } else {
+          emitSigned(out, c, signedValue(a));
+        }
         break;
       case 'u':
       case 'x':

@@ -104,6 +104,24 @@ TEST_P(PrinterStructure, EveryLevelClosesOnlyItself) {
   EXPECT_NO_THROW(run(p, std::vector{endSub, endItem, endList, endEntry, endDict, end}));
 }
 
+TEST_P(PrinterStructure, NestingHasALimit) {
+  rendr::test::Capture cap;
+  unsigned depth = 1;  // the root
+  {
+    rendr::Printer p(cap.fd(), GetParam(), true, false, true, 0);
+    EXPECT_THROW(
+        {
+          for (; depth < 2 * rendr::Printer::kMaxDepth; ++depth)
+            p.startSubmodel("s");
+        },
+        Mox::InternalException);
+  }
+  EXPECT_EQ(depth, rendr::Printer::kMaxDepth);
+  if (GetParam() == kFormatJson) {
+    EXPECT_TRUE(nlohmann::json::accept(cap.contents()));
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(BothFormats, PrinterStructure, ::testing::Values(kFormatText, kFormatJson),
                          [](const auto& info) {
                            return info.param == kFormatText ? "Text" : "Json";

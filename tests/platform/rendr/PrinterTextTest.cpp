@@ -156,6 +156,7 @@ TEST(PrinterText, AttributeConversionsMatchPrintfOfTheirValues) {
           << fmt;
     }
     unsigned long long v3 = u64.uint64Value();
+    EXPECT_EQ(attrText("%d", u64), std::to_string(v3));
     EXPECT_EQ(attrText("%llu %20lu", u64, u64), cFormat("%llu %20llu", v3, v3));
     EXPECT_EQ(attrText("%f|%8.2f|%e", d, d, d), cFormat("%f|%8.2f|%e", v / 8.0, v / 8.0, v / 8.0));
   }
