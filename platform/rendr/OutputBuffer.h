@@ -1,0 +1,75 @@
+#pragma once
+// The printer's fixed output buffer and its file descriptor. Bytes are gathered here and
+// written when the buffer is full or when asked; nothing on the per-row path allocates.
+//
+// Write errors never throw from here: the buffer records them and the printer decides what to
+// throw, when it is safe to (not in the middle of a va_list, never in a destructor).
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+
+#include "platform/rendr/Copy.h"
+
+namespace rendr::detail {
+
+class OutputBuffer {
+ public:
+  static constexpr std::size_t kCapacity = 64 * 1024;
+
+  explicit OutputBuffer(int fd);
+
+  void append(const char* p, std::size_t n) {
+    if (n <= room()) [[likely]] {
+      moveBytes(buf_.get() + used_, p, n);
+      used_ += n;
+    } else {
+      appendSlow(p, n);
+    }
+  }
+  void put(char c) {
+    if (used_ == kCapacity) [[unlikely]]
+      flush();
+    buf_[used_++] = c;
+  }
+  void fill(char c, std::size_t n);
+
+  // At least n (at most kCapacity) writable bytes at the end of the buffer; commit() what was
+  // written.
+  char* reserve(std::size_t n) {
+    if (n > room()) [[unlikely]]
+      flush();
+    return buf_.get() + used_;
+  }
+  void commit(std::size_t n) { used_ += n; }
+  char* tail() { return buf_.get() + used_; }
+  std::size_t room() const { return kCapacity - used_; }
+
+  // Percent of the buffer in use, 0 to 100.
+  unsigned fullness() const { return static_cast<unsigned>(used_ * 100 / kCapacity); }
+
+  // Writes what is buffered. After EPIPE (the reader went away) or another error, later
+  // output is dropped.
+  void flush();
+  // The reader of the output went away.
+  bool closed() const { return state_ == State::closed; }
+  // A write failed for another reason; it was reported on stderr.
+  bool failed() const { return state_ == State::failed; }
+
+  // Whether any printer of this process failed to write (closed pipes excepted).
+  static bool anyFailed();
+  static void clearAnyFailed();
+
+ private:
+  enum class State : unsigned char { open, closed, failed };
+
+  void appendSlow(const char* p, std::size_t n);
+  void writeAll(const char* p, std::size_t n);
+
+  std::unique_ptr<char[]> buf_;
+  std::size_t used_ = 0;
+  int fd_;
+  State state_ = State::open;
+};
+
+}  // namespace rendr::detail

@@ -1,0 +1,440 @@
+#include "platform/rendr/Printer.h"
+
+#include <charconv>
+#include <cstdarg>
+#include <cstring>
+
+#include "platform/mox/Exception.h"
+#include "platform/rendr/Copy.h"
+#include "platform/rendr/JsonText.h"
+#include "platform/rendr/Template.h"
+
+namespace rendr {
+
+namespace {
+
+// An indent is written 16 blanks at a time.
+constexpr char kBlanks[17] = "                ";
+
+// Reads n getArg() pointers; false when one of them is null.
+bool collectAttributes(va_list ap, int n, const AttrInfo** attrs) {
+  bool complete = true;
+  for (int i = 0; i < n; ++i) {
+    attrs[i] = va_arg(ap, const AttrInfo*);
+    complete &= attrs[i] != nullptr;
+  }
+  return complete;
+}
+
+}  // namespace
+
+Printer::Printer(int fd, unsigned format, bool, bool, bool, unsigned) : out_(fd), format_(format) {
+  MOX_ASSERT(format == kFormatText || format == kFormatJson);
+  installSignalHandlers();
+}
+
+Printer::~Printer() {
+  if (json()) {
+    if (root_ == Root::notStarted) {
+      out_.append("{}\n", 3);
+    } else {
+      while (depth_)
+        closeTop();
+    }
+  }
+  out_.flush();
+}
+
+void Printer::throwClosed() {
+  throw outputClosedException();
+}
+
+void Printer::throwInterrupt() {
+  throw sigintException();
+}
+
+bool Printer::outputFailed() {
+  return detail::OutputBuffer::anyFailed();
+}
+
+void Printer::clearOutputFailed() {
+  detail::OutputBuffer::clearAnyFailed();
+}
+
+// ---- structure ----
+
+bool Printer::isObject(Frame f) {
+  return f == Frame::root || f == Frame::dictEntry || f == Frame::listEntry || f == Frame::submodel;
+}
+
+void Printer::openRootIfNeeded() {
+  if (root_ == Root::open) [[likely]]
+    return;
+  MOX_ASSERT(root_ != Root::ended && "output after end()");
+  root_ = Root::open;
+  push(Frame::root);
+  if (json()) out_.put('{');
+}
+
+void Printer::requireObject() {
+  openRootIfNeeded();
+  MOX_ASSERT(isObject(top()) && "a named member outside an object");
+  requireRoom();
+}
+
+// Checked before anything of the new level is written, so that the output stays valid.
+void Printer::requireRoom() const {
+  MOX_ASSERT(depth_ < kMaxDepth && "nesting too deep");
+}
+
+void Printer::push(Frame f) {
+  stack_[depth_++] = {f, false};
+}
+
+void Printer::closeTop() {
+  Level level = stack_[--depth_];
+  if (!json()) {
+    if (level.frame == Frame::root) root_ = Root::ended;
+    return;
+  }
+  if (level.frame == Frame::simpleEntry) {
+    if (!level.hasMembers) out_.append("null", 4);
+    return;
+  }
+  if (level.hasMembers) jsonNewline(depth_);
+  out_.put(level.frame == Frame::list ? ']' : '}');
+  if (level.frame == Frame::root) {
+    out_.put('\n');
+    root_ = Root::ended;
+  }
+}
+
+void Printer::start() {
+  enter();
+  MOX_ASSERT(root_ == Root::notStarted && "start() after output began");
+  openRootIfNeeded();
+}
+
+void Printer::end() {
+  enter();
+  openRootIfNeeded();  // end() alone writes "{}"; a second end() is an assertion
+  MOX_ASSERT(top() == Frame::root && "end() with a dict, list or submodel still open");
+  closeTop();
+  leave();
+}
+
+void Printer::startDict(const char* name) {
+  enter();
+  MOX_ASSERT(name);
+  requireObject();
+  if (json()) {
+    jsonMember();
+    jsonKey(name);
+    out_.put('{');
+  }
+  push(Frame::dict);
+  leave();
+}
+
+void Printer::endDict() {
+  enter();
+  MOX_ASSERT(top() == Frame::dict && "endDict() with no dict open");
+  closeTop();
+  leave();
+}
+
+void Printer::startDictEntry(const AttrInfo& key) {
+  enter();
+  MOX_ASSERT(top() == Frame::dict && "startDictEntry() outside a dict");
+  MOX_ASSERT(key.isSet() && "a dict entry keyed by an attribute that is not set");
+  requireRoom();
+  if (json()) {
+    jsonMember();
+    jsonKeyFromValue(key);
+    out_.put('{');
+  }
+  push(Frame::dictEntry);
+  leave();
+}
+
+void Printer::endDictEntry() {
+  enter();
+  MOX_ASSERT(top() == Frame::dictEntry && "endDictEntry() with no dict entry open");
+  closeTop();
+  leave();
+}
+
+void Printer::startSimpleDictEntry(const AttrInfo& key) {
+  enter();
+  MOX_ASSERT(top() == Frame::dict && "startSimpleDictEntry() outside a dict");
+  MOX_ASSERT(key.isSet() && "a dict entry keyed by an attribute that is not set");
+  requireRoom();
+  if (json()) {
+    jsonMember();
+    jsonKeyFromValue(key);
+  }
+  push(Frame::simpleEntry);
+  leave();
+}
+
+void Printer::endSimpleDictEntry() {
+  enter();
+  MOX_ASSERT(top() == Frame::simpleEntry && "endSimpleDictEntry() with no simple entry open");
+  closeTop();
+  leave();
+}
+
+void Printer::startList(const char* name) {
+  enter();
+  MOX_ASSERT(name);
+  requireObject();
+  if (json()) {
+    jsonMember();
+    jsonKey(name);
+    out_.put('[');
+  }
+  push(Frame::list);
+  leave();
+}
+
+void Printer::endList() {
+  enter();
+  MOX_ASSERT(top() == Frame::list && "endList() with no list open");
+  closeTop();
+  leave();
+}
+
+void Printer::startListEntry() {
+  enter();
+  MOX_ASSERT(top() == Frame::list && "startListEntry() outside a list");
+  requireRoom();
+  if (json()) {
+    jsonMember();
+    out_.put('{');
+  }
+  push(Frame::listEntry);
+  leave();
+}
+
+void Printer::endListEntry() {
+  enter();
+  MOX_ASSERT(top() == Frame::listEntry && "endListEntry() with no list entry open");
+  closeTop();
+  leave();
+}
+
+void Printer::startSubmodel(const char* name) {
+  enter();
+  MOX_ASSERT(name);
+  requireObject();
+  if (json()) {
+    jsonMember();
+    jsonKey(name);
+    out_.put('{');
+  }
+  push(Frame::submodel);
+  leave();
+}
+
+void Printer::endSubmodel() {
+  enter();
+  MOX_ASSERT(top() == Frame::submodel && "endSubmodel() with no submodel open");
+  closeTop();
+  leave();
+}
+
+// ---- attributes and text ----
+
+void Printer::requireAttributeContext(int n) {
+  if (n == 0) return;  // a template without attributes writes no JSON
+  openRootIfNeeded();
+  if (top() == Frame::simpleEntry) {
+    MOX_ASSERT(!stack_[depth_ - 1].hasMembers && "a second value for a simple dict entry");
+    MOX_ASSERT(n == 1 && "a simple dict entry takes exactly one attribute");
+    stack_[depth_ - 1].hasMembers = true;
+    return;
+  }
+  MOX_ASSERT(isObject(top()) && "attributes outside an object");
+}
+
+void Printer::addAttributes(const char* fmt, int n, ...) {
+  enter();
+  MOX_ASSERT(n >= 0 && n <= kMaxAttributes);
+  const AttrInfo* attrs[kMaxAttributes];
+  va_list ap;
+  va_start(ap, n);
+  bool complete = collectAttributes(ap, n, attrs);
+  va_end(ap);
+  MOX_ASSERT(complete && "a null attribute");
+  requireAttributeContext(n);
+  if (json()) {
+    addJson(attrs, n);
+  } else if (fmt && *fmt) {
+    detail::formatAttributes(out_, fmt, attrs, n);
+  }
+  leave();
+}
+
+void Printer::addAttributesJson(int n, ...) {
+  enter();
+  MOX_ASSERT(n >= 0 && n <= kMaxAttributes);
+  const AttrInfo* attrs[kMaxAttributes];
+  va_list ap;
+  va_start(ap, n);
+  bool complete = collectAttributes(ap, n, attrs);
+  va_end(ap);
+  MOX_ASSERT(complete && "a null attribute");
+  requireAttributeContext(n);
+  if (json()) addJson(attrs, n);
+  leave();
+}
+
+void Printer::addFrills(const char* fmt, ...) {
+  enter();
+  if (json() || !fmt) return;
+  va_list ap;
+  va_start(ap, fmt);
+  detail::formatArgs(out_, fmt, ap);
+  va_end(ap);
+  leave();
+}
+
+void Printer::addArgs(const char* fmt, ...) {
+  enter();
+  if (json() || !fmt) return;
+  va_list ap;
+  va_start(ap, fmt);
+  detail::formatArgs(out_, fmt, ap);
+  va_end(ap);
+  leave();
+}
+
+unsigned Printer::fullness() {
+  enter();
+  return out_.fullness();
+}
+
+void Printer::ioflush() {
+  enter();
+  out_.flush();
+  leave();
+}
+
+// ---- JSON ----
+
+void Printer::jsonNewline(unsigned level) {
+  std::size_t n = 2 * level;
+  // Blanks go in 16-byte moves; the overshoot lands in reserved space and is not committed.
+  char* p = out_.reserve(n + 17);
+  p[0] = '\n';
+  for (std::size_t i = 0; i < n; i += 16)
+    std::memcpy(p + 1 + i, kBlanks, 16);
+  out_.commit(n + 1);
+}
+
+// Starts a member (or an element) of the innermost open object or array.
+void Printer::jsonMember() {
+  Level& level = stack_[depth_ - 1];
+  if (level.hasMembers) out_.put(',');
+  level.hasMembers = true;
+  jsonNewline(depth_);
+}
+
+void Printer::jsonKey(const char* name) {
+  detail::writeJsonString(out_, name);
+  out_.append(": ", 2);
+}
+
+void Printer::jsonAttrKey(const AttrInfo& a) {
+  const std::string& name = a.name();
+  if (a.namePlain() && name.size() < 256) {
+    char* p = out_.reserve(name.size() + 4);
+    p[0] = '"';
+    detail::moveBytes(p + 1, name.data(), name.size());
+    std::memcpy(p + 1 + name.size(), "\": ", 3);
+    out_.commit(name.size() + 4);
+    return;
+  }
+  jsonKey(name.c_str());
+}
+
+// A dict entry's key: the key attribute's value, as a string whatever its kind.
+void Printer::jsonKeyFromValue(const AttrInfo& a) {
+  if (a.kind() == JsonKind::string) {
+    detail::writeJsonString(out_, a.stringValue());
+    out_.append(": ", 2);
+    return;
+  }
+  char* start = out_.reserve(40);
+  char* p = start;
+  char* end = start + 37;
+  *p++ = '"';
+  switch (a.kind()) {
+    case JsonKind::int32:
+      p = std::to_chars(p, end, a.int32Value()).ptr;
+      break;
+    case JsonKind::uint32:
+      p = std::to_chars(p, end, a.uint32Value()).ptr;
+      break;
+    case JsonKind::uint64:
+      p = std::to_chars(p, end, a.uint64Value()).ptr;
+      break;
+    case JsonKind::double_:
+      p += detail::shortestDouble(p, a.doubleValue());
+      break;
+    case JsonKind::boolean:
+      std::memcpy(p, a.boolValue() ? "true" : "false", 5);
+      p += a.boolValue() ? 4 : 5;
+      break;
+    case JsonKind::string:
+      break;
+  }
+  std::memcpy(p, "\": ", 3);
+  out_.commit(static_cast<std::size_t>(p + 3 - start));
+}
+
+void Printer::jsonValue(const AttrInfo& a) {
+  if (!a.isSet()) {
+    out_.append("null", 4);
+    return;
+  }
+  switch (a.kind()) {
+    case JsonKind::string:
+      detail::writeJsonString(out_, a.stringValue());
+      break;
+    case JsonKind::int32:
+      detail::writeJsonInt(out_, a.int32Value());
+      break;
+    case JsonKind::uint32:
+      detail::writeJsonUint(out_, a.uint32Value());
+      break;
+    case JsonKind::uint64:
+      detail::writeJsonUint(out_, a.uint64Value());
+      break;
+    case JsonKind::double_:
+      detail::writeJsonDouble(out_, a.doubleValue());
+      break;
+    case JsonKind::boolean:
+      if (a.boolValue()) {
+        out_.append("true", 4);
+      } else {
+        out_.append("false", 5);
+      }
+      break;
+  }
+}
+
+void Printer::addJson(const AttrInfo* const* attrs, int n) {
+  if (n == 0) return;
+  if (top() == Frame::simpleEntry) {
+    jsonValue(*attrs[0]);
+    return;
+  }
+  for (int i = 0; i < n; ++i) {
+    jsonMember();
+    jsonAttrKey(*attrs[i]);
+    jsonValue(*attrs[i]);
+  }
+}
+
+}  // namespace rendr

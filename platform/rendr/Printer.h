@@ -1,0 +1,158 @@
+#pragma once
+// The CLI printer: every listing is written once, as a sequence of calls on one Printer, and
+// comes out either as text or as JSON. Text comes from printf-style templates (attributes
+// and frills); JSON from the structure calls and the attributes' names and values. See
+// docs/printer.md for the JSON layout and what each call writes in each format.
+//
+//   rendr::Printer p(fd, format, true, false, true, 0);
+//   rendr::StringAttrInfo prefix("prefix", format);
+//   p.startDict("routes");
+//   for (...) {
+//     prefix.setValue(text);
+//     p.startDictEntry(prefix);
+//     p.addAttributes(" %s\n", 1, prefix.getArg());
+//     p.endDictEntry();
+//     if (p.fullness() > 66) p.ioflush();
+//   }
+//   p.endDict();
+//
+// JSON is streamed, never held as a tree, and always valid: a call out of sequence (closing
+// what is not open, an entry outside its dict or list, an attribute directly in a list,
+// anything after end()) raises Mox::InternalException before it writes, in both formats.
+// The destructor closes whatever is still open.
+//
+// Every call first checks for the user's interrupt (see Interrupt.h) and throws
+// sigintException when one arrived; when the reader of the output has gone away, the call
+// that found out, and every later one, throws outputClosedException. Other write errors are
+// reported once on stderr and the rest of the output is dropped; outputFailed() tells.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/rendr/AttrInfo.h"
+#include "platform/rendr/Interrupt.h"
+#include "platform/rendr/OutputBuffer.h"
+
+namespace rendr {
+
+class Printer {
+ public:
+  static constexpr std::size_t kBufferSize = detail::OutputBuffer::kCapacity;
+  // Nesting deeper than this is a programming error (listings use five or six levels).
+  static constexpr unsigned kMaxDepth = 64;
+  // The most attributes one addAttributes call takes.
+  static constexpr int kMaxAttributes = 64;
+
+  // `format` is kFormatText (1) or kFormatJson (2); anything else is an assertion. The three
+  // flags and the last number are accepted for the callers' sake and have no effect; callers
+  // pass true, false, true, 0. Ignores SIGPIPE and installs the interrupt handler (once).
+  Printer(int fd, unsigned format, bool = true, bool = false, bool = true, unsigned = 0);
+  // Closes what is still open, ends JSON with a newline ("{}" when nothing was written) and
+  // writes the buffer out. Never throws.
+  ~Printer();
+  Printer(const Printer&) = delete;
+  Printer& operator=(const Printer&) = delete;
+
+  unsigned format() const { return format_; }
+
+  // The root object. Optional: the first call that needs it opens it.
+  void start();
+  void end();
+
+  // An object under `name` whose members are dict entries.
+  void startDict(const char* name);
+  void endDict();
+  // A member of the open dict, keyed by the key attribute's value, whose value is an object.
+  void startDictEntry(const AttrInfo& key);
+  void endDictEntry();
+  // A member of the open dict whose value is the single attribute of the next addAttributes
+  // or addAttributesJson call (null if there is none).
+  void startSimpleDictEntry(const AttrInfo& key);
+  void endSimpleDictEntry();
+
+  // An array under `name` whose elements are objects.
+  void startList(const char* name);
+  void endList();
+  void startListEntry();
+  void endListEntry();
+
+  // An object under `name` in the current object.
+  void startSubmodel(const char* name);
+  void endSubmodel();
+
+  // n attributes, passed as their getArg(). Text: fmt is a printf template over them. JSON:
+  // each becomes "name": value in the current object.
+  void addAttributes(const char* fmt, int n, ...);
+  void addAttributesJson(int n, ...);
+  // Text only: printf-style decoration (headers, legends, separators) and plain arguments.
+  // Neither is formatted at all in JSON.
+  void addFrills(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+  void addArgs(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+  // The output buffer's fill, in percent (0 to 100).
+  unsigned fullness();
+  // Writes the buffer to the file descriptor now.
+  void ioflush();
+
+  // Whether a printer of this process failed to write its output (a closed pipe excepted).
+  static bool outputFailed();
+  static void clearOutputFailed();
+
+ private:
+  enum class Frame : std::uint8_t {
+    none,
+    root,
+    dict,
+    dictEntry,
+    simpleEntry,
+    list,
+    listEntry,
+    submodel
+  };
+  struct Level {
+    Frame frame;
+    bool hasMembers;
+  };
+
+  void enter() {
+    if (out_.closed()) [[unlikely]]
+      throwClosed();
+    if (detail::takeInterrupt()) [[unlikely]]
+      throwInterrupt();
+  }
+  // The output closed during this call: the call still completed its bookkeeping.
+  void leave() {
+    if (out_.closed()) [[unlikely]]
+      throwClosed();
+  }
+  [[noreturn]] static void throwClosed();
+  [[noreturn]] static void throwInterrupt();
+
+  bool json() const { return format_ == kFormatJson; }
+  Frame top() const { return depth_ ? stack_[depth_ - 1].frame : Frame::none; }
+  static bool isObject(Frame f);
+  void requireObject();
+  void requireRoom() const;
+  void openRootIfNeeded();
+  void push(Frame f);
+  void pop(Frame expected);
+  void closeTop();
+
+  void jsonNewline(unsigned level);
+  void jsonMember();
+  void jsonKey(const char* name);
+  void jsonAttrKey(const AttrInfo& a);
+  void jsonKeyFromValue(const AttrInfo& a);
+  void jsonValue(const AttrInfo& a);
+  void addJson(const AttrInfo* const* attrs, int n);
+  void requireAttributeContext(int n);
+
+  detail::OutputBuffer out_;
+  unsigned format_;
+  unsigned depth_ = 0;
+  enum class Root : std::uint8_t { notStarted, open, ended } root_ = Root::notStarted;
+  std::array<Level, kMaxDepth> stack_;
+};
+
+}  // namespace rendr

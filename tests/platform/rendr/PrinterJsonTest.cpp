@@ -1,0 +1,269 @@
+// JSON output: structure, layout, values and escaping. Every output is parsed back, and its
+// layout compared with what a standard pretty printer makes of the same document.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/rendr/Printer.h"
+#include "tests/platform/rendr/Capture.h"
+
+namespace {
+
+using nlohmann::ordered_json;
+using namespace std::string_literals;
+using rendr::kFormatJson;
+using rendr::kFormatText;
+
+template <class F>
+std::string render(unsigned format, F body) {
+  rendr::test::Capture cap;
+  {
+    rendr::Printer p(cap.fd(), format, true, false, true, 0);
+    body(p, format);
+  }
+  return cap.contents();
+}
+
+// Parses out, checks that it is laid out as a two-space pretty printer lays out the same
+// document (keys in the order written), and returns it.
+ordered_json parsePretty(const std::string& out) {
+  ordered_json doc = ordered_json::parse(out);
+  EXPECT_EQ(out, doc.dump(2) + "\n");
+  return doc;
+}
+
+void routeListing(rendr::Printer& p, unsigned f) {
+  rendr::StringAttrInfo vrf("vrf", f), prefix("prefix", f), nexthop("nexthopAddr", f),
+      intf("interface", f);
+  rendr::IntAttrInfo pref("preference", f), label("label", f);
+  vrf.setValue("default");
+  p.addFrills("Codes: %s\n", "S - static");
+  p.addAttributes("VRF: %s\n", 1, vrf.getArg());
+  p.startDict("routes");
+  for (int i : {0, 1}) {
+    prefix.setValue(i ? "192.168.1.0/24" : "10.0.0.0/8");
+    pref.setValue(i);
+    label.setValue(16 + i);
+    p.startDictEntry(prefix);
+    p.addAttributes(" S %s [%d]", 2, prefix.getArg(), pref.getArg());
+    p.addAttributesJson(1, label.getArg());
+    p.startList("vias");
+    for (const char* nh : {"10.1.1.1", "10.1.1.2"}) {
+      nexthop.setValue(nh);
+      intf.setValue("Ethernet1");
+      p.startListEntry();
+      p.addAttributes(" via %s", 1, nexthop.getArg());
+      p.addAttributes("", 1, intf.getArg());
+      p.addArgs(" w%u", 5u);
+      p.endListEntry();
+    }
+    p.endList();
+    p.startSubmodel("counters");
+    p.startSubmodel("empty");
+    p.endSubmodel();
+    p.endSubmodel();
+    p.addFrills("\n");
+    p.endDictEntry();
+  }
+  p.endDict();
+}
+
+TEST(PrinterJson, OneListingInBothFormats) {
+  EXPECT_EQ(render(kFormatText, routeListing),
+            "Codes: S - static\nVRF: default\n"
+            " S 10.0.0.0/8 [0] via 10.1.1.1 w5 via 10.1.1.2 w5\n"
+            " S 192.168.1.0/24 [1] via 10.1.1.1 w5 via 10.1.1.2 w5\n");
+  ordered_json vias = ordered_json::parse(R"([{"nexthopAddr": "10.1.1.1", "interface": "Ethernet1"},
+                                              {"nexthopAddr": "10.1.1.2", "interface": "Ethernet1"}])");
+  auto entry = [&](const char* pfx, int pref) {
+    return ordered_json{{"prefix", pfx},
+                        {"preference", pref},
+                        {"label", 16 + pref},
+                        {"vias", vias},
+                        {"counters", {{"empty", ordered_json::object()}}}};
+  };
+  ordered_json expected = {
+      {"vrf", "default"},
+      {"routes",
+       {{"10.0.0.0/8", entry("10.0.0.0/8", 0)}, {"192.168.1.0/24", entry("192.168.1.0/24", 1)}}}};
+  EXPECT_EQ(parsePretty(render(kFormatJson, routeListing)), expected);
+}
+
+TEST(PrinterJson, SimpleDictEntriesTakeOneValue) {
+  auto counts = [](rendr::Printer& p, unsigned f) {
+    rendr::StringAttrInfo type("type", f);
+    rendr::UintAttrInfo count("count", f);
+    p.startDict("tunnelCounts");
+    for (const char* t : {"ipInIp", "gre", "mpls"}) {
+      type.setValue(t);
+      count.setValue(2);
+      p.startSimpleDictEntry(type);
+      if (t[0] == 'i') p.addAttributes("ipInIp %u\n", 1, count.getArg());
+      if (t[0] == 'g') p.addAttributesJson(1, type.getArg());
+      p.endSimpleDictEntry();  // mpls: no value
+    }
+    p.endDict();
+  };
+  EXPECT_EQ(render(kFormatText, counts), "ipInIp 2\n");
+  EXPECT_EQ(parsePretty(render(kFormatJson, counts)),
+            ordered_json::parse(R"({"tunnelCounts": {"ipInIp": 2, "gre": "gre", "mpls": null}})"));
+}
+
+TEST(PrinterJson, ValuesKeepTheirKindsAndKeysAreText) {
+  std::string out = render(kFormatJson, [](rendr::Printer& p, unsigned f) {
+    rendr::IntAttrInfo imin("intMin", f);
+    rendr::UintAttrInfo umax("uintMax", f);
+    rendr::Uint64AttrInfo u64("bytes", f);
+    rendr::DoubleAttrInfo nan("nan", f), inf("inf", f);
+    rendr::BoolAttrInfo yes("yes", f);
+    rendr::StringAttrInfo unset("neverSet", f);
+    imin.setValue(std::numeric_limits<std::int32_t>::min());
+    umax.setValue(std::numeric_limits<std::uint32_t>::max());
+    u64.setValue(1ull << 63);
+    nan.setValue(std::nan(""));
+    inf.setValue(-HUGE_VAL);
+    yes.setValue(true);
+    p.addAttributes("%d %u", 7, imin.getArg(), umax.getArg(), u64.getArg(), nan.getArg(),
+                    inf.getArg(), yes.getArg(), unset.getArg());
+    p.startDict("byKey");
+    for (const rendr::AttrInfo* key : {imin.getArg(), umax.getArg(), u64.getArg(), yes.getArg()}) {
+      p.startDictEntry(*key);
+      p.endDictEntry();
+    }
+    p.endDict();
+  });
+  EXPECT_EQ(parsePretty(out), ordered_json::parse(R"({"intMin": -2147483648,
+      "uintMax": 4294967295, "bytes": 9223372036854775808, "nan": null, "inf": null,
+      "yes": true, "neverSet": null, "byKey": {"-2147483648": {}, "4294967295": {},
+      "9223372036854775808": {}, "true": {}}})"));
+}
+
+// Doubles are written as Python's json module writes them, so the output is the same from
+// run to run and from this printer to a script's.
+TEST(PrinterJson, DoublesUseTheShortestExactForm) {
+  const std::pair<double, const char*> cases[] = {
+      {100.0, "100.0"},   {-0.0, "-0.0"},
+      {-3.25, "-3.25"},   {1e15, "1000000000000000.0"},
+      {1e16, "1e+16"},    {12345678901234567.0, "1.2345678901234568e+16"},
+      {1e-4, "0.0001"},   {1.5e-5, "1.5e-05"},
+      {5e-324, "5e-324"}, {0.1f, "0.10000000149011612"},  // a float, widened
+  };
+  for (auto [value, text] : cases) {
+    std::string out = render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
+      rendr::DoubleAttrInfo d("d", f);
+      d.setValue(value);
+      p.addAttributes("", 1, d.getArg());
+    });
+    EXPECT_EQ(out, "{\n  \"d\": "s + text + "\n}\n");
+    EXPECT_EQ(ordered_json::parse(out)["d"], value) << text;
+  }
+}
+
+TEST(PrinterJson, RootObjectIsOpenedOnDemandAndClosedOnce) {
+  auto json = [](auto body) { return render(kFormatJson, body); };
+  EXPECT_EQ(json([](auto&, unsigned) {}), "{}\n");
+  EXPECT_EQ(json([](auto& p, unsigned) { p.addFrills("only text\n"); }), "{}\n");
+  EXPECT_EQ(json([](auto& p, unsigned) { p.end(); }), "{}\n");
+  EXPECT_EQ(json([](auto& p, unsigned) {
+              p.start();
+              p.startList("empty");
+              p.endList();
+              p.end();
+            }),
+            "{\n  \"empty\": []\n}\n");
+}
+
+TEST(PrinterJson, DestructorClosesWhatIsStillOpen) {
+  std::string out = render(kFormatJson, [](rendr::Printer& p, unsigned f) {
+    rendr::StringAttrInfo key("k", f);
+    key.setValue("x");
+    p.startDict("d");
+    p.startDictEntry(key);
+    p.startList("l");
+    p.startListEntry();
+    p.startSubmodel("s");
+    p.startDict("inner");
+    p.startSimpleDictEntry(key);
+  });
+  EXPECT_EQ(parsePretty(out),
+            ordered_json::parse(R"({"d": {"x": {"l": [{"s": {"inner": {"x": null}}}]}}})"));
+}
+
+// Strings, keys and names come from device state (interface descriptions, VRF names): any
+// bytes at all.
+TEST(PrinterJson, StringsAreEscapedAndMadeValidUtf8) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"say \"hi\" \\ \n\t\x01\x7f"s, "say \"hi\" \\ \n\t\x01\x7f"s},
+      {"nul\0!"s, "nul\0!"s},
+      {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
+      {"\xc0\xaf", "\xef\xbf\xbd\xef\xbf\xbd"},                                  // overlong '/'
+      {"\xed\xa0\x80", "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd"},                  // a surrogate
+      {"\xf4\x90\x80\x80", "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd"},  // > U+10FFFF
+      {"cut\xe2\x82", "cut\xef\xbf\xbd"},  // one replacement per maximal subpart
+      {"\xf0\x9f\x98x", "\xef\xbf\xbdx"},
+  };
+  for (const auto& [in, expected] : cases) {
+    std::string out = render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
+      rendr::StringAttrInfo s("s", f);
+      rendr::IntAttrInfo named(in.c_str(), f);
+      s.setValue(in);
+      named.setValue(1);
+      p.addAttributes("", 2, s.getArg(), named.getArg());
+      p.startDict("d");
+      p.startDictEntry(s);
+      p.endDictEntry();
+      p.endDict();
+    });
+    ordered_json doc = parsePretty(out);
+    EXPECT_EQ(doc["s"], expected) << out;
+    EXPECT_TRUE(doc["d"].contains(expected)) << out;
+    if (in.find('\0') == std::string::npos) {
+      EXPECT_EQ(doc[expected], 1) << out;  // the same text as an attribute name
+    }
+  }
+  std::string out = render(kFormatJson, [](rendr::Printer& p, unsigned f) {
+    rendr::StringAttrInfo s("s", f);
+    s.setValue("\n\t\x01");
+    p.addAttributes("", 1, s.getArg());
+  });
+  EXPECT_NE(out.find(R"("\n\t\u0001")"), std::string::npos) << "short escapes where JSON has them";
+}
+
+// Every byte value at every position of a string long enough for the word-at-a-time scan.
+TEST(PrinterJson, EveryByteIsEscapedWhereverItStands) {
+  std::vector<std::string> inputs;
+  for (int byte = 0; byte < 256; ++byte) {
+    for (std::size_t pos = 0; pos < 20; ++pos) {
+      inputs.emplace_back(20, 'a');
+      inputs.back()[pos] = static_cast<char>(byte);
+    }
+  }
+  std::string out = render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
+    rendr::StringAttrInfo s("s", f);
+    p.startList("l");
+    for (const std::string& in : inputs) {
+      s.setValue(in);
+      p.startListEntry();
+      p.addAttributes("", 1, s.getArg());
+      p.endListEntry();
+    }
+    p.endList();
+  });
+  ordered_json doc = parsePretty(out);
+  ASSERT_EQ(doc["l"].size(), inputs.size());
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    std::string expected = inputs[i];
+    if (static_cast<unsigned char>(expected[i % 20]) >= 0x80)
+      expected.replace(i % 20, 1, "\xef\xbf\xbd");
+    ASSERT_EQ(doc["l"][i]["s"], expected) << "byte " << i / 20 << " at " << i % 20;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,151 @@
+// What reaches the file descriptor, and when: buffering, the user's interrupt, a reader that
+// went away, and a device that refuses the bytes.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "platform/rendr/Printer.h"
+#include "tests/platform/rendr/Capture.h"
+
+namespace {
+
+using rendr::kFormatJson;
+using rendr::kFormatText;
+
+TEST(PrinterOutput, BufferFillsThenGoesOutOnFlushOrWhenFull) {
+  rendr::test::Capture cap;
+  rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
+  EXPECT_EQ(p.fullness(), 0u);
+  std::string line(655, 'x');  // a hundredth of the buffer, near enough
+  p.addFrills("%s", line.c_str());
+  EXPECT_EQ(p.fullness(), 655u * 100 / rendr::Printer::kBufferSize);
+  for (int i = 0; i < 66; ++i)
+    p.addFrills("%s", line.c_str());
+  EXPECT_EQ(p.fullness(), 67u * 655 * 100 / rendr::Printer::kBufferSize);
+  EXPECT_EQ(cap.contents(), "");
+  p.ioflush();
+  EXPECT_EQ(p.fullness(), 0u);
+  EXPECT_EQ(cap.contents().size(), 67u * 655);
+  // Filling past the end writes the full buffer and keeps the rest.
+  for (int i = 0; i < 101; ++i)
+    p.addFrills("%s", line.c_str());
+  EXPECT_EQ(cap.contents().size(), 67u * 655 + rendr::Printer::kBufferSize);
+  EXPECT_LT(p.fullness(), 5u);
+}
+
+class PrinterInterrupt : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    rendr::installSignalHandlers();
+    rendr::clearInterrupt();
+  }
+  void TearDown() override { rendr::clearInterrupt(); }
+};
+
+TEST_F(PrinterInterrupt, NextCallThrowsAndTheJsonIsClosedOnDestruction) {
+  rendr::test::Capture cap;
+  int entries = 0;
+  {
+    rendr::Printer p(cap.fd(), kFormatJson, true, false, true, 0);
+    rendr::StringAttrInfo prefix("prefix", kFormatJson);
+    rendr::IntAttrInfo metric("metric", kFormatJson);
+    try {
+      p.startDict("routes");
+      for (int i = 0; i < 1000; ++i) {
+        prefix.setValue("10." + std::to_string(i) + ".0.0/16");
+        metric.setValue(i);
+        p.startDictEntry(prefix);
+        if (i == 5) raise(SIGINT);  // arrives mid-entry
+        p.addAttributes("%s %d\n", 2, prefix.getArg(), metric.getArg());
+        p.endDictEntry();
+        ++entries;
+      }
+      FAIL() << "not interrupted";
+    } catch (const rendr::sigintException& e) {
+      EXPECT_STREQ(e.what(), "on user interrupt");
+      EXPECT_EQ(std::string("exiting ") + e.what(), "exiting on user interrupt");
+    }
+    EXPECT_FALSE(rendr::interruptPending());
+    EXPECT_NO_THROW(p.fullness());  // reported once
+  }
+  EXPECT_EQ(entries, 5);
+  nlohmann::json doc = nlohmann::json::parse(cap.contents());
+  EXPECT_EQ(doc["routes"].size(), 6u);
+  EXPECT_EQ(doc["routes"]["10.4.0.0/16"]["metric"], 4);
+  EXPECT_TRUE(doc["routes"]["10.5.0.0/16"].empty());
+}
+
+TEST_F(PrinterInterrupt, EveryCallChecksAndAClearedInterruptIsForgotten) {
+  rendr::test::Capture cap;
+  rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
+  raise(SIGINT);
+  EXPECT_TRUE(rendr::interruptPending());
+  EXPECT_THROW(p.fullness(), rendr::sigintException);
+  raise(SIGINT);
+  EXPECT_THROW(p.addFrills("x"), rendr::sigintException);
+  raise(SIGINT);
+  EXPECT_THROW(p.ioflush(), rendr::sigintException);
+  raise(SIGINT);
+  rendr::clearInterrupt();
+  EXPECT_NO_THROW(p.addFrills("y"));
+}
+
+TEST(PrinterOutput, ClosedReaderEndsTheOutputQuietly) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  close(fds[0]);
+  rendr::Printer::clearOutputFailed();
+  int calls = 0;
+  bool closed = false;
+  std::string err = rendr::test::captureStderr([&] {
+    rendr::Printer p(fds[1], kFormatJson, true, false, true, 0);
+    rendr::StringAttrInfo s("description", kFormatJson);
+    s.setValue(std::string(100, 'd'));
+    try {
+      p.startList("l");
+      for (; calls < 100000; ++calls) {  // 12 MB: far beyond what a pipe holds
+        p.startListEntry();
+        p.addAttributes("%s", 1, s.getArg());
+        p.endListEntry();
+      }
+    } catch (const rendr::outputClosedException& e) {
+      EXPECT_STREQ(e.what(), "output closed");
+      closed = true;
+    }
+    // Later calls stop too, as an interrupt would stop them.
+    EXPECT_THROW(p.startListEntry(), rendr::sigintException);
+    EXPECT_THROW(p.fullness(), rendr::outputClosedException);
+  });  // and the destructor does not throw
+  close(fds[1]);
+  EXPECT_TRUE(closed);
+  EXPECT_GT(calls, 100);  // a whole buffer went before the write failed
+  EXPECT_EQ(err, "");
+  EXPECT_FALSE(rendr::Printer::outputFailed());
+}
+
+TEST(PrinterOutput, OtherWriteErrorsAreReportedOnce) {
+  int fd = open("/dev/full", O_WRONLY);
+  ASSERT_GE(fd, 0);
+  rendr::Printer::clearOutputFailed();
+  std::string err = rendr::test::captureStderr([&] {
+    rendr::Printer p(fd, kFormatText, true, false, true, 0);
+    p.addFrills("first\n");
+    p.ioflush();
+    p.addFrills("second\n");
+    p.ioflush();
+    std::string big(3 * rendr::Printer::kBufferSize, 'b');
+    p.addFrills("%s", big.c_str());
+  });
+  close(fd);
+  EXPECT_EQ(err, std::string("% Error writing output: ") + strerror(ENOSPC) + "\n");
+  EXPECT_TRUE(rendr::Printer::outputFailed());
+  rendr::Printer::clearOutputFailed();
+}
+
+}  // namespace
