@@ -94,6 +94,7 @@ using SortedRouteMap = Mox::VectorMap<Plexa::Prefix, Brine::Fib::Route>;
 struct SelectionStats {
   std::uint64_t internalFiltered = 0;  // routes examined and rejected by the filter
   double creationSeconds = 0;          // time from the caller's start to the end of selection
+  bool groupNamesBuilt = false;        // the nexthop-group names are read once per listing
 };
 
 class RouteSorter : public Mox::Entity {

@@ -45,6 +45,11 @@ Printer::~Printer() {
   out_.flush();
 }
 
+void Printer::unwind() noexcept {
+  while (depth_ > 1 || (depth_ == 1 && top() != Frame::root))
+    closeTop();
+}
+
 void Printer::throwClosed() {
   throw outputClosedException();
 }

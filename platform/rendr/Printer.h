@@ -90,6 +90,10 @@ class Printer {
   void addFrills(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
   void addArgs(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
+  // Closes every level still open above the root: a listing cut short by an interrupt leaves
+  // the printer ready for the next one. Never throws.
+  void unwind() noexcept;
+
   // The output buffer's fill, in percent (0 to 100).
   unsigned fullness();
   // Writes the buffer to the file descriptor now.

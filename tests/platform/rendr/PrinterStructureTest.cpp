@@ -11,6 +11,10 @@
 #include "platform/rendr/Printer.h"
 #include "tests/platform/rendr/Capture.h"
 
+#include <unistd.h>
+
+#include <string>
+
 namespace {
 
 using rendr::kFormatJson;
@@ -138,6 +142,37 @@ TEST(PrinterStructure, UnknownFormatsAreAssertions) {
     EXPECT_THROW(s.setValue("x"), Mox::InternalException);
     EXPECT_THROW(b.setValue(true), Mox::InternalException);
   }
+}
+
+}  // namespace
+
+namespace {
+
+// A listing cut short leaves levels open; unwind() closes them so the next listing can go on
+// on the same printer, and the document stays valid.
+TEST(PrinterUnwind, ClosesWhatAnInterruptedListingLeftOpen) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  {
+    rendr::Printer p(fds[1], rendr::kFormatJson);
+    rendr::StringAttrInfo key("prefix", rendr::kFormatJson);
+    key.setValue("10.0.0.0/8");
+    p.startDict("hosts");
+    p.startDictEntry(key);
+    p.startList("vias");
+    p.unwind();
+    p.startDict("routes");
+    p.endDict();
+  }
+  close(fds[1]);
+  std::string out;
+  char buf[4096];
+  for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;)
+    out.append(buf, std::size_t(n));
+  close(fds[0]);
+  EXPECT_EQ(out,
+            "{\n  \"hosts\": {\n    \"10.0.0.0/8\": {\n      \"vias\": []\n    }\n  },\n  "
+            "\"routes\": {}\n}\n");
 }
 
 }  // namespace

@@ -1,0 +1,83 @@
+#pragma once
+// Route printing: the IPv4 and IPv6 route listings and their host form, in text and JSON,
+// from what a sorter selected. One printer per listing; every line is a printer call.
+
+#include "lib/common/RouteAttrs.h"
+#include "lib/route_listing/RouteSorter.h"
+#include "platform/rendr/Printer.h"
+
+namespace Rova {
+
+// The attributes of one listing, built once and set per route.
+struct RouteAttrs {
+  explicit RouteAttrs(unsigned format);
+
+  rendr::StringAttrInfo prefix;
+  rendr::HardwareProgrammedAttrInfo hardwareProgrammed;
+  rendr::KernelProgrammedAttrInfo kernelProgrammed;
+  rendr::RouteTypeAttrInfo routeType;
+  rendr::BoolAttrInfo directlyConnected;
+  rendr::StringAttrInfo routeAction;
+  rendr::IntAttrInfo preference;
+  rendr::UintAttrInfo metric;
+  rendr::StringAttrInfo nexthopAddr;
+  rendr::StringAttrInfo interface;
+  rendr::StringAttrInfo interfaceDescription;
+  rendr::UintAttrInfo mplsLabel;
+  rendr::StringAttrInfo labelStack;
+  rendr::StringAttrInfo vtepAddr;
+  rendr::UintAttrInfo vni;
+  rendr::StringAttrInfo routerMac;
+  rendr::StringAttrInfo viaWeight;
+  rendr::StringAttrInfo viaType;
+  rendr::StringAttrInfo tunnelEndPoint;
+  rendr::StringAttrInfo tunnelType;
+  rendr::StringAttrInfo tunnelAddressFamily;
+  rendr::UintAttrInfo tunnelIndex;
+  rendr::StringAttrInfo groupName;
+  rendr::UintAttrInfo groupId;
+  rendr::StringAttrInfo endpoint;
+  rendr::UintAttrInfo color;
+};
+
+// What one route line shows besides its FEC's vias.
+struct RouteLine {
+  Plexa::IpGenPrefix prefix;
+  bool hardwareProgrammed = true;
+  bool kernelProgrammed = true;
+  int preference = 0;
+  std::uint32_t metric = 0;
+  bool drop = false;
+  bool connected = false;           // a connected route on its interface
+  const char* groupName = nullptr;  // a nexthop-group route: the group
+  std::uint64_t groupId = 0;
+  const SrTePolicy::PolicyKey* policy = nullptr;  // an SR-TE route: the policy
+};
+
+// Adds a via's MPLS label, or its whole label stack: " label 16 3000" in text; "mplsLabel"
+// (one label) or "labelStack" (the stack as text, top label first) in JSON.
+void maybeAddLabelStackToOutput(rendr::Printer& p, RouteAttrs& attrs, Plexa::MplsLabel label,
+                                const Plexa::MplsLabelOperation& labelOperation);
+
+// The entry layout, shared by both families: printFormatRoute4 lays out IPv4 vias and
+// printFormatRoute6 IPv6 ones (an IPv4 route may have IPv6 next hops).
+template <class RouteType>
+void printFormatRoute4(RouteType type, const RouteLine& line, const CachedFec& fec,
+                       rendr::Printer& p, RouteAttrs& attrs);
+template <class RouteType>
+void printFormatRoute6(RouteType type, const RouteLine& line, const CachedFec& fec,
+                       rendr::Printer& p, RouteAttrs& attrs);
+
+// Whether `prefix` is a subnet, or the address, of interface `intfName` in the sorter's VRF.
+template <class Sorter>
+bool isDirectlyConnected(const Sorter& s, const typename Sorter::Family::Prefix& prefix,
+                         const Mox::String8& intfName);
+
+template <class Sorter>
+void formatOutput(Sorter& s, std::uint32_t fd, std::uint32_t format, rendr::Printer& p);
+void formatHostRouteOutput(RouteSorter& s, std::uint32_t fd, std::uint32_t format,
+                           rendr::Printer& p);
+void formatHostRouteOutput(Route6Sorter& s, std::uint32_t fd, std::uint32_t format,
+                           rendr::Printer& p);
+
+}  // namespace Rova
