@@ -16,6 +16,9 @@ enum class AddrMatchType : std::uint32_t {
   allowAddressMatch = 2,  // an equal address never conflicts
 };
 
+constexpr const char* moxEnumTypeName(AddrMatchType) {
+  return "Rova::AddrMatchType";
+}
 const char* moxEnumName(AddrMatchType t);
 bool moxEnumFromName(std::string_view name, AddrMatchType& out);
 

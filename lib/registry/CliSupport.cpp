@@ -2,7 +2,14 @@
 // own attribute list; the lines here add what a list cannot say: how the type is constructed
 // and which operations the front end may call.
 
+#include "lib/config_checks/Address6AssignmentChecker.h"
+#include "lib/config_checks/Address6QueryParams.h"
+#include "lib/config_checks/AddressAssignmentChecker.h"
+#include "lib/config_checks/AddressQueryParams.h"
 #include "lib/config_checks/AddressQueryResult.h"
+#include "lib/config_checks/InvalidNextHop6Checker.h"
+#include "lib/config_checks/InvalidNextHopChecker.h"
+#include "lib/config_checks/RdAssignmentChecker.h"
 #include "lib/nexthop_group/CounterEntry.h"
 #include "lib/registry/TypeRegistry.h"
 #include "lib/static_routes/RovaConsts.h"
@@ -14,13 +21,54 @@ void registerTypes(TypeRegistry& r) {
             .constructor<std::uint32_t, std::uint32_t>({"counterIndex", "chipMask"})
             .build());
   r.add(TypeBuilder<AddressQueryResult>("Rova::AddressQueryResult").constructor<>().build());
+  r.add(TypeBuilder<Address6QueryParams>("Rova::Address6QueryParams")
+            .factory("address6QueryParamsFactory", &address6QueryParamsFactory,
+                     {"ip6Config", "intfName", "mgmtPrefix", "addrWithMask"})
+            .op("ip6ConfigIs", &Address6QueryParams::ip6ConfigIs, {"ip6Config"})
+            .op("intfNameIs", &Address6QueryParams::intfNameIs, {"intfName"})
+            .op("mgmtPrefixIs", &Address6QueryParams::mgmtPrefixIs, {"mgmtPrefix"})
+            .op("addrWithMaskIs", &Address6QueryParams::addrWithMaskIs, {"addrWithMask"})
+            .build());
   r.add(TypeBuilder<CounterEntry>("Rova::CounterEntry")
             .constructor<std::uint64_t, std::uint64_t>({"packets", "bytes"})
             .build());
+  r.add(TypeBuilder<AddressAssignmentChecker>("Rova::AddressAssignmentChecker")
+            .constructor<>()
+            .op("check", &AddressAssignmentChecker::check, {"params"})
+            .build());
   r.add(TypeBuilder<RovaConsts>("Rova::RovaConsts").constructor<>().build());
+  r.add(TypeBuilder<AddressQueryParams>("Rova::AddressQueryParams")
+            .factory("addressQueryParamsFactory", &addressQueryParamsFactory,
+                     {"ipConfig", "intfName", "mgmtPrefix", "primaryMatch", "secondaryMatch",
+                      "addrWithMask"})
+            .op("ipConfigIs", &AddressQueryParams::ipConfigIs, {"ipConfig"})
+            .op("intfNameIs", &AddressQueryParams::intfNameIs, {"intfName"})
+            .op("mgmtPrefixIs", &AddressQueryParams::mgmtPrefixIs, {"mgmtPrefix"})
+            .op("primaryMatchIs", &AddressQueryParams::primaryMatchIs, {"primaryMatch"})
+            .op("secondaryMatchIs", &AddressQueryParams::secondaryMatchIs, {"secondaryMatch"})
+            .op("addrWithMaskIs", &AddressQueryParams::addrWithMaskIs, {"addrWithMask"})
+            .build());
+  r.add(TypeBuilder<InvalidNextHop6Checker>("Rova::InvalidNextHop6Checker")
+            .constructor<>()
+            .op("check", &InvalidNextHop6Checker::check, {"ip6Config", "nexthop", "vrfName"})
+            .build());
+  r.add(TypeBuilder<Address6AssignmentChecker>("Rova::Address6AssignmentChecker")
+            .constructor<>()
+            .op("check", &Address6AssignmentChecker::check, {"params"})
+            .build());
+  r.add(TypeBuilder<InvalidNextHopChecker>("Rova::InvalidNextHopChecker")
+            .constructor<>()
+            .op("check", &InvalidNextHopChecker::check, {"ipConfig", "nexthop", "vrfName"})
+            .build());
   r.add(TypeBuilder<AddrMatchType>("Rova::AddrMatchType")
             .constructor<AddrMatchType>({"value"})
             .enumNames({"allowNoMatch", "allowExactMatch", "allowAddressMatch"})
+            .build());
+  r.add(TypeBuilder<RdAssignmentChecker>("Rova::RdAssignmentChecker")
+            .constructor<Mox::Ptr<Mox::Dir const>, Mox::String8, Plexa::RouteDistinguisher>(
+                {"routeDistinguisherInputDir", "vrfName", "routeDistinguisher"})
+            .textConstructor()
+            .op("handleInitialized", &RdAssignmentChecker::handleInitialized)
             .build());
 }
 

@@ -147,10 +147,17 @@ class MoxCursor final : public CollectionCursor {
   typename Coll::Iterator it_;
 };
 
+// An argument converted to the parameter's type. An entity parameter (an operation taking
+// `const Rova::AddressQueryParams&`) is the object the handle holds, passed by reference.
 template <class T>
-T argument(std::span<const Value> args, std::size_t i, const std::vector<Param>& params) {
+decltype(auto) argument(std::span<const Value> args, std::size_t i,
+                        const std::vector<Param>& params) {
   try {
-    return fromValue<T>(args[i]);
+    if constexpr (std::is_base_of_v<Mox::Entity, T>) {
+      return constObject<T>(args[i]);
+    } else {
+      return fromValue<T>(args[i]);
+    }
   } catch (const Mox::RangeException& e) {
     throw Mox::RangeException("argument '" + params[i].name + "': " + e.what());
   }

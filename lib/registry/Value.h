@@ -70,6 +70,15 @@ requires requires {
 struct TypeName<T> {
   static constexpr const char* value = T::kTypeName;
 };
+// Enumerations have no members to carry a name; theirs comes from moxEnumTypeName(E), found by
+// argument-dependent lookup next to moxEnumName.
+template <class E>
+requires std::is_enum_v<E> && requires {
+  moxEnumTypeName(E{});
+}
+struct TypeName<E> {
+  static constexpr const char* value = moxEnumTypeName(E{});
+};
 template <class T>
 struct TypeName<Mox::Ptr<T>> {
   static constexpr const char* value = TypeName<std::remove_const_t<T>>::value;
