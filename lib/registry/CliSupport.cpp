@@ -5,7 +5,10 @@
 #include "lib/config_checks/AddressQueryResult.h"
 #include "lib/nexthop_group/CounterEntry.h"
 #include "lib/registry/TypeRegistry.h"
+#include "lib/static_routes/NexthopInfo.h"
+#include "lib/static_routes/RouteSortKey.h"
 #include "lib/static_routes/RovaConsts.h"
+#include "lib/static_routes/StaticRoutesCliSaver.h"
 
 namespace Rova {
 
@@ -17,7 +20,17 @@ void registerTypes(TypeRegistry& r) {
   r.add(TypeBuilder<CounterEntry>("Rova::CounterEntry")
             .constructor<std::uint64_t, std::uint64_t>({"packets", "bytes"})
             .build());
+  r.add(TypeBuilder<RouteSortKey>("Rova::RouteSortKey")
+            .constructor<Plexa::IpGenPrefix, Routing::RoutePreference>({"prefix", "preference"})
+            .build());
   r.add(TypeBuilder<RovaConsts>("Rova::RovaConsts").constructor<>().build());
+  r.add(TypeBuilder<NexthopInfo>("Rova::NexthopInfo").constructor<>().build());
+  r.add(
+      TypeBuilder<StaticRoutesCliSaver>("Rova::StaticRoutesCliSaver")
+          .constructor<>()
+          .textConstructor()
+          .op("save", &StaticRoutesCliSaver::save, {"config", "saveAll", "routeCmd", "rovaConsts"})
+          .build());
   r.add(TypeBuilder<AddrMatchType>("Rova::AddrMatchType")
             .constructor<AddrMatchType>({"value"})
             .enumNames({"allowNoMatch", "allowExactMatch", "allowAddressMatch"})
