@@ -11,15 +11,40 @@
 #include "lib/config_checks/InvalidNextHopChecker.h"
 #include "lib/config_checks/RdAssignmentChecker.h"
 #include "lib/nexthop_group/CounterEntry.h"
+#include "lib/registry/RecordText.h"
 #include "lib/registry/TypeRegistry.h"
+#include "lib/route_listing/CachedFec.h"
+#include "lib/route_listing/RouteSorter.h"
+#include "lib/static_routes/NexthopInfo.h"
+#include "lib/static_routes/RouteSortKey.h"
 #include "lib/static_routes/RovaConsts.h"
+#include "lib/static_routes/StaticRoutesCliSaver.h"
 
 namespace Rova {
+
+namespace {
+
+// The operations both sorters offer, under the same names.
+template <class Sorter, class Prefix>
+TypeBuilder<Sorter>& sorterOperations(TypeBuilder<Sorter>& b) {
+  return b.op("legend", &Sorter::legend)
+      .op("hostLegend", &Sorter::hostLegend)
+      .op("buildNexthopGroupIdToName", &Sorter::buildNexthopGroupIdToName)
+      .op("createAttachedRoute", &Sorter::createAttachedRoute, {"address", "intfId"})
+      .op("handleInitialized", &Sorter::handleInitialized)
+      .op("printRoutes", &Sorter::printRoutes, {"fd", "fmt"})
+      .op("longestPrefixMatch", &Sorter::longestPrefixMatch)
+      .op("protocolString", &Sorter::protocolString, {"prefix"})
+      .op("viasForPrefix", &Sorter::viasForPrefix, {"prefix"});
+}
+
+}  // namespace
 
 void registerTypes(TypeRegistry& r) {
   r.add(TypeBuilder<CounterIndex>("Rova::CounterIndex")
             .constructor<std::uint32_t, std::uint32_t>({"counterIndex", "chipMask"})
             .build());
+  r.add(TypeBuilder<CachedVia>("Rova::CachedVia").constructor<>().build());
   r.add(TypeBuilder<AddressQueryResult>("Rova::AddressQueryResult").constructor<>().build());
   r.add(TypeBuilder<Address6QueryParams>("Rova::Address6QueryParams")
             .factory("address6QueryParamsFactory", &address6QueryParamsFactory,
@@ -29,6 +54,42 @@ void registerTypes(TypeRegistry& r) {
             .op("mgmtPrefixIs", &Address6QueryParams::mgmtPrefixIs, {"mgmtPrefix"})
             .op("addrWithMaskIs", &Address6QueryParams::addrWithMaskIs, {"addrWithMask"})
             .build());
+  {
+    TypeBuilder<Route6Sorter> b("Rova::Route6Sorter");
+    b.constructor<ConfigGenPtr, Mox::Ptr<Brine::Fib6::RouteStatus const>,
+                  Mox::Ptr<Brine::Fib6::ForwardingStatus const>, TunnelFibPtr, ArpPtr, VrfIdMapPtr,
+                  AllIntfConfigPtr, Mox::Ptr<Ip6::Status const>, HwVrfStatusPtr,
+                  Mox::Ptr<Routing6::Hardware::Status const>, NhEntryStatusPtr,
+                  KernelUnprogrammedPtr, EvpnTablePtr, DirPtr, Plexa::Ip6Prefix, IntfStatusPtr,
+                  Mox::String8, bool, bool, L3::VrfName, bool, std::int32_t, double, bool, bool,
+                  SrTePolicyPtr>({"routingConfig",
+                                  "routingStatus",
+                                  "forwardingStatus",
+                                  "tunnelFib",
+                                  "arpBrine",
+                                  "vrfIdMap",
+                                  "allIntfConfig",
+                                  "ipStatus",
+                                  "routingHwStatus",
+                                  "routingHardwareStatus",
+                                  "nhEntryStatus",
+                                  "kernelUnprogrammedRoute",
+                                  "evpnVxlanTunnelTable",
+                                  "tunnelTableDir",
+                                  "prefix",
+                                  "intfStatus",
+                                  "protocol",
+                                  "detail",
+                                  "longerPrefixes",
+                                  "vrfName",
+                                  "host",
+                                  "fd",
+                                  "quantify",
+                                  "originalMask",
+                                  "intf",
+                                  "srTePolicyStatus"});
+    r.add(sorterOperations<Route6Sorter, Plexa::Ip6Prefix>(b).build());
+  }
   r.add(TypeBuilder<CounterEntry>("Rova::CounterEntry")
             .constructor<std::uint64_t, std::uint64_t>({"packets", "bytes"})
             .build());
@@ -36,7 +97,11 @@ void registerTypes(TypeRegistry& r) {
             .constructor<>()
             .op("check", &AddressAssignmentChecker::check, {"params"})
             .build());
+  r.add(TypeBuilder<RouteSortKey>("Rova::RouteSortKey")
+            .constructor<Plexa::IpGenPrefix, Routing::RoutePreference>({"prefix", "preference"})
+            .build());
   r.add(TypeBuilder<RovaConsts>("Rova::RovaConsts").constructor<>().build());
+  r.add(TypeBuilder<NexthopInfo>("Rova::NexthopInfo").constructor<>().build());
   r.add(TypeBuilder<AddressQueryParams>("Rova::AddressQueryParams")
             .factory("addressQueryParamsFactory", &addressQueryParamsFactory,
                      {"ipConfig", "intfName", "mgmtPrefix", "primaryMatch", "secondaryMatch",
@@ -56,6 +121,12 @@ void registerTypes(TypeRegistry& r) {
             .constructor<>()
             .op("check", &Address6AssignmentChecker::check, {"params"})
             .build());
+  r.add(
+      TypeBuilder<StaticRoutesCliSaver>("Rova::StaticRoutesCliSaver")
+          .constructor<>()
+          .textConstructor()
+          .op("save", &StaticRoutesCliSaver::save, {"config", "saveAll", "routeCmd", "rovaConsts"})
+          .build());
   r.add(TypeBuilder<InvalidNextHopChecker>("Rova::InvalidNextHopChecker")
             .constructor<>()
             .op("check", &InvalidNextHopChecker::check, {"ipConfig", "nexthop", "vrfName"})
@@ -64,11 +135,52 @@ void registerTypes(TypeRegistry& r) {
             .constructor<AddrMatchType>({"value"})
             .enumNames({"allowNoMatch", "allowExactMatch", "allowAddressMatch"})
             .build());
+  {
+    TypeBuilder<RouteSorter> b("Rova::RouteSorter");
+    b.constructor<
+        ConfigGenPtr, Mox::Ptr<Brine::Fib::RouteStatus const>,
+        Mox::Ptr<Brine::Fib::ForwardingStatus const>, Mox::Ptr<Brine::Fib6::ForwardingStatus const>,
+        TunnelFibPtr, ArpPtr, VrfIdMapPtr, AllIntfConfigPtr, Mox::Ptr<Ip::Status const>,
+        HwVrfStatusPtr, Mox::Ptr<Routing::Hardware::Status const>, NhEntryStatusPtr,
+        KernelUnprogrammedPtr, EvpnTablePtr, DirPtr, Plexa::Prefix, IntfStatusPtr, Mox::String8,
+        bool, bool, L3::VrfName, bool, std::int32_t, double, bool, SrTePolicyPtr>(
+        {"routingConfig",
+         "routingStatus",
+         "forwardingStatus",
+         "forwarding6Status",
+         "tunnelFib",
+         "arpBrine",
+         "vrfIdMap",
+         "allIntfConfig",
+         "ipStatus",
+         "routingHwStatus",
+         "routingHardwareStatus",
+         "nhEntryStatus",
+         "kernelUnprogrammedRoute",
+         "evpnVxlanTunnelTable",
+         "tunnelTableDir",
+         "prefix",
+         "intfStatus",
+         "protocol",
+         "detail",
+         "longerPrefixes",
+         "vrfName",
+         "host",
+         "fd",
+         "quantify",
+         "originalMask",
+         "srTePolicyStatus"});
+    r.add(sorterOperations<RouteSorter, Plexa::Prefix>(b).build());
+  }
+  r.add(TypeBuilder<CachedLspVia>("Rova::CachedLspVia").constructor<>().build());
   r.add(TypeBuilder<RdAssignmentChecker>("Rova::RdAssignmentChecker")
             .constructor<Mox::Ptr<Mox::Dir const>, Mox::String8, Plexa::RouteDistinguisher>(
                 {"routeDistinguisherInputDir", "vrfName", "routeDistinguisher"})
             .textConstructor()
             .op("handleInitialized", &RdAssignmentChecker::handleInitialized)
+            .build());
+  r.add(TypeBuilder<CachedFec>("Rova::CachedFec")
+            .factory("cachedFecFactory", &cachedFecFactory, {"fecId"})
             .build());
 }
 

@@ -108,6 +108,25 @@ class BoxedValue : public Mox::Entity {
   const char* typeName() const override { return valueTypeName(); }
 };
 
+namespace detail {
+// The text of a boxed value: its own writeText, found in its own namespace or in Mox's.
+using Mox::writeText;
+template <class T>
+concept Writable = requires(std::string& s, const T& v) {
+  writeText(s, v);
+};
+template <class T>
+std::string boxedText(const T& v) {
+  if constexpr (Writable<T>) {
+    std::string out;
+    writeText(out, v);
+    return out;
+  } else {
+    return std::string("<") + typeNameOf<T>() + ">";
+  }
+}
+}  // namespace detail
+
 template <class T>
 class Boxed final : public BoxedValue {
  public:

@@ -144,6 +144,9 @@ std::size_t attrHash(const C& v) {
   void name##Is(const typename Type::Key& k, const typename Type::Value& v) {  \
     name##_.set(k, v);                                                         \
   }                                                                            \
+  void name##Is(const typename Type::Key& k, typename Type::Value&& v) {       \
+    name##_.set(k, std::move(v));                                              \
+  }                                                                            \
   bool name##Del(const typename Type::Key& k) {                                \
     return name##_.del(k);                                                     \
   }                                                                            \

@@ -140,6 +140,14 @@ class MapCollection : public CollectionBase<Storage, MapCollection<Storage>> {
     if (!added) it->second = v;
     this->notify(k);
   }
+  // The same for a value built only to be stored (a value with collections of its own would
+  // otherwise be copied node by node).
+  void set(const Key& k, Value&& v) {
+    // try_emplace leaves `v` alone when the key is present, so it can still be moved after.
+    auto [it, added] = this->emplaceKey(k, std::move(v));
+    if (!added) it->second = std::move(v);
+    this->notify(k);
+  }
   // x(key): the value, or a default value when the key is absent.
   Value get(const Key& k) const {
     auto it = this->storage_.find(k);

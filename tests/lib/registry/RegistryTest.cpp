@@ -27,9 +27,10 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
   for (const auto& t : reg().types())
     names.push_back(t->name);
   // The relative order of the library's registration list.
-  const std::vector<std::string> order = {"Rova::CounterIndex", "Rova::AddressQueryResult",
-                                          "Rova::CounterEntry", "Rova::RovaConsts",
-                                          "Rova::AddrMatchType"};
+  const std::vector<std::string> order = {"Rova::CounterIndex",         "Rova::AddressQueryResult",
+                                          "Rova::CounterEntry",         "Rova::RouteSortKey",
+                                          "Rova::RovaConsts",           "Rova::NexthopInfo",
+                                          "Rova::StaticRoutesCliSaver", "Rova::AddrMatchType"};
   std::vector<std::string> seen;
   for (const auto& n : names) {
     if (std::find(order.begin(), order.end(), n) != order.end()) seen.push_back(n);

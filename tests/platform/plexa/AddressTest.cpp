@@ -41,6 +41,13 @@ TEST(Ip6Addr, WritesTheCanonicalShortForm) {
   EXPECT_TRUE(Ip6Addr::fromString("febf::1").isLinkLocal());
   EXPECT_FALSE(Ip6Addr::fromString("fec0::1").isLinkLocal());
   EXPECT_LT(Ip6Addr::fromString("2001:db8::2"), Ip6Addr::fromString("2001:db8::10"));
+  // Bytes compare unsigned, and the first eight bytes outweigh the last eight.
+  EXPECT_LT(Ip6Addr::fromString("7fff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"),
+            Ip6Addr::fromString("8000::"));
+  EXPECT_LT(Ip6Addr::fromString("::ffff:ffff:ffff:ffff"), Ip6Addr::fromString("0:0:0:1::"));
+  EXPECT_LT(Ip6Addr::fromString("::7fff:0:0:0"), Ip6Addr::fromString("::8000:0:0:0"));
+  EXPECT_EQ(Ip6Addr::fromString("2001:db8::1") <=> Ip6Addr::fromString("2001:db8::1"),
+            std::strong_ordering::equal);
   for (const char* bad : {"", "2001:db8::1::2", "12345::", "1.2.3.4", "2001:db8::g"}) {
     Ip6Addr a;
     EXPECT_FALSE(Ip6Addr::parse(bad, a)) << bad;
@@ -109,6 +116,14 @@ TEST(IpGenAddr, CarriesEitherFamily) {
   EXPECT_EQ(v4.v4Addr(), IpAddr(10, 1, 1, 1));
   EXPECT_EQ(v6.stringValue(), "2001:db8::1");
   EXPECT_TRUE(IpGenAddr(IpAddr()).isZero());
+  // Truth is "not zero", in both families; the empty address is false too.
+  EXPECT_FALSE(empty);
+  EXPECT_FALSE(IpGenAddr(IpAddr()));
+  EXPECT_FALSE(IpGenAddr(Ip6Addr()));
+  EXPECT_TRUE(!IpGenAddr::fromString("::"));
+  EXPECT_TRUE(v4);
+  EXPECT_TRUE(v6);
+  EXPECT_TRUE(IpGenAddr::fromString("0.0.0.1"));
   // Families never compare equal, and IPv4 orders before IPv6.
   EXPECT_NE(IpGenAddr(IpAddr()), IpGenAddr(Ip6Addr()));
   EXPECT_LT(v4, v6);
