@@ -60,8 +60,10 @@ const char* typeName(od::json_type t) {
 std::string_view rawKeyText(const od::raw_json_string& key) {
   const char* p = key.raw();
   std::size_t n = 0;
-  while (p[n] != '"' || (n > 0 && p[n - 1] == '\\'))
-    ++n;
+  // The key ends at the first quote not escaped by a backslash, itself not escaped.
+  while (p[n] != '"') {
+    n += p[n] == '\\' ? 2 : 1;
+  }
   return std::string_view(p, n);
 }
 
@@ -101,7 +103,12 @@ void JsonReader::failJson(simdjson::error_code e) const {
 
 void JsonReader::failKey(od::field& field, const char* what, const std::string_view* keys,
                          std::size_t n) {
-  const std::string_view key = rawKeyText(field.key());
+  // Shown unescaped, as every other key and string in a message is.
+  // (A key with a broken escape is shown as written.) The raw text is taken first: unescaping
+  // consumes the key.
+  const std::string_view raw = rawKeyText(field.key());
+  std::string_view key;
+  if (field.unescaped_key().get(key) != simdjson::SUCCESS) key = raw;
   path_.push(key);
   std::string reason = std::string(what) + " " + quoted(key);
   if (n > 0) {
@@ -180,6 +187,10 @@ std::uint64_t JsonReader::number(od::value& v, std::uint64_t max) {
 
 bool JsonReader::isNull(od::value& v) {
   return typeOf(*this, v) == od::json_type::null;
+}
+
+bool JsonReader::isString(od::value& v) {
+  return typeOf(*this, v) == od::json_type::string;
 }
 
 std::size_t JsonReader::count(od::array& a) {

@@ -68,6 +68,7 @@ class JsonReader {
   // A whole number from 0 to `max`.
   std::uint64_t number(od::value& v, std::uint64_t max);
   bool isNull(od::value& v);
+  bool isString(od::value& v);
   // The number of elements, counted ahead so that tables can be sized once.
   std::size_t count(od::array& a);
 

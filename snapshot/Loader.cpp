@@ -861,6 +861,8 @@ void Loader::interface(od::value& v) {
         if (r_.isNull(f)) {
           linked = false;
           vrf = L3::VrfName();
+        } else if (!r_.isString(f)) {
+          r_.fail("expected a VRF name or null");
         } else {
           vrf = vrfName(r_.string(f));
           vrfRef(vrf);

@@ -75,6 +75,11 @@ TEST(LoadError, WrongTypesMissingAndRepeatedKeysAreRefused) {
   EXPECT_EQ(refusal(R"({"version": 2, "vrfs": {"default": {}}})"),
             "$.version: unsupported version 2 (this program reads 1)");
   EXPECT_EQ(refusal("[]"), "$: a state snapshot is a JSON object");
+  // A key is shown as written, escapes and all.
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {}}, "a\\": 1})"),
+            R"($["a\\"]: unknown key "a\\" (expected one of: version hostname hardware vrfs )"
+            R"(interfaces neighbors tunnels srTePolicies nexthopGroups flexCounters )"
+            R"(routeDistinguisherInputs))");
 }
 
 TEST(LoadError, MalformedJsonIsRefusedWhereItIsFound) {
@@ -220,6 +225,19 @@ TEST(LoadError, ShapesThatMeanNothingAreRefused) {
   EXPECT_EQ(refusal(doc),
             "$.vrfs.default.staticRoutes[0]: a nexthopGroup route needs "
             "\"nexthopGroup\"");
+}
+
+// A damaged file is refused like any bad document: a path and a message, never a crash (the
+// sanitizer build also runs the parser's own checks of how it is used).
+TEST(LoadError, DamagedDocumentsAreRefusedNotCrashedOn) {
+  const std::string_view example = Snapshot::embeddedExample();
+  for (std::size_t cut = 0; cut < example.size(); cut += 61) {
+    SCOPED_TRACE(cut);
+    const std::string result = refusal(example.substr(0, cut));
+    EXPECT_EQ(result.rfind("$", 0), 0u) << result;
+  }
+  const std::string brokenEscape = refusal(R"({"version": 1, "vrfs": {"default": {}}, "a\q": 1})");
+  EXPECT_EQ(brokenEscape.rfind("$", 0), 0u) << brokenEscape;
 }
 
 TEST(LoadError, AFileThatCannotBeReadIsNamed) {
