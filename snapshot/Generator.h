@@ -8,8 +8,9 @@
 //   IPv6: mostly /48, some /32 to /44 and /56 to /64);
 // - first the device's own routes: a connected and a receive route per uplink and for the
 //   management port, the loopback, and a default route; then BGP and OSPF routes;
-// - shared FECs (from a hundred to a few thousand): ECMP sets over the uplinks, some
-//   weighted, some with backup vias, some through LDP tunnels, which have tunnel FIB entries;
+// - shared FECs (about seventy for small tables, a few thousand for full ones): ECMP sets
+//   over the uplinks, some weighted, some with backup vias, some through LDP tunnels, which
+//   have tunnel FIB entries;
 // - a handful of nexthop-group routes over four configured groups;
 // - about one route in a thousand not programmed in hardware, one in ten thousand not in the
 //   kernel;
