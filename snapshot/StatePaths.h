@@ -8,28 +8,33 @@
 namespace Snapshot::paths {
 
 // Device-wide state.
-inline constexpr const char* kIntfConfig = "interface/config";        // Interface::AllIntfConfigDir
-inline constexpr const char* kIntfStatus = "interface/status";        // Interface::AllIntfStatusDir
-inline constexpr const char* kIpConfig = "ip/config";                 // Ip::Config
-inline constexpr const char* kIpStatus = "ip/status";                 // Ip::Status
-inline constexpr const char* kIp6Config = "ip6/config";               // Ip6::Config
-inline constexpr const char* kIp6Status = "ip6/status";               // Ip6::Status
-inline constexpr const char* kArpStatus = "arp/status";               // Arp::Table::Status
-inline constexpr const char* kVrfIdMap = "vrf/idMap";                 // Vrf::VrfIdMap::Status
-inline constexpr const char* kTunnelFib = "tunnel/fib";               // Tunnel::TunnelFib::MplsTunnelFib
-inline constexpr const char* kTunnelTables = "tunnel/tables";         // Mox::Dir: sr, static, ldp, bgpLu
-inline constexpr const char* kEvpnVxlan = "tunnel/evpnVxlan";         // ...::EvpnVxlanTunnelTable
-inline constexpr const char* kSrTePolicy = "srTePolicy/status";       // SrTePolicy::PolicyStatus
-inline constexpr const char* kNhgConfig = "nexthopGroup/config";      // Routing::NexthopGroup::Config
-inline constexpr const char* kNhgEntryStatus = "nexthopGroup/entryStatus";  // NexthopGroup::EntryStatus
-inline constexpr const char* kNhgHwStatus = "hardware/nexthopGroup";  // Routing::Hardware::NexthopGroupStatus
-inline constexpr const char* kRoutingHw = "hardware/routing";         // Routing::Hardware::Status
-inline constexpr const char* kRouting6Hw = "hardware/routing6";       // Routing6::Hardware::Status
-inline constexpr const char* kRdInputDir = "ip/routeDistinguisherInput";  // Mox::Dir of Ip::RouteDistinguisherInput
+inline constexpr const char* kIntfConfig = "interface/config";   // Interface::AllIntfConfigDir
+inline constexpr const char* kIntfStatus = "interface/status";   // Interface::AllIntfStatusDir
+inline constexpr const char* kIpConfig = "ip/config";            // Ip::Config
+inline constexpr const char* kIpStatus = "ip/status";            // Ip::Status
+inline constexpr const char* kIp6Config = "ip6/config";          // Ip6::Config
+inline constexpr const char* kIp6Status = "ip6/status";          // Ip6::Status
+inline constexpr const char* kArpStatus = "arp/status";          // Arp::Table::Status
+inline constexpr const char* kVrfIdMap = "vrf/idMap";            // Vrf::VrfIdMap::Status
+inline constexpr const char* kTunnelFib = "tunnel/fib";          // Tunnel::TunnelFib::MplsTunnelFib
+inline constexpr const char* kTunnelTables = "tunnel/tables";    // Mox::Dir: sr, static, ldp, bgpLu
+inline constexpr const char* kEvpnVxlan = "tunnel/evpnVxlan";    // ...::EvpnVxlanTunnelTable
+inline constexpr const char* kSrTePolicy = "srTePolicy/status";  // SrTePolicy::PolicyStatus
+inline constexpr const char* kNhgConfig = "nexthopGroup/config";  // Routing::NexthopGroup::Config
+inline constexpr const char* kNhgEntryStatus =
+    "nexthopGroup/entryStatus";  // NexthopGroup::EntryStatus
+inline constexpr const char* kNhgHwStatus =
+    "hardware/nexthopGroup";  // Routing::Hardware::NexthopGroupStatus
+inline constexpr const char* kRoutingHw = "hardware/routing";    // Routing::Hardware::Status
+inline constexpr const char* kRouting6Hw = "hardware/routing6";  // Routing6::Hardware::Status
+inline constexpr const char* kRdInputDir =
+    "ip/routeDistinguisherInput";                     // Mox::Dir of Ip::RouteDistinguisherInput
+inline constexpr const char* kDevice = "sys/device";  // Snapshot::DeviceInfo
 // The counter tables, at the paths the nexthop-group counters mount.
 inline constexpr const char* kCounterKeyTable = "tunnel/nexthop/counterkeyinfo";
 inline constexpr const char* kCounterTable = "flexCounter/counterTable/16/4294967295";
-inline constexpr const char* kSnapshotCounterTable = "flexCounter/snapshotCounterTable/16/4294967295";
+inline constexpr const char* kSnapshotCounterTable =
+    "flexCounter/snapshotCounterTable/16/4294967295";
 
 // Per-VRF state: "vrf/<name>/<leaf>".
 inline constexpr const char* kRoutingConfig = "routing/config";    // Routing::ConfigGen (IPv4)

@@ -1,0 +1,34 @@
+#pragma once
+// Synthetic device states of any size, for benchmarks and stress tests: a spine-facing router
+// with sixteen routed uplinks carrying an Internet-sized table in the default VRF.
+//
+// What a state holds, for N IPv4 and M IPv6 routes:
+// - exactly N IPv4 and M IPv6 routes in the default VRF, prefixes unique, with an
+//   Internet-like length mix (IPv4: about 60% /24, most others /16 to /23, a few shorter;
+//   IPv6: mostly /48, some /32 to /44 and /56 to /64);
+// - first the device's own routes: a connected and a receive route per uplink and for the
+//   management port, the loopback, and a default route; then BGP and OSPF routes;
+// - shared FECs (about seventy for small tables, a few thousand for full ones): ECMP sets
+//   over the uplinks, some weighted, some with backup vias, some through LDP tunnels, which
+//   have tunnel FIB entries;
+// - a handful of nexthop-group routes over four configured groups;
+// - about one route in a thousand not programmed in hardware, one in ten thousand not in the
+//   kernel;
+// - optionally small extra VRFs ("vrf1"...), each with an interface and a few dozen routes.
+// The same options give the same text, byte for byte.
+
+#include <cstdint>
+#include <string>
+
+namespace Snapshot {
+
+struct GeneratorOptions {
+  std::uint64_t ipv4Routes = 1000;
+  std::uint64_t ipv6Routes = 100;
+  std::uint64_t seed = 1;
+  unsigned extraVrfs = 0;
+};
+
+std::string generate(const GeneratorOptions& options);
+
+}  // namespace Snapshot

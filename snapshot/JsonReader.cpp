@@ -1,0 +1,202 @@
+#include "snapshot/JsonReader.h"
+
+namespace Snapshot {
+
+namespace {
+
+bool isPlainKey(std::string_view key) {
+  if (key.empty() || (key[0] >= '0' && key[0] <= '9')) return false;
+  for (char c : key) {
+    const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                    c == '_' || c == '-';
+    if (!ok) return false;
+  }
+  return true;
+}
+
+// A quoted JSON string, for keys and values shown in messages. Long text is cut: a message
+// names the thing, it does not need all of it.
+std::string quoted(std::string_view s) {
+  constexpr std::size_t kMaxShown = 120;
+  std::string out = "\"";
+  for (std::size_t i = 0; i < s.size() && i < kMaxShown; ++i) {
+    const unsigned char c = static_cast<unsigned char>(s[i]);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += char(c);
+    } else if (c < 0x20) {
+      static const char kHex[] = "0123456789abcdef";
+      out += "\\u00";
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    } else {
+      out += char(c);
+    }
+  }
+  if (s.size() > kMaxShown) out += "...";
+  out += '"';
+  return out;
+}
+
+const char* typeName(od::json_type t) {
+  switch (t) {
+    case od::json_type::array:
+      return "an array";
+    case od::json_type::object:
+      return "an object";
+    case od::json_type::number:
+      return "a number";
+    case od::json_type::string:
+      return "a string";
+    case od::json_type::boolean:
+      return "a boolean";
+    case od::json_type::null:
+      return "null";
+  }
+  return "an unknown value";
+}
+
+// The text of a raw key as it stands in the document, up to its closing quote.
+std::string_view rawKeyText(const od::raw_json_string& key) {
+  const char* p = key.raw();
+  std::size_t n = 0;
+  // The key ends at the first quote not escaped by a backslash, itself not escaped.
+  while (p[n] != '"') {
+    n += p[n] == '\\' ? 2 : 1;
+  }
+  return std::string_view(p, n);
+}
+
+}  // namespace
+
+LoadError::LoadError(std::string jsonPath, std::string reason)
+    : Mox::Exception(jsonPath.empty() ? reason : jsonPath + ": " + reason),
+      jsonPath_(std::move(jsonPath)),
+      reason_(std::move(reason)) {}
+
+std::string JsonPath::text() const {
+  std::string s = "$";
+  for (const Step& step : steps_) {
+    if (step.isIndex) {
+      s += '[';
+      s += std::to_string(step.index);
+      s += ']';
+    } else if (isPlainKey(step.key)) {
+      s += '.';
+      s += step.key;
+    } else {
+      s += '[';
+      s += quoted(step.key);
+      s += ']';
+    }
+  }
+  return s;
+}
+
+void JsonReader::fail(std::string reason) const {
+  throw LoadError(path_.text(), std::move(reason));
+}
+
+void JsonReader::failJson(simdjson::error_code e) const {
+  fail(std::string("malformed JSON: ") + simdjson::error_message(e));
+}
+
+void JsonReader::failKey(od::field& field, const char* what, const std::string_view* keys,
+                         std::size_t n) {
+  // Shown unescaped, as every other key and string in a message is.
+  // (A key with a broken escape is shown as written.) The raw text is taken first: unescaping
+  // consumes the key.
+  const std::string_view raw = rawKeyText(field.key());
+  std::string_view key;
+  if (field.unescaped_key().get(key) != simdjson::SUCCESS) key = raw;
+  path_.push(key);
+  std::string reason = std::string(what) + " " + quoted(key);
+  if (n > 0) {
+    reason += " (expected one of:";
+    for (std::size_t i = 0; i < n; ++i) {
+      reason += ' ';
+      reason += keys[i];
+    }
+    reason += ')';
+  }
+  fail(reason);
+}
+
+void JsonReader::failMissing(const std::string_view* keys, std::size_t n, std::uint64_t missing) {
+  for (std::size_t i = 0; i < n; ++i) {
+    if (missing & bit(unsigned(i))) fail("missing required key \"" + std::string(keys[i]) + "\"");
+  }
+  fail("missing required key");
+}
+
+namespace {
+od::json_type typeOf(JsonReader& r, od::value& v) {
+  od::json_type t;
+  r.check(v.type().get(t));
+  return t;
+}
+}  // namespace
+
+od::object JsonReader::object(od::value& v) {
+  const od::json_type t = typeOf(*this, v);
+  if (t != od::json_type::object) fail(std::string("expected an object, found ") + typeName(t));
+  od::object o;
+  check(v.get_object().get(o));
+  return o;
+}
+
+od::array JsonReader::array(od::value& v) {
+  const od::json_type t = typeOf(*this, v);
+  if (t != od::json_type::array) fail(std::string("expected an array, found ") + typeName(t));
+  od::array a;
+  check(v.get_array().get(a));
+  return a;
+}
+
+std::string_view JsonReader::string(od::value& v) {
+  const od::json_type t = typeOf(*this, v);
+  if (t != od::json_type::string) fail(std::string("expected a string, found ") + typeName(t));
+  std::string_view s;
+  check(v.get_string().get(s));
+  return s;
+}
+
+bool JsonReader::boolean(od::value& v) {
+  const od::json_type t = typeOf(*this, v);
+  if (t != od::json_type::boolean)
+    fail(std::string("expected true or false, found ") + typeName(t));
+  bool b;
+  check(v.get_bool().get(b));
+  return b;
+}
+
+std::uint64_t JsonReader::number(od::value& v, std::uint64_t max) {
+  const od::json_type t = typeOf(*this, v);
+  if (t != od::json_type::number) fail(std::string("expected a number, found ") + typeName(t));
+  std::uint64_t n;
+  if (v.get_uint64().get(n) != simdjson::SUCCESS || n > max) {
+    std::string_view token = v.raw_json_token();
+    while (!token.empty() && (token.back() == ' ' || token.back() == '\n' || token.back() == '\r' ||
+                              token.back() == '\t'))
+      token.remove_suffix(1);
+    fail("expected a whole number from 0 to " + std::to_string(max) + ", found " +
+         std::string(token));
+  }
+  return n;
+}
+
+bool JsonReader::isNull(od::value& v) {
+  return typeOf(*this, v) == od::json_type::null;
+}
+
+bool JsonReader::isString(od::value& v) {
+  return typeOf(*this, v) == od::json_type::string;
+}
+
+std::size_t JsonReader::count(od::array& a) {
+  std::size_t n;
+  check(a.count_elements().get(n));
+  return n;
+}
+
+}  // namespace Snapshot

@@ -1,0 +1,41 @@
+#pragma once
+// The JSON state snapshot: one document describing a whole device, loaded into a fresh entity
+// manager at the paths of StatePaths.h. docs/state-format.md describes the format.
+//
+// Loading is strict and all-or-nothing: the first thing wrong in the document raises
+// LoadError naming where it is ("$.vrfs.red.ipv4.fecs[3].vias[512]") and what is wrong, and
+// no entity manager is returned. A document that loads yields every device-wide entity and,
+// for every VRF it names, every per-VRF entity, empty where the document says nothing.
+
+#include <string>
+#include <string_view>
+
+#include "platform/mox/Exception.h"
+#include "platform/mox/Ptr.h"
+#include "platform/statum/EntityManager.h"
+
+namespace Snapshot {
+
+class LoadError : public Mox::Exception {
+ public:
+  // what() is "<jsonPath>: <reason>", or the reason alone when there is no path (a file that
+  // cannot be read).
+  LoadError(std::string jsonPath, std::string reason);
+  const std::string& jsonPath() const { return jsonPath_; }
+  const std::string& reason() const { return reason_; }
+
+ private:
+  std::string jsonPath_;
+  std::string reason_;
+};
+
+// The document format version this loader reads.
+inline constexpr int kFormatVersion = 1;
+
+Mox::Ptr<Statum::EntityManager> load(std::string_view json);
+Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path);
+
+// The example device (examples/leaf1.json), compiled into the program as its default state.
+std::string_view embeddedExample();
+
+}  // namespace Snapshot

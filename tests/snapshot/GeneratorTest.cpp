@@ -1,0 +1,123 @@
+// Generated states: they load, hold exactly the routes asked for with the promised mix, and
+// come out the same for the same seed.
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "platform/brine/Fib.h"
+#include "platform/brine/Neighbor.h"
+#include "platform/brine/Tunnel.h"
+#include "platform/state/Routing.h"
+#include "snapshot/Generator.h"
+#include "snapshot/Snapshot.h"
+#include "snapshot/StatePaths.h"
+
+namespace {
+
+namespace p = Snapshot::paths;
+
+Mox::Ptr<Statum::EntityManager> generated(std::uint64_t v4, std::uint64_t v6,
+                                          std::uint64_t seed = 1, unsigned vrfs = 0) {
+  Snapshot::GeneratorOptions o;
+  o.ipv4Routes = v4;
+  o.ipv6Routes = v6;
+  o.seed = seed;
+  o.extraVrfs = vrfs;
+  return Snapshot::load(Snapshot::generate(o));
+}
+
+TEST(Generator, HoldsExactlyTheRoutesAskedFor) {
+  for (std::uint64_t n : {0, 1, 5, 40, 3000}) {
+    SCOPED_TRACE(n);
+    auto em = generated(n, n / 3);
+    EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute))->size(), n);
+    EXPECT_EQ(em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route))->size(),
+              n / 3);
+  }
+}
+
+TEST(Generator, PrefixLengthsFollowAnInternetLikeMix) {
+  auto em = generated(20000, 5000);
+  std::map<int, int> v4, v6;
+  for (const auto& r : *em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute)))
+    ++v4[r.prefix.len()];
+  for (const auto& r : *em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route)))
+    ++v6[r.prefix.len()];
+  EXPECT_NEAR(v4[24] / 20000.0, 0.6, 0.05);
+  int mid = 0, shorter = 0;
+  for (int len = 16; len <= 23; ++len)
+    mid += v4[len];
+  for (int len = 1; len < 16; ++len)
+    shorter += v4[len];
+  EXPECT_GT(mid, 20000 * 0.3);
+  EXPECT_GT(shorter, 0);
+  EXPECT_LT(shorter, 20000 * 0.06);
+  EXPECT_NEAR(v6[48] / 5000.0, 0.7, 0.05);
+  EXPECT_GT(v6[32] + v6[36] + v6[40] + v6[44], 5000 * 0.1);
+  EXPECT_GT(v6[56] + v6[60] + v6[64], 5000 * 0.1);
+}
+
+TEST(Generator, RoutesShareFecsOfEveryKind) {
+  auto em = generated(30000, 1000);
+  auto routes = em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute));
+  auto fecs = em->mount<Brine::Fib::ForwardingStatus>(p::vrfPath("default", p::kFibFec));
+  auto tunnelFib = em->mount<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib);
+  EXPECT_GE(fecs->size(), 50u);
+  EXPECT_LE(fecs->size(), 5000u);
+  std::size_t nexthopGroup = 0, unprogrammed = 0;
+  for (const auto& r : *routes) {
+    if (Brine::Fib::isNexthopGroupFec(r.fecId)) {
+      ++nexthopGroup;
+    } else {
+      EXPECT_TRUE(fecs->contains(r.fecId)) << r.prefix.stringValue();
+    }
+    unprogrammed += !r.hardwareProgrammed;
+  }
+  EXPECT_GT(nexthopGroup, 0u);
+  EXPECT_GT(unprogrammed, 0u);
+  EXPECT_LT(unprogrammed, 30000u / 100);
+  EXPECT_EQ(em->mount<Routing::Hardware::VrfStatus>(p::vrfPath("default", p::kHwVrfStatus))
+                ->unprogrammedRouteCount(),
+            unprogrammed);
+  EXPECT_TRUE(routes->contains(Plexa::Prefix::fromString("0.0.0.0/0")));
+
+  std::size_t weighted = 0, backup = 0, tunnel = 0, ecmp = 0;
+  for (const auto& f : *fecs) {
+    backup += f.backupViaIndexValue != 0;
+    ecmp += f.via.size() > 1;
+    for (const auto& v : f.via) {
+      weighted += v.weight > 1;
+      if (v.tunnelIdValue) {
+        ++tunnel;
+        EXPECT_TRUE(tunnelFib->contains(v.tunnelId()));
+      }
+    }
+  }
+  EXPECT_GT(weighted, 0u);
+  EXPECT_GT(backup, 0u);
+  EXPECT_GT(tunnel, 0u);
+  EXPECT_GT(ecmp, fecs->size() / 2);
+}
+
+TEST(Generator, ExtraVrfsAreSmallAndHaveTheirOwnIds) {
+  auto em = generated(100, 10, 1, 3);
+  auto ids = em->mount<Vrf::VrfIdMap::Status>(p::kVrfIdMap);
+  EXPECT_EQ(ids->size(), 4u);
+  EXPECT_EQ(ids->vrfName(2).stringValue(), "vrf2");
+  const auto n = em->mount<Brine::Fib::RouteStatus>(p::vrfPath("vrf3", p::kFibRoute))->size();
+  EXPECT_GT(n, 0u);
+  EXPECT_LT(n, 100u);
+}
+
+TEST(Generator, TheSameSeedGivesTheSameState) {
+  Snapshot::GeneratorOptions o;
+  o.ipv4Routes = 2000;
+  o.ipv6Routes = 300;
+  o.seed = 42;
+  const std::string a = Snapshot::generate(o);
+  EXPECT_EQ(a, Snapshot::generate(o));
+  o.seed = 43;
+  EXPECT_NE(a, Snapshot::generate(o));
+}
+
+}  // namespace

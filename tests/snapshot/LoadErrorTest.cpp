@@ -1,0 +1,268 @@
+// What the loader refuses, and how it says so: the JSON path of the offending value and a
+// message a person can act on, with the platform's own text for its range errors.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "platform/brine/Fib.h"
+#include "snapshot/Snapshot.h"
+#include "snapshot/StatePaths.h"
+
+namespace {
+
+using nlohmann::json;
+
+json minimal() {
+  return json{{"version", 1}, {"vrfs", {{"default", json::object()}}}};
+}
+
+json withRoutes(json routes) {
+  json doc = minimal();
+  doc["vrfs"]["default"]["ipv4"]["routes"] = std::move(routes);
+  return doc;
+}
+
+json withFecs(json fecs) {
+  json doc = minimal();
+  doc["vrfs"]["default"]["ipv4"]["fecs"] = std::move(fecs);
+  return doc;
+}
+
+// The load error's full text, or what went wrong instead.
+std::string refusal(std::string_view text) {
+  try {
+    Snapshot::load(text);
+  } catch (const Snapshot::LoadError& e) {
+    return e.what();
+  } catch (const std::exception& e) {
+    return std::string("not a LoadError: ") + e.what();
+  }
+  return "loaded";
+}
+std::string refusal(const char* text) {
+  return refusal(std::string_view(text));
+}
+std::string refusal(const std::string& text) {
+  return refusal(std::string_view(text));
+}
+std::string refusal(const json& doc) {
+  return refusal(doc.dump());
+}
+
+TEST(LoadError, UnknownKeysAreRefusedWithTheKeysThatAreKnown) {
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"prefx", 1}}})),
+            "$.vrfs.default.ipv4.routes[0].prefx: unknown key \"prefx\" (expected one of: prefix "
+            "type fec preference metric hardwareProgrammed kernelProgrammed)");
+  json doc = minimal();
+  doc["hostnme"] = "x";
+  EXPECT_EQ(refusal(doc).substr(0, 34), "$.hostnme: unknown key \"hostnme\" (");
+}
+
+TEST(LoadError, WrongTypesMissingAndRepeatedKeysAreRefused) {
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", 10}, {"type", "eBgp"}}})),
+            "$.vrfs.default.ipv4.routes[0].prefix: expected a string, found a number");
+  EXPECT_EQ(refusal(withRoutes({{{"type", "eBgp"}}})),
+            "$.vrfs.default.ipv4.routes[0]: missing required key \"prefix\"");
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {"id": 0, "id": 0}}})"),
+            "$.vrfs.default.id: duplicate key \"id\"");
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {}, "default": {}}})"),
+            "$.vrfs.default: duplicate key \"default\"");
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {"id": -1}}})"),
+            "$.vrfs.default.id: expected a whole number from 0 to 4294967294, found -1");
+  EXPECT_EQ(refusal(R"({"vrfs": {"default": {}}})"), "$: missing required key \"version\"");
+  EXPECT_EQ(refusal(R"({"version": 2, "vrfs": {"default": {}}})"),
+            "$.version: unsupported version 2 (this program reads 1)");
+  EXPECT_EQ(refusal("[]"), "$: a state snapshot is a JSON object");
+  // A key is shown as written, escapes and all.
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {}}, "a\\": 1})"),
+            R"($["a\\"]: unknown key "a\\" (expected one of: version hostname hardware vrfs )"
+            R"(interfaces neighbors tunnels srTePolicies nexthopGroups flexCounters )"
+            R"(routeDistinguisherInputs))");
+}
+
+TEST(LoadError, MalformedJsonIsRefusedWhereItIsFound) {
+  const std::string cut = R"({"version": 1, "vrfs": {"default": {"ipv4": {"routes": [{"prefix": )";
+  EXPECT_EQ(refusal(cut).rfind("$", 0), 0u);
+  EXPECT_NE(refusal(cut).find("malformed JSON"), std::string::npos);
+  EXPECT_NE(refusal("").find("malformed JSON"), std::string::npos);
+}
+
+TEST(LoadError, BadValuesAreRefusedWithTheirText) {
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/33"}, {"type", "eBgp"}}})),
+            "$.vrfs.default.ipv4.routes[0].prefix: bad IPv4 prefix \"10.0.0.0/33\"");
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "2001:db8::/32"}, {"type", "eBgp"}}})),
+            "$.vrfs.default.ipv4.routes[0].prefix: bad IPv4 prefix \"2001:db8::/32\"");
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.1.1.1/24"}, {"type", "eBgp"}}})),
+            "$.vrfs.default.ipv4.routes[0].prefix: \"10.1.1.1/24\" has host bits set; the "
+            "prefix is 10.1.1.0/24");
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "ospfInterArea "}}})),
+            "$.vrfs.default.ipv4.routes[0].type: unknown IPv4 route type \"ospfInterArea \"");
+  // Each family has its own words: "bgp" is an IPv6 route type only.
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "bgp"}}})),
+            "$.vrfs.default.ipv4.routes[0].type: unknown IPv4 route type \"bgp\"");
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"fec", "nh:1"}}})),
+            "$.vrfs.default.ipv4.routes[0].fec: bad FEC \"nh:1\": unknown FEC kind (expected ip6, "
+            "mpls, nhg, attached, tunnel or srte)");
+
+  json doc = minimal();
+  doc["interfaces"] = {{{"name", "Ethernet 1"}}};
+  EXPECT_EQ(refusal(doc),
+            "$.interfaces[0].name: bad interface name \"Ethernet 1\" (1 to 64 "
+            "printable characters without blanks)");
+  doc["interfaces"] = {{{"name", "Ethernet1"}, {"ipv4", {{"primary", "10.0.0.1"}}}}};
+  EXPECT_EQ(refusal(doc),
+            "$.interfaces[0].ipv4.primary: bad IPv4 address with mask "
+            "\"10.0.0.1\" (expected address/length)");
+  doc = minimal();
+  doc["neighbors"] = {{{"address", "10.0.0.2"}, {"interface", "Ethernet1"}, {"mac", "00:11:22"}}};
+  EXPECT_EQ(refusal(doc),
+            "$.neighbors[0].mac: bad MAC address \"00:11:22\" (expected "
+            "00:11:22:33:44:55)");
+  doc = minimal();
+  doc["routeDistinguisherInputs"] = {{"bgp", {{"red", "100"}}}};
+  EXPECT_EQ(refusal(doc),
+            "$.routeDistinguisherInputs.bgp.red: bad route distinguisher \"100\" "
+            "(expected ASN:n or IPv4-address:n, for example 100:1)");
+}
+
+TEST(LoadError, PlatformBoundsKeepThePlatformsMessage) {
+  auto labelled = [](std::uint64_t label) {
+    return withFecs({{{"id", "7"}, {"vias", {{{"interface", "Ethernet1"}, {"label", label}}}}}});
+  };
+  EXPECT_EQ(refusal(labelled(8388609)),
+            "$.vrfs.default.ipv4.fecs[0].vias[0].label: MplsLabel::value < MplsLabel::min or > "
+            "MplsLabel::luWithdraw not allowed (label 8388609)");
+  EXPECT_EQ(refusal(labelled(8388608)), "loaded");
+
+  json doc = minimal();
+  doc["vrfs"][std::string(101, 'v')] = {{"id", 1}};
+  EXPECT_EQ(refusal(doc), "$.vrfs." + std::string(101, 'v') + ": VrfName::bytes > 100 not allowed");
+  doc = minimal();
+  doc["vrfs"][std::string(100, 'v')] = {{"id", 1}};
+  EXPECT_EQ(refusal(doc), "loaded");
+
+  json vias = json::array();
+  for (int i = 0; i < 513; ++i)
+    vias.push_back({{"nexthop", "10.0.0.1"}, {"interface", "Ethernet1"}});
+  json fecs = {{{"id", "1"}}, {{"id", "2"}}, {{"id", "3"}}, {{"id", "4"}, {"vias", vias}}};
+  EXPECT_EQ(refusal(withFecs(fecs)),
+            "$.vrfs.default.ipv4.fecs[3].vias[512]: PodArray::set "
+            "expected size <= 512: a FEC holds at most 512 vias");
+  vias.erase(vias.size() - 1);
+  fecs[3]["vias"] = vias;
+  EXPECT_EQ(refusal(withFecs(fecs)), "loaded");
+
+  doc = minimal();
+  doc["nexthopGroups"] = {{{"name", std::string(129, 'n')}, {"id", 1}, {"type", "ipInIp"}}};
+  EXPECT_EQ(refusal(doc),
+            "$.nexthopGroups[0].name: PodArray::set expected size <= 128: a "
+            "nexthop group name has at most 128 bytes");
+  doc["nexthopGroups"][0]["name"] = std::string(128, 'n');
+  EXPECT_EQ(refusal(doc), "loaded");
+}
+
+TEST(LoadError, DuplicatesAreRefused) {
+  EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}},
+                                {{"prefix", "10.0.0.0/16"}, {"type", "eBgp"}},
+                                {{"prefix", "10.0.0.0/8"}, {"type", "iBgp"}}})),
+            "$.vrfs.default.ipv4.routes[2]: duplicate route for 10.0.0.0/8");
+  EXPECT_EQ(refusal(withFecs({{{"id", "5"}}, {{"id", "5"}}})),
+            "$.vrfs.default.ipv4.fecs[1]: duplicate FEC 5");
+  json doc = minimal();
+  doc["vrfs"]["red"] = {{"id", 3}};
+  doc["vrfs"]["blue"] = {{"id", 3}};
+  EXPECT_EQ(refusal(doc), "$.vrfs.red.id: VRF id 3 is already the id of VRF \"blue\"");
+  doc = minimal();
+  doc["vrfs"]["default"]["staticRoutes"] = {
+      {{"prefix", "10.0.0.0/8"}, {"type", "drop"}},
+      {{"prefix", "10.0.0.0/8"}, {"type", "drop"}, {"preference", 200}},
+      {{"prefix", "10.0.0.0/8"}, {"type", "drop"}, {"preference", 1}}};
+  EXPECT_EQ(refusal(doc),
+            "$.vrfs.default.staticRoutes[2]: duplicate static route for "
+            "10.0.0.0/8 at preference 1");
+}
+
+TEST(LoadError, VrfsMustExistAndDefaultIsZero) {
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"red": {"id": 1}}})"),
+            "$.vrfs: the VRF \"default\" is missing; every device has it");
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {"id": 4}}})"),
+            "$.vrfs.default.id: the VRF \"default\" has id 0");
+  EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {}, "red": {}}})"),
+            "$.vrfs.red: missing required key \"id\"");
+  // References are checked when the whole document is read, whatever the order of sections.
+  const std::string neighbourFirst = R"({"version": 1,
+      "neighbors": [{"vrf": "red", "address": "10.0.0.2", "interface": "Ethernet1",
+                     "mac": "00:11:22:33:44:55"},
+                    {"vrf": "green", "address": "10.0.0.3", "interface": "Ethernet1",
+                     "mac": "00:11:22:33:44:55"}],
+      "vrfs": {"default": {}, "red": {"id": 5}}})";
+  EXPECT_EQ(refusal(neighbourFirst), "$.neighbors[1].vrf: unknown VRF \"green\" (not in \"vrfs\")");
+}
+
+TEST(LoadError, ShapesThatMeanNothingAreRefused) {
+  EXPECT_EQ(refusal(withFecs({{{"id", "ip6:1"}}})),
+            "$.vrfs.default.ipv4.fecs[0].id: an ip6: FEC lives in the VRF's ipv6.fecs");
+  EXPECT_EQ(
+      refusal(withFecs({{{"id", "1"}, {"backupIndex", 1}, {"vias", {{{"interface", "Cpu"}}}}}})),
+      "$.vrfs.default.ipv4.fecs[0]: backupIndex 1 is not below the number of vias (1)");
+  EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"vias", {{{"weight", 2}}}}}})),
+            "$.vrfs.default.ipv4.fecs[0].vias[0]: a via needs a nexthop, an interface or a tunnel");
+  json doc = minimal();
+  doc["vrfs"]["default"]["staticRoutes"] = {
+      {{"prefix", "10.0.0.0/8"},
+       {"vias", {{{"nexthop", "10.1.1.1"}, {"vtep", "10.2.2.2"}, {"vni", 10}}}}}};
+  EXPECT_EQ(refusal(doc),
+            "$.vrfs.default.staticRoutes[0].vias[0]: a via has a nexthop or a "
+            "vtep, not both");
+  doc["vrfs"]["default"]["staticRoutes"] = {
+      {{"prefix", "10.0.0.0/8"}, {"vias", {{{"nexthop", "2001:db8::1"}}}}}};
+  EXPECT_EQ(refusal(doc),
+            "$.vrfs.default.staticRoutes[0].vias[0]: the nexthop 2001:db8::1 is "
+            "not of the family of 10.0.0.0/8");
+  doc["vrfs"]["default"]["staticRoutes"] = {{{"prefix", "10.0.0.0/8"}, {"type", "nexthopGroup"}}};
+  EXPECT_EQ(refusal(doc),
+            "$.vrfs.default.staticRoutes[0]: a nexthopGroup route needs "
+            "\"nexthopGroup\"");
+}
+
+// A damaged file is refused like any bad document: a path and a message, never a crash (the
+// sanitizer build also runs the parser's own checks of how it is used).
+TEST(LoadError, DamagedDocumentsAreRefusedNotCrashedOn) {
+  const std::string_view example = Snapshot::embeddedExample();
+  for (std::size_t cut = 0; cut < example.size(); cut += 61) {
+    SCOPED_TRACE(cut);
+    const std::string result = refusal(example.substr(0, cut));
+    EXPECT_EQ(result.rfind("$", 0), 0u) << result;
+  }
+  const std::string brokenEscape = refusal(R"({"version": 1, "vrfs": {"default": {}}, "a\q": 1})");
+  EXPECT_EQ(brokenEscape.rfind("$", 0), 0u) << brokenEscape;
+}
+
+TEST(LoadError, AFileThatCannotBeReadIsNamed) {
+  try {
+    Snapshot::loadFile("/nonexistent/state.json");
+    FAIL();
+  } catch (const Snapshot::LoadError& e) {
+    EXPECT_EQ(std::string(e.what()), "/nonexistent/state.json: No such file or directory");
+    EXPECT_EQ(e.jsonPath(), "");
+  }
+}
+
+TEST(LoadError, AFileLoadsLikeText) {
+  const std::string path = ::testing::TempDir() + "snapshot_file_test.json";
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  ASSERT_NE(f, nullptr);
+  const std::string text = withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}}}).dump();
+  std::fwrite(text.data(), 1, text.size(), f);
+  std::fclose(f);
+  auto em = Snapshot::loadFile(path);
+  std::remove(path.c_str());
+  EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(
+                  Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute))
+                ->size(),
+            1u);
+}
+
+}  // namespace
