@@ -923,8 +923,14 @@ void Loader::interface(od::value& v) {
     ip->intfIdIs(id);
     ip->vrfIs(vrf);
     auto st = makePtr<Ip::IpIntfStatus>(id);
+    // The interface answers on its virtual addresses too, so they are active like the others.
     st->activeAddrWithMaskIs(ip->addrWithMask());
+    if (!ip->virtualAddrWithMask().address().isZero()) {
+      st->activeSecondaryWithMaskIs(ip->virtualAddrWithMask(), true);
+    }
     for (const auto& a : ip->secondaryWithMask())
+      st->activeSecondaryWithMaskIs(a, true);
+    for (const auto& a : ip->virtualSecondaryWithMask())
       st->activeSecondaryWithMaskIs(a, true);
     ipConfig_->intfConfigIs(id, ip);
     ipStatus_->ipIntfStatusIs(id, st);

@@ -221,18 +221,14 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
     p.addAttributes("", 2, a.directlyConnected.getArg(), a.routeAction.getArg());
     p.addFrills(" is directly connected, ");
     p.startList("vias");
-    bool any = false;
-    for (int i = 0; i < fec.numEntries(); ++i) {
-      const Mox::String8* intf = fec.interface().find(static_cast<std::uint16_t>(i));
-      if (!intf || intf->empty()) continue;
+    if (line.connectedIntf && *line.connectedIntf) {
       p.startListEntry();
-      if (any) p.addFrills(", ");
-      a.interface.setValue(*intf);
+      a.interface.setValue(line.connectedIntf);
       p.addAttributes("%s", 1, a.interface.getArg());
       p.endListEntry();
-      any = true;
+    } else {
+      p.addFrills("<Internal>");
     }
-    if (!any) p.addFrills("<Internal>");
     p.endList();
     p.addFrills("\n");
   } else if (fec.numEntries() > 0) {
@@ -328,10 +324,18 @@ void printRoute(Sorter& s, const typename Sorter::Family::Route& route, rendr::P
   }
 
   prepareFec(s, fec);
-  if (!line.drop && fec->numEntries() > 0 && fec->viaEvpnEntrys() == 0) {
-    const Mox::String8 intf = fec->interface(0);
-    line.connected = fec->nexthopAddr(0).empty() && fec->lspVias() == 0 &&
-                     isDirectlyConnected(s, route.prefix, intf);
+  Mox::String8 connectedIntf;
+  if (!line.drop && fec->numEntries() > 0 && fec->viaEvpnEntrys() == 0 && fec->lspVias() == 0 &&
+      fec->nexthopAddr(0).empty()) {
+    // A receive route is the router's own address: it is connected on the interface that holds
+    // the address, whatever its FEC points at (the CPU).
+    connectedIntf = fec->interface(0);
+    if (isReceive(route.routeType)) {
+      const typename Sorter::Family::AddrWithMask own(route.prefix.address(), route.prefix.len());
+      if (const auto* id = s.addrToIntfId().find(own)) connectedIntf = id->stringValue();
+    }
+    line.connected = isDirectlyConnected(s, route.prefix, connectedIntf);
+    line.connectedIntf = connectedIntf.charPtr();
   }
   // An IPv4 route whose vias are IPv6 next hops takes the IPv6 via layout.
   bool v6Vias = isV6<Sorter>();

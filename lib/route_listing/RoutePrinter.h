@@ -48,8 +48,9 @@ struct RouteLine {
   int preference = 0;
   std::uint32_t metric = 0;
   bool drop = false;
-  bool connected = false;           // a connected route on its interface
-  const char* groupName = nullptr;  // a nexthop-group route: the group
+  bool connected = false;               // a connected route on its interface
+  const char* connectedIntf = nullptr;  // ... and that interface
+  const char* groupName = nullptr;      // a nexthop-group route: the group
   std::uint64_t groupId = 0;
   const SrTePolicy::PolicyKey* policy = nullptr;  // an SR-TE route: the policy
 };

@@ -50,8 +50,8 @@ std::optional<TunnelView> fromTable(const Table* table, TunnelId id) {
   return TunnelView{e.endpoint, e.via};
 }
 
-// The protocol table of the tunnel's type holds the tunnel; the tunnel FIB holds what was
-// programmed for it. The protocol table is asked first because it also knows the end point.
+// The protocol table of the tunnel's type knows where the tunnel ends; its vias come from
+// that table when it lists them, else from what the tunnel FIB programmed for the tunnel.
 template <class Sorter>
 std::optional<TunnelView> lookupTunnel(const Sorter& s, TunnelId id) {
   std::optional<TunnelView> v;
@@ -71,9 +71,11 @@ std::optional<TunnelView> lookupTunnel(const Sorter& s, TunnelId id) {
     default:
       break;
   }
-  if (v || !s.tunnelFib() || !s.tunnelFib()->contains(id)) return v;
-  const auto e = sorter::readRecord(*s.tunnelFib(), id);
-  return TunnelView{Plexa::IpGenPrefix(), e.tunnelVia};
+  if (v && !v->via.empty()) return v;
+  if (!s.tunnelFib() || !s.tunnelFib()->contains(id)) return v;
+  if (!v) v = TunnelView{};
+  v->via = sorter::readRecord(*s.tunnelFib(), id).tunnelVia;
+  return v;
 }
 
 inline bool ridesTunnel(const MplsVia& v) {
