@@ -1,5 +1,6 @@
 #include "lib/common/RouteTypes.h"
 
+#include <array>
 #include <cstring>
 
 #include "platform/mox/Exception.h"
@@ -71,12 +72,25 @@ const std::map<T6, RouteTypeStrings> kTable6 = {
     {T6(20), {"", "", "", ""}},
 };
 
-template <class Map, class Key>
-const RouteTypeStrings& lookup(const Map& table, Key t) {
-  auto it = table.find(t);
-  if (it == table.end()) MOX_ASSERT(0 && "unexpected RouteType");
-  return it->second;
+// Every route printed looks its type up a few times: an array indexed by the type number
+// answers without a tree descent. It points into the ordered table, which stays the data.
+template <class Map>
+std::array<const RouteTypeStrings*, 32> indexOf(const Map& table) {
+  std::array<const RouteTypeStrings*, 32> index{};
+  for (const auto& [type, strings] : table)
+    index[std::size_t(type)] = &strings;
+  return index;
 }
+
+template <class Key>
+const RouteTypeStrings& lookup(const std::array<const RouteTypeStrings*, 32>& index, Key t) {
+  const auto i = static_cast<std::uint32_t>(t);
+  if (i >= index.size() || !index[i]) MOX_ASSERT(0 && "unexpected RouteType");
+  return *index[i];
+}
+
+const auto kIndex4 = indexOf(kTable4);
+const auto kIndex6 = indexOf(kTable6);
 
 }  // namespace
 
@@ -88,10 +102,10 @@ const std::map<T6, RouteTypeStrings>& routeTypeStrings6() {
 }
 
 const RouteTypeStrings& routeTypeStringsLookup(T4 t) {
-  return lookup(kTable4, t);
+  return lookup(kIndex4, t);
 }
 const RouteTypeStrings& routeTypeStringsLookup(T6 t) {
-  return lookup(kTable6, t);
+  return lookup(kIndex6, t);
 }
 
 char hcode(T4 t) {

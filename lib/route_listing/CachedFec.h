@@ -15,11 +15,11 @@
 namespace Rova {
 
 using CachedViaSet = Mox::OrderedSet<CachedVia>;
-using EntryMplsLabelMap = Mox::OrderedMap<std::uint16_t, Plexa::MplsLabel>;
-using EntryWeightMap = Mox::OrderedMap<std::uint32_t, Mox::String8>;
-using EntryEvpnMap = Mox::OrderedMap<std::uint16_t, Tunnel::TunnelTable::EvpnVxlanTunnelEntry>;
-using EntryFlagMap = Mox::OrderedMap<std::uint16_t, bool>;
-using EntryLspViaMap = Mox::OrderedMap<std::uint16_t, CachedLspVia>;
+using EntryMplsLabelMap = Mox::DenseMap<std::uint16_t, Plexa::MplsLabel>;
+using EntryWeightMap = Mox::DenseMap<std::uint32_t, Mox::String8>;
+using EntryEvpnMap = Mox::DenseMap<std::uint16_t, Tunnel::TunnelTable::EvpnVxlanTunnelEntry>;
+using EntryFlagMap = Mox::DenseMap<std::uint16_t, bool>;
+using EntryLspViaMap = Mox::DenseMap<std::uint16_t, CachedLspVia>;
 
 #define ROVA_CACHED_FEC_ATTRS(F, C)                                            \
   F(fecId, FecId, Brine::Fib::FecId, Mox::AttrKind::input, {})                 \

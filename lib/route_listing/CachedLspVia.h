@@ -9,8 +9,8 @@
 
 namespace Rova {
 
-using EntryTextMap = Mox::OrderedMap<std::uint16_t, Mox::String8>;
-using EntryLabelStackMap = Mox::OrderedMap<std::uint16_t, Plexa::MplsLabelOperation>;
+using EntryTextMap = Mox::DenseMap<std::uint16_t, Mox::String8>;
+using EntryLabelStackMap = Mox::DenseMap<std::uint16_t, Plexa::MplsLabelOperation>;
 
 #define ROVA_CACHED_LSP_VIA_ATTRS(F, C)                                               \
   F(tunnelEndPoint, TunnelEndPoint, Mox::String8, Mox::AttrKind::value, {})           \

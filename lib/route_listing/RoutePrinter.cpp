@@ -109,14 +109,38 @@ void prepareFec(const Sorter& s, const Mox::Ptr<CachedFec>& fec) {
 
 // One entry of the FEC: its next hop, interface, description, labels, EVPN tunnel, weight,
 // backup mark, and for a tunnel via the tunnel and the next hops it resolves to.
-void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, rendr::Printer& p,
-              RouteAttrs& a) {
+// How each via line begins: the first on the route's line, the others on lines of their own,
+// under it. A template is text-only, so the beginning goes into the template of the via's
+// first attributes: one printer call writes it and them.
+class ViaTemplate {
+ public:
+  // `newline` is "\n" and the indent, for every via but the first.
+  ViaTemplate(const char* newline, std::size_t newlineLen, const char* word) {
+    append(newline, newlineLen);
+    append(word, std::strlen(word));
+  }
+  void append(const char* text, std::size_t n) {
+    n = std::min(n, sizeof buf_ - 1 - len_);
+    std::memcpy(buf_ + len_, text, n);
+    len_ += n;
+    buf_[len_] = '\0';
+  }
+  const char* text() const { return buf_; }
+
+ private:
+  char buf_[kMaxIndent + 64];
+  std::size_t len_ = 0;
+};
+
+void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, const char* newline,
+              std::size_t newlineLen, rendr::Printer& p, RouteAttrs& a) {
   const CachedLspVia* lsp = fec.lspVia().find(i);
   const Mox::String8* hop = fec.nexthopAddr().find(i);
   const Mox::String8* intf = fec.interface().find(i);
   const bool connectedVia = !lsp && (!hop || hop->empty());
-  p.addFrills("%s", connectedVia ? "is directly connected" : "via");
+  ViaTemplate lead(newline, i ? newlineLen : 0, connectedVia ? "is directly connected" : "via");
   if (lsp) {
+    p.addFrills("%s", lead.text());
     p.startSubmodel("tunnelDescriptor");
     a.tunnelEndPoint.setValue(lsp->tunnelEndPoint());
     a.tunnelType.setValue(lsp->tunnelType());
@@ -126,13 +150,26 @@ void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, rendr::
                     a.tunnelType.getArg(), a.tunnelAddressFamily.getArg(), a.tunnelIndex.getArg());
     p.endSubmodel();
   } else {
-    if (hop && !hop->empty()) {
+    const bool hasHop = hop && !hop->empty();
+    const bool hasIntf = intf && !intf->empty();
+    const rendr::AttrInfo* args[2];
+    int n = 0;
+    if (hasHop) {
       a.nexthopAddr.setValue(*hop);
-      p.addAttributes(" %s", 1, a.nexthopAddr.getArg());
+      lead.append(" %s", 3);
+      args[n++] = a.nexthopAddr.getArg();
     }
-    if (intf && !intf->empty()) {
+    if (hasIntf) {
       a.interface.setValue(*intf);
-      p.addAttributes(", %s", 1, a.interface.getArg());
+      lead.append(", %s", 4);
+      args[n++] = a.interface.getArg();
+    }
+    if (n == 2) {
+      p.addAttributes(lead.text(), 2, args[0], args[1]);
+    } else if (n == 1) {
+      p.addAttributes(lead.text(), 1, args[0]);
+    } else {
+      p.addFrills("%s", lead.text());
     }
     const Mox::String8* description = fec.interfaceDescription().find(i);
     if (description && !description->empty()) {
@@ -141,7 +178,11 @@ void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, rendr::
     }
   }
   const Plexa::MplsLabelOperation* stack = fec.viaLabelStack().find(i);
-  maybeAddLabelStackToOutput(p, a, fec.label(i), stack ? *stack : Plexa::MplsLabelOperation());
+  const Plexa::MplsLabel* label = fec.label().find(i);
+  if ((label && !label->isNoLabel()) || (stack && !stack->empty())) {
+    static const Plexa::MplsLabelOperation kNone;
+    maybeAddLabelStackToOutput(p, a, label ? *label : Plexa::MplsLabel(), stack ? *stack : kNone);
+  }
   if (const auto* evpn = fec.viaEvpnEntry().find(i)) {
     a.vtepAddr.setValue(evpn->vtepAddr.stringValue());
     a.vni.setValue(evpn->vni.isNone() ? 0 : evpn->vni.value());
@@ -155,7 +196,8 @@ void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, rendr::
     a.viaWeight.setValue(*weight);
     p.addAttributes(", weight %s", 1, a.viaWeight.getArg());
   }
-  if (fec.viaTypeString(i) == "backup") {
+  const Mox::String8* viaType = fec.viaTypeString().find(i);
+  if (viaType && *viaType == "backup") {
     a.viaType.setValue("backup");
     p.addAttributes(", %s", 1, a.viaType.getArg());
   }
@@ -200,17 +242,40 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
   a.hardwareProgrammed.setValue(line.hardwareProgrammed);
   a.routeType.setValue(type);
   a.kernelProgrammed.setValue(line.kernelProgrammed);
-  p.addAttributes("%s%s", 2, a.hardwareProgrammed.getArg(), a.routeType.getArg());
-  p.addAttributes("%s", 1, a.kernelProgrammed.getArg());
-  // Codes are one to four characters; the prefix always starts at column 8.
+  // The marks and the code, then blanks to column 8, where the prefix always starts (codes
+  // are one to four characters). A template is text-only, so the blanks and the prefix (which
+  // holds no '%') are part of it, with the preference and metric where the line has them.
   const std::size_t codeLen = std::strlen(pcode(type));
-  p.addFrills("%s", blanks(codeLen < 6 ? 6 - codeLen : 0));
-  p.addFrills("%.*s", int(prefixLen), prefixText);
+  char header[32 + sizeof prefixText];
+  std::size_t headerLen = 0;
+  auto put = [&](const char* text, std::size_t n) {
+    std::memcpy(header + headerLen, text, n);
+    headerLen += n;
+    header[headerLen] = '\0';
+  };
+  put("%s%s%s", 6);
+  put(blanks(codeLen < 6 ? 6 - codeLen : 0), codeLen < 6 ? 6 - codeLen : 0);
+  put(prefixText, prefixLen);
+  const bool viaLayout = !line.drop && !line.connected;
+  if (viaLayout) {
+    a.preference.setValue(line.preference);
+    a.metric.setValue(line.metric);
+    if (fec.numEntries() > 0) {
+      put(" [%d/%u] ", 9);
+    } else {
+      put(" [%d/%u]", 8);
+    }
+    p.addAttributes(header, 5, a.hardwareProgrammed.getArg(), a.routeType.getArg(),
+                    a.kernelProgrammed.getArg(), a.preference.getArg(), a.metric.getArg());
+  } else {
+    p.addAttributes(header, 3, a.hardwareProgrammed.getArg(), a.routeType.getArg(),
+                    a.kernelProgrammed.getArg());
+  }
 
   if (line.drop) {
     a.directlyConnected.setValue(true);
     a.routeAction.setValue("drop");
-    p.addAttributes("", 2, a.directlyConnected.getArg(), a.routeAction.getArg());
+    p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
     p.addFrills(" is directly connected, Null0");
     p.startList("vias");
     p.endList();
@@ -218,7 +283,7 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
   } else if (line.connected) {
     a.directlyConnected.setValue(true);
     a.routeAction.setValue("forward");
-    p.addAttributes("", 2, a.directlyConnected.getArg(), a.routeAction.getArg());
+    p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
     p.addFrills(" is directly connected, ");
     p.startList("vias");
     if (line.connectedIntf && *line.connectedIntf) {
@@ -234,21 +299,21 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
   } else if (fec.numEntries() > 0) {
     a.directlyConnected.setValue(false);
     a.routeAction.setValue("forward");
-    p.addAttributes("", 2, a.directlyConnected.getArg(), a.routeAction.getArg());
-    a.preference.setValue(line.preference);
-    a.metric.setValue(line.metric);
-    p.addAttributes(" [%d/%u] ", 2, a.preference.getArg(), a.metric.getArg());
+    p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
     // The vias after the first line up under it: column 8, the address and length, and the
     // " [preference/metric] " that the first line carries.
     const std::size_t indentLen =
         8 + prefixLen + 2 + decimalDigits(std::uint64_t(std::max(line.preference, 0))) +
         (line.preference < 0 ? 1 : 0) + 1 + decimalDigits(line.metric) + 2;
     const char* indent = blanks(indentLen);
+    char newline[kMaxIndent + 2];
+    newline[0] = '\n';
+    const std::size_t indentChars = std::min(indentLen, kMaxIndent);
+    std::memcpy(newline + 1, indent, indentChars);
     p.startList("vias");
     for (int i = 0; i < fec.numEntries(); ++i) {
       p.startListEntry();
-      if (i >= 1) p.addFrills("\n%s", indent);
-      printVia(fec, static_cast<std::uint16_t>(i), indent, p, a);
+      printVia(fec, static_cast<std::uint16_t>(i), indent, newline, indentChars + 1, p, a);
       p.endListEntry();
     }
     p.endList();
@@ -257,10 +322,7 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
     // No vias of its own: a nexthop group or an SR-TE policy forwards it.
     a.directlyConnected.setValue(false);
     a.routeAction.setValue("forward");
-    p.addAttributes("", 2, a.directlyConnected.getArg(), a.routeAction.getArg());
-    a.preference.setValue(line.preference);
-    a.metric.setValue(line.metric);
-    p.addAttributes(" [%d/%u]", 2, a.preference.getArg(), a.metric.getArg());
+    p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
     if (line.groupName) {
       p.addFrills(" via");
       p.startSubmodel("nexthopGroup");
@@ -291,8 +353,8 @@ bool isDropRoute(typename Sorter::Family::RouteType t) {
 template <class Sorter>
 void printRoute(Sorter& s, const typename Sorter::Family::Route& route, rendr::Printer& p,
                 RouteAttrs& a) {
-  if (!sorter::isPrintable(s, route) || !protocolMatch(route, s.protocol())) return;
   const Mox::Ptr<CachedFec>* cached = s.fec().find(route.fecId);
+  if (!sorter::isPrintable(s, route, cached) || !protocolMatch(route, s.protocol())) return;
   if (!cached) {
     p.addFrills(" <FecId %s not found>", route.fecId.stringValue().c_str());
     return;
@@ -326,10 +388,10 @@ void printRoute(Sorter& s, const typename Sorter::Family::Route& route, rendr::P
   prepareFec(s, fec);
   Mox::String8 connectedIntf;
   if (!line.drop && fec->numEntries() > 0 && fec->viaEvpnEntrys() == 0 && fec->lspVias() == 0 &&
-      fec->nexthopAddr(0).empty()) {
+      !fec->nexthopAddr().contains(0)) {
     // A receive route is the router's own address: it is connected on the interface that holds
     // the address, whatever its FEC points at (the CPU).
-    connectedIntf = fec->interface(0);
+    if (const auto* intf = fec->interface().find(0)) connectedIntf = *intf;
     if (isReceive(route.routeType)) {
       const typename Sorter::Family::AddrWithMask own(route.prefix.address(), route.prefix.len());
       if (const auto* id = s.addrToIntfId().find(own)) connectedIntf = id->stringValue();
@@ -512,11 +574,17 @@ void formatOutput(Sorter& s, std::uint32_t, std::uint32_t format, rendr::Printer
   p.ioflush();
 
   p.startDict("routes");
+  // Print what the table holds now: a route gone since selection prints from an empty record.
+  // While nothing was written to the table since selection, the copy selection took is what
+  // the table holds, and reading it again would only cost a random access per route.
+  const auto& table = s.routingStatus();
+  const bool unchanged = !table || table->generation() == s.stats().routeTableGeneration;
   for (const auto& [prefix, selected] : s.sortedRoute()) {
-    // Print what the table holds now; a route gone since selection prints from an empty record.
-    typename Sorter::Family::Route route;
-    if (s.routingStatus()) route = sorter::readRecord(*s.routingStatus(), prefix);
-    printRoute(s, route, p, attrs);
+    if (unchanged) {
+      printRoute(s, selected, p, attrs);
+    } else {
+      printRoute(s, sorter::readRecord(*table, prefix), p, attrs);
+    }
     if (p.fullness() > 66) p.ioflush();
   }
   p.endDict();

@@ -92,9 +92,10 @@ using SortedRouteMap = Mox::VectorMap<Plexa::Prefix, Brine::Fib::Route>;
 
 // What a sorter counts and measures while it selects, beyond its attributes.
 struct SelectionStats {
-  std::uint64_t internalFiltered = 0;  // routes examined and rejected by the filter
-  double creationSeconds = 0;          // time from the caller's start to the end of selection
-  bool groupNamesBuilt = false;        // the nexthop-group names are read once per listing
+  std::uint64_t internalFiltered = 0;      // routes examined and rejected by the filter
+  double creationSeconds = 0;              // time from the caller's start to the end of selection
+  bool groupNamesBuilt = false;            // the nexthop-group names are read once per listing
+  std::uint64_t routeTableGeneration = 0;  // the route table's writes when selection ended
 };
 
 class RouteSorter : public Mox::Entity {

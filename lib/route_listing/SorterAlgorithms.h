@@ -138,16 +138,22 @@ void copyAdjacency(Sorter& s, Brine::Fib::FecId fecId) {
 
 // ---- filters ----
 
+// Printability when the route's cached FEC was already looked up (null when it is not cached).
 template <class Sorter>
-bool isPrintable(const Sorter& s, const typename Sorter::Family::Route& route) {
+bool isPrintable(const Sorter& s, const typename Sorter::Family::Route& route,
+                 const Mox::Ptr<CachedFec>* fec) {
   if (isNexthopGroup(route.routeType)) return true;
   if (route.fecId.value() == 0) return false;
-  const Mox::Ptr<CachedFec>* fec = s.fec().find(route.fecId);
   if (!fec) return true;
   for (const auto& via : (*fec)->via()) {
     if (!via.intfId().isEmpty() || !via.tunnelId().isZero()) return true;
   }
   return (*fec)->vias() == 0 || s.detail();
+}
+
+template <class Sorter>
+bool isPrintable(const Sorter& s, const typename Sorter::Family::Route& route) {
+  return isPrintable(s, route, s.fec().find(route.fecId));
 }
 
 template <class Sorter>
@@ -337,6 +343,7 @@ void handleInitialized(Sorter& s) {
     takeTunnelTables(s);
     filterPrefixes(s);
   }
+  if (s.routingStatus()) s.stats().routeTableGeneration = s.routingStatus()->generation();
   if (s.quantify() != 0) s.stats().creationSeconds = sorterClockSeconds() - s.quantify();
 }
 

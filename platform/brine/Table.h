@@ -60,6 +60,9 @@ class Table : public Mox::Entity, public CorruptionReporter {
   bool contains(const K& k) const { return find(k) != kNone; }
   std::size_t size() const { return records_.size(); }
   bool empty() const { return records_.empty(); }
+  // Counts the writes to the table: a reader that saw generation g and sees it again knows
+  // that every record it copied is still what the table holds.
+  std::uint64_t generation() const { return generation_; }
 
   class const_iterator {
    public:
@@ -86,6 +89,7 @@ class Table : public Mox::Entity, public CorruptionReporter {
   // ---- writing (loaders and tests) ----
 
   void recordIs(const V& v) {
+    ++generation_;
     const K k = v.key();
     std::uint32_t i = find(k);
     if (i != kNone) {
@@ -100,6 +104,7 @@ class Table : public Mox::Entity, public CorruptionReporter {
   bool recordDel(const K& k) {
     std::size_t s = slotOf(k);
     if (s == kNoSlot) return false;
+    ++generation_;
     const std::uint32_t i = slots_[s] - 1;
     eraseSlot(s);
     // Keep the records dense: move the last one into the hole.
@@ -112,6 +117,7 @@ class Table : public Mox::Entity, public CorruptionReporter {
     return true;
   }
   void recordDelAll() {
+    ++generation_;
     records_.clear();
     std::fill(slots_.begin(), slots_.end(), 0);
   }
@@ -123,6 +129,7 @@ class Table : public Mox::Entity, public CorruptionReporter {
   // ---- fault injection ----
 
   void corruptionInjectedIs(const K& k, bool on) {
+    ++generation_;  // a reader must look again
     std::erase(corrupt_, k);
     if (on) corrupt_.push_back(k);
   }
@@ -189,6 +196,7 @@ class Table : public Mox::Entity, public CorruptionReporter {
   std::vector<V> records_;
   std::vector<std::uint32_t> slots_;
   std::vector<K> corrupt_;
+  std::uint64_t generation_ = 0;
 };
 
 }  // namespace Brine

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <type_traits>
 #include <unordered_map>
@@ -23,6 +24,22 @@ namespace Mox {
 // Runs after an entry was added, replaced or removed; receives its key.
 template <class K>
 using ChangeHook = std::function<void(const K&)>;
+
+// A collection's hook, held by pointer: hooks are rare, and a collection is often one of many
+// in an object that is read on a hot path, where every byte of it costs cache.
+template <class K>
+class HookSlot {
+ public:
+  explicit operator bool() const { return bool(hook_); }
+  void operator()(const K& k) const { (*hook_)(k); }
+  HookSlot& operator=(ChangeHook<K> h) {
+    hook_ = h ? std::make_shared<const ChangeHook<K>>(std::move(h)) : nullptr;
+    return *this;
+  }
+
+ private:
+  std::shared_ptr<const ChangeHook<K>> hook_;
+};
 
 // The common part of a collection over a standard associative container (map-like or
 // set-like). Derived templates add the value-specific operations.
@@ -112,7 +129,7 @@ class CollectionBase {
   }
 
   Storage storage_;
-  ChangeHook<Key> hook_;
+  HookSlot<Key> hook_;
 };
 
 // A map from key to value: ordered (std::map) or hashed (std::unordered_map).
@@ -353,8 +370,149 @@ class VectorMap {
 
   mutable std::vector<Entry> data_;
   mutable std::size_t sorted_ = 0;  // data_[0, sorted_) is sorted with unique keys
-  Compare cmp_;
-  ChangeHook<K> hook_;
+  [[no_unique_address]] Compare cmp_;
+  HookSlot<K> hook_;
+};
+
+// An ordered map from small unsigned indices (0, 1, 2, ...) to values, kept as an array: for
+// per-entry columns numbered densely from 0, where a lookup is an array access instead of a
+// tree descent. The same operations as OrderedMap; iteration in ascending key order.
+template <class K, class V>
+class DenseMap {
+  static_assert(std::is_unsigned_v<K>);
+
+ public:
+  using Key = K;
+  using Value = V;
+
+  class Iterator {
+   public:
+    Iterator(DenseMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
+    explicit operator bool() const { return i_ < owner_->cells_.size(); }
+    Iterator& operator++() {
+      if (advanced_) {
+        advanced_ = false;
+      } else {
+        ++i_;
+        skip();
+      }
+      return *this;
+    }
+    K key() const { return static_cast<K>(i_); }
+    V& value() const { return owner_->cells_[i_].value; }
+    void deleteCurrent() {
+      owner_->del(key());
+      ++i_;
+      skip();
+      advanced_ = true;
+    }
+
+   private:
+    void skip() {
+      while (i_ < owner_->cells_.size() && !owner_->cells_[i_].present)
+        ++i_;
+    }
+    DenseMap* owner_;
+    std::size_t i_;
+    bool advanced_ = false;
+  };
+
+  class const_iterator {
+   public:
+    const_iterator(const DenseMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
+    std::pair<K, const V&> operator*() const {
+      return {static_cast<K>(i_), owner_->cells_[i_].value};
+    }
+    const_iterator& operator++() {
+      ++i_;
+      skip();
+      return *this;
+    }
+    bool operator==(const const_iterator& o) const { return i_ == o.i_; }
+
+   private:
+    void skip() {
+      while (i_ < owner_->cells_.size() && !owner_->cells_[i_].present)
+        ++i_;
+    }
+    const DenseMap* owner_;
+    std::size_t i_;
+  };
+
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  bool contains(const K& k) const { return k < cells_.size() && cells_[k].present; }
+  const_iterator begin() const { return const_iterator(this, 0); }
+  const_iterator end() const { return const_iterator(this, cells_.size()); }
+  Iterator iterator() { return Iterator(this, 0); }
+
+  bool newEntry(const K& k, const V& v) {
+    if (contains(k)) return false;
+    slot(k) = v;
+    notify(k);
+    return true;
+  }
+  void set(const K& k, const V& v) {
+    slot(k) = v;
+    notify(k);
+  }
+  V get(const K& k) const { return contains(k) ? cells_[k].value : V{}; }
+  const V* find(const K& k) const { return contains(k) ? &cells_[k].value : nullptr; }
+  V* findMutable(const K& k) { return contains(k) ? &cells_[k].value : nullptr; }
+  bool del(const K& k) {
+    if (!contains(k)) return false;
+    cells_[k].present = false;
+    cells_[k].value = V{};
+    --size_;
+    notify(k);
+    return true;
+  }
+  void del(Iterator& it) { it.deleteCurrent(); }
+  void delAll() {
+    std::vector<K> keys;
+    if (hook_) {
+      for (std::size_t i = 0; i < cells_.size(); ++i) {
+        if (cells_[i].present) keys.push_back(static_cast<K>(i));
+      }
+    }
+    cells_.clear();
+    size_ = 0;
+    for (const K& k : keys)
+      hook_(k);
+  }
+  void notifyIs(ChangeHook<K> hook) { hook_ = std::move(hook); }
+
+  friend bool operator==(const DenseMap& a, const DenseMap& b) {
+    if (a.size_ != b.size_) return false;
+    const std::size_t n = std::max(a.cells_.size(), b.cells_.size());
+    for (std::size_t i = 0; i < n; ++i) {
+      const bool pa = a.contains(static_cast<K>(i));
+      const bool pb = b.contains(static_cast<K>(i));
+      if (pa != pb || (pa && !(a.cells_[i].value == b.cells_[i].value))) return false;
+    }
+    return true;
+  }
+
+ private:
+  V& slot(const K& k) {
+    if (k >= cells_.size()) cells_.resize(std::size_t(k) + 1);
+    if (!cells_[k].present) {
+      cells_[k].present = true;
+      ++size_;
+    }
+    return cells_[k].value;
+  }
+  void notify(const K& k) {
+    if (hook_) hook_(k);
+  }
+
+  struct Cell {
+    V value{};
+    bool present = false;
+  };
+  std::vector<Cell> cells_;
+  std::uint32_t size_ = 0;
+  HookSlot<K> hook_;
 };
 
 template <class K, class V, class Compare = std::less<K>>
@@ -374,6 +532,8 @@ template <class S>
 struct IsCollection<SetCollection<S>> : std::true_type {};
 template <class K, class V, class C>
 struct IsCollection<VectorMap<K, V, C>> : std::true_type {};
+template <class K, class V>
+struct IsCollection<DenseMap<K, V>> : std::true_type {};
 template <class T>
 concept Collection = IsCollection<T>::value;
 

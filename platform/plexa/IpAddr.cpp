@@ -7,6 +7,16 @@
 namespace Plexa {
 
 std::size_t hashBytes(const void* data, std::size_t n) {
+  if (n == 16) {
+    // An IPv6 address: two words, mixed.
+    std::uint64_t a, b;
+    std::memcpy(&a, data, 8);
+    std::memcpy(&b, static_cast<const char*>(data) + 8, 8);
+    std::uint64_t h =
+        (a * 0x9e3779b97f4a7c15ull) ^ (b + 0x632be59bd9b4e019ull + (a << 6) + (a >> 2));
+    h *= 0xff51afd7ed558ccdull;
+    return static_cast<std::size_t>(h ^ (h >> 33));
+  }
   // FNV-1a: short keys, no need for more.
   auto p = static_cast<const unsigned char*>(data);
   std::uint64_t h = 1469598103934665603ull;

@@ -157,7 +157,8 @@ TEST(VectorMap, AgreesWithTheTreeMap) {
 
 TEST(VectorMap, LastOfEqualKeysWinsAndDeleteWhileIterating) {
   Mox::VectorMap<int, std::string> v;
-  for (int k : {5, 1, 5, 3, 1, 9}) v.set(k, "v" + std::to_string(k) + "-" + std::to_string(v.size()));
+  for (int k : {5, 1, 5, 3, 1, 9})
+    v.set(k, "v" + std::to_string(k) + "-" + std::to_string(v.size()));
   v.set(1, "last");
   EXPECT_EQ(v.size(), 4u);
   EXPECT_EQ(v.get(1), "last");
@@ -168,6 +169,48 @@ TEST(VectorMap, LastOfEqualKeysWinsAndDeleteWhileIterating) {
   }
   EXPECT_EQ(seen, (std::vector<int>{1, 3, 5, 9}));
   EXPECT_EQ(v.size(), 1u);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(DenseMap, AgreesWithTheTreeMapAndDeletesWhileIterating) {
+  Mox::DenseMap<std::uint16_t, std::string> d;
+  std::map<std::uint16_t, std::string> m;
+  std::uint32_t x = 7;
+  for (int i = 0; i < 3000; ++i) {
+    x = x * 1103515245 + 12345;
+    const auto k = static_cast<std::uint16_t>((x >> 16) % 64);
+    const std::string v = std::to_string(i);
+    switch ((x >> 8) % 3) {
+      case 0:
+        d.set(k, v);
+        m[k] = v;
+        break;
+      case 1:
+        EXPECT_EQ(d.newEntry(k, v), m.emplace(k, v).second);
+        break;
+      default:
+        EXPECT_EQ(d.del(k), m.erase(k) == 1);
+    }
+  }
+  ASSERT_EQ(d.size(), m.size());
+  auto mi = m.begin();
+  for (const auto& [k, v] : d) {
+    EXPECT_EQ(k, mi->first);
+    EXPECT_EQ(v, mi->second);
+    ++mi;
+  }
+  std::size_t visited = 0;
+  for (auto it = d.iterator(); it; ++it) {
+    ++visited;
+    if (it.key() % 2) it.deleteCurrent();
+  }
+  EXPECT_EQ(visited, m.size());
+  for (const auto& [k, v] : d)
+    EXPECT_EQ(k % 2, 0);
+  EXPECT_EQ(d.get(63), m.count(63) && 63 % 2 == 0 ? m[63] : "");
 }
 
 }  // namespace
