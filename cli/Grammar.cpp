@@ -1,6 +1,7 @@
 #include "cli/Grammar.h"
 
 #include <algorithm>
+#include <exception>
 #include <set>
 #include <utility>
 
@@ -137,6 +138,16 @@ struct Inst {
 
 bool startsWith(std::string_view s, std::string_view prefix) {
   return s.substr(0, prefix.size()) == prefix;
+}
+
+// A validator may say no by throwing: a value type's parser refusing the text is the natural
+// way to write one.
+bool accepts(const ArgType& type, std::string_view word) {
+  try {
+    return type.valid(word);
+  } catch (const std::exception&) {
+    return false;
+  }
 }
 
 }  // namespace
@@ -409,7 +420,7 @@ class Walker {
           consider(c.word);
       } else {
         auto [it, fresh] = d.accepted.emplace(term->type, false);
-        if (fresh) it->second = term->type->valid(word);
+        if (fresh) it->second = accepts(*term->type, word);
         anyArgument = anyArgument || it->second;
       }
     }
@@ -574,7 +585,7 @@ Completion Grammar::complete(std::span<const std::string> words, std::string_vie
                  : help          ? *help
                                  : term->type->help);
       }
-    } else if (partial.empty() || term->type->valid(partial)) {
+    } else if (partial.empty() || accepts(*term->type, partial)) {
       list.add(Candidate::Kind::argument, term->text, help ? *help : term->type->help);
     }
   }

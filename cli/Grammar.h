@@ -41,9 +41,9 @@ struct Choice {
   std::string help;
 };
 
-// How a placeholder is matched. Either `valid` checks a free word, or `choices` lists the
-// keywords the placeholder may take (then they abbreviate and complete like keywords, and the
-// bound value is the full choice). Exactly one of the two is given.
+// How a placeholder is matched. Either `valid` checks a free word (throwing counts as "no"),
+// or `choices` lists the keywords the placeholder may take (then they abbreviate and complete
+// like keywords, and the bound value is the full choice). Exactly one of the two is given.
 struct ArgType {
   std::string name;  // as written in the syntax: "A.B.C.D/LEN", "PROTOCOL"
   std::string help;  // one line for '?'

@@ -172,8 +172,21 @@ struct Shell::Editor {
       return 1;
     }
   }
-  static unsigned char onTab(EditLine* el, int) { return of(el).tab(); }
-  static unsigned char onHelp(EditLine* el, int) { return of(el).help(); }
+  // Nothing may unwind through libedit's C frames.
+  static unsigned char onTab(EditLine* el, int) {
+    try {
+      return of(el).tab();
+    } catch (...) {
+      return CC_ERROR;
+    }
+  }
+  static unsigned char onHelp(EditLine* el, int) {
+    try {
+      return of(el).help();
+    } catch (...) {
+      return CC_ERROR;
+    }
+  }
 
   TypedLine typed() const {
     const LineInfo* line = el_line(el);

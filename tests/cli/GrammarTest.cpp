@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "platform/mox/Exception.h"
 #include "tests/cli/DemoGrammar.h"
 
 namespace {
@@ -183,6 +184,21 @@ TEST_F(RouteGrammar, ArgumentFailingItsValidatorIsNamed) {
   EXPECT_EQ(parse(g, "show ip route 10.1.1.300"), "% Invalid input at '10.1.1.300'");
   EXPECT_EQ(parse(g, "show ip route 10.1.1.0/33"), "% Invalid input at '10.1.1.0/33'");
   EXPECT_EQ(parse(g, "show ip route vrf red bogus"), "% Invalid input at 'bogus'");
+}
+
+TEST(TypedArguments, ValidatorThatThrowsSaysNo) {
+  Grammar g;
+  g.addType({"VRF",
+             "VRF name",
+             [](std::string_view w) {
+               if (w.size() > 5) throw Mox::RangeException("VrfName::bytes > 5 not allowed");
+               return true;
+             },
+             {}});
+  g.addRows({row("show vrf VRF")});
+  EXPECT_EQ(parse(g, "show vrf red"), "show vrf VRF=red");
+  EXPECT_EQ(parse(g, "show vrf magenta"), "% Invalid input at 'magenta'");
+  EXPECT_EQ(complete(g, "show vrf", "magenta").error, "% Invalid input at 'magenta'");
 }
 
 TEST_F(RouteGrammar, WholeKeywordBeatsArgumentButAbbreviationDoesNot) {
