@@ -1,0 +1,91 @@
+#include "cli/Command.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+
+#include "platform/mox/Exception.h"
+#include "platform/mox/Trace.h"
+
+namespace cli {
+
+namespace {
+
+Mox::TraceHandle traceHandle("cli");
+
+// A write that fails (a closed pipe, a full disk) ends the text quietly: there is nowhere
+// left to report it.
+void writeAll(int fd, std::string_view text) {
+  while (!text.empty()) {
+    ssize_t n = ::write(fd, text.data(), text.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return;
+    text.remove_prefix(static_cast<std::size_t>(n));
+  }
+}
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+}  // namespace
+
+void Context::print(std::string_view text) const {
+  writeAll(out, text);
+}
+
+void Context::error(std::string_view line) const {
+  std::string text(line);
+  text += '\n';
+  writeAll(err, text);
+}
+
+int runAction(const Match& match, const Context& context) {
+  try {
+    return match.row().action(match, context);
+  } catch (const Mox::InternalException& e) {
+    MOX_TRACE(traceHandle, 0, "internal error in ", e.function(), ": ", e.what());
+    context.error(std::string("% Internal error: ") + e.what());
+    return kStatusInternal;
+  } catch (const std::exception& e) {
+    context.error(std::string("% ") + e.what());
+    return kStatusFailed;
+  } catch (...) {
+    context.error("% Internal error: unknown exception");
+    return kStatusInternal;
+  }
+}
+
+int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context) {
+  MatchResult result = grammar.match(words);
+  if (!result.match) {
+    context.error(result.error);
+    return kStatusUsage;
+  }
+  if (Mox::TraceHandle::enabled(1)) {
+    std::string bound;
+    for (const Token& t : result.match->tokens()) {
+      if (t.kind == Token::Kind::argument) bound += " " + t.name + "=" + t.value;
+    }
+    MOX_TRACE(traceHandle, 1, "row '", result.match->row().syntax, "'", bound, " format ",
+              result.match->formatNumber());
+  }
+  return runAction(*result.match, context);
+}
+
+std::vector<std::string> splitWords(std::string_view line) {
+  std::vector<std::string> words;
+  std::size_t i = 0;
+  while (i < line.size()) {
+    while (i < line.size() && isBlank(line[i]))
+      ++i;
+    std::size_t start = i;
+    while (i < line.size() && !isBlank(line[i]))
+      ++i;
+    if (i > start) words.emplace_back(line.substr(start, i - start));
+  }
+  return words;
+}
+
+}  // namespace cli

@@ -1,0 +1,45 @@
+#pragma once
+// Running one command line: match it against the grammar, run the row's action, and turn
+// every way it can fail into the message and exit status the user sees. The one-shot program
+// and the shell both go through runCommand, so a command behaves the same in either.
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/Grammar.h"
+
+namespace cli {
+
+// Exit statuses of a command.
+constexpr int kStatusOk = 0;
+constexpr int kStatusFailed = 1;     // the command refused: range error, failed check
+constexpr int kStatusUsage = 2;      // the command line itself is wrong
+constexpr int kStatusInternal = 70;  // a broken invariant (EX_SOFTWARE)
+
+// Where a command writes. The printer takes the file descriptor; messages for the user go to
+// `err` so that JSON output on `out` stays clean.
+struct Context {
+  int out = 1;
+  int err = 2;
+
+  // Writes all of `text` to `out`.
+  void print(std::string_view text) const;
+  // Writes one message line (a newline is added) to `err`.
+  void error(std::string_view line) const;
+};
+
+// Calls the matched row's action and maps what it throws to a message on `err` and a status:
+// Mox::InternalException -> "% Internal error: <what>" and 70; any other exception ->
+// "% <what>" and 1.
+int runAction(const Match& match, const Context& context);
+
+// Matches `words` and runs the action; a line that does not match prints the grammar's
+// message and returns kStatusUsage.
+int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context);
+
+// Splits a typed line at blanks (spaces, tabs, a trailing newline).
+std::vector<std::string> splitWords(std::string_view line);
+
+}  // namespace cli

@@ -1,0 +1,163 @@
+#pragma once
+// The command grammar: one table of rows, each a syntax line, its help texts and its action.
+// The engine matches a typed word list against every row at once, the way a router CLI does:
+// keywords may be abbreviated, optional parts may be skipped, placeholders are checked by named
+// argument types, and a trailing "json" selects JSON output for any row. The same walk answers
+// the shell's completion and '?' help, so what the shell offers is exactly what runs.
+//
+// Syntax of a row (docs/shell.md has the user-facing version):
+//   keyword          lower case, digits and '-' ("longer-prefixes"); may be abbreviated
+//   PLACEHOLDER      starts with an upper-case letter ("NAME", "A.B.C.D/LEN", "X:X::X"); it
+//                    names a registered ArgType. Its value is keyed by the placeholder text,
+//                    or by an explicit key: "A.B.C.D:nexthop" (the key starts lower case). A
+//                    placeholder repeated without a key gets "TEXT#2", "TEXT#3", ... in order.
+//   [ a b | c ]      optional; alternatives separated by '|'; groups nest
+//   ( a | b )        exactly one of the alternatives
+// Optional parts are matched in the order written; any of them may be skipped.
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace cli {
+
+namespace detail {
+struct CompiledRow;
+}
+
+// The printer's format numbers, passed through unchanged.
+enum class Format { text = 1, json = 2 };
+
+// One word of a fixed choice list, with its own help (empty: the type's help).
+struct Choice {
+  std::string word;
+  std::string help;
+};
+
+// How a placeholder is matched. Either `valid` checks a free word (throwing counts as "no"),
+// or `choices` lists the keywords the placeholder may take (then they abbreviate and complete
+// like keywords, and the bound value is the full choice). Exactly one of the two is given.
+struct ArgType {
+  std::string name;  // as written in the syntax: "A.B.C.D/LEN", "PROTOCOL"
+  std::string help;  // one line for '?'
+  std::function<bool(std::string_view)> valid;
+  std::vector<Choice> choices;
+};
+
+// Help for one word of a row: a keyword, or a placeholder (by its key or its type name) when
+// the type's generic help says too little ("NAME" -> "VRF name").
+struct WordHelp {
+  std::string word;
+  std::string text;
+};
+
+class Match;
+struct Context;
+// An action runs a matched row and returns the process exit status (0 when it worked).
+using Action = std::function<int(const Match&, const Context&)>;
+
+struct Row {
+  std::string syntax;
+  std::vector<WordHelp> help;
+  Action action;
+};
+
+// A malformed row or type, found while the table is built: a programming error.
+class GrammarError : public std::logic_error {
+ public:
+  using std::logic_error::logic_error;
+};
+
+// One matched word, in typed order.
+struct Token {
+  enum class Kind { keyword, argument };
+  Kind kind;
+  std::string name;   // the keyword, or the placeholder's key
+  std::string typed;  // the word as typed ("ro")
+  std::string value;  // the full keyword, the full choice, or the argument text
+};
+
+class Match {
+ public:
+  Match(const Row& row, std::vector<Token> tokens, Format format)
+      : row_(&row), tokens_(std::move(tokens)), format_(format) {}
+
+  const Row& row() const { return *row_; }
+  Format format() const { return format_; }
+  int formatNumber() const { return static_cast<int>(format_); }
+  const std::vector<Token>& tokens() const { return tokens_; }
+
+  // A keyword of the row was typed (by any abbreviation).
+  bool flag(std::string_view keyword) const;
+  // A placeholder was given a value.
+  bool has(std::string_view key) const;
+  // The placeholder's value; empty when it was not given.
+  const std::string& value(std::string_view key) const;
+  // The value of the word right after a keyword: "primary-match (none|exact)" gives
+  // after("primary-match") == "exact". Empty when the keyword is absent or ends the command.
+  std::string_view after(std::string_view keyword) const;
+
+ private:
+  const Row* row_;
+  std::vector<Token> tokens_;
+  Format format_;
+};
+
+struct MatchResult {
+  std::optional<Match> match;
+  std::string error;  // the exact message for the user when there is no match
+};
+
+// A candidate for the next word, for TAB and '?'.
+struct Candidate {
+  enum class Kind { keyword, argument, end };
+  Kind kind;
+  std::string text;  // keyword, placeholder ("A.B.C.D"), or "<cr>"
+  std::string help;
+  friend bool operator==(const Candidate&, const Candidate&) = default;
+};
+
+struct Completion {
+  std::vector<Candidate> candidates;  // sorted by text, "<cr>" last
+  std::string error;                  // set when the words typed so far cannot match
+};
+
+class Grammar {
+ public:
+  Grammar();
+  ~Grammar();
+  Grammar(const Grammar&) = delete;
+  Grammar& operator=(const Grammar&) = delete;
+
+  // Types are registered before the rows that use them.
+  void addType(ArgType type);
+  // Help for a keyword shared by many rows ("show", "ip"); a row's own help overrides it.
+  void addKeywordHelp(std::string keyword, std::string help);
+  void addRow(Row row);
+  void addRows(std::vector<Row> rows);
+
+  MatchResult match(std::span<const std::string> words) const;
+  // What may follow `words`, completing `partial` (the word being typed, possibly empty).
+  Completion complete(std::span<const std::string> words, std::string_view partial) const;
+
+  // The messages the user sees.
+  static std::string invalidInput(std::string_view word);
+  static std::string ambiguous(std::string_view word);
+  static const std::string& incomplete();
+
+ private:
+  std::string keywordHelp(const Row& row, const std::string& keyword) const;
+
+  std::map<std::string, ArgType, std::less<>> types_;
+  std::map<std::string, std::string, std::less<>> keywordHelp_;
+  std::vector<std::unique_ptr<detail::CompiledRow>> rows_;
+};
+
+}  // namespace cli

@@ -1,0 +1,98 @@
+#include "cli/Command.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/mox/Exception.h"
+#include "tests/cli/Capture.h"
+
+namespace {
+
+using clitest::capture;
+using testing::ElementsAre;
+
+// A table whose actions fail in every way an action can.
+class FailingActions : public testing::Test {
+ protected:
+  FailingActions() {
+    g.addRows({
+        {"internal",
+         {},
+         [](const cli::Match&, const cli::Context&) -> int {
+           MOX_ASSERT(1 + 1 == 3);
+           return 0;
+         }},
+        {"range",
+         {},
+         [](const cli::Match&, const cli::Context&) -> int {
+           throw Mox::RangeException("VrfName::bytes > 100 not allowed");
+         }},
+        {"other",
+         {},
+         [](const cli::Match&, const cli::Context&) -> int {
+           throw std::out_of_range("no such FEC");
+         }},
+        {"foreign", {}, [](const cli::Match&, const cli::Context&) -> int { throw 42; }},
+        {"refuse",
+         {},
+         [](const cli::Match& m, const cli::Context& c) {
+           c.print(m.format() == cli::Format::json ? "{}\n" : "refused\n");
+           c.error("% the address overlaps Ethernet1");
+           return cli::kStatusFailed;
+         }},
+    });
+  }
+
+  clitest::Captured run(const char* line) {
+    std::vector<std::string> words = cli::splitWords(line);
+    return capture([&](const cli::Context& c) { return cli::runCommand(g, words, c); });
+  }
+
+  cli::Grammar g;
+};
+
+TEST_F(FailingActions, InternalErrorNamesTheAssertionAndExits70) {
+  clitest::Captured r = run("internal");
+  EXPECT_EQ(r.status, 70);
+  EXPECT_EQ(r.err, "% Internal error: 1 + 1 == 3\n");
+  EXPECT_EQ(r.out, "");
+}
+
+TEST_F(FailingActions, RangeAndOtherErrorsShowTheirOwnTextAndExit1) {
+  clitest::Captured range = run("range");
+  EXPECT_EQ(range.status, 1);
+  EXPECT_EQ(range.err, "% VrfName::bytes > 100 not allowed\n");
+  clitest::Captured other = run("other");
+  EXPECT_EQ(other.status, 1);
+  EXPECT_EQ(other.err, "% no such FEC\n");
+}
+
+TEST_F(FailingActions, SomethingThatIsNoExceptionIsInternal) {
+  clitest::Captured r = run("foreign");
+  EXPECT_EQ(r.status, 70);
+  EXPECT_EQ(r.err, "% Internal error: unknown exception\n");
+}
+
+TEST_F(FailingActions, ActionStatusAndOutputPassThrough) {
+  clitest::Captured r = run("ref json");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "{}\n");
+  EXPECT_EQ(r.err, "% the address overlaps Ethernet1\n");
+}
+
+TEST_F(FailingActions, UnmatchedLineIsAUsageErrorAndRunsNothing) {
+  clitest::Captured r = run("internal now");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err, "% Invalid input at 'now'\n");
+  EXPECT_EQ(run("").err, "% Incomplete command\n");
+}
+
+TEST(SplitWords, BlanksOfAnyKindSeparateAndVanish) {
+  EXPECT_THAT(cli::splitWords("  show\tip  route \r\n"), ElementsAre("show", "ip", "route"));
+  EXPECT_TRUE(cli::splitWords(" \t\n").empty());
+}
+
+}  // namespace

@@ -1,0 +1,310 @@
+// Whole programs: the shell driven through a pseudo-terminal the way a user types at it, and
+// the rova program run once per command.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/cli/Capture.h"
+
+namespace {
+
+// Every wait is for a text to appear; the limit only turns a hang into a failure, so it is
+// generous enough for a loaded sanitizer build.
+constexpr std::chrono::seconds kPatience{60};
+
+// Terminal control sequences and carriage returns removed, so that tests read what a user
+// would see on a line.
+std::string visibleText(std::string_view raw) {
+  std::string out;
+  for (std::size_t i = 0; i < raw.size(); ++i) {
+    char c = raw[i];
+    if (c == '\x1b') {
+      if (i + 1 < raw.size() && raw[i + 1] == '[') {
+        i += 2;
+        while (i < raw.size() && !(raw[i] >= '@' && raw[i] <= '~'))
+          ++i;
+      } else {
+        i += 1;  // a two-character sequence such as ESC =
+      }
+    } else if (c != '\r' && c != '\a' && c != '\0') {  // NULs are vt100 padding
+      out += c;
+    }
+  }
+  return out;
+}
+
+class TerminalSession {
+ public:
+  explicit TerminalSession(const char* program) {
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = 100;
+    pid_ = forkpty(&master_, nullptr, nullptr, &size);
+    if (pid_ == 0) {
+      setenv("TERM", "vt100", 1);
+      execl(program, program, static_cast<char*>(nullptr));
+      _exit(127);
+    }
+  }
+
+  ~TerminalSession() {
+    if (pid_ > 0 && !exited_) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+    if (master_ >= 0) close(master_);
+  }
+
+  bool started() const { return pid_ > 0; }
+
+  void type(std::string_view keys) {
+    while (!keys.empty()) {
+      ssize_t n = write(master_, keys.data(), keys.size());
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return;
+      keys.remove_prefix(static_cast<std::size_t>(n));
+    }
+  }
+
+  // SIGINT straight to the program, as the terminal's ^C would send it.
+  void interrupt() { kill(pid_, SIGINT); }
+
+  // Waits until `text` appears after everything earlier expectations have seen, and moves
+  // past it.
+  testing::AssertionResult expect(std::string_view text) {
+    auto deadline = std::chrono::steady_clock::now() + kPatience;
+    for (;;) {
+      std::string seen = visibleText(raw_);
+      if (auto at = seen.find(text, consumed_); at != std::string::npos) {
+        consumed_ = at + text.size();
+        return testing::AssertionSuccess();
+      }
+      if (!readSome(deadline)) {
+        return testing::AssertionFailure() << "no '" << text << "' after:\n"
+                                           << seen.substr(consumed_) << "\n--- whole session:\n"
+                                           << seen;
+      }
+    }
+  }
+
+  // Reads to the end of the session and returns the program's exit status, or -1 when it
+  // is still running after the wait.
+  int exitStatus() {
+    auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (readSome(deadline)) {
+    }
+    // The terminal closes as the program exits, so then waiting for it is safe.
+    int status = 0;
+    if (waitpid(pid_, &status, ended_ ? 0 : WNOHANG) != pid_) return -1;
+    exited_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+  std::string seen() const { return visibleText(raw_); }
+
+ private:
+  // False at the end of the session or when the deadline passed.
+  bool readSome(std::chrono::steady_clock::time_point deadline) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return false;
+    pollfd p{master_, POLLIN, 0};
+    int ready = poll(&p, 1, static_cast<int>(left.count()));
+    if (ready < 0 && errno == EINTR) return true;
+    if (ready <= 0) return false;
+    char buffer[4096];
+    ssize_t n = read(master_, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) return true;
+    if (n <= 0) {  // EIO: the program closed the terminal
+      ended_ = true;
+      return false;
+    }
+    raw_.append(buffer, static_cast<std::size_t>(n));
+    return true;
+  }
+
+  int master_ = -1;
+  pid_t pid_ = -1;
+  bool exited_ = false;
+  bool ended_ = false;
+  std::string raw_;
+  std::size_t consumed_ = 0;
+};
+
+constexpr const char* kPrompt = "rova> ";
+constexpr const char* kUp = "\x1b[A";
+
+TEST(ShellTerminal, TabCompletesAndListsQuestionMarkHelps) {
+  TerminalSession s(CLI_SHELL_DEMO);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("sh\t");
+  ASSERT_TRUE(s.expect("show "));
+  s.type("ip route ?");
+  ASSERT_TRUE(s.expect("\n  A.B.C.D      IPv4 address\n  A.B.C.D/LEN  IPv4 prefix\n"));
+  ASSERT_TRUE(s.expect("  vrf          Routes of one VRF\n  <cr>\n"));
+  // The line comes back as it was, without the '?'.
+  ASSERT_TRUE(s.expect("rova> show ip route "));
+  s.type("vrf red 10.0.0.0/8 l\t");
+  ASSERT_TRUE(s.expect("longer-prefixes "));
+  s.type("\r");
+  ASSERT_TRUE(s.expect("route NAME=red A.B.C.D/LEN=10.0.0.0/8 longer text\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show i\t");
+  ASSERT_TRUE(s.expect("interfaces  ip\n"));
+  ASSERT_TRUE(s.expect("rova> show i"));
+  s.type("p?");
+  ASSERT_TRUE(s.expect("  ip  IP information\n"));
+  s.type(
+      "\x15"
+      "exit\r");  // ^U drops the line first
+  EXPECT_EQ(s.exitStatus(), 0) << s.seen();
+  EXPECT_EQ(s.seen().find("Invalid"), std::string::npos) << s.seen();
+}
+
+TEST(ShellTerminal, RunsCommandsReportsErrorsAndRecallsHistory) {
+  TerminalSession s(CLI_SHELL_DEMO);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show bogus\r");
+  ASSERT_TRUE(s.expect("% Invalid input at 'bogus'\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("\r");  // an empty line does nothing but prompt again
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("sh ver\r");
+  ASSERT_TRUE(s.expect("demo 1.0\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type(kUp);
+  ASSERT_TRUE(s.expect("sh ver"));
+  s.type("\r");
+  ASSERT_TRUE(s.expect("demo 1.0\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("fail\r");
+  ASSERT_TRUE(s.expect("% the check refused\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("quit\r");
+  EXPECT_EQ(s.exitStatus(), 1) << s.seen();
+}
+
+TEST(ShellTerminal, InterruptAbandonsTheLineOrStopsTheCommand) {
+  TerminalSession s(CLI_SHELL_DEMO);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  // At the prompt: the half-typed line is dropped, so the next one runs on its own.
+  s.type("show ver");
+  ASSERT_TRUE(s.expect("show ver"));
+  s.type("\x03");
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("tty-mode\r");
+  // The command runs with the terminal back in its normal mode.
+  ASSERT_TRUE(s.expect("mode icanon=1 echo=1 isig=1\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+
+  // A command without a handler of its own is interrupted, not the shell. The terminal
+  // flushes its output on ^C while a command runs, so what the command printed after it may
+  // be lost; the next command shows the shell went on.
+  s.type("wait-interrupt\r");
+  ASSERT_TRUE(s.expect("waiting for ^C\n"));
+  s.type("\x03");
+  s.type("show version\r");
+  ASSERT_TRUE(s.expect("demo 1.0\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+
+  // A printer-like command turns the interrupt into an exception, which ends only that
+  // command. Sent as a signal, so that no flush can take the message away.
+  s.type("print-until-interrupted\r");
+  ASSERT_TRUE(s.expect("printing\n"));
+  s.interrupt();
+  ASSERT_TRUE(s.expect("% output interrupted\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+
+  // Its handler is gone again: ^C at the prompt still abandons the line.
+  s.type("show");
+  ASSERT_TRUE(s.expect("show"));
+  s.type("\x03");
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show version\r");
+  ASSERT_TRUE(s.expect("demo 1.0\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("\x04");  // ^D leaves
+  EXPECT_EQ(s.exitStatus(), 0) << s.seen();
+  EXPECT_EQ(s.seen().find("Invalid"), std::string::npos) << s.seen();
+}
+
+// ---- The rova program, one command per run ----
+
+clitest::Captured runRova(std::vector<std::string> args, std::string input = "") {
+  int in[2], out[2], err[2];
+  if (pipe(in) != 0 || pipe(out) != 0 || pipe(err) != 0) return {};
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(in[0], 0);
+    dup2(out[1], 1);
+    dup2(err[1], 2);
+    for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]})
+      close(fd);
+    std::vector<char*> argv = {const_cast<char*>(ROVA_PROGRAM)};
+    for (std::string& a : args)
+      argv.push_back(a.data());
+    argv.push_back(nullptr);
+    execv(ROVA_PROGRAM, argv.data());
+    _exit(127);
+  }
+  close(in[0]);
+  close(out[1]);
+  close(err[1]);
+  if (write(in[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) return {};
+  close(in[1]);
+  clitest::Captured c;
+  c.out = clitest::drain(out[0]);
+  c.err = clitest::drain(err[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  c.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return c;
+}
+
+TEST(RovaProgram, RunsOneCommandWithOptionsBeforeIt) {
+  clitest::Captured r = runRova({"--state", "device.json", "--", "sh", "ver"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.rfind("rova ", 0), 0u) << r.out;
+  EXPECT_EQ(r.err, "");
+
+  clitest::Captured bad = runRova({"show", "version", "--state", "x"});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.err, "% Invalid input at '--state'\n");
+  EXPECT_EQ(bad.out, "");
+}
+
+TEST(RovaProgram, OptionErrorsAndHelp) {
+  clitest::Captured help = runRova({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.out.rfind("usage: rova [--state FILE]", 0), 0u) << help.out;
+  clitest::Captured unknown = runRova({"--colour", "show", "version"});
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_EQ(unknown.err.rfind("rova: unknown option '--colour'", 0), 0u) << unknown.err;
+  clitest::Captured missing = runRova({"--state"});
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_EQ(missing.err.rfind("rova: missing file after '--state'", 0), 0u) << missing.err;
+}
+
+TEST(RovaProgram, ReadsCommandsFromAPipeWithoutACommand) {
+  clitest::Captured r = runRova({}, "show version\nshow nothing\n");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out.rfind("rova ", 0), 0u) << r.out;
+  EXPECT_EQ(r.err, "% Invalid input at 'nothing'\n");
+}
+
+}  // namespace
