@@ -75,15 +75,25 @@ int runCommand(const Grammar& grammar, std::span<const std::string> words, const
 }
 
 std::vector<std::string> splitWords(std::string_view line) {
+  // Double quotes hold blanks inside one word ("show value \"Value('X', ** {})\""); the
+  // quotes themselves are not part of the word. An unclosed quote runs to the end.
   std::vector<std::string> words;
   std::size_t i = 0;
   while (i < line.size()) {
     while (i < line.size() && isBlank(line[i]))
       ++i;
-    std::size_t start = i;
-    while (i < line.size() && !isBlank(line[i]))
+    if (i >= line.size()) break;
+    std::string word;
+    bool quoted = false;
+    while (i < line.size() && (quoted || !isBlank(line[i]))) {
+      if (line[i] == '"') {
+        quoted = !quoted;
+      } else {
+        word.push_back(line[i]);
+      }
       ++i;
-    if (i > start) words.emplace_back(line.substr(start, i - start));
+    }
+    words.push_back(std::move(word));
   }
   return words;
 }

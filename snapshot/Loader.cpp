@@ -220,6 +220,7 @@ class Loader {
   // ---- sections ----
   void top(od::object obj);
   void hardware(od::value& v);
+  void staticRouteDefaults(od::value& v);
   void vrfs(od::value& v);
   void vrf(std::string_view name, od::value& v);
   template <class Fam>
@@ -281,6 +282,7 @@ class Loader {
   std::vector<PendingNeighbor> neighbors_;
 
   Ptr<DeviceInfo> device_ = makePtr<DeviceInfo>();
+  Ptr<Routing::StaticRouteDefaults> staticDefaults_ = makePtr<Routing::StaticRouteDefaults>();
   Ptr<Interface::AllIntfConfigDir> intfConfig_ = makePtr<Interface::AllIntfConfigDir>();
   Ptr<Interface::AllIntfStatusDir> intfStatus_ = makePtr<Interface::AllIntfStatusDir>();
   Ptr<Ip::Config> ipConfig_ = makePtr<Ip::Config>();
@@ -322,6 +324,7 @@ Ptr<Statum::EntityManager> Loader::run(od::document& doc) {
   auto em = makePtr<Statum::EntityManager>();
   namespace p = paths;
   em->entityIs(p::kDevice, device_);
+  em->entityIs(p::kStaticRouteDefaults, staticDefaults_);
   em->entityIs(p::kIntfConfig, intfConfig_);
   em->entityIs(p::kIntfStatus, intfStatus_);
   em->entityIs(p::kIpConfig, ipConfig_);
@@ -369,8 +372,9 @@ enum TopKey {
   kNexthopGroups,
   kFlexCounters,
   kRouteDistinguisherInputs,
+  kStaticRouteDefaults,
 };
-constexpr Keys<11> kTopKeys = {
+constexpr Keys<12> kTopKeys = {
     "version",
     "hostname",
     "hardware",
@@ -382,6 +386,7 @@ constexpr Keys<11> kTopKeys = {
     "nexthopGroups",
     "flexCounters",
     "routeDistinguisherInputs",
+    "staticRouteDefaults",
 };
 
 void Loader::top(od::object obj) {
@@ -424,6 +429,24 @@ void Loader::top(od::object obj) {
       case kRouteDistinguisherInputs:
         routeDistinguishers(v);
         break;
+      case kStaticRouteDefaults:
+        staticRouteDefaults(v);
+        break;
+    }
+  });
+}
+
+void Loader::staticRouteDefaults(od::value& v) {
+  static constexpr Keys<3> keys = {"preference", "tag", "name"};
+  r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
+    if (k == 0) {
+      const auto preference = r_.number(f, 255);
+      if (preference < 1) r_.fail("a preference is 1 to 255");
+      staticDefaults_->preferenceIs(Routing::RoutePreference(preference));
+    } else if (k == 1) {
+      staticDefaults_->tagIs(std::uint32_t(r_.number(f, kU32Max)));
+    } else {
+      staticDefaults_->nameIs(std::string(r_.string(f)));
     }
   });
 }

@@ -27,6 +27,8 @@ inline constexpr const char* kNhgHwStatus =
     "hardware/nexthopGroup";  // Routing::Hardware::NexthopGroupStatus
 inline constexpr const char* kRoutingHw = "hardware/routing";    // Routing::Hardware::Status
 inline constexpr const char* kRouting6Hw = "hardware/routing6";  // Routing6::Hardware::Status
+inline constexpr const char* kStaticRouteDefaults =
+    "routing/staticRouteDefaults";  // Routing::StaticRouteDefaults
 inline constexpr const char* kRdInputDir =
     "ip/routeDistinguisherInput";                     // Mox::Dir of Ip::RouteDistinguisherInput
 inline constexpr const char* kDevice = "sys/device";  // Snapshot::DeviceInfo

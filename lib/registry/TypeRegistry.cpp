@@ -90,6 +90,14 @@ Value TypeRegistry::call(Value& obj, std::string_view name, std::span<const Valu
   return o->call(obj, args);
 }
 
+std::string TypeRegistry::text(const Value& v) const {
+  if (v.holds<Mox::Ptr<BoxedValue>>() || v.holds<Mox::Ptr<Mox::Entity>>()) {
+    const TypeEntry* t = find(v.kindName());
+    if (t && t->write) return t->write(v);
+  }
+  return v.text();
+}
+
 Value TypeRegistry::parse(std::string_view text) const {
   std::string_view in = text;
   Mox::expectText(in, "Value('");

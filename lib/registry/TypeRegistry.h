@@ -65,6 +65,8 @@ struct TypeEntry {
   std::vector<std::string> enumNames;
   std::function<Value(std::span<const Value>)> construct;
   std::function<Value(std::string_view)> parse;
+  // The value text form, Value('Ns::Type', ** {...}), for a type with an attribute list.
+  std::function<std::string(const Value&)> write;
 
   const AttrEntry* attr(std::string_view n) const;
   const OpEntry* op(std::string_view n) const;
@@ -87,7 +89,9 @@ class TypeRegistry {
   void attributeIs(Value& obj, std::string_view name, const Value& v) const;
   std::unique_ptr<CollectionCursor> iterate(Value& obj, std::string_view name) const;
   Value call(Value& obj, std::string_view op, std::span<const Value> args) const;
-  std::string text(const Value& v) const { return v.text(); }
+  // The text form of a value: a registered type's Value(...) form, an entity included; the
+  // value's own form otherwise.
+  std::string text(const Value& v) const;
   // Builds a value from its text form, "Value('Ns::Type', ** {...})".
   Value parse(std::string_view text) const;
 
@@ -197,7 +201,10 @@ class TypeBuilder {
     } else if constexpr (std::is_base_of_v<Mox::Entity, T>) {
       e_.kind = TypeKind::entity;
     }
-    if constexpr (Mox::HasAttributes<T>) addAttributes();
+    if constexpr (Mox::HasAttributes<T>) {
+      addAttributes();
+      e_.write = [](const Value& v) { return Mox::textOf(detail::constObject<T>(v)); };
+    }
     if constexpr (Mox::HasAttributes<T> && !std::is_base_of_v<Mox::Entity, T>) {
       e_.parse = [](std::string_view text) { return toValue(Mox::valueFromText<T>(text)); };
     }

@@ -355,6 +355,11 @@ void printRoute(Sorter& s, const typename Sorter::Family::Route& route, rendr::P
                 RouteAttrs& a) {
   const Mox::Ptr<CachedFec>* cached = s.fec().find(route.fecId);
   if (!sorter::isPrintable(s, route, cached) || !protocolMatch(route, s.protocol())) return;
+  if constexpr (std::is_same_v<Sorter, Route6Sorter>) {
+    // The interface filter reads the routes the count leaves out, and the listing shows what
+    // it counts.
+    if (s.intf() && !sorter::passesInterfaceFilter(s, cached)) return;
+  }
   if (!cached) {
     p.addFrills(" <FecId %s not found>", route.fecId.stringValue().c_str());
     return;

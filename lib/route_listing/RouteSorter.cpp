@@ -189,19 +189,7 @@ bool isRouteFiltered(const Route6Sorter& s, const Brine::Fib6::Route& route) {
   } else if (!sorter::isPrintable(s, route) || !protocolMatch(route, s.protocol())) {
     return true;
   }
-  const Mox::Ptr<CachedFec>* fec = s.fec().find(route.fecId);
-  if (!fec) return true;
-  if ((*fec)->vias() == 0) return bool(s.intfStatus());
-  if (!s.intf()) return false;
-  if (!s.intfStatus()) return true;
-  for (const auto& via : (*fec)->via()) {
-    Plexa::IntfId viaIntf = via.intfId();
-    if (s.evpnVxlanTunnelTable() && s.evpnVxlanTunnelTable()->isValidEvpnIntf(viaIntf)) {
-      viaIntf = Plexa::IntfId();
-    }
-    if (viaIntf == s.intfStatus()->intfId()) return false;
-  }
-  return true;
+  return !sorter::passesInterfaceFilter(s, s.fec().find(route.fecId));
 }
 
 }  // namespace

@@ -188,6 +188,24 @@ bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route) {
   return true;
 }
 
+// Whether a route through this cached FEC (null: not cached) goes through the interface the
+// IPv6 listing was asked for. Without an interface filter, a route whose FEC has vias passes.
+// A via on an EVPN VXLAN interface goes through no interface of this router.
+inline bool passesInterfaceFilter(const Route6Sorter& s, const Mox::Ptr<CachedFec>* fec) {
+  if (!fec) return false;
+  if ((*fec)->vias() == 0) return !s.intfStatus();
+  if (!s.intf()) return true;
+  if (!s.intfStatus()) return false;
+  for (const auto& via : (*fec)->via()) {
+    Plexa::IntfId viaIntf = via.intfId();
+    if (s.evpnVxlanTunnelTable() && s.evpnVxlanTunnelTable()->isValidEvpnIntf(viaIntf)) {
+      viaIntf = Plexa::IntfId();
+    }
+    if (viaIntf == s.intfStatus()->intfId()) return true;
+  }
+  return false;
+}
+
 // ---- selection ----
 
 template <class Sorter>

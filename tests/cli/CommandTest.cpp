@@ -93,6 +93,10 @@ TEST_F(FailingActions, UnmatchedLineIsAUsageErrorAndRunsNothing) {
 TEST(SplitWords, BlanksOfAnyKindSeparateAndVanish) {
   EXPECT_THAT(cli::splitWords("  show\tip  route \r\n"), ElementsAre("show", "ip", "route"));
   EXPECT_TRUE(cli::splitWords(" \t\n").empty());
+  // Quotes keep blanks inside one word and are not part of it.
+  EXPECT_THAT(cli::splitWords("show value \"Value('A', ** {'x': 1})\" json"),
+              ElementsAre("show", "value", "Value('A', ** {'x': 1})", "json"));
+  EXPECT_THAT(cli::splitWords("a\"b c\"d \"\""), ElementsAre("ab cd", ""));
 }
 
 }  // namespace

@@ -79,7 +79,7 @@ TEST(LoadError, WrongTypesMissingAndRepeatedKeysAreRefused) {
   EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {}}, "a\\": 1})"),
             R"($["a\\"]: unknown key "a\\" (expected one of: version hostname hardware vrfs )"
             R"(interfaces neighbors tunnels srTePolicies nexthopGroups flexCounters )"
-            R"(routeDistinguisherInputs))");
+            R"(routeDistinguisherInputs staticRouteDefaults))");
 }
 
 TEST(LoadError, MalformedJsonIsRefusedWhereItIsFound) {

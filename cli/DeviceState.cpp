@@ -1,0 +1,74 @@
+#include "cli/DeviceState.h"
+
+#include <algorithm>
+
+#include "platform/plexa/IntfId.h"
+#include "platform/state/Interface.h"
+#include "snapshot/DeviceInfo.h"
+#include "snapshot/Snapshot.h"
+#include "snapshot/StatePaths.h"
+
+namespace cli {
+
+namespace paths = Snapshot::paths;
+
+DeviceState& DeviceState::instance() {
+  static DeviceState state;
+  return state;
+}
+
+void DeviceState::load(const std::string& path) {
+  auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
+  em_ = std::move(em);
+  source_ = path.empty() ? "built-in example" : path;
+  // Value texts name state entities by path ("Ptr('Ip::Config', 'ip/config')"): they read
+  // back as the entities of this state.
+  Mox::ptrResolverIs([this](std::string_view type, std::string_view at) -> Mox::Ptr<Mox::Entity> {
+    auto it = em_->entities().find(std::string(at));
+    if (it == em_->entities().end() || type != it->second->typeName()) return nullptr;
+    return it->second;
+  });
+}
+
+std::string DeviceState::hostname() const {
+  auto device = em_->find<Snapshot::DeviceInfo>(paths::kDevice);
+  return device ? device->hostname().stringValue() : std::string();
+}
+
+Rova::Value DeviceState::at(std::string_view path) const {
+  auto it = em_->entities().find(std::string(path));
+  if (it == em_->entities().end()) return Rova::Value();
+  return Rova::Value(it->second);
+}
+
+Rova::Value DeviceState::atVrf(std::string_view vrf, std::string_view leaf) const {
+  return at(paths::vrfPath(vrf, leaf));
+}
+
+bool DeviceState::hasVrf(std::string_view vrf) const {
+  return em_->entities().count(paths::vrfPath(vrf, paths::kFibRoute)) > 0;
+}
+
+std::vector<std::string> DeviceState::vrfNames() const {
+  std::vector<std::string> names;
+  const std::string leaf = std::string("/") + paths::kFibRoute;
+  for (const auto& [path, entity] : em_->entities()) {
+    if (path.rfind("vrf/", 0) != 0 || path.size() <= leaf.size() + 4) continue;
+    if (path.compare(path.size() - leaf.size(), leaf.size(), leaf) != 0) continue;
+    names.push_back(path.substr(4, path.size() - 4 - leaf.size()));
+  }
+  std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
+    if ((a == "default") != (b == "default")) return a == "default";
+    return a < b;
+  });
+  return names;
+}
+
+Rova::Value DeviceState::intfStatus(std::string_view name) const {
+  auto all = em_->find<Interface::AllIntfStatusDir>(paths::kIntfStatus);
+  if (!all) return Rova::Value();
+  auto status = all->intfStatus(Plexa::IntfId(name));
+  return status ? Rova::toValue(status) : Rova::Value();
+}
+
+}  // namespace cli
