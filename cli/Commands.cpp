@@ -35,12 +35,34 @@ DeviceState& state() {
 
 // ---- printing ----
 
+// Whether the running command has begun its output. In JSON, standard output carries one
+// document whatever happens: a command that fails before writing anything writes {}.
+bool outputStarted = false;
+
+Action jsonSafe(Action action) {
+  return [action](const Match& m, const Context& c) {
+    outputStarted = false;
+    const auto writeEmpty = [&] {
+      if (m.format() == Format::json && !outputStarted) c.print("{}\n");
+    };
+    try {
+      const int status = action(m, c);
+      if (status != kStatusOk) writeEmpty();
+      return status;
+    } catch (...) {
+      writeEmpty();
+      throw;
+    }
+  };
+}
+
 // Runs `body` with a printer on the command's output. An interrupt ends the output with
 // "exiting" and the reason (on stderr in JSON, where stdout carries only the document); a
 // reader that went away ends it quietly. A write error the printer reported fails the command.
 template <class Body>
 int withPrinter(const Match& m, const Context& c, Body body) {
   rendr::Printer::clearOutputFailed();
+  outputStarted = true;
   {
     rendr::Printer p(c.out, static_cast<unsigned>(m.formatNumber()), true, false, true, 0);
     try {
@@ -220,7 +242,12 @@ int showTypes(const Match& m, const Context& c) {
 }
 
 int showValue(const Match& m, const Context& c) {
-  const Value v = registry().parse(m.value("VALUE"));
+  Value v;
+  try {
+    v = registry().parse(m.value("VALUE"));
+  } catch (const Mox::RangeException& e) {
+    throw Mox::RangeException(std::string("Invalid value text: ") + e.what());
+  }
   const auto& type = registry().typeOf(v);
   return withPrinter(m, c, [&](rendr::Printer& p) {
     rendr::StringAttrInfo typeName("type", p.format());
@@ -296,6 +323,7 @@ int showRoute(const Match& m, const Context& c, bool v6) {
 
   rendr::Printer::clearOutputFailed();
   Value sorter = registry().construct(v6 ? "Rova::Route6Sorter" : "Rova::RouteSorter", args);
+  outputStarted = true;
   const Value printArgs[] = {Value(static_cast<std::uint32_t>(c.out)),
                              Value(static_cast<std::uint32_t>(m.formatNumber()))};
   registry().call(sorter, "printRoutes", printArgs);
@@ -467,7 +495,7 @@ void addCommands(Grammar& grammar) {
   grammar.addKeywordHelp("detail", "More detail");
   grammar.addKeywordHelp("longer-prefixes", "The prefix and every route inside it");
 
-  grammar.addRows({
+  std::vector<Row> rows = {
       {"show version", {{"version", "Software version and the state shown"}}, showVersion},
       {"show types", {{"types", "The library's registered types"}}, showTypes},
       {"show value VALUE", {{"value", "Parse a value text form and write it back"}}, showValue},
@@ -515,7 +543,10 @@ void addCommands(Grammar& grammar) {
       {"check rd NAME RD",
        {{"rd", "Is this route distinguisher free for the VRF?"}, {"NAME", "The VRF to receive it"}},
        checkRd},
-  });
+  };
+  for (Row& row : rows)
+    row.action = jsonSafe(std::move(row.action));
+  grammar.addRows(std::move(rows));
 }
 
 int loadState(const std::string& path, const Context& context) {

@@ -277,10 +277,17 @@ clitest::Captured runRova(std::vector<std::string> args, std::string input = "")
 }
 
 TEST(RovaProgram, RunsOneCommandWithOptionsBeforeIt) {
-  clitest::Captured r = runRova({"--state", "device.json", "--", "sh", "ver"});
+  clitest::Captured r = runRova({"--state", ROVA_EXAMPLE, "--", "sh", "ver"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out.rfind("rova ", 0), 0u) << r.out;
+  EXPECT_NE(r.out.find("State: " ROVA_EXAMPLE "\n"), std::string::npos) << r.out;
   EXPECT_EQ(r.err, "");
+
+  // A state that does not load is refused before any command runs.
+  clitest::Captured missing = runRova({"--state", "no-such.json", "show", "version"});
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_EQ(missing.out, "");
+  EXPECT_EQ(missing.err.rfind("% Cannot load state no-such.json: ", 0), 0u) << missing.err;
 
   clitest::Captured bad = runRova({"show", "version", "--state", "x"});
   EXPECT_EQ(bad.status, 2);

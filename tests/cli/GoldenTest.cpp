@@ -1,0 +1,134 @@
+// Golden tests: every case of tests/golden/cases.txt runs the rova program on the example
+// device, and its standard output, standard error and exit status must be exactly what the
+// case's files say. JSON output is parsed back as well: valid JSON is part of the contract.
+//
+// After a deliberate change of output, ROVA_UPDATE_GOLDEN=1 rewrites the files; read every
+// changed line before committing them.
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/Command.h"
+#include "tests/cli/Capture.h"
+
+namespace {
+
+struct Case {
+  std::string name;
+  int status;
+  std::string command;
+};
+
+std::string trim(std::string s) {
+  const auto b = s.find_first_not_of(' ');
+  const auto e = s.find_last_not_of(' ');
+  return b == std::string::npos ? std::string() : s.substr(b, e - b + 1);
+}
+
+std::vector<Case> readCases() {
+  std::ifstream in(ROVA_GOLDEN_DIR "/cases.txt");
+  std::vector<Case> cases;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const auto a = line.find('|');
+    const auto b = line.find('|', a + 1);
+    cases.push_back({trim(line.substr(0, a)), std::stoi(line.substr(a + 1, b - a - 1)),
+                     trim(line.substr(b + 1))});
+  }
+  return cases;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) return {};
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+clitest::Captured run(const std::vector<std::string>& args) {
+  int out[2], err[2];
+  if (pipe(out) != 0 || pipe(err) != 0) std::abort();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(out[1], 1);
+    dup2(err[1], 2);
+    close(out[0]);
+    close(err[0]);
+    std::vector<char*> argv{const_cast<char*>(ROVA_PROGRAM)};
+    for (const auto& a : args)
+      argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(ROVA_PROGRAM, argv.data());
+    _exit(127);
+  }
+  close(out[1]);
+  close(err[1]);
+  clitest::Captured c;
+  c.out = clitest::drain(out[0]);
+  c.err = clitest::drain(err[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  c.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return c;
+}
+
+// The first line where two texts differ, to make a failure readable.
+std::string firstDifference(const std::string& want, const std::string& got) {
+  std::istringstream a(want), b(got);
+  std::string la, lb;
+  for (int n = 1;; ++n) {
+    const bool ma = bool(std::getline(a, la)), mb = bool(std::getline(b, lb));
+    if (!ma && !mb) return "(the texts differ only in their last newline)";
+    if (la != lb || ma != mb) {
+      return "line " + std::to_string(n) + ":\n  want: " + (ma ? la : "<end>") +
+             "\n  got:  " + (mb ? lb : "<end>");
+    }
+  }
+}
+
+class Golden : public testing::TestWithParam<Case> {};
+
+TEST_P(Golden, OutputIsExactlyTheGoldenFile) {
+  const Case& c = GetParam();
+  const clitest::Captured r = run(cli::splitWords(c.command));
+  const std::string outPath = std::string(ROVA_GOLDEN_DIR "/") + c.name + ".out";
+  const std::string errPath = std::string(ROVA_GOLDEN_DIR "/") + c.name + ".err";
+  if (std::getenv("ROVA_UPDATE_GOLDEN")) {
+    std::ofstream(outPath) << r.out;
+    if (r.err.empty()) {
+      std::remove(errPath.c_str());
+    } else {
+      std::ofstream(errPath) << r.err;
+    }
+  }
+  EXPECT_EQ(r.status, c.status) << c.command << "\n" << r.err;
+  const std::string wantOut = readFile(outPath);
+  EXPECT_TRUE(r.out == wantOut) << c.command << "\n" << firstDifference(wantOut, r.out);
+  const std::string wantErr = readFile(errPath);
+  EXPECT_EQ(r.err, wantErr) << c.command;
+  if (c.name.size() > 5 && c.name.compare(c.name.size() - 5, 5, ".json") == 0) {
+    nlohmann::json parsed;
+    EXPECT_NO_THROW(parsed = nlohmann::json::parse(r.out)) << c.command << "\n" << r.out;
+    EXPECT_TRUE(parsed.is_object()) << c.command;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, Golden, testing::ValuesIn(readCases()),
+                         [](const testing::TestParamInfo<Case>& info) {
+                           std::string n = info.param.name;
+                           for (char& ch : n) {
+                             if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
+                           }
+                           return n;
+                         });
+
+}  // namespace
