@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -312,6 +313,77 @@ TEST(RovaProgram, ReadsCommandsFromAPipeWithoutACommand) {
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.out.rfind("rova ", 0), 0u) << r.out;
   EXPECT_EQ(r.err, "% Invalid input at 'nothing'\n");
+}
+
+}  // namespace
+
+namespace {
+
+// The shell of the real program: completion and '?' over the real command table, listings
+// of the example device, a refused check, an error, and the way out.
+TEST(RovaShell, CompletesHelpsAndRunsCommandsOnTheExampleDevice) {
+  TerminalSession s(ROVA_PROGRAM);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("sh\t");
+  ASSERT_TRUE(s.expect("show "));
+  s.type("ip route ?");
+  ASSERT_TRUE(s.expect("  A.B.C.D      The longest match for an address\n"));
+  ASSERT_TRUE(s.expect("  ospf         OSPF routes\n"));
+  ASSERT_TRUE(s.expect("  vrf          A VRF\n  <cr>\n"));
+  ASSERT_TRUE(s.expect("rova> show ip route "));
+  s.type("vr\t");
+  ASSERT_TRUE(s.expect("vrf "));
+  s.type("red\n");
+  ASSERT_TRUE(s.expect(" C      10.20.4.0/24 is directly connected, Ethernet4\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("check rd red 100:2\n");
+  ASSERT_TRUE(s.expect("RD 100:2 already in use by VRF blue\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show value \"Value('Rova::CounterEntry', ** {'packets': 1, 'bytes': 2})\"\n");
+  ASSERT_TRUE(s.expect("Value('Rova::CounterEntry', ** {'packets': 1, 'bytes': 2})\n"));
+  s.type("show ip rout foo\n");
+  ASSERT_TRUE(s.expect("% Invalid input at 'foo'\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("exit\n");
+  EXPECT_EQ(s.exitStatus(), 2);  // the status of the last command
+}
+
+// `rova show ip route | head -1`: the reader goes away after one line of a long listing, and
+// the program ends quietly and successfully.
+TEST(RovaProgram, EndsQuietlyWhenTheReaderGoesAway) {
+  char state[] = "/tmp/rova-pipe-XXXXXX";
+  const int fd = mkstemp(state);
+  ASSERT_GE(fd, 0);
+  close(fd);
+  const std::string gen = std::string(ROVA_GEN) + " --ipv4 60000 --ipv6 10 -o " + state;
+  ASSERT_EQ(std::system(gen.c_str()), 0);
+  int out[2], err[2];
+  ASSERT_EQ(pipe(out), 0);
+  ASSERT_EQ(pipe(err), 0);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(out[1], 1);
+    dup2(err[1], 2);
+    close(out[0]);
+    close(err[0]);
+    execl(ROVA_PROGRAM, ROVA_PROGRAM, "--state", state, "show", "ip", "route",
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(out[1]);
+  close(err[1]);
+  char c;
+  while (read(out[0], &c, 1) == 1 && c != '\n') {
+  }
+  close(out[0]);
+  const std::string errors = clitest::drain(err[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  unlink(state);
+  EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(errors, "");
 }
 
 }  // namespace
