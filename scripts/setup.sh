@@ -9,7 +9,7 @@ ROVA_PACKAGES=(
   cmake ninja-build g++ pkg-config
   libboost-dev libsimdjson-dev libedit-dev
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
-  python3 tmux
+  python3 tmux libabsl-dev time
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }

@@ -132,45 +132,20 @@ class ViaTemplate {
   std::size_t len_ = 0;
 };
 
-void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, const char* newline,
-              std::size_t newlineLen, rendr::Printer& p, RouteAttrs& a) {
-  const CachedLspVia* lsp = fec.lspVia().find(i);
-  const Mox::String8* hop = fec.nexthopAddr().find(i);
-  const Mox::String8* intf = fec.interface().find(i);
-  const bool connectedVia = !lsp && (!hop || hop->empty());
-  ViaTemplate lead(newline, i ? newlineLen : 0, connectedVia ? "is directly connected" : "via");
-  if (lsp) {
-    p.addFrills("%s", lead.text());
-    p.startSubmodel("tunnelDescriptor");
-    a.tunnelEndPoint.setValue(lsp->tunnelEndPoint());
-    a.tunnelType.setValue(lsp->tunnelType());
-    a.tunnelAddressFamily.setValue(lsp->tunnelAddressFamily());
-    a.tunnelIndex.setValue(lsp->tunnelIndex());
-    p.addAttributes(" %s %s %s Tunnel index %d", 4, a.tunnelEndPoint.getArg(),
-                    a.tunnelType.getArg(), a.tunnelAddressFamily.getArg(), a.tunnelIndex.getArg());
-    p.endSubmodel();
-  } else {
-    const bool hasHop = hop && !hop->empty();
-    const bool hasIntf = intf && !intf->empty();
-    const rendr::AttrInfo* args[2];
-    int n = 0;
-    if (hasHop) {
-      a.nexthopAddr.setValue(*hop);
-      lead.append(" %s", 3);
-      args[n++] = a.nexthopAddr.getArg();
-    }
-    if (hasIntf) {
-      a.interface.setValue(*intf);
-      lead.append(", %s", 4);
-      args[n++] = a.interface.getArg();
-    }
-    if (n == 2) {
-      p.addAttributes(lead.text(), 2, args[0], args[1]);
-    } else if (n == 1) {
-      p.addAttributes(lead.text(), 1, args[0]);
-    } else {
-      p.addFrills("%s", lead.text());
-    }
+// The templates of the commonest via, with a next hop and an interface: the first of a route
+// and the ones after it. Built once per route.
+struct CommonViaTemplates {
+  CommonViaTemplates(const char* newline, std::size_t newlineLen)
+      : first(newline, 0, "via %s, %s"), next(newline, newlineLen, "via %s, %s") {}
+  ViaTemplate first;
+  ViaTemplate next;
+};
+
+// What follows a via's next hop and interface: its description, labels, EVPN tunnel, weight,
+// backup mark, and for a tunnel on tunnels the next hops it resolves to.
+void printViaTail(const CachedFec& fec, std::uint16_t i, const char* indent,
+                  const CachedLspVia* lsp, rendr::Printer& p, RouteAttrs& a) {
+  if (!lsp) {
     const Mox::String8* description = fec.interfaceDescription().find(i);
     if (description && !description->empty()) {
       a.interfaceDescription.setValue(*description);
@@ -228,6 +203,58 @@ void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, const c
     }
     p.endList();
   }
+}
+
+void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, const char* newline,
+              std::size_t newlineLen, const CommonViaTemplates& common, rendr::Printer& p,
+              RouteAttrs& a) {
+  const CachedLspVia* lsp = fec.lspVia().find(i);
+  const Mox::String8* hop = fec.nexthopAddr().find(i);
+  const Mox::String8* intf = fec.interface().find(i);
+  const bool connectedVia = !lsp && (!hop || hop->empty());
+  if (!lsp && !connectedVia && intf && !intf->empty()) {
+    a.nexthopAddr.setValue(*hop);
+    a.interface.setValue(*intf);
+    p.addAttributes((i ? common.next : common.first).text(), 2, a.nexthopAddr.getArg(),
+                    a.interface.getArg());
+    printViaTail(fec, i, indent, lsp, p, a);
+    return;
+  }
+  ViaTemplate lead(newline, i ? newlineLen : 0, connectedVia ? "is directly connected" : "via");
+  if (lsp) {
+    p.addFrills("%s", lead.text());
+    p.startSubmodel("tunnelDescriptor");
+    a.tunnelEndPoint.setValue(lsp->tunnelEndPoint());
+    a.tunnelType.setValue(lsp->tunnelType());
+    a.tunnelAddressFamily.setValue(lsp->tunnelAddressFamily());
+    a.tunnelIndex.setValue(lsp->tunnelIndex());
+    p.addAttributes(" %s %s %s Tunnel index %d", 4, a.tunnelEndPoint.getArg(),
+                    a.tunnelType.getArg(), a.tunnelAddressFamily.getArg(), a.tunnelIndex.getArg());
+    p.endSubmodel();
+  } else {
+    const bool hasHop = hop && !hop->empty();
+    const bool hasIntf = intf && !intf->empty();
+    const rendr::AttrInfo* args[2];
+    int n = 0;
+    if (hasHop) {
+      a.nexthopAddr.setValue(*hop);
+      lead.append(" %s", 3);
+      args[n++] = a.nexthopAddr.getArg();
+    }
+    if (hasIntf) {
+      a.interface.setValue(*intf);
+      lead.append(", %s", 4);
+      args[n++] = a.interface.getArg();
+    }
+    if (n == 2) {
+      p.addAttributes(lead.text(), 2, args[0], args[1]);
+    } else if (n == 1) {
+      p.addAttributes(lead.text(), 1, args[0]);
+    } else {
+      p.addFrills("%s", lead.text());
+    }
+  }
+  printViaTail(fec, i, indent, lsp, p, a);
 }
 
 template <class RouteType>
@@ -310,10 +337,11 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
     newline[0] = '\n';
     const std::size_t indentChars = std::min(indentLen, kMaxIndent);
     std::memcpy(newline + 1, indent, indentChars);
+    const CommonViaTemplates common(newline, indentChars + 1);
     p.startList("vias");
     for (int i = 0; i < fec.numEntries(); ++i) {
       p.startListEntry();
-      printVia(fec, static_cast<std::uint16_t>(i), indent, newline, indentChars + 1, p, a);
+      printVia(fec, static_cast<std::uint16_t>(i), indent, newline, indentChars + 1, common, p, a);
       p.endListEntry();
     }
     p.endList();

@@ -361,6 +361,8 @@ void handleInitialized(Sorter& s) {
     takeTunnelTables(s);
     filterPrefixes(s);
   }
+  // Selection ends with the routes in order: sorting is part of it, not of printing.
+  (void)s.sortedRoutes();
   if (s.routingStatus()) s.stats().routeTableGeneration = s.routingStatus()->generation();
   if (s.quantify() != 0) s.stats().creationSeconds = sorterClockSeconds() - s.quantify();
 }
