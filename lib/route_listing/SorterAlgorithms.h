@@ -300,6 +300,18 @@ typename Sorter::Family::Route createAttachedRoute(Sorter& s, const Plexa::IpGen
   return route;
 }
 
+// Whether an interface is in the listed VRF: its configuration's VRF, or the default VRF when
+// it names none.
+template <class Sorter>
+bool inListedVrf(const Sorter& s, Plexa::IntfId intfId) {
+  L3::VrfName vrf;
+  if (s.allIntfConfig()) {
+    if (auto config = s.allIntfConfig()->intfConfig(intfId)) vrf = config->vrf();
+  }
+  if (vrf.empty()) vrf = L3::VrfName::defaultVrf();
+  return vrf == s.vrfName();
+}
+
 template <class Sorter>
 void buildAddrToIntfId(Sorter& s);
 
@@ -307,13 +319,7 @@ template <>
 inline void buildAddrToIntfId(RouteSorter& s) {
   if (!s.ipStatus()) return;
   for (const auto& [intfId, status] : s.ipStatus()->ipIntfStatus()) {
-    if (!status) continue;
-    L3::VrfName vrf;
-    if (s.allIntfConfig()) {
-      if (auto config = s.allIntfConfig()->intfConfig(intfId)) vrf = config->vrf();
-    }
-    if (vrf.empty()) vrf = L3::VrfName::defaultVrf();
-    if (vrf != s.vrfName()) continue;
+    if (!status || !inListedVrf(s, intfId)) continue;
     // An interface without a primary address has 0.0.0.0/0 there: not an address of its own.
     if (!status->activeAddrWithMask().address().isZero()) {
       s.addrToIntfIdIs(status->activeAddrWithMask(), intfId);
@@ -328,13 +334,7 @@ template <>
 inline void buildAddrToIntfId(Route6Sorter& s) {
   if (!s.ipStatus()) return;
   for (const auto& [intfId, status] : s.ipStatus()->intf()) {
-    if (!status) continue;
-    L3::VrfName vrf;
-    if (s.allIntfConfig()) {
-      if (auto config = s.allIntfConfig()->intfConfig(intfId)) vrf = config->vrf();
-    }
-    if (vrf.empty()) vrf = L3::VrfName::defaultVrf();
-    if (vrf != s.vrfName()) continue;
+    if (!status || !inListedVrf(s, intfId)) continue;
     for (const auto& addr : status->addr())
       s.addrToIntfIdIs(addr, intfId);
   }

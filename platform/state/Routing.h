@@ -90,9 +90,9 @@ class ConfigGen : public Mox::Entity {
 };
 
 // The defaults of static route configuration: a saved route line leaves out what equals them.
-#define ROUTING_STATIC_ROUTE_DEFAULTS_ATTRS(F, C)                                     \
-  F(preference, Preference, Routing::RoutePreference, Mox::AttrKind::value, {1})      \
-  F(tag, Tag, std::uint32_t, Mox::AttrKind::value, {})                                \
+#define ROUTING_STATIC_ROUTE_DEFAULTS_ATTRS(F, C)                                \
+  F(preference, Preference, Routing::RoutePreference, Mox::AttrKind::value, {1}) \
+  F(tag, Tag, std::uint32_t, Mox::AttrKind::value, {})                           \
   F(name, Name, Mox::String8, Mox::AttrKind::value, {})
 
 class StaticRouteDefaults : public Mox::Entity {

@@ -219,7 +219,8 @@ TEST_F(Leaf1, InterfacesHaveTheirAddressesVrfLinksAndStatus) {
   auto e3Status = at<Ip::Status>(p::kIpStatus)->ipIntfStatus(IntfId("Ethernet3"));
   EXPECT_EQ(e3Status->activeAddrWithMask(), e3->addrWithMask());
   EXPECT_EQ(e3Status->activeSecondaryWithMasks(), 2u);
-  EXPECT_TRUE(e3Status->activeSecondaryWithMask().contains(Plexa::IpAddrWithMask::fromString("10.2.5.1/24")));
+  EXPECT_TRUE(e3Status->activeSecondaryWithMask().contains(
+      Plexa::IpAddrWithMask::fromString("10.2.5.1/24")));
 
   EXPECT_EQ(ip->intfConfig(IntfId("Ethernet4"))->vrf().stringValue(), "red");
   // vrf null: no VRF link at all, which is not the default VRF.
