@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/DeviceState.h"
@@ -86,20 +87,18 @@ void printValue(rendr::Printer& p, const std::string& name, const Value& v) {
     rendr::BoolAttrInfo a(name.c_str(), f);
     a.setValue(v.get<bool>());
     p.addAttributesJson(1, a.getArg());
-  } else if (v.holds<std::int64_t>() || v.holds<std::uint64_t>() || v.holds<double>()) {
-    rendr::DoubleAttrInfo d(name.c_str(), f);
-    rendr::Uint64AttrInfo u(name.c_str(), f);
-    rendr::IntAttrInfo i(name.c_str(), f);
-    if (v.holds<std::uint64_t>()) {
-      u.setValue(v.get<std::uint64_t>());
-      p.addAttributesJson(1, u.getArg());
-    } else if (v.holds<std::int64_t>()) {
-      i.setValue(static_cast<std::int32_t>(v.get<std::int64_t>()));
-      p.addAttributesJson(1, i.getArg());
-    } else {
-      d.setValue(v.get<double>());
-      p.addAttributesJson(1, d.getArg());
-    }
+  } else if (v.holds<std::uint64_t>()) {
+    rendr::Uint64AttrInfo a(name.c_str(), f);
+    a.setValue(v.get<std::uint64_t>());
+    p.addAttributesJson(1, a.getArg());
+  } else if (v.holds<std::int64_t>() && std::in_range<std::int32_t>(v.get<std::int64_t>())) {
+    rendr::IntAttrInfo a(name.c_str(), f);
+    a.setValue(static_cast<std::int32_t>(v.get<std::int64_t>()));
+    p.addAttributesJson(1, a.getArg());
+  } else if (v.holds<std::int64_t>() || v.holds<double>()) {
+    rendr::DoubleAttrInfo a(name.c_str(), f);
+    a.setValue(v.holds<double>() ? v.get<double>() : double(v.get<std::int64_t>()));
+    p.addAttributesJson(1, a.getArg());
   } else if (v.holds<Mox::Ptr<Rova::BoxedValue>>()) {
     const auto& type = registry().typeOf(v);
     if (type.kind == Rova::TypeKind::enumeration) {
