@@ -1,10 +1,13 @@
 #pragma once
-// Runs a piece of code with a Context whose out and err are pipes, and hands back both texts.
+// Runs a piece of code with a Context whose out and err are pipes, or a whole program with its
+// standard streams on pipes, and hands back both texts and the status.
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "cli/Command.h"
 
@@ -37,6 +40,40 @@ Captured capture(Body&& body) {
   ::close(err[1]);
   c.out = drain(out[0]);
   c.err = drain(err[0]);
+  return c;
+}
+
+// Runs `program` with `args`, feeding it `input` on standard input. Its standard error must
+// fit a pipe's buffer (it is read after standard output).
+inline Captured runProgram(const char* program, std::vector<std::string> args,
+                           const std::string& input = "") {
+  int in[2], out[2], err[2];
+  if (::pipe(in) != 0 || ::pipe(out) != 0 || ::pipe(err) != 0) return {};
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(in[0], 0);
+    ::dup2(out[1], 1);
+    ::dup2(err[1], 2);
+    for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]})
+      ::close(fd);
+    std::vector<char*> argv = {const_cast<char*>(program)};
+    for (std::string& a : args)
+      argv.push_back(a.data());
+    argv.push_back(nullptr);
+    ::execv(program, argv.data());
+    ::_exit(127);
+  }
+  ::close(in[0]);
+  ::close(out[1]);
+  ::close(err[1]);
+  if (::write(in[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) return {};
+  ::close(in[1]);
+  Captured c;
+  c.out = drain(out[0]);
+  c.err = drain(err[0]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  c.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return c;
 }
 

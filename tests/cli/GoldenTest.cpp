@@ -6,8 +6,6 @@
 // changed line before committing them.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -54,33 +52,6 @@ std::string readFile(const std::string& path) {
   return s.str();
 }
 
-clitest::Captured run(const std::vector<std::string>& args) {
-  int out[2], err[2];
-  if (pipe(out) != 0 || pipe(err) != 0) std::abort();
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(out[1], 1);
-    dup2(err[1], 2);
-    close(out[0]);
-    close(err[0]);
-    std::vector<char*> argv{const_cast<char*>(ROVA_PROGRAM)};
-    for (const auto& a : args)
-      argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    execv(ROVA_PROGRAM, argv.data());
-    _exit(127);
-  }
-  close(out[1]);
-  close(err[1]);
-  clitest::Captured c;
-  c.out = clitest::drain(out[0]);
-  c.err = clitest::drain(err[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  c.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return c;
-}
-
 // The first line where two texts differ, to make a failure readable.
 std::string firstDifference(const std::string& want, const std::string& got) {
   std::istringstream a(want), b(got);
@@ -99,7 +70,7 @@ class Golden : public testing::TestWithParam<Case> {};
 
 TEST_P(Golden, OutputIsExactlyTheGoldenFile) {
   const Case& c = GetParam();
-  const clitest::Captured r = run(cli::splitWords(c.command));
+  const clitest::Captured r = clitest::runProgram(ROVA_PROGRAM, cli::splitWords(c.command));
   const std::string outPath = std::string(ROVA_GOLDEN_DIR "/") + c.name + ".out";
   const std::string errPath = std::string(ROVA_GOLDEN_DIR "/") + c.name + ".err";
   if (std::getenv("ROVA_UPDATE_GOLDEN")) {

@@ -247,34 +247,7 @@ TEST(ShellTerminal, InterruptAbandonsTheLineOrStopsTheCommand) {
 // ---- The rova program, one command per run ----
 
 clitest::Captured runRova(std::vector<std::string> args, std::string input = "") {
-  int in[2], out[2], err[2];
-  if (pipe(in) != 0 || pipe(out) != 0 || pipe(err) != 0) return {};
-  pid_t pid = fork();
-  if (pid == 0) {
-    dup2(in[0], 0);
-    dup2(out[1], 1);
-    dup2(err[1], 2);
-    for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]})
-      close(fd);
-    std::vector<char*> argv = {const_cast<char*>(ROVA_PROGRAM)};
-    for (std::string& a : args)
-      argv.push_back(a.data());
-    argv.push_back(nullptr);
-    execv(ROVA_PROGRAM, argv.data());
-    _exit(127);
-  }
-  close(in[0]);
-  close(out[1]);
-  close(err[1]);
-  if (write(in[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) return {};
-  close(in[1]);
-  clitest::Captured c;
-  c.out = clitest::drain(out[0]);
-  c.err = clitest::drain(err[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  c.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return c;
+  return clitest::runProgram(ROVA_PROGRAM, std::move(args), input);
 }
 
 TEST(RovaProgram, RunsOneCommandWithOptionsBeforeIt) {
