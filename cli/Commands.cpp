@@ -331,19 +331,16 @@ int showRoute(const Match& m, const Context& c, bool v6) {
 
 // ---- static route configuration ----
 
+// The defaults a saved line leaves out, from the state's static route defaults record; a state
+// without that record keeps the built-in defaults (preference 1, tag 0, no name).
 Value staticRouteDefaults() {
   Value consts = registry().construct("Rova::RovaConsts", {});
   const Value defaults = state().at(paths::kStaticRouteDefaults);
-  if (!defaults.isNone()) {
-    const auto& r = registry();
-    const auto* entry = r.find(defaults.kindName());
-    if (entry) {
-      registry().attributeIs(consts, "defaultStaticRoutePreference",
-                             entry->attr("preference")->get(defaults));
-      registry().attributeIs(consts, "defaultStaticRouteTag", entry->attr("tag")->get(defaults));
-      registry().attributeIs(consts, "defaultStaticRouteName", entry->attr("name")->get(defaults));
-    }
-  }
+  if (defaults.isNone()) return consts;
+  const auto& r = registry();
+  r.attributeIs(consts, "defaultStaticRoutePreference", r.attribute(defaults, "preference"));
+  r.attributeIs(consts, "defaultStaticRouteTag", r.attribute(defaults, "tag"));
+  r.attributeIs(consts, "defaultStaticRouteName", r.attribute(defaults, "name"));
   return consts;
 }
 

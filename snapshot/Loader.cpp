@@ -268,6 +268,9 @@ class Loader {
   Plexa::EthAddr mac(od::value& v);
   Vxlan::VniOrNone vni(od::value& v);
   Brine::Fib::FecId fecRef(od::value& v);
+  // A FEC named in a table of family Fam: in the IPv6 tables a bare number is an ip6: FEC.
+  template <class Fam>
+  Brine::Fib::FecId familyFecRef(od::value& v);
   Tunnel::TunnelTable::TunnelId tunnelRef(od::value& v);
   L3::VrfName vrfName(std::string_view text);
   // Notes a reference to a VRF by name, checked by finish(); returns its slot.
@@ -564,7 +567,7 @@ void Loader::routes(od::value& v, VrfState& vrf) {
           break;
         }
         case kFec:
-          route.fecId = fecRef(f);
+          route.fecId = familyFecRef<Fam>(f);
           break;
         case kPreference:
           preference = int(r_.number(f, 255));
@@ -608,7 +611,7 @@ void Loader::fecs(od::value& v, VrfState& vrf) {
     r_.fields(r_.object(e), kFecKeys, bit(kFecId), [&](unsigned k, od::value& f) {
       switch (k) {
         case kFecId:
-          fec->fecId = fecRef(f);
+          fec->fecId = familyFecRef<Fam>(f);
           if (std::is_same_v<Fam, V4> && Brine::Fib::isV6FecId(fec->fecId))
             r_.fail("an ip6: FEC lives in the VRF's ipv6.fecs");
           break;
@@ -630,9 +633,11 @@ void Loader::fecs(od::value& v, VrfState& vrf) {
           break;
       }
     });
-    if (fec->backupViaIndexValue != 0 && fec->backupViaIndexValue >= fec->via.size()) {
+    // An index equal to the number of vias says the backups start past the last via: there
+    // are none. One beyond that points at vias the FEC does not have.
+    if (fec->backupViaIndexValue > fec->via.size()) {
       r_.fail("backupIndex " + std::to_string(fec->backupViaIndexValue) +
-              " is not below the number of vias (" + std::to_string(fec->via.size()) + ")");
+              " is above the number of vias (" + std::to_string(fec->via.size()) + ")");
     }
     const std::size_t before = table.size();
     table.recordIs(*fec);
@@ -1210,9 +1215,10 @@ void Loader::nexthopGroup(od::value& v) {
                 case kNgType: {
                   const std::string_view word = r_.string(f);
                   NexthopGroupType t;
-                  if (!moxEnumFromName(word, t) || t == NexthopGroupType::invalid)
+                  // "invalid" is a real state: a group whose type the agent has not set yet.
+                  if (!moxEnumFromName(word, t))
                     r_.fail("unknown nexthop group type " + quote(word) +
-                            " (expected ipInIp, gre, mpls, ip or mplsOverGre)");
+                            " (expected invalid, ipInIp, gre, mpls, ip or mplsOverGre)");
                   group->typeIs(t);
                   break;
                 }
@@ -1491,6 +1497,17 @@ Brine::Fib::FecId Loader::fecRef(od::value& v) {
   const std::string_view text = r_.string(v);
   Brine::Fib::FecId id;
   if (const char* why = parseFecRef(text, id)) r_.fail("bad FEC " + quote(text) + ": " + why);
+  return id;
+}
+
+// The IPv6 tables hold IPv6 FECs only, so "12" there can mean nothing but "ip6:12"; taking
+// both spellings as one id keeps an IPv6 route and an IPv4 route over IPv6 next hops pointing
+// at the same FEC whichever way the document writes it.
+template <class Fam>
+Brine::Fib::FecId Loader::familyFecRef(od::value& v) {
+  const Brine::Fib::FecId id = fecRef(v);
+  if (std::is_same_v<Fam, V6> && id.adjType() == Brine::Fib::AdjType::ipAdj)
+    return Brine::Fib::FecId(Brine::Fib::AdjType::ip6Adj, id.index());
   return id;
 }
 

@@ -19,6 +19,7 @@
 #include "lib/static_routes/RouteSortKey.h"
 #include "lib/static_routes/RovaConsts.h"
 #include "lib/static_routes/StaticRoutesCliSaver.h"
+#include "platform/state/Routing.h"
 
 namespace Rova {
 
@@ -182,6 +183,9 @@ void registerTypes(TypeRegistry& r) {
   r.add(TypeBuilder<CachedFec>("Rova::CachedFec")
             .factory("cachedFecFactory", &cachedFecFactory, {"fecId"})
             .build());
+
+  // State records the front end reads by attribute name.
+  r.addRecord(TypeBuilder<Routing::StaticRouteDefaults>("Routing::StaticRouteDefaults").build());
 }
 
 }  // namespace Rova

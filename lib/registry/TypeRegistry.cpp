@@ -29,6 +29,17 @@ void TypeRegistry::add(TypeEntry e) {
   types_.push_back(std::make_unique<TypeEntry>(std::move(e)));
 }
 
+void TypeRegistry::addRecord(TypeEntry e) {
+  records_.push_back(std::make_unique<TypeEntry>(std::move(e)));
+}
+
+const TypeEntry* TypeRegistry::findRecord(std::string_view name) const {
+  for (const auto& t : records_) {
+    if (t->name == name) return t.get();
+  }
+  return nullptr;
+}
+
 const TypeEntry* TypeRegistry::find(std::string_view name) const {
   for (const auto& t : types_) {
     if (t->name == name) return t.get();
@@ -44,8 +55,11 @@ const TypeEntry& TypeRegistry::type(std::string_view name) const {
 
 const TypeEntry& TypeRegistry::typeOf(const Value& v) const {
   if (v.holds<Mox::Ptr<BoxedValue>>() || v.holds<Mox::Ptr<Mox::Entity>>()) {
-    const TypeEntry* t = find(v.kindName());
-    if (t) return *t;
+    const std::string kind = v.kindName();
+    if (const TypeEntry* t = find(kind)) return *t;
+    if (v.holds<Mox::Ptr<Mox::Entity>>()) {
+      if (const TypeEntry* t = findRecord(kind)) return *t;
+    }
   }
   throw Mox::RangeException("a " + v.kindName() + " is not of a registered type");
 }

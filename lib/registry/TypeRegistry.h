@@ -81,7 +81,8 @@ class TypeRegistry {
   // Like find, but an unknown name is an error.
   const TypeEntry& type(std::string_view name) const;
   const std::vector<std::unique_ptr<TypeEntry>>& types() const { return types_; }
-  // The registered type of a value (boxed or entity); an error for a plain value.
+  // The registered type of a value (boxed, entity or state record); an error for a plain value
+  // and for a record whose type is not registered, so a read never falls back silently.
   const TypeEntry& typeOf(const Value& v) const;
 
   Value construct(std::string_view type, std::span<const Value> args) const;
@@ -96,9 +97,15 @@ class TypeRegistry {
   Value parse(std::string_view text) const;
 
   void add(TypeEntry e);
+  // A state record type the front end reads attribute by attribute. Records are not library
+  // types: `types()` and `find` do not list them.
+  void addRecord(TypeEntry e);
 
  private:
+  const TypeEntry* findRecord(std::string_view name) const;
+
   std::vector<std::unique_ptr<TypeEntry>> types_;
+  std::vector<std::unique_ptr<TypeEntry>> records_;
 };
 
 // Registers every type; defined in CliSupport.cpp.

@@ -351,15 +351,16 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
     a.directlyConnected.setValue(false);
     a.routeAction.setValue("forward");
     p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
+    // " via" stands even when neither follows (an empty FEC): the line still says the route
+    // forwards, through nothing the table can name.
+    p.addFrills(" via");
     if (line.groupName) {
-      p.addFrills(" via");
       p.startSubmodel("nexthopGroup");
       a.groupName.setValue(line.groupName);
       a.groupId.setValue(static_cast<std::uint32_t>(line.groupId));
       p.addAttributes(" %s, %d", 2, a.groupName.getArg(), a.groupId.getArg());
       p.endSubmodel();
     } else if (line.policy) {
-      p.addFrills(" via");
       p.startSubmodel("srTePolicy");
       a.endpoint.setValue(line.policy->endpoint.stringValue());
       a.color.setValue(line.policy->color);
@@ -419,15 +420,18 @@ void printRoute(Sorter& s, const typename Sorter::Family::Route& route, rendr::P
   }
 
   prepareFec(s, fec);
+  // A route is connected on an interface that holds its prefix. A receive route is the
+  // router's own address, so the interface that holds the address is its interface whatever
+  // its FEC points at (the CPU, or a next hop); any other route is connected only through a
+  // first via without a next hop.
   Mox::String8 connectedIntf;
-  if (!line.drop && fec->numEntries() > 0 && fec->viaEvpnEntrys() == 0 && fec->lspVias() == 0 &&
-      !fec->nexthopAddr().contains(0)) {
-    // A receive route is the router's own address: it is connected on the interface that holds
-    // the address, whatever its FEC points at (the CPU).
-    if (const auto* intf = fec->interface().find(0)) connectedIntf = *intf;
-    if (isReceive(route.routeType)) {
-      const typename Sorter::Family::AddrWithMask own(route.prefix.address(), route.prefix.len());
-      if (const auto* id = s.addrToIntfId().find(own)) connectedIntf = id->stringValue();
+  if (!line.drop && fec->viaEvpnEntrys() == 0) {
+    const typename Sorter::Family::AddrWithMask own(route.prefix.address(), route.prefix.len());
+    const Plexa::IntfId* holder = isReceive(route.routeType) ? s.addrToIntfId().find(own) : nullptr;
+    if (holder) {
+      connectedIntf = holder->stringValue();
+    } else if (fec->numEntries() > 0 && fec->lspVias() == 0 && !fec->nexthopAddr().contains(0)) {
+      if (const auto* intf = fec->interface().find(0)) connectedIntf = *intf;
     }
     line.connected = isDirectlyConnected(s, route.prefix, connectedIntf);
     line.connectedIntf = connectedIntf.charPtr();

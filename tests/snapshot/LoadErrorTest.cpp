@@ -205,8 +205,8 @@ TEST(LoadError, ShapesThatMeanNothingAreRefused) {
   EXPECT_EQ(refusal(withFecs({{{"id", "ip6:1"}}})),
             "$.vrfs.default.ipv4.fecs[0].id: an ip6: FEC lives in the VRF's ipv6.fecs");
   EXPECT_EQ(
-      refusal(withFecs({{{"id", "1"}, {"backupIndex", 1}, {"vias", {{{"interface", "Cpu"}}}}}})),
-      "$.vrfs.default.ipv4.fecs[0]: backupIndex 1 is not below the number of vias (1)");
+      refusal(withFecs({{{"id", "1"}, {"backupIndex", 2}, {"vias", {{{"interface", "Cpu"}}}}}})),
+      "$.vrfs.default.ipv4.fecs[0]: backupIndex 2 is above the number of vias (1)");
   EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"vias", {{{"weight", 2}}}}}})),
             "$.vrfs.default.ipv4.fecs[0].vias[0]: a via needs a nexthop, an interface or a tunnel");
   json doc = minimal();

@@ -345,4 +345,35 @@ TEST_F(Leaf1, RouteDistinguisherInputsAreEntitiesByName) {
             bgp->routeDistinguisher("red"));
 }
 
+// Shapes a user writes by hand that have a meaning and must load as that meaning.
+TEST(HandWritten, ShapesWithAMeaningLoad) {
+  const auto em = Snapshot::load(R"({"version": 1, "vrfs": {"default": {
+    "ipv4": {"routes": [{"prefix": "10.1.0.0/16", "type": "eBgp", "fec": "ip6:7"}],
+             "fecs": [{"id": "5", "backupIndex": 2,
+                       "vias": [{"interface": "Cpu"}, {"interface": "Null0"}]}]},
+    "ipv6": {"routes": [{"prefix": "2001:db8::/32", "type": "bgp", "fec": "7"},
+                        {"prefix": "2001:db9::/32", "type": "bgp", "fec": "ip6:7"}],
+             "fecs": [{"id": "7", "vias": [{"interface": "Cpu"}]}]}}},
+    "nexthopGroups": [{"name": "G0", "id": 1, "type": "invalid"}]})");
+  // Backups from the index equal to the number of vias: the FEC has none.
+  const auto fec = em->mount<Brine::Fib::ForwardingStatus>(p::vrfPath("default", p::kFibFec))
+                       ->lookup(FecId(AdjType::ipAdj, 5));
+  EXPECT_EQ(fec.via.size(), 2u);
+  EXPECT_EQ(fec.backupViaIndex().value(), 2u);
+  // In the IPv6 tables a bare FEC number and its ip6: spelling are one FEC, the one an IPv4
+  // route over IPv6 next hops names.
+  const FecId ip6Fec(AdjType::ip6Adj, 7);
+  EXPECT_TRUE(em->mount<Brine::Fib6::ForwardingStatus>(p::vrfPath("default", p::kFib6Fec))
+                  ->contains(ip6Fec));
+  const auto routes6 = em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route));
+  EXPECT_EQ(routes6->lookup(Plexa::Ip6Prefix::fromString("2001:db8::/32")).fecId, ip6Fec);
+  EXPECT_EQ(routes6->lookup(Plexa::Ip6Prefix::fromString("2001:db9::/32")).fecId, ip6Fec);
+  EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute))
+                ->lookup(Plexa::Prefix::fromString("10.1.0.0/16"))
+                .fecId,
+            ip6Fec);
+  EXPECT_EQ(em->mount<Routing::NexthopGroup::Config>(p::kNhgConfig)->nexthopGroup("G0")->type(),
+            Routing::NexthopGroup::NexthopGroupType::invalid);
+}
+
 }  // namespace

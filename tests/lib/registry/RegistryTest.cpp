@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "platform/state/Routing.h"
+
 namespace {
 
 using Rova::TypeRegistry;
@@ -125,6 +127,22 @@ TEST(Registry, RovaConstsDefaultsAndEnumerations) {
   EXPECT_EQ(reg().construct("Rova::AddrMatchType", byNumber).text(), "'allowAddressMatch'");
   EXPECT_THROW(reg().construct("Rova::AddrMatchType", bad), Mox::RangeException);
   EXPECT_EQ(reg().type("Rova::AddrMatchType").kind, Rova::TypeKind::enumeration);
+}
+
+// State records are read by attribute name; one whose type is not registered is an error, never
+// an empty read that would leave a caller on its built-in defaults.
+TEST(Registry, StateRecordsAreReadByNameOrRefused) {
+  auto defaults = Mox::makePtr<Routing::StaticRouteDefaults>();
+  defaults->preferenceIs(5);
+  defaults->nameIs("x");
+  const Value record{Mox::Ptr<Mox::Entity>(defaults)};
+  EXPECT_EQ(reg().attribute(record, "preference").text(), "5");
+  EXPECT_EQ(reg().attribute(record, "name").text(), "'x'");
+  EXPECT_EQ(reg().find("Routing::StaticRouteDefaults"), nullptr);  // not a library type
+
+  const Value other{Mox::Ptr<Mox::Entity>(Mox::makePtr<Routing::ConfigGen>())};
+  EXPECT_EQ(errorOf([&] { reg().attribute(other, "routingEnabled"); }),
+            "a Routing::ConfigGen is not of a registered type");
 }
 
 // An entity of the test's own with a collection and operations, registered in a registry of its
