@@ -19,6 +19,7 @@
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"
+#include "tests/support/StateSorters.h"
 
 namespace {
 
@@ -40,23 +41,8 @@ Mox::Ptr<T const> at(const std::string& path) {
 }
 
 Mox::Ptr<Rova::RouteSorter> selectAll() {
-  namespace p = Snapshot::paths;
-  const std::string v = "default";
   return Mox::makePtr<Rova::RouteSorter>(
-      at<Routing::ConfigGen>(p::vrfPath(v, p::kRoutingConfig)),
-      at<Brine::Fib::RouteStatus>(p::vrfPath(v, p::kFibRoute)),
-      at<Brine::Fib::ForwardingStatus>(p::vrfPath(v, p::kFibFec)),
-      at<Brine::Fib6::ForwardingStatus>(p::vrfPath(v, p::kFib6Fec)),
-      at<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib), at<Arp::Table::Status>(p::kArpStatus),
-      at<Vrf::VrfIdMap::Status>(p::kVrfIdMap), at<Interface::AllIntfConfigDir>(p::kIntfConfig),
-      at<Ip::Status>(p::kIpStatus),
-      at<Routing::Hardware::VrfStatus>(p::vrfPath(v, p::kHwVrfStatus)),
-      at<Routing::Hardware::Status>(p::kRoutingHw),
-      at<NexthopGroup::EntryStatus>(p::kNhgEntryStatus),
-      at<Brine::KernelUnprogrammedRoute::UnprogrammedRoute>(p::vrfPath(v, p::kKernelUnprogrammed)),
-      at<Tunnel::TunnelTable::EvpnVxlanTunnelTable>(p::kEvpnVxlan), at<Mox::Dir>(p::kTunnelTables),
-      Plexa::Prefix(), nullptr, "", false, false, L3::VrfName(v), false, 1, 0.0, false,
-      at<SrTePolicy::PolicyStatus>(p::kSrTePolicy));
+      rovatest::stateInputs<Rova::RouteSorter>(*fullTable(), "default"));
 }
 
 std::size_t heapInUse() {

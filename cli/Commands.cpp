@@ -265,6 +265,33 @@ int showValue(const Match& m, const Context& c) {
 
 // ---- the route listings ----
 
+// The sorters' state inputs and where the state keeps them, for each family (none: the family's
+// sorter has no such input). Per-VRF ones live under vrf/<name>/.
+struct SorterState {
+  const char* input;
+  const char* path4;
+  const char* path6;
+  bool perVrf;
+};
+const SorterState kSorterState[] = {
+    {"routingConfig", paths::kRoutingConfig, paths::kRouting6Config, true},
+    {"routingStatus", paths::kFibRoute, paths::kFib6Route, true},
+    {"forwardingStatus", paths::kFibFec, paths::kFib6Fec, true},
+    {"forwarding6Status", paths::kFib6Fec, nullptr, true},
+    {"tunnelFib", paths::kTunnelFib, paths::kTunnelFib, false},
+    {"arpBrine", paths::kArpStatus, paths::kArpStatus, false},
+    {"vrfIdMap", paths::kVrfIdMap, paths::kVrfIdMap, false},
+    {"allIntfConfig", paths::kIntfConfig, paths::kIntfConfig, false},
+    {"ipStatus", paths::kIpStatus, paths::kIp6Status, false},
+    {"routingHwStatus", paths::kHwVrfStatus, paths::kHwVrfStatus, true},
+    {"routingHardwareStatus", paths::kRoutingHw, paths::kRouting6Hw, false},
+    {"nhEntryStatus", paths::kNhgEntryStatus, paths::kNhgEntryStatus, false},
+    {"kernelUnprogrammedRoute", paths::kKernelUnprogrammed, paths::kKernelUnprogrammed6, true},
+    {"evpnVxlanTunnelTable", paths::kEvpnVxlan, paths::kEvpnVxlan, false},
+    {"tunnelTableDir", paths::kTunnelTables, paths::kTunnelTables, false},
+    {"srTePolicyStatus", paths::kSrTePolicy, paths::kSrTePolicy, false},
+};
+
 int showRoute(const Match& m, const Context& c, bool v6) {
   const double start = m.flag("quantify") ? clockSeconds() : 0.0;
   const std::string vrf = vrfOf(m);
@@ -290,38 +317,29 @@ int showRoute(const Match& m, const Context& c, bool v6) {
     }
   }
 
-  const auto& d = state();
-  std::vector<Value> args;
-  args.push_back(d.atVrf(vrf, v6 ? paths::kRouting6Config : paths::kRoutingConfig));
-  args.push_back(d.atVrf(vrf, v6 ? paths::kFib6Route : paths::kFibRoute));
-  args.push_back(d.atVrf(vrf, v6 ? paths::kFib6Fec : paths::kFibFec));
-  if (!v6) args.push_back(d.atVrf(vrf, paths::kFib6Fec));
-  args.push_back(d.at(paths::kTunnelFib));
-  args.push_back(d.at(paths::kArpStatus));
-  args.push_back(d.at(paths::kVrfIdMap));
-  args.push_back(d.at(paths::kIntfConfig));
-  args.push_back(d.at(v6 ? paths::kIp6Status : paths::kIpStatus));
-  args.push_back(d.atVrf(vrf, paths::kHwVrfStatus));
-  args.push_back(d.at(v6 ? paths::kRouting6Hw : paths::kRoutingHw));
-  args.push_back(d.at(paths::kNhgEntryStatus));
-  args.push_back(d.atVrf(vrf, v6 ? paths::kKernelUnprogrammed6 : paths::kKernelUnprogrammed));
-  args.push_back(d.at(paths::kEvpnVxlan));
-  args.push_back(d.at(paths::kTunnelTables));
-  args.push_back(Value(prefix.c_str()));
-  args.push_back(intfStatus);
-  args.push_back(Value(protocolCode(m.has("PROTOCOL") ? m.value("PROTOCOL") : "").c_str()));
-  args.push_back(Value(m.flag("detail")));
-  args.push_back(Value(m.flag("longer-prefixes")));
-  args.push_back(Value(vrf.c_str()));
-  args.push_back(Value(m.flag("host")));
-  args.push_back(Value(c.out));
-  args.push_back(Value(start));
-  args.push_back(Value(originalMask));
-  if (v6) args.push_back(Value(m.has("INTF")));
-  args.push_back(d.at(paths::kSrTePolicy));
+  std::vector<Rova::NamedValue> args;
+  for (const SorterState& in : kSorterState) {
+    const char* path = v6 ? in.path6 : in.path4;
+    if (!path) continue;
+    args.push_back({in.input, in.perVrf ? state().atVrf(vrf, path) : state().at(path)});
+  }
+  args.push_back({"prefix", Value(prefix.c_str())});
+  if (m.has("INTF")) {
+    args.push_back({"intfStatus", intfStatus});
+    args.push_back({"intf", Value(true)});
+  }
+  const std::string protocol = protocolCode(m.has("PROTOCOL") ? m.value("PROTOCOL") : "");
+  args.push_back({"protocol", Value(protocol.c_str())});
+  args.push_back({"detail", Value(m.flag("detail"))});
+  args.push_back({"longerPrefixes", Value(m.flag("longer-prefixes"))});
+  args.push_back({"vrfName", Value(vrf.c_str())});
+  args.push_back({"host", Value(m.flag("host"))});
+  args.push_back({"fd", Value(c.out)});
+  args.push_back({"quantify", Value(start)});
+  args.push_back({"originalMask", Value(originalMask)});
 
   rendr::Printer::clearOutputFailed();
-  Value sorter = registry().construct(v6 ? "Rova::Route6Sorter" : "Rova::RouteSorter", args);
+  Value sorter = registry().constructNamed(v6 ? "Rova::Route6Sorter" : "Rova::RouteSorter", args);
   outputStarted = true;
   const Value printArgs[] = {Value(static_cast<std::uint32_t>(c.out)),
                              Value(static_cast<std::uint32_t>(m.formatNumber()))};
@@ -504,10 +522,11 @@ void addCommands(Grammar& grammar) {
         {"A.B.C.D/LEN", "The route for a prefix"}},
        [](const Match& m, const Context& c) { return showRoute(m, c, false); }},
       {"show ipv6 route [vrf NAME] [X:X::X | X:X::X/LEN [longer-prefixes]] [interface INTF] "
-       "[PROTOCOL] [detail] [host]",
+       "[PROTOCOL] [detail] [host] [quantify]",
        {{"route", "IPv6 routing table"},
         {"interface", "Routes through one interface"},
         {"host", "Host routes: receive, attached and FIB host entries"},
+        {"quantify", "Time the listing"},
         {"X:X::X", "The longest match for an address"},
         {"X:X::X/LEN", "The route for a prefix"}},
        [](const Match& m, const Context& c) { return showRoute(m, c, true); }},

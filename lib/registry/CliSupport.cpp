@@ -25,10 +25,12 @@ namespace Rova {
 
 namespace {
 
-// The operations both sorters offer, under the same names.
-template <class Sorter, class Prefix>
-TypeBuilder<Sorter>& sorterOperations(TypeBuilder<Sorter>& b) {
-  return b.op("legend", &Sorter::legend)
+// Both sorters: constructed from their inputs (in order or by name), with the same operations.
+template <class Sorter>
+TypeEntry sorterType(const char* name) {
+  return TypeBuilder<Sorter>(name)
+      .inputs()
+      .op("legend", &Sorter::legend)
       .op("hostLegend", &Sorter::hostLegend)
       .op("buildNexthopGroupIdToName", &Sorter::buildNexthopGroupIdToName)
       .op("createAttachedRoute", &Sorter::createAttachedRoute, {"address", "intfId"})
@@ -36,7 +38,8 @@ TypeBuilder<Sorter>& sorterOperations(TypeBuilder<Sorter>& b) {
       .op("printRoutes", &Sorter::printRoutes, {"fd", "fmt"})
       .op("longestPrefixMatch", &Sorter::longestPrefixMatch)
       .op("protocolString", &Sorter::protocolString, {"prefix"})
-      .op("viasForPrefix", &Sorter::viasForPrefix, {"prefix"});
+      .op("viasForPrefix", &Sorter::viasForPrefix, {"prefix"})
+      .build();
 }
 
 }  // namespace
@@ -55,42 +58,7 @@ void registerTypes(TypeRegistry& r) {
             .op("mgmtPrefixIs", &Address6QueryParams::mgmtPrefixIs, {"mgmtPrefix"})
             .op("addrWithMaskIs", &Address6QueryParams::addrWithMaskIs, {"addrWithMask"})
             .build());
-  {
-    TypeBuilder<Route6Sorter> b("Rova::Route6Sorter");
-    b.constructor<ConfigGenPtr, Mox::Ptr<Brine::Fib6::RouteStatus const>,
-                  Mox::Ptr<Brine::Fib6::ForwardingStatus const>, TunnelFibPtr, ArpPtr, VrfIdMapPtr,
-                  AllIntfConfigPtr, Mox::Ptr<Ip6::Status const>, HwVrfStatusPtr,
-                  Mox::Ptr<Routing6::Hardware::Status const>, NhEntryStatusPtr,
-                  KernelUnprogrammedPtr, EvpnTablePtr, DirPtr, Plexa::Ip6Prefix, IntfStatusPtr,
-                  Mox::String8, bool, bool, L3::VrfName, bool, std::int32_t, double, bool, bool,
-                  SrTePolicyPtr>({"routingConfig",
-                                  "routingStatus",
-                                  "forwardingStatus",
-                                  "tunnelFib",
-                                  "arpBrine",
-                                  "vrfIdMap",
-                                  "allIntfConfig",
-                                  "ipStatus",
-                                  "routingHwStatus",
-                                  "routingHardwareStatus",
-                                  "nhEntryStatus",
-                                  "kernelUnprogrammedRoute",
-                                  "evpnVxlanTunnelTable",
-                                  "tunnelTableDir",
-                                  "prefix",
-                                  "intfStatus",
-                                  "protocol",
-                                  "detail",
-                                  "longerPrefixes",
-                                  "vrfName",
-                                  "host",
-                                  "fd",
-                                  "quantify",
-                                  "originalMask",
-                                  "intf",
-                                  "srTePolicyStatus"});
-    r.add(sorterOperations<Route6Sorter, Plexa::Ip6Prefix>(b).build());
-  }
+  r.add(sorterType<Route6Sorter>("Rova::Route6Sorter"));
   r.add(TypeBuilder<CounterEntry>("Rova::CounterEntry")
             .constructor<std::uint64_t, std::uint64_t>({"packets", "bytes"})
             .build());
@@ -136,43 +104,7 @@ void registerTypes(TypeRegistry& r) {
             .constructor<AddrMatchType>({"value"})
             .enumNames({"allowNoMatch", "allowExactMatch", "allowAddressMatch"})
             .build());
-  {
-    TypeBuilder<RouteSorter> b("Rova::RouteSorter");
-    b.constructor<
-        ConfigGenPtr, Mox::Ptr<Brine::Fib::RouteStatus const>,
-        Mox::Ptr<Brine::Fib::ForwardingStatus const>, Mox::Ptr<Brine::Fib6::ForwardingStatus const>,
-        TunnelFibPtr, ArpPtr, VrfIdMapPtr, AllIntfConfigPtr, Mox::Ptr<Ip::Status const>,
-        HwVrfStatusPtr, Mox::Ptr<Routing::Hardware::Status const>, NhEntryStatusPtr,
-        KernelUnprogrammedPtr, EvpnTablePtr, DirPtr, Plexa::Prefix, IntfStatusPtr, Mox::String8,
-        bool, bool, L3::VrfName, bool, std::int32_t, double, bool, SrTePolicyPtr>(
-        {"routingConfig",
-         "routingStatus",
-         "forwardingStatus",
-         "forwarding6Status",
-         "tunnelFib",
-         "arpBrine",
-         "vrfIdMap",
-         "allIntfConfig",
-         "ipStatus",
-         "routingHwStatus",
-         "routingHardwareStatus",
-         "nhEntryStatus",
-         "kernelUnprogrammedRoute",
-         "evpnVxlanTunnelTable",
-         "tunnelTableDir",
-         "prefix",
-         "intfStatus",
-         "protocol",
-         "detail",
-         "longerPrefixes",
-         "vrfName",
-         "host",
-         "fd",
-         "quantify",
-         "originalMask",
-         "srTePolicyStatus"});
-    r.add(sorterOperations<RouteSorter, Plexa::Prefix>(b).build());
-  }
+  r.add(sorterType<RouteSorter>("Rova::RouteSorter"));
   r.add(TypeBuilder<CachedLspVia>("Rova::CachedLspVia").constructor<>().build());
   r.add(TypeBuilder<RdAssignmentChecker>("Rova::RdAssignmentChecker")
             .constructor<Mox::Ptr<Mox::Dir const>, Mox::String8, Plexa::RouteDistinguisher>(

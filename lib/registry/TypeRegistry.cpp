@@ -70,6 +70,19 @@ Value TypeRegistry::construct(std::string_view name, std::span<const Value> args
   return t.construct(args);
 }
 
+Value TypeRegistry::construct(std::string_view name, std::initializer_list<NamedValue> args) const {
+  return constructNamed(name, std::span<const NamedValue>(args.begin(), args.size()));
+}
+
+Value TypeRegistry::constructNamed(std::string_view name, std::span<const NamedValue> args) const {
+  const TypeEntry& t = type(name);
+  if (t.constructNamed) return t.constructNamed(args);
+  if (!t.construct) throw Mox::RangeException(t.name + " cannot be constructed");
+  if (!args.empty())
+    throw Mox::RangeException(t.name + " has no constructor input '" + args.front().name + "'");
+  return t.construct({});
+}
+
 Value TypeRegistry::attribute(const Value& obj, std::string_view name) const {
   const TypeEntry& t = typeOf(obj);
   const AttrEntry* a = t.attr(name);

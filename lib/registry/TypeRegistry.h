@@ -55,6 +55,12 @@ struct OpEntry {
   std::function<Value(Value& obj, std::span<const Value> args)> call;
 };
 
+// A constructor input given by name.
+struct NamedValue {
+  std::string name;
+  Value value;
+};
+
 struct TypeEntry {
   std::string name;
   TypeKind kind = TypeKind::value;
@@ -64,6 +70,9 @@ struct TypeEntry {
   std::vector<OpEntry> ops;
   std::vector<std::string> enumNames;
   std::function<Value(std::span<const Value>)> construct;
+  // Construction from inputs given by name; an unknown name, one given twice or a required one
+  // left out is refused with the name.
+  std::function<Value(std::span<const NamedValue>)> constructNamed;
   std::function<Value(std::string_view)> parse;
   // The value text form, Value('Ns::Type', ** {...}), for a type with an attribute list.
   std::function<std::string(const Value&)> write;
@@ -86,6 +95,9 @@ class TypeRegistry {
   const TypeEntry& typeOf(const Value& v) const;
 
   Value construct(std::string_view type, std::span<const Value> args) const;
+  // By name: construct("Rova::RouteSorter", {{"routingStatus", routes}, {"vrfName", vrf}, ...}).
+  Value construct(std::string_view type, std::initializer_list<NamedValue> args) const;
+  Value constructNamed(std::string_view type, std::span<const NamedValue> args) const;
   Value attribute(const Value& obj, std::string_view name) const;
   void attributeIs(Value& obj, std::string_view name, const Value& v) const;
   std::unique_ptr<CollectionCursor> iterate(Value& obj, std::string_view name) const;
@@ -181,6 +193,38 @@ inline void checkArity(const std::string& what, std::span<const Value> args, std
   }
 }
 
+inline const NamedValue* findNamed(std::span<const NamedValue> args, std::string_view name) {
+  for (const NamedValue& a : args) {
+    if (a.name == name) return &a;
+  }
+  return nullptr;
+}
+
+// Every given name must be an input of the type, and given once.
+inline void checkNames(const std::string& type, const std::vector<Param>& params,
+                       std::span<const NamedValue> args) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    bool known = false;
+    for (const Param& p : params)
+      known = known || p.name == args[i].name;
+    if (!known)
+      throw Mox::RangeException(type + " has no constructor input '" + args[i].name + "'");
+    for (std::size_t j = 0; j < i; ++j) {
+      if (args[j].name == args[i].name)
+        throw Mox::RangeException(type + ": constructor input '" + args[i].name + "' given twice");
+    }
+  }
+}
+
+template <class T>
+T namedArgument(const NamedValue& a) {
+  try {
+    return fromValue<T>(a.value);
+  } catch (const Mox::RangeException& e) {
+    throw Mox::RangeException("argument '" + a.name + "': " + e.what());
+  }
+}
+
 template <class... Args>
 std::vector<Param> params(std::initializer_list<const char*> names) {
   std::vector<Param> p;
@@ -217,13 +261,51 @@ class TypeBuilder {
     }
   }
 
-  // Construction from the listed inputs, in order.
+  // Construction from the listed inputs, in order; by name, every input is required.
   template <class... Args>
   TypeBuilder& constructor(std::initializer_list<const char*> names = {}) {
     e_.constructorInputs = detail::params<Args...>(names);
     e_.construct = [inputs = e_.constructorInputs, name = e_.name](std::span<const Value> args) {
       detail::checkArity(name, args, sizeof...(Args));
       return constructWith<Args...>(args, inputs, std::index_sequence_for<Args...>{});
+    };
+    namedFromPositional();
+    return *this;
+  }
+
+  // Construction from the class's Inputs aggregate (MOX_INPUTS): in order, or by name with the
+  // inputs left out at their declared defaults. Either way the one constructor taking Inputs
+  // does the work.
+  TypeBuilder& inputs() {
+    using Inputs = typename T::Inputs;
+    Inputs::forEach([&](const char* name, auto member, bool) {
+      using M = std::decay_t<decltype(std::declval<Inputs&>().*member)>;
+      e_.constructorInputs.push_back({name, typeNameOf<M>()});
+    });
+    e_.construct = [params = e_.constructorInputs, name = e_.name](std::span<const Value> args) {
+      detail::checkArity(name, args, params.size());
+      Inputs in;
+      std::size_t i = 0;
+      Inputs::forEach([&](const char*, auto member, bool) {
+        using M = std::decay_t<decltype(in.*member)>;
+        in.*member = detail::argument<M>(args, i++, params);
+      });
+      return toValue(Mox::makePtr<T>(std::move(in)));
+    };
+    e_.constructNamed = [params = e_.constructorInputs,
+                         name = e_.name](std::span<const NamedValue> args) {
+      detail::checkNames(name, params, args);
+      Inputs in;
+      Inputs::forEach([&](const char* input, auto member, bool required) {
+        using M = std::decay_t<decltype(in.*member)>;
+        const NamedValue* given = detail::findNamed(args, input);
+        if (given) {
+          in.*member = detail::namedArgument<M>(*given);
+        } else if (required) {
+          throw Mox::RangeException(name + " needs the constructor input '" + input + "'");
+        }
+      });
+      return toValue(Mox::makePtr<T>(std::move(in)));
     };
     return *this;
   }
@@ -239,6 +321,7 @@ class TypeBuilder {
       detail::checkArity(fn, args, sizeof...(Args));
       return callFactory<R, Args...>(f, args, inputs, std::index_sequence_for<Args...>{});
     };
+    namedFromPositional();
     return *this;
   }
 
@@ -280,6 +363,22 @@ class TypeBuilder {
   TypeEntry build() { return std::move(e_); }
 
  private:
+  // Named construction over a positional constructor: the names put in order, none left out.
+  void namedFromPositional() {
+    e_.constructNamed = [params = e_.constructorInputs, name = e_.name,
+                         construct = e_.construct](std::span<const NamedValue> args) {
+      detail::checkNames(name, params, args);
+      std::vector<Value> ordered;
+      for (const Param& p : params) {
+        const NamedValue* given = detail::findNamed(args, p.name);
+        if (!given)
+          throw Mox::RangeException(name + " needs the constructor input '" + p.name + "'");
+        ordered.push_back(given->value);
+      }
+      return construct(ordered);
+    };
+  }
+
   template <class... Args, std::size_t... I>
   static Value constructWith(std::span<const Value> args, const std::vector<Param>& inputs,
                              std::index_sequence<I...>) {

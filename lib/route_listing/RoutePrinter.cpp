@@ -764,12 +764,12 @@ void formatHostRouteOutput(Route6Sorter& s, std::uint32_t, std::uint32_t format,
   formatHostRoutes(s, format, p);
 }
 
-void RouteSorter::printRoutes(std::uint32_t fd, std::uint32_t format) {
-  printRoutesOf(*this, fd, format);
+template <class Self, class Fam>
+void SorterOperations<Self, Fam>::printRoutes(std::uint32_t fd, std::uint32_t format) {
+  printRoutesOf(self(), fd, format);
 }
-
-void Route6Sorter::printRoutes(std::uint32_t fd, std::uint32_t format) {
-  printRoutesOf(*this, fd, format);
-}
+template void SorterOperations<RouteSorter, Routing::V4>::printRoutes(std::uint32_t, std::uint32_t);
+template void SorterOperations<Route6Sorter, Routing::V6>::printRoutes(std::uint32_t,
+                                                                       std::uint32_t);
 
 }  // namespace Rova

@@ -15,6 +15,7 @@
 #include "platform/mox/Dir.h"
 #include "platform/mox/Ptr.h"
 #include "platform/plexa/VrfName.h"
+#include "platform/state/Family.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
 #include "platform/state/Routing.h"
@@ -42,53 +43,80 @@ using FecMap = Mox::HashMap<Brine::Fib::FecId, Mox::Ptr<CachedFec>>;
 using NexthopGroupNameMap = Mox::HashMap<std::uint64_t, Mox::String8>;
 
 // ---------------------------------------------------------------------------------------------
+// One attribute list for both sorters, parameterised by family (V4 or V6). The IPv4 sorter also
+// reads the IPv6 FEC table (IPv4 routes over IPv6 next hops) and notes when it does; the IPv6
+// sorter alone takes an interface filter.
 
-using AddrToIntfIdMap = Mox::HashMap<Plexa::IpAddrWithMask, Plexa::IntfId>;
-using SortedRouteMap = Mox::VectorMap<Plexa::Prefix, Brine::Fib::Route>;
+template <class Fam>
+using AddrToIntfIdMapOf = Mox::HashMap<typename Fam::AddrWithMask, Plexa::IntfId>;
+template <class Fam>
+using SortedRouteMapOf = Mox::VectorMap<typename Fam::Prefix, typename Fam::Route>;
+using AddrToIntfIdMap = AddrToIntfIdMapOf<Routing::V4>;
+using SortedRouteMap = SortedRouteMapOf<Routing::V4>;
+using AddrToIntfId6Map = AddrToIntfIdMapOf<Routing::V6>;
+using SortedRoute6Map = SortedRouteMapOf<Routing::V6>;
 
-#define ROVA_ROUTE_SORTER_ATTRS(F, C)                                                              \
-  F(routingConfig, RoutingConfig, ConfigGenPtr, Mox::AttrKind::input, {})                          \
-  F(routingStatus, RoutingStatus, Mox::Ptr<Brine::Fib::RouteStatus const>, Mox::AttrKind::input,   \
-    {})                                                                                            \
-  F(forwardingStatus, ForwardingStatus, Mox::Ptr<Brine::Fib::ForwardingStatus const>,              \
-    Mox::AttrKind::input, {})                                                                      \
-  F(forwarding6Status, Forwarding6Status, Mox::Ptr<Brine::Fib6::ForwardingStatus const>,           \
-    Mox::AttrKind::input, {})                                                                      \
-  F(tunnelFib, TunnelFib, TunnelFibPtr, Mox::AttrKind::input, {})                                  \
-  F(arpBrine, ArpBrine, ArpPtr, Mox::AttrKind::input, {})                                          \
-  F(vrfIdMap, VrfIdMap, VrfIdMapPtr, Mox::AttrKind::input, {})                                     \
-  F(allIntfConfig, AllIntfConfig, AllIntfConfigPtr, Mox::AttrKind::input, {})                      \
-  F(ipStatus, IpStatus, Mox::Ptr<Ip::Status const>, Mox::AttrKind::input, {})                      \
-  F(routingHwStatus, RoutingHwStatus, HwVrfStatusPtr, Mox::AttrKind::input, {})                    \
-  F(routingHardwareStatus, RoutingHardwareStatus, Mox::Ptr<Routing::Hardware::Status const>,       \
-    Mox::AttrKind::input, {})                                                                      \
-  F(nhEntryStatus, NhEntryStatus, NhEntryStatusPtr, Mox::AttrKind::input, {})                      \
-  F(kernelUnprogrammedRoute, KernelUnprogrammedRoute, KernelUnprogrammedPtr, Mox::AttrKind::input, \
-    {})                                                                                            \
-  F(evpnVxlanTunnelTable, EvpnVxlanTunnelTable, EvpnTablePtr, Mox::AttrKind::input, {})            \
-  F(tunnelTableDir, TunnelTableDir, DirPtr, Mox::AttrKind::input, {})                              \
-  F(prefix, Prefix, Plexa::Prefix, Mox::AttrKind::input, {})                                       \
-  F(intfStatus, IntfStatus, IntfStatusPtr, Mox::AttrKind::input, {})                               \
-  F(protocol, Protocol, Mox::String8, Mox::AttrKind::input, {})                                    \
-  F(detail, Detail, bool, Mox::AttrKind::input, {})                                                \
-  F(longerPrefixes, LongerPrefixes, bool, Mox::AttrKind::input, {})                                \
-  F(vrfName, VrfName, L3::VrfName, Mox::AttrKind::input, {})                                       \
-  F(host, Host, bool, Mox::AttrKind::input, {})                                                    \
-  F(fd, Fd, std::int32_t, Mox::AttrKind::input, {})                                                \
-  F(quantify, Quantify, double, Mox::AttrKind::input, {})                                          \
-  F(originalMask, OriginalMask, bool, Mox::AttrKind::input, {})                                    \
-  F(srTePolicyStatus, SrTePolicyStatus, SrTePolicyPtr, Mox::AttrKind::input, {})                   \
-  F(printCount, PrintCount, std::uint32_t, Mox::AttrKind::state, {})                               \
-  C(addrToIntfId, AddrToIntfId, AddrToIntfIdMap)                                                   \
-  C(sortedRoute, SortedRoute, SortedRouteMap)                                                      \
-  C(fec, Fec, FecMap)                                                                              \
-  F(hasV6Nexthop, HasV6Nexthop, bool, Mox::AttrKind::state, {})                                    \
-  C(cachedNexthopGroupIdToName, CachedNexthopGroupIdToName, NexthopGroupNameMap)                   \
-  F(initialized, Initialized, bool, Mox::AttrKind::state, {})                                      \
-  F(srTunnelTable, SrTunnelTable, SrTunnelTablePtr, Mox::AttrKind::state, {})                      \
-  F(staticTunnelTable, StaticTunnelTable, StaticTunnelTablePtr, Mox::AttrKind::state, {})          \
-  F(ldpTunnelTable, LdpTunnelTable, LdpTunnelTablePtr, Mox::AttrKind::state, {})                   \
-  F(bgpLuTunnelTable, BgpLuTunnelTable, BgpLuTunnelTablePtr, Mox::AttrKind::state, {})
+#define ROVA_IF_V4_V4(...) __VA_ARGS__
+#define ROVA_IF_V4_V6(...)
+#define ROVA_IF_V6_V4(...)
+#define ROVA_IF_V6_V6(...) __VA_ARGS__
+
+// The constructor inputs, in constructor order. The route and FEC tables and the VRF are
+// required by name; the rest default to "absent" (null handles, no prefix, no filter, false).
+#define ROVA_SORTER_INPUTS(F, FAM)                                                                \
+  F(routingConfig, RoutingConfig, ConfigGenPtr, Mox::AttrKind::input, {})                         \
+  F(routingStatus, RoutingStatus, Mox::Ptr<Routing::FAM::RouteStatus const>,                      \
+    Mox::AttrKind::required, {})                                                                  \
+  F(forwardingStatus, ForwardingStatus, Mox::Ptr<Routing::FAM::ForwardingStatus const>,           \
+    Mox::AttrKind::required, {})                                                                  \
+  ROVA_IF_V4_##FAM(F(forwarding6Status, Forwarding6Status,                                        \
+                     Mox::Ptr<Brine::Fib6::ForwardingStatus const>, Mox::AttrKind::input, {}))    \
+      F(tunnelFib, TunnelFib, TunnelFibPtr, Mox::AttrKind::input, {}) F(                          \
+          arpBrine, ArpBrine, ArpPtr, Mox::AttrKind::input,                                       \
+          {}) F(vrfIdMap, VrfIdMap, VrfIdMapPtr, Mox::AttrKind::input,                            \
+                {}) F(allIntfConfig, AllIntfConfig, AllIntfConfigPtr, Mox::AttrKind::input, {})   \
+          F(ipStatus, IpStatus, Mox::Ptr<Routing::FAM::IpStatus const>, Mox::AttrKind::input, {}) \
+              F(routingHwStatus, RoutingHwStatus, HwVrfStatusPtr, Mox::AttrKind::input, {}) F(    \
+                  routingHardwareStatus, RoutingHardwareStatus,                                   \
+                  Mox::Ptr<Routing::FAM::HardwareStatus const>, Mox::AttrKind::input,             \
+                  {}) F(nhEntryStatus, NhEntryStatus, NhEntryStatusPtr, Mox::AttrKind::input, {}) \
+                  F(kernelUnprogrammedRoute, KernelUnprogrammedRoute, KernelUnprogrammedPtr,      \
+                    Mox::AttrKind::input, {}) F(evpnVxlanTunnelTable, EvpnVxlanTunnelTable,       \
+                                                EvpnTablePtr, Mox::AttrKind::input, {})           \
+                      F(tunnelTableDir, TunnelTableDir, DirPtr, Mox::AttrKind::input, {}) F(      \
+                          prefix, Prefix, Routing::FAM::Prefix, Mox::AttrKind::input, {})         \
+                          F(intfStatus, IntfStatus, IntfStatusPtr, Mox::AttrKind::input, {}) F(   \
+                              protocol, Protocol, Mox::String8, Mox::AttrKind::input, {})         \
+                              F(detail, Detail, bool, Mox::AttrKind::input, {}) F(                \
+                                  longerPrefixes, LongerPrefixes, bool, Mox::AttrKind::input, {}) \
+                                  F(vrfName, VrfName, L3::VrfName, Mox::AttrKind::required, {})   \
+                                      F(host, Host, bool, Mox::AttrKind::input, {}) F(            \
+                                          fd, Fd, std::int32_t, Mox::AttrKind::input, {})         \
+                                          F(quantify, Quantify, double, Mox::AttrKind::input, {}) \
+                                              F(originalMask, OriginalMask, bool,                 \
+                                                Mox::AttrKind::input, {})                         \
+                                                  ROVA_IF_V6_##FAM(F(intf, Intf, bool,            \
+                                                                     Mox::AttrKind::input, {}))   \
+                                                      F(srTePolicyStatus, SrTePolicyStatus,       \
+                                                        SrTePolicyPtr, Mox::AttrKind::input, {})
+
+#define ROVA_SORTER_STATE(F, C, FAM)                                                            \
+  F(printCount, PrintCount, std::uint32_t, Mox::AttrKind::state, {})                            \
+  C(addrToIntfId, AddrToIntfId, AddrToIntfIdMapOf<Routing::FAM>)                                \
+  C(sortedRoute, SortedRoute, SortedRouteMapOf<Routing::FAM>)                                   \
+  C(fec, Fec, FecMap)                                                                           \
+  ROVA_IF_V4_##FAM(F(hasV6Nexthop, HasV6Nexthop, bool, Mox::AttrKind::state, {})) C(            \
+      cachedNexthopGroupIdToName, CachedNexthopGroupIdToName,                                   \
+      NexthopGroupNameMap) F(initialized, Initialized, bool, Mox::AttrKind::state, {})          \
+      F(srTunnelTable, SrTunnelTable, SrTunnelTablePtr, Mox::AttrKind::state, {}) F(            \
+          staticTunnelTable, StaticTunnelTable, StaticTunnelTablePtr, Mox::AttrKind::state, {}) \
+          F(ldpTunnelTable, LdpTunnelTable, LdpTunnelTablePtr, Mox::AttrKind::state, {})        \
+              F(bgpLuTunnelTable, BgpLuTunnelTable, BgpLuTunnelTablePtr, Mox::AttrKind::state, {})
+
+#define ROVA_ROUTE_SORTER_INPUTS(F) ROVA_SORTER_INPUTS(F, V4)
+#define ROVA_ROUTE_SORTER_ATTRS(F, C) ROVA_SORTER_INPUTS(F, V4) ROVA_SORTER_STATE(F, C, V4)
+#define ROVA_ROUTE6_SORTER_INPUTS(F) ROVA_SORTER_INPUTS(F, V6)
+#define ROVA_ROUTE6_SORTER_ATTRS(F, C) ROVA_SORTER_INPUTS(F, V6) ROVA_SORTER_STATE(F, C, V6)
 
 // What a sorter counts and measures while it selects, beyond its attributes.
 struct SelectionStats {
@@ -98,37 +126,25 @@ struct SelectionStats {
   std::uint64_t routeTableGeneration = 0;  // the route table's writes when selection ended
 };
 
-class RouteSorter : public Mox::Entity {
-  MOX_ENTITY_TYPE(RouteSorter, "Rova::RouteSorter", ROVA_ROUTE_SORTER_ATTRS)
-
+// The operations both sorters offer, written once for the family (RouteSorter.cpp).
+template <class Self, class Fam>
+class SorterOperations {
  public:
-  struct Family;
+  using Family = Fam;
+  using Prefix = typename Fam::Prefix;
 
-  RouteSorter(ConfigGenPtr routingConfig, Mox::Ptr<Brine::Fib::RouteStatus const> routingStatus,
-              Mox::Ptr<Brine::Fib::ForwardingStatus const> forwardingStatus,
-              Mox::Ptr<Brine::Fib6::ForwardingStatus const> forwarding6Status,
-              TunnelFibPtr tunnelFib, ArpPtr arpBrine, VrfIdMapPtr vrfIdMap,
-              AllIntfConfigPtr allIntfConfig, Mox::Ptr<Ip::Status const> ipStatus,
-              HwVrfStatusPtr routingHwStatus,
-              Mox::Ptr<Routing::Hardware::Status const> routingHardwareStatus,
-              NhEntryStatusPtr nhEntryStatus, KernelUnprogrammedPtr kernelUnprogrammedRoute,
-              EvpnTablePtr evpnVxlanTunnelTable, DirPtr tunnelTableDir, Plexa::Prefix prefix,
-              IntfStatusPtr intfStatus, Mox::String8 protocol, bool detail, bool longerPrefixes,
-              L3::VrfName vrfName, bool host, std::int32_t fd, double quantify, bool originalMask,
-              SrTePolicyPtr srTePolicyStatus);
-
+  // Selects and sorts the routes; the constructor runs it.
   void handleInitialized();
-  Plexa::Prefix longestPrefixMatch() const;
-  Brine::Fib::Route createAttachedRoute(Plexa::IpGenAddr address, Plexa::IntfId intfId);
-  Mox::Ptr<CachedFec> viasForPrefix(Plexa::Prefix prefix) const;
+  // The one route selected for an address or prefix (longer prefixes off).
+  Prefix longestPrefixMatch() const;
+  // A host route made up for a resolved neighbour, with its FEC cached.
+  typename Fam::Route createAttachedRoute(Plexa::IpGenAddr address, Plexa::IntfId intfId);
+  Mox::Ptr<CachedFec> viasForPrefix(Prefix prefix) const;
   void buildNexthopGroupIdToName();
   // The code of the route selected for the prefix ("O IA"); empty when none is.
-  Mox::String8 protocolString(Plexa::Prefix prefix) const;
+  Mox::String8 protocolString(Prefix prefix) const;
   // Prints the listing (route or host form) on fd in the given format (1 text, 2 JSON).
   void printRoutes(std::uint32_t fd, std::uint32_t format);
-
-  static Mox::String8 legend();
-  static Mox::String8 hostLegend();
 
   SelectionStats& stats() { return stats_; }
   const SelectionStats& stats() const { return stats_; }
@@ -136,91 +152,41 @@ class RouteSorter : public Mox::Entity {
   std::uint32_t fecWeightLimit() const;
 
  private:
+  Self& self() { return static_cast<Self&>(*this); }
+  const Self& self() const { return static_cast<const Self&>(*this); }
+
   SelectionStats stats_;
 };
 
-// ---------------------------------------------------------------------------------------------
-
-using AddrToIntfId6Map = Mox::HashMap<Plexa::Ip6AddrWithMask, Plexa::IntfId>;
-using SortedRoute6Map = Mox::VectorMap<Plexa::Ip6Prefix, Brine::Fib6::Route>;
-
-#define ROVA_ROUTE6_SORTER_ATTRS(F, C)                                                             \
-  F(routingConfig, RoutingConfig, ConfigGenPtr, Mox::AttrKind::input, {})                          \
-  F(routingStatus, RoutingStatus, Mox::Ptr<Brine::Fib6::RouteStatus const>, Mox::AttrKind::input,  \
-    {})                                                                                            \
-  F(forwardingStatus, ForwardingStatus, Mox::Ptr<Brine::Fib6::ForwardingStatus const>,             \
-    Mox::AttrKind::input, {})                                                                      \
-  F(tunnelFib, TunnelFib, TunnelFibPtr, Mox::AttrKind::input, {})                                  \
-  F(arpBrine, ArpBrine, ArpPtr, Mox::AttrKind::input, {})                                          \
-  F(vrfIdMap, VrfIdMap, VrfIdMapPtr, Mox::AttrKind::input, {})                                     \
-  F(allIntfConfig, AllIntfConfig, AllIntfConfigPtr, Mox::AttrKind::input, {})                      \
-  F(ipStatus, IpStatus, Mox::Ptr<Ip6::Status const>, Mox::AttrKind::input, {})                     \
-  F(routingHwStatus, RoutingHwStatus, HwVrfStatusPtr, Mox::AttrKind::input, {})                    \
-  F(routingHardwareStatus, RoutingHardwareStatus, Mox::Ptr<Routing6::Hardware::Status const>,      \
-    Mox::AttrKind::input, {})                                                                      \
-  F(nhEntryStatus, NhEntryStatus, NhEntryStatusPtr, Mox::AttrKind::input, {})                      \
-  F(kernelUnprogrammedRoute, KernelUnprogrammedRoute, KernelUnprogrammedPtr, Mox::AttrKind::input, \
-    {})                                                                                            \
-  F(evpnVxlanTunnelTable, EvpnVxlanTunnelTable, EvpnTablePtr, Mox::AttrKind::input, {})            \
-  F(tunnelTableDir, TunnelTableDir, DirPtr, Mox::AttrKind::input, {})                              \
-  F(prefix, Prefix, Plexa::Ip6Prefix, Mox::AttrKind::input, {})                                    \
-  F(intfStatus, IntfStatus, IntfStatusPtr, Mox::AttrKind::input, {})                               \
-  F(protocol, Protocol, Mox::String8, Mox::AttrKind::input, {})                                    \
-  F(detail, Detail, bool, Mox::AttrKind::input, {})                                                \
-  F(longerPrefixes, LongerPrefixes, bool, Mox::AttrKind::input, {})                                \
-  F(vrfName, VrfName, L3::VrfName, Mox::AttrKind::input, {})                                       \
-  F(host, Host, bool, Mox::AttrKind::input, {})                                                    \
-  F(fd, Fd, std::int32_t, Mox::AttrKind::input, {})                                                \
-  F(quantify, Quantify, double, Mox::AttrKind::input, {})                                          \
-  F(originalMask, OriginalMask, bool, Mox::AttrKind::input, {})                                    \
-  F(intf, Intf, bool, Mox::AttrKind::input, {})                                                    \
-  F(srTePolicyStatus, SrTePolicyStatus, SrTePolicyPtr, Mox::AttrKind::input, {})                   \
-  F(printCount, PrintCount, std::uint32_t, Mox::AttrKind::state, {})                               \
-  C(addrToIntfId, AddrToIntfId, AddrToIntfId6Map)                                                  \
-  C(sortedRoute, SortedRoute, SortedRoute6Map)                                                     \
-  C(fec, Fec, FecMap)                                                                              \
-  C(cachedNexthopGroupIdToName, CachedNexthopGroupIdToName, NexthopGroupNameMap)                   \
-  F(initialized, Initialized, bool, Mox::AttrKind::state, {})                                      \
-  F(srTunnelTable, SrTunnelTable, SrTunnelTablePtr, Mox::AttrKind::state, {})                      \
-  F(staticTunnelTable, StaticTunnelTable, StaticTunnelTablePtr, Mox::AttrKind::state, {})          \
-  F(ldpTunnelTable, LdpTunnelTable, LdpTunnelTablePtr, Mox::AttrKind::state, {})                   \
-  F(bgpLuTunnelTable, BgpLuTunnelTable, BgpLuTunnelTablePtr, Mox::AttrKind::state, {})
-
-class Route6Sorter : public Mox::Entity {
-  MOX_ENTITY_TYPE(Route6Sorter, "Rova::Route6Sorter", ROVA_ROUTE6_SORTER_ATTRS)
+// A sorter is built from its inputs, by name:
+//
+//   auto sorter = Mox::makePtr<Rova::RouteSorter>(Rova::RouteSorter::Inputs{
+//       .routingStatus = routes, .forwardingStatus = fecs,
+//       .prefix = Plexa::Prefix::fromString("10.1.0.0/16"), .longerPrefixes = true,
+//       .vrfName = L3::VrfName("red")});
+//   for (const auto& [prefix, route] : sorter->sortedRoute()) ...  // selected, in order
+//   sorter->printRoutes(1, rendr::kFormatText);                     // the page, on stdout
+//
+// Construction selects: it walks the route table once, filters, sorts, and caches the FEC of
+// each selected route. Through the registry the same inputs are given by name.
+class RouteSorter : public Mox::Entity, public SorterOperations<RouteSorter, Routing::V4> {
+  MOX_ENTITY_TYPE(RouteSorter, "Rova::RouteSorter", ROVA_ROUTE_SORTER_ATTRS)
+  MOX_INPUTS(ROVA_ROUTE_SORTER_INPUTS)
 
  public:
-  struct Family;
-
-  Route6Sorter(ConfigGenPtr routingConfig, Mox::Ptr<Brine::Fib6::RouteStatus const> routingStatus,
-               Mox::Ptr<Brine::Fib6::ForwardingStatus const> forwardingStatus,
-               TunnelFibPtr tunnelFib, ArpPtr arpBrine, VrfIdMapPtr vrfIdMap,
-               AllIntfConfigPtr allIntfConfig, Mox::Ptr<Ip6::Status const> ipStatus,
-               HwVrfStatusPtr routingHwStatus,
-               Mox::Ptr<Routing6::Hardware::Status const> routingHardwareStatus,
-               NhEntryStatusPtr nhEntryStatus, KernelUnprogrammedPtr kernelUnprogrammedRoute,
-               EvpnTablePtr evpnVxlanTunnelTable, DirPtr tunnelTableDir, Plexa::Ip6Prefix prefix,
-               IntfStatusPtr intfStatus, Mox::String8 protocol, bool detail, bool longerPrefixes,
-               L3::VrfName vrfName, bool host, std::int32_t fd, double quantify, bool originalMask,
-               bool intf, SrTePolicyPtr srTePolicyStatus);
-
-  void handleInitialized();
-  Plexa::Ip6Prefix longestPrefixMatch() const;
-  Brine::Fib6::Route createAttachedRoute(Plexa::IpGenAddr address, Plexa::IntfId intfId);
-  Mox::Ptr<CachedFec> viasForPrefix(Plexa::Ip6Prefix prefix) const;
-  void buildNexthopGroupIdToName();
-  Mox::String8 protocolString(Plexa::Ip6Prefix prefix) const;
-  void printRoutes(std::uint32_t fd, std::uint32_t format);
-
+  explicit RouteSorter(Inputs in);
   static Mox::String8 legend();
   static Mox::String8 hostLegend();
+};
 
-  SelectionStats& stats() { return stats_; }
-  const SelectionStats& stats() const { return stats_; }
-  std::uint32_t fecWeightLimit() const;
+class Route6Sorter : public Mox::Entity, public SorterOperations<Route6Sorter, Routing::V6> {
+  MOX_ENTITY_TYPE(Route6Sorter, "Rova::Route6Sorter", ROVA_ROUTE6_SORTER_ATTRS)
+  MOX_INPUTS(ROVA_ROUTE6_SORTER_INPUTS)
 
- private:
-  SelectionStats stats_;
+ public:
+  explicit Route6Sorter(Inputs in);
+  static Mox::String8 legend();
+  static Mox::String8 hostLegend();
 };
 
 // ---- operations shared by the twins (defined for both in RouteSorter.cpp) ----

@@ -1,6 +1,6 @@
 #pragma once
-// Selection, filtering and FEC caching, written once for both sorters. Each sorter names its
-// family's types in a nested Family; everything else reads the same for IPv4 and IPv6.
+// Selection, filtering and FEC caching, written once for both sorters. A sorter's Family is the
+// platform's family traits (Routing::V4 or V6); everything else reads the same for both.
 
 #include <atomic>
 #include <cstdio>
@@ -11,30 +11,6 @@
 #include "platform/mox/Trace.h"
 
 namespace Rova {
-
-struct RouteSorter::Family {
-  using Prefix = Plexa::Prefix;
-  using Addr = Plexa::IpAddr;
-  using AddrWithMask = Plexa::IpAddrWithMask;
-  using Route = Brine::Fib::Route;
-  using RouteType = Routing::Fib::RouteType;
-  static constexpr int kHostLen = 32;
-  static constexpr RouteType kAttached = RouteType::attached;
-  static bool ofFamily(const Plexa::IpGenAddr& a) { return a.isV4(); }
-  static Addr addrOf(const Plexa::IpGenAddr& a) { return a.v4Addr(); }
-};
-
-struct Route6Sorter::Family {
-  using Prefix = Plexa::Ip6Prefix;
-  using Addr = Plexa::Ip6Addr;
-  using AddrWithMask = Plexa::Ip6AddrWithMask;
-  using Route = Brine::Fib6::Route;
-  using RouteType = Routing6::Fib::RouteType;
-  static constexpr int kHostLen = 128;
-  static constexpr RouteType kAttached = RouteType::attached;
-  static bool ofFamily(const Plexa::IpGenAddr& a) { return a.isV6(); }
-  static Addr addrOf(const Plexa::IpGenAddr& a) { return a.v6Addr(); }
-};
 
 namespace sorter {
 
@@ -292,7 +268,7 @@ typename Sorter::Family::Route createAttachedRoute(Sorter& s, const Plexa::IpGen
   if (const auto* existing = s.sortedRoute().find(host)) return *existing;
   typename Family::Route route;
   route.prefix = host;
-  route.routeType = Family::kAttached;
+  route.routeType = Family::RouteType::attached;
   route.fecId = Brine::Fib::FecId(Brine::Fib::AdjType::attachedAdj, nextAttachedFecIndex());
   auto fec = cachedFecFactory(route.fecId);
   fec->viaIs(CachedVia(address, intfId), true);  // no label: the default is "no label"

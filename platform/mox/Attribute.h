@@ -28,13 +28,18 @@ namespace Mox {
 
 enum class AttrKind {
   input,       // constructor input; the front end may write it
+  required,    // constructor input that a construction by name must give
   value,       // a plain field of a value type; writable
   state,       // computed by the object; read-only to the front end
   collection,  // a collection attribute; written through its operation family
 };
 
 inline bool isWritable(AttrKind k) {
-  return k == AttrKind::input || k == AttrKind::value;
+  return k == AttrKind::input || k == AttrKind::required || k == AttrKind::value;
+}
+
+inline bool isInput(AttrKind k) {
+  return k == AttrKind::input || k == AttrKind::required;
 }
 
 template <class C, class M>
@@ -209,6 +214,44 @@ std::size_t attrHash(const C& v) {
   struct std::hash<QualifiedClass> {                                                       \
     std::size_t operator()(const QualifiedClass& v) const noexcept { return v.moxHash(); } \
   };
+
+// The constructor inputs of a class as one aggregate, `Inputs`, generated from the part of its
+// attribute list that holds them (INPUT_LIST(F), the inputs in constructor order), so that a
+// constructor takes what its declarations say and a C++ caller names what it passes:
+//
+//   #define SWITCH_INPUTS(F) F(name, Name, Mox::String8, Mox::AttrKind::required, {}) ...
+//       ... F(ports, Ports, std::uint32_t, Mox::AttrKind::input, {48})  (one macro line)
+//   #define SWITCH_ATTRS(F, C) SWITCH_INPUTS(F) F(up, Up, bool, Mox::AttrKind::state, {})
+//   class Switch : public Mox::Entity {
+//     MOX_ENTITY_TYPE(Switch, "Test::Switch", SWITCH_ATTRS)
+//     MOX_INPUTS(SWITCH_INPUTS)
+//    public:
+//     explicit Switch(Inputs in) { takeInputs(std::move(in)); }
+//   };
+//   auto s = Mox::makePtr<Switch>(Switch::Inputs{.name = "sw1"});  // ports at 48
+//
+// `Inputs::forEach(f)` calls f(name, member pointer, required) for each input in order: the
+// registry builds positional and named construction from it.
+#define MOX_INPUT_FIELD_(name, Name, Type, kind, init) Type name init;
+#define MOX_INPUT_VISIT_(name, Name, Type, kind, init) \
+  f(#name, &Inputs::name, kind == ::Mox::AttrKind::required);
+#define MOX_INPUT_TAKE_(name, Name, Type, kind, init) name##_ = std::move(in.name);
+#define MOX_INPUTS(INPUT_LIST)     \
+ public:                           \
+  struct Inputs {                  \
+    INPUT_LIST(MOX_INPUT_FIELD_)   \
+    template <class Fn>            \
+    static void forEach(Fn&& f) {  \
+      INPUT_LIST(MOX_INPUT_VISIT_) \
+    }                              \
+  };                               \
+                                   \
+ private:                          \
+  void takeInputs(Inputs&& in) {   \
+    INPUT_LIST(MOX_INPUT_TAKE_)    \
+  }                                \
+                                   \
+ public:
 
 // An entity (held by Mox::Ptr) with an attribute list.
 #define MOX_ENTITY_TYPE(Class, QualifiedName, LIST)       \

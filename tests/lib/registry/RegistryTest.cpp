@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "platform/brine/Fib.h"
 #include "platform/state/Routing.h"
 
 namespace {
@@ -127,6 +128,64 @@ TEST(Registry, RovaConstsDefaultsAndEnumerations) {
   EXPECT_EQ(reg().construct("Rova::AddrMatchType", byNumber).text(), "'allowAddressMatch'");
   EXPECT_THROW(reg().construct("Rova::AddrMatchType", bad), Mox::RangeException);
   EXPECT_EQ(reg().type("Rova::AddrMatchType").kind, Rova::TypeKind::enumeration);
+}
+
+// Named construction: the inputs a caller gives by name, the rest at their declared defaults; a
+// name the type does not take, one given twice, or a required one left out names itself.
+TEST(Registry, NamedConstructionTakesInputsByName) {
+  const Value routes{Mox::Ptr<Mox::Entity>(Mox::makePtr<Brine::Fib::RouteStatus>())};
+  const Value fecs{Mox::Ptr<Mox::Entity>(Mox::makePtr<Brine::Fib::ForwardingStatus>())};
+  const Value sorter = reg().construct("Rova::RouteSorter", {{"vrfName", Value("red")},
+                                                             {"routingStatus", routes},
+                                                             {"forwardingStatus", fecs},
+                                                             {"detail", Value(true)}});
+  EXPECT_EQ(reg().attribute(sorter, "vrfName").text(), "'red'");
+  EXPECT_EQ(reg().attribute(sorter, "detail").text(), "True");
+  EXPECT_EQ(reg().attribute(sorter, "host").text(), "False");
+  EXPECT_EQ(reg().attribute(sorter, "routingConfig").text(), "None");
+
+  EXPECT_EQ(errorOf([&] {
+              reg().construct("Rova::RouteSorter",
+                              {{"routingStatus", routes}, {"forwardingStatus", fecs}});
+            }),
+            "Rova::RouteSorter needs the constructor input 'vrfName'");
+  // The interface filter is the IPv6 sorter's alone.
+  EXPECT_EQ(errorOf([&] {
+              reg().construct("Rova::RouteSorter", {{"vrfName", Value("red")},
+                                                    {"routingStatus", routes},
+                                                    {"forwardingStatus", fecs},
+                                                    {"intf", Value(true)}});
+            }),
+            "Rova::RouteSorter has no constructor input 'intf'");
+  EXPECT_EQ(
+      errorOf([&] {
+        reg().construct("Rova::CounterEntry", {{"packets", Value(1u)}, {"packets", Value(2u)}});
+      }),
+      "Rova::CounterEntry: constructor input 'packets' given twice");
+  EXPECT_EQ(errorOf([&] {
+              reg().construct("Rova::CounterEntry", {{"packets", Value(1u)}});
+            }),
+            "Rova::CounterEntry needs the constructor input 'bytes'");
+  EXPECT_EQ(
+      reg().construct("Rova::CounterEntry", {{"bytes", Value(64u)}, {"packets", Value(1u)}}).text(),
+      "Value('Rova::CounterEntry', ** {'packets': 1, 'bytes': 64})");
+  EXPECT_EQ(errorOf([&] {
+              reg().construct("Rova::RouteSorter", {{"vrfName", Value(true)},
+                                                    {"routingStatus", routes},
+                                                    {"forwardingStatus", fecs}});
+            }).rfind("argument 'vrfName': ", 0),
+            0u);
+
+  // In order, the inputs are the attributes' leading run: 26 for each family, where the IPv4
+  // sorter has the IPv6 FEC table fourth and the IPv6 sorter the interface flag 25th.
+  const auto& v4 = reg().type("Rova::RouteSorter").constructorInputs;
+  const auto& v6 = reg().type("Rova::Route6Sorter").constructorInputs;
+  ASSERT_EQ(v4.size(), 26u);
+  ASSERT_EQ(v6.size(), 26u);
+  EXPECT_EQ(v4[3].name, "forwarding6Status");
+  EXPECT_EQ(v6[24].name, "intf");
+  for (std::size_t i = 0; i < v4.size(); ++i)
+    EXPECT_EQ(reg().type("Rova::RouteSorter").attrs[i].name, v4[i].name);
 }
 
 // State records are read by attribute name; one whose type is not registered is an error, never

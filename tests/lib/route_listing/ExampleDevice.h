@@ -8,6 +8,7 @@
 #include "lib/route_listing/RouteSorter.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"
+#include "tests/support/StateSorters.h"
 
 namespace Rova::test {
 
@@ -35,47 +36,30 @@ class ExampleDevice {
     return Snapshot::paths::vrfPath(o.vrf, leaf);
   }
 
+  template <class Inputs>
+  static Inputs withOptions(Inputs in, const ListOptions& o) {
+    in.prefix = decltype(in.prefix)::fromString(o.prefix);
+    in.protocol = o.protocol;
+    in.detail = o.detail;
+    in.longerPrefixes = o.longerPrefixes;
+    in.host = o.host;
+    in.originalMask = o.originalMask;
+    return in;
+  }
+
   Mox::Ptr<RouteSorter> sorter4(const ListOptions& o) const {
-    namespace p = Snapshot::paths;
     return Mox::makePtr<RouteSorter>(
-        at<Routing::ConfigGen>(vrf(o, p::kRoutingConfig)),
-        at<Brine::Fib::RouteStatus>(vrf(o, p::kFibRoute)),
-        at<Brine::Fib::ForwardingStatus>(vrf(o, p::kFibFec)),
-        at<Brine::Fib6::ForwardingStatus>(vrf(o, p::kFib6Fec)),
-        at<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib), at<Arp::Table::Status>(p::kArpStatus),
-        at<Vrf::VrfIdMap::Status>(p::kVrfIdMap), at<Interface::AllIntfConfigDir>(p::kIntfConfig),
-        at<Ip::Status>(p::kIpStatus), at<Routing::Hardware::VrfStatus>(vrf(o, p::kHwVrfStatus)),
-        at<Routing::Hardware::Status>(p::kRoutingHw),
-        at<NexthopGroup::EntryStatus>(p::kNhgEntryStatus),
-        at<Brine::KernelUnprogrammedRoute::UnprogrammedRoute>(vrf(o, p::kKernelUnprogrammed)),
-        at<Tunnel::TunnelTable::EvpnVxlanTunnelTable>(p::kEvpnVxlan),
-        at<Mox::Dir>(p::kTunnelTables), Plexa::Prefix::fromString(o.prefix), nullptr, o.protocol,
-        o.detail, o.longerPrefixes, L3::VrfName(o.vrf), o.host, 1, 0.0, o.originalMask,
-        at<SrTePolicy::PolicyStatus>(p::kSrTePolicy));
+        withOptions(rovatest::stateInputs<RouteSorter>(*em_, o.vrf), o));
   }
 
   Mox::Ptr<Route6Sorter> sorter6(const ListOptions& o) const {
-    namespace p = Snapshot::paths;
-    Mox::Ptr<Interface::IntfStatus const> intfStatus;
+    auto in = withOptions(rovatest::stateInputs<Route6Sorter>(*em_, o.vrf), o);
     if (*o.intf) {
-      if (auto all = at<Interface::AllIntfStatusDir>(p::kIntfStatus)) {
-        intfStatus = all->intfStatus(Plexa::IntfId(o.intf));
-      }
+      if (auto all = at<Interface::AllIntfStatusDir>(Snapshot::paths::kIntfStatus))
+        in.intfStatus = all->intfStatus(Plexa::IntfId(o.intf));
+      in.intf = true;
     }
-    return Mox::makePtr<Route6Sorter>(
-        at<Routing::ConfigGen>(vrf(o, p::kRouting6Config)),
-        at<Brine::Fib6::RouteStatus>(vrf(o, p::kFib6Route)),
-        at<Brine::Fib6::ForwardingStatus>(vrf(o, p::kFib6Fec)),
-        at<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib), at<Arp::Table::Status>(p::kArpStatus),
-        at<Vrf::VrfIdMap::Status>(p::kVrfIdMap), at<Interface::AllIntfConfigDir>(p::kIntfConfig),
-        at<Ip6::Status>(p::kIp6Status), at<Routing::Hardware::VrfStatus>(vrf(o, p::kHwVrfStatus)),
-        at<Routing6::Hardware::Status>(p::kRouting6Hw),
-        at<NexthopGroup::EntryStatus>(p::kNhgEntryStatus),
-        at<Brine::KernelUnprogrammedRoute::UnprogrammedRoute>(vrf(o, p::kKernelUnprogrammed6)),
-        at<Tunnel::TunnelTable::EvpnVxlanTunnelTable>(p::kEvpnVxlan),
-        at<Mox::Dir>(p::kTunnelTables), Plexa::Ip6Prefix::fromString(o.prefix), intfStatus,
-        o.protocol, o.detail, o.longerPrefixes, L3::VrfName(o.vrf), o.host, 1, 0.0, o.originalMask,
-        *o.intf != '\0', at<SrTePolicy::PolicyStatus>(p::kSrTePolicy));
+    return Mox::makePtr<Route6Sorter>(std::move(in));
   }
 
  private:

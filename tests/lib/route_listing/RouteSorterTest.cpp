@@ -185,7 +185,8 @@ TEST(Operations, LongestPrefixMatchOnlyForOnePrefix) {
     st.sorter4()->longestPrefixMatch();
     FAIL();
   } catch (const Mox::InternalException& e) {
-    EXPECT_STREQ(e.what(), "!prefix().isNullPrefix() && !longerPrefixes() && sortedRoutes() <= 1");
+    EXPECT_STREQ(e.what(),
+                 "!s.prefix().isNullPrefix() && !s.longerPrefixes() && s.sortedRoutes() <= 1");
   }
   EXPECT_THROW(st.sorter4({.prefix = "10.1.0.0/16", .longerPrefixes = true})->longestPrefixMatch(),
                Mox::InternalException);

@@ -118,17 +118,59 @@ class State {
   // ---- sorters ----
   Mox::Ptr<RouteSorter> sorter4(const Options& o = {}) const {
     return Mox::makePtr<RouteSorter>(
-        config, routes4, fecs4, fecs6, tunnelFib, arp, vrfIdMap, intfConfig, ipStatus, hwVrf, hw,
-        nhEntry, kernel, evpn, tunnelTables, Plexa::Prefix::fromString(o.prefix),
-        intfStatusOf(o.intfName), o.protocol, o.detail, o.longerPrefixes, L3::VrfName(o.vrf),
-        o.host, 1, 0.0, true, srte);
+        RouteSorter::Inputs{.routingConfig = config,
+                            .routingStatus = routes4,
+                            .forwardingStatus = fecs4,
+                            .forwarding6Status = fecs6,
+                            .tunnelFib = tunnelFib,
+                            .arpBrine = arp,
+                            .vrfIdMap = vrfIdMap,
+                            .allIntfConfig = intfConfig,
+                            .ipStatus = ipStatus,
+                            .routingHwStatus = hwVrf,
+                            .routingHardwareStatus = hw,
+                            .nhEntryStatus = nhEntry,
+                            .kernelUnprogrammedRoute = kernel,
+                            .evpnVxlanTunnelTable = evpn,
+                            .tunnelTableDir = tunnelTables,
+                            .prefix = Plexa::Prefix::fromString(o.prefix),
+                            .intfStatus = intfStatusOf(o.intfName),
+                            .protocol = o.protocol,
+                            .detail = o.detail,
+                            .longerPrefixes = o.longerPrefixes,
+                            .vrfName = L3::VrfName(o.vrf),
+                            .host = o.host,
+                            .fd = 1,
+                            .originalMask = true,
+                            .srTePolicyStatus = srte});
   }
   Mox::Ptr<Route6Sorter> sorter6(const Options& o = {}) const {
     return Mox::makePtr<Route6Sorter>(
-        config, routes6, fecs6, tunnelFib, arp, vrfIdMap, intfConfig, ip6Status, hwVrf, hw6,
-        nhEntry, kernel, evpn, tunnelTables, Plexa::Ip6Prefix::fromString(o.prefix),
-        intfStatusOf(o.intfName), o.protocol, o.detail, o.longerPrefixes, L3::VrfName(o.vrf),
-        o.host, 1, 0.0, true, o.intf, srte);
+        Route6Sorter::Inputs{.routingConfig = config,
+                             .routingStatus = routes6,
+                             .forwardingStatus = fecs6,
+                             .tunnelFib = tunnelFib,
+                             .arpBrine = arp,
+                             .vrfIdMap = vrfIdMap,
+                             .allIntfConfig = intfConfig,
+                             .ipStatus = ip6Status,
+                             .routingHwStatus = hwVrf,
+                             .routingHardwareStatus = hw6,
+                             .nhEntryStatus = nhEntry,
+                             .kernelUnprogrammedRoute = kernel,
+                             .evpnVxlanTunnelTable = evpn,
+                             .tunnelTableDir = tunnelTables,
+                             .prefix = Plexa::Ip6Prefix::fromString(o.prefix),
+                             .intfStatus = intfStatusOf(o.intfName),
+                             .protocol = o.protocol,
+                             .detail = o.detail,
+                             .longerPrefixes = o.longerPrefixes,
+                             .vrfName = L3::VrfName(o.vrf),
+                             .host = o.host,
+                             .fd = 1,
+                             .originalMask = true,
+                             .intf = o.intf,
+                             .srTePolicyStatus = srte});
   }
   IntfStatusPtr intfStatusOf(const char* name) const {
     if (!*name) return nullptr;
