@@ -21,6 +21,7 @@
 #include "platform/mox/Dir.h"
 #include "platform/plexa/EthAddr.h"
 #include "platform/plexa/RouteDistinguisher.h"
+#include "platform/state/Family.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
 #include "platform/state/Routing.h"
@@ -66,98 +67,16 @@ class RouteTypeWords {
   std::unordered_map<std::string_view, RouteType> byName_;
 };
 
-struct V4 {
-  using Addr = Plexa::IpAddr;
-  using AddrWithMask = Plexa::IpAddrWithMask;
-  using Prefix = Plexa::Prefix;
-  using RouteType = Routing::Fib::RouteType;
-  using Route = Brine::Fib::Route;
-  using Fec = Brine::Fib::Fec;
-  using Via = Brine::Fib::Via;
-  using RouteStatus = Brine::Fib::RouteStatus;
-  using ForwardingStatus = Brine::Fib::ForwardingStatus;
-  static constexpr const char* kName = "IPv4";
+// The route type words of each family, looked up by name (the document never writes numbers).
+template <class Fam>
+const RouteTypeWords<typename Fam::RouteType>& routeTypeWords() {
+  static const RouteTypeWords<typename Fam::RouteType> w(
+      [](typename Fam::RouteType t) { return Fam::typeName(t); });
+  return w;
+}
 
-  static const RouteTypeWords<RouteType>& words() {
-    static const RouteTypeWords<RouteType> w(
-        [](RouteType t) { return Routing::Fib::routeTypeName(t); });
-    return w;
-  }
-  // What the protocols install by default (their administrative distances), so that a
-  // hand-written snapshot need not repeat them.
-  static std::uint8_t defaultPreference(RouteType t) {
-    using T = RouteType;
-    switch (t) {
-      case T::staticConfig:
-      case T::nexthopGroupStaticRoute:
-      case T::dropRoute:
-      case T::dhcp:
-        return 1;
-      case T::rip:
-        return 120;
-      case T::ospfSummary:
-      case T::ospfIntraArea:
-      case T::ospfInterArea:
-      case T::ospfExternalType1:
-      case T::ospfExternalType2:
-      case T::ospfNssaExternalType1:
-      case T::ospfNssaExternalType2:
-      case T::ospfv3:
-        return 110;
-      case T::isisLevel1:
-      case T::isisLevel2:
-        return 115;
-      case T::iBgp:
-      case T::eBgp:
-      case T::bgpAggregate:
-        return 200;
-      default:
-        return 0;
-    }
-  }
-};
-
-struct V6 {
-  using Addr = Plexa::Ip6Addr;
-  using AddrWithMask = Plexa::Ip6AddrWithMask;
-  using Prefix = Plexa::Ip6Prefix;
-  using RouteType = Routing6::Fib::RouteType;
-  using Route = Brine::Fib6::Route;
-  using Fec = Brine::Fib6::Fec;
-  using Via = Brine::Fib6::Via;
-  using RouteStatus = Brine::Fib6::RouteStatus;
-  using ForwardingStatus = Brine::Fib6::ForwardingStatus;
-  static constexpr const char* kName = "IPv6";
-
-  static const RouteTypeWords<RouteType>& words() {
-    static const RouteTypeWords<RouteType> w(
-        [](RouteType t) { return Routing6::Fib::routeTypeName(t); });
-    return w;
-  }
-  static std::uint8_t defaultPreference(RouteType t) {
-    using T = RouteType;
-    switch (t) {
-      case T::staticConfig:
-      case T::nexthopGroupStaticRoute:
-      case T::dropRoute:
-      case T::dhcp:
-        return 1;
-      case T::rip:
-        return 120;
-      case T::ospfSummary:
-      case T::ospf3:
-        return 110;
-      case T::isisLevel1:
-      case T::isisLevel2:
-        return 115;
-      case T::bgp:
-      case T::bgpAggregate:
-        return 200;
-      default:
-        return 0;
-    }
-  }
-};
+using Routing::V4;
+using Routing::V6;
 
 // Everything one VRF owns.
 struct VrfState {
@@ -562,7 +481,7 @@ void Loader::routes(od::value& v, VrfState& vrf) {
           break;
         case kType: {
           const std::string_view word = r_.string(f);
-          if (!Fam::words().find(word, route.routeType))
+          if (!routeTypeWords<Fam>().find(word, route.routeType))
             r_.fail("unknown " + std::string(Fam::kName) + " route type " + quote(word));
           break;
         }

@@ -15,61 +15,61 @@ using T6 = Routing6::Fib::RouteType;
 // The words are the command's published JSON vocabulary; their irregularities ("OSPF" beside
 // "ospfInterArea", "ISISLevel1") are part of it and stay as they are.
 const std::map<T4, RouteTypeStrings> kTable4 = {
-    {T4(0), {"", "", "", ""}},
-    {T4(1), {"C", "connected", "C", "internal"}},
-    {T4(2), {"C", "connected", "C", "internal"}},
-    {T4(3), {"C", "connected", "C", "internal"}},
-    {T4(4), {"C", "connected", "C", "internal"}},
-    {T4(5), {"", "", "", "attached"}},
-    {T4(7), {"S", "static", "S", "static"}},
-    {T4(8), {"V", "vcs", "V", "vcs"}},
-    {T4(9), {"K", "kernel", "K", "internal"}},
-    {T4(10), {"R", "RIP", "R", "rip"}},
-    {T4(11), {"C", "connected", "C", "connected"}},
-    {T4(12), {"", "", "", ""}},
-    {T4(13), {"A B", "bgpAggregate", "A", "aggregate"}},
-    {T4(14), {"A O", "ospfSummary", "A", "aggregate"}},
-    {T4(15), {"O", "OSPF", "O", "ospfIntraArea"}},
-    {T4(16), {"O IA", "ospfInterArea", "O", "ospfInterArea"}},
-    {T4(17), {"O E1", "ospfExternalType1", "O", "ospfExternal1"}},
-    {T4(18), {"O E2", "ospfExternalType2", "O", "ospfExternal2"}},
-    {T4(19), {"O N1", "ospfNssaExternalType1", "O", "nssaExternal1"}},
-    {T4(20), {"O N2", "ospfNssaExternalType2", "O", "nssaExternal2"}},
-    {T4(21), {"B I", "iBGP", "B", "bgpInternal"}},
-    {T4(22), {"B E", "eBGP", "B", "bgpExternal"}},
-    {T4(23), {"I L1", "ISISLevel1", "I", "isisLevel1"}},
-    {T4(24), {"I L2", "ISISLevel2", "I", "isisLevel2"}},
-    {T4(25), {"NG", "nexthopGroupStaticRoute", "S", "staticNexthopGroup"}},
-    {T4(26), {"S", "dropRoute", "S", "internal"}},
-    {T4(27), {"O3", "OSPFv3", "O3", "ospfv3Total"}},
-    {T4(28), {"DH", "dhcp", "DH", "DhcpDefaultRoute"}},
-    {T4(29), {"M", "martian", "M", "internal"}},
-    {T4(31), {"", "", "", ""}},
+    {T4::invalid, {"", "", "", ""}},
+    {T4::receive, {"C", "connected", "C", "internal"}},
+    {T4::receiveLoopback, {"C", "connected", "C", "internal"}},
+    {T4::broadcast, {"C", "connected", "C", "internal"}},
+    {T4::directedBcast, {"C", "connected", "C", "internal"}},
+    {T4::attached, {"", "", "", "attached"}},
+    {T4::staticConfig, {"S", "static", "S", "static"}},
+    {T4::vcs, {"V", "vcs", "V", "vcs"}},
+    {T4::kernel, {"K", "kernel", "K", "internal"}},
+    {T4::rip, {"R", "RIP", "R", "rip"}},
+    {T4::connected, {"C", "connected", "C", "connected"}},
+    {T4::reserved, {"", "", "", ""}},
+    {T4::bgpAggregate, {"A B", "bgpAggregate", "A", "aggregate"}},
+    {T4::ospfSummary, {"A O", "ospfSummary", "A", "aggregate"}},
+    {T4::ospfIntraArea, {"O", "OSPF", "O", "ospfIntraArea"}},
+    {T4::ospfInterArea, {"O IA", "ospfInterArea", "O", "ospfInterArea"}},
+    {T4::ospfExternalType1, {"O E1", "ospfExternalType1", "O", "ospfExternal1"}},
+    {T4::ospfExternalType2, {"O E2", "ospfExternalType2", "O", "ospfExternal2"}},
+    {T4::ospfNssaExternalType1, {"O N1", "ospfNssaExternalType1", "O", "nssaExternal1"}},
+    {T4::ospfNssaExternalType2, {"O N2", "ospfNssaExternalType2", "O", "nssaExternal2"}},
+    {T4::iBgp, {"B I", "iBGP", "B", "bgpInternal"}},
+    {T4::eBgp, {"B E", "eBGP", "B", "bgpExternal"}},
+    {T4::isisLevel1, {"I L1", "ISISLevel1", "I", "isisLevel1"}},
+    {T4::isisLevel2, {"I L2", "ISISLevel2", "I", "isisLevel2"}},
+    {T4::nexthopGroupStaticRoute, {"NG", "nexthopGroupStaticRoute", "S", "staticNexthopGroup"}},
+    {T4::dropRoute, {"S", "dropRoute", "S", "internal"}},
+    {T4::ospfv3, {"O3", "OSPFv3", "O3", "ospfv3Total"}},
+    {T4::dhcp, {"DH", "dhcp", "DH", "DhcpDefaultRoute"}},
+    {T4::martian, {"M", "martian", "M", "internal"}},
+    {T4::unknown, {"", "", "", ""}},
 };
 
 // IPv6 has one OSPFv3 and one BGP row, its own IS-IS words, RIP without a summary key, and
 // DHCP counted under "dhcp"; kept as they are.
 const std::map<T6, RouteTypeStrings> kTable6 = {
-    {T6(0), {"", "", "", ""}},
-    {T6(1), {"C", "connected", "C", "internal"}},
-    {T6(2), {"C", "connected", "C", "internal"}},
-    {T6(3), {"", "", "", "attached"}},
-    {T6(4), {"S", "static", "S", "static"}},
-    {T6(5), {"K", "kernel", "K", "internal"}},
-    {T6(6), {"R", "RIP", "R", ""}},
-    {T6(7), {"C", "connected", "C", "connected"}},
-    {T6(8), {"", "", "", ""}},
-    {T6(9), {"A B", "bgpAggregate", "A", "aggregate"}},
-    {T6(10), {"A O", "ospfSummary", "A", "aggregate"}},
-    {T6(11), {"O3", "ospf", "O3", "ospfTotal"}},
-    {T6(12), {"B", "bgp", "B", "bgpTotal"}},
-    {T6(13), {"I L1", "isisL1", "I", "isisLevel1"}},
-    {T6(14), {"I L2", "isisL2", "I", "isisLevel2"}},
-    {T6(15), {"NG", "nexthopGroupStaticRoute", "S", "staticNexthopGroup"}},
-    {T6(16), {"S", "dropRoute", "S", "internal"}},
-    {T6(17), {"DH", "dhcp", "DH", "dhcp"}},
-    {T6(18), {"M", "martian", "M", "internal"}},
-    {T6(20), {"", "", "", ""}},
+    {T6::invalid, {"", "", "", ""}},
+    {T6::receive, {"C", "connected", "C", "internal"}},
+    {T6::receiveLoopback, {"C", "connected", "C", "internal"}},
+    {T6::attached, {"", "", "", "attached"}},
+    {T6::staticConfig, {"S", "static", "S", "static"}},
+    {T6::kernel, {"K", "kernel", "K", "internal"}},
+    {T6::rip, {"R", "RIP", "R", ""}},
+    {T6::connected, {"C", "connected", "C", "connected"}},
+    {T6::reserved, {"", "", "", ""}},
+    {T6::bgpAggregate, {"A B", "bgpAggregate", "A", "aggregate"}},
+    {T6::ospfSummary, {"A O", "ospfSummary", "A", "aggregate"}},
+    {T6::ospf3, {"O3", "ospf", "O3", "ospfTotal"}},
+    {T6::bgp, {"B", "bgp", "B", "bgpTotal"}},
+    {T6::isisLevel1, {"I L1", "isisL1", "I", "isisLevel1"}},
+    {T6::isisLevel2, {"I L2", "isisL2", "I", "isisLevel2"}},
+    {T6::nexthopGroupStaticRoute, {"NG", "nexthopGroupStaticRoute", "S", "staticNexthopGroup"}},
+    {T6::dropRoute, {"S", "dropRoute", "S", "internal"}},
+    {T6::dhcp, {"DH", "dhcp", "DH", "dhcp"}},
+    {T6::martian, {"M", "martian", "M", "internal"}},
+    {T6::unknown, {"", "", "", ""}},
 };
 
 // Every route printed looks its type up a few times: an array indexed by the type number
@@ -109,19 +109,19 @@ const RouteTypeStrings& routeTypeStringsLookup(T6 t) {
 }
 
 char hcode(T4 t) {
-  switch (std::uint32_t(t)) {
-    case 0:
+  switch (t) {
+    case T4::invalid:
       return '-';
-    case 1:
-    case 2:
+    case T4::receive:
+    case T4::receiveLoopback:
       return 'R';
-    case 3:
+    case T4::broadcast:
       return 'B';
-    case 4:
+    case T4::directedBcast:
       return 'D';
-    case 5:
+    case T4::attached:
       return 'A';
-    case 11:
+    case T4::connected:
       return 'R';  // connected shows as R in text but is "FIB" in JSON
     default:
       return 'F';
@@ -129,17 +129,17 @@ char hcode(T4 t) {
 }
 
 const char* hcodeWord(T4 t) {
-  switch (std::uint32_t(t)) {
-    case 0:
+  switch (t) {
+    case T4::invalid:
       return "-";
-    case 1:
-    case 2:
+    case T4::receive:
+    case T4::receiveLoopback:
       return "receive";
-    case 3:
+    case T4::broadcast:
       return "broadcast";
-    case 4:
+    case T4::directedBcast:
       return "directedBcast";
-    case 5:
+    case T4::attached:
       return "attached";
     default:
       return "FIB";
@@ -147,15 +147,15 @@ const char* hcodeWord(T4 t) {
 }
 
 char hcode(T6 t) {
-  switch (std::uint32_t(t)) {
-    case 0:
+  switch (t) {
+    case T6::invalid:
       return '-';
-    case 1:
-    case 2:
+    case T6::receive:
+    case T6::receiveLoopback:
       return 'R';
-    case 3:
+    case T6::attached:
       return 'A';
-    case 7:
+    case T6::connected:
       return 'R';
     default:
       return 'F';
@@ -163,13 +163,13 @@ char hcode(T6 t) {
 }
 
 const char* hcodeWord(T6 t) {
-  switch (std::uint32_t(t)) {
-    case 0:
+  switch (t) {
+    case T6::invalid:
       return "-";
-    case 1:
-    case 2:
+    case T6::receive:
+    case T6::receiveLoopback:
       return "receive";
-    case 3:
+    case T6::attached:
       return "attached";
     default:
       return "FIB";

@@ -53,37 +53,49 @@ const char* ribRouteType(Routing::RouteType t);
 bool protocolMatch(const Brine::Fib::Route& route, const Mox::String8& protocol);
 bool protocolMatch(const Brine::Fib6::Route& route, const Mox::String8& protocol);
 
-// Per-family predicates: the two enumerations number their types differently.
+// Per-family predicates, by enumerator: the two enumerations number their types differently,
+// and the receive class is the router's own addresses (with IPv4's broadcast kinds).
 constexpr bool isInvalid(Routing::Fib::RouteType t) {
-  return std::uint32_t(t) == 0;
+  return t == Routing::Fib::RouteType::invalid;
 }
 constexpr bool isReceive(Routing::Fib::RouteType t) {
-  return std::uint32_t(t) >= 1 && std::uint32_t(t) <= 4;
+  using T = Routing::Fib::RouteType;
+  return t == T::receive || t == T::receiveLoopback || t == T::broadcast || t == T::directedBcast;
+}
+// The host listing's to-CPU routes: the router's own addresses and the subnet broadcast. A
+// directed broadcast is forwarded out of its subnet's interface, not taken by the CPU.
+constexpr bool isHostToCpu(Routing::Fib::RouteType t) {
+  using T = Routing::Fib::RouteType;
+  return t == T::receive || t == T::receiveLoopback || t == T::broadcast;
 }
 constexpr bool isAttached(Routing::Fib::RouteType t) {
-  return std::uint32_t(t) == 5;
+  return t == Routing::Fib::RouteType::attached;
 }
 constexpr bool isNexthopGroup(Routing::Fib::RouteType t) {
-  return std::uint32_t(t) == 25;
+  return t == Routing::Fib::RouteType::nexthopGroupStaticRoute;
 }
 constexpr bool isMartian(Routing::Fib::RouteType t) {
-  return std::uint32_t(t) == 29;
+  return t == Routing::Fib::RouteType::martian;
 }
 
 constexpr bool isInvalid(Routing6::Fib::RouteType t) {
-  return std::uint32_t(t) == 0;
+  return t == Routing6::Fib::RouteType::invalid;
 }
 constexpr bool isReceive(Routing6::Fib::RouteType t) {
-  return std::uint32_t(t) >= 1 && std::uint32_t(t) <= 2;
+  using T = Routing6::Fib::RouteType;
+  return t == T::receive || t == T::receiveLoopback;
+}
+constexpr bool isHostToCpu(Routing6::Fib::RouteType t) {
+  return isReceive(t);
 }
 constexpr bool isAttached(Routing6::Fib::RouteType t) {
-  return std::uint32_t(t) == 3;
+  return t == Routing6::Fib::RouteType::attached;
 }
 constexpr bool isNexthopGroup(Routing6::Fib::RouteType t) {
-  return std::uint32_t(t) == 15;
+  return t == Routing6::Fib::RouteType::nexthopGroupStaticRoute;
 }
 constexpr bool isMartian(Routing6::Fib::RouteType t) {
-  return std::uint32_t(t) == 18;
+  return t == Routing6::Fib::RouteType::martian;
 }
 
 // The legends printed before a listing.

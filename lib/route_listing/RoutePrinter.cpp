@@ -664,7 +664,6 @@ void formatHostRoutes(Sorter& s, std::uint32_t format, rendr::Printer& p) {
   rendr::StringAttrInfo nexthopAddr("nexthopAddr", format);
   rendr::BoolAttrInfo toCpu("toCpu", format);
   rendr::StringAttrInfo interface("interface", format);
-  const int receiveTypes = std::is_same_v<Sorter, RouteSorter> ? 3 : 2;
 
   for (const auto& [prefix, route] : s.sortedRoute()) {
     char text[Plexa::Ip6Prefix::kMaxTextLen + 1];
@@ -678,9 +677,8 @@ void formatHostRoutes(Sorter& s, std::uint32_t format, rendr::Printer& p) {
     p.addFrills("%.*s", int(len), text);
     p.startList("vias");
 
-    const auto type = static_cast<int>(route.routeType);
     const Mox::Ptr<CachedFec>* fec = s.fec().find(route.fecId);
-    if (type >= 1 && type <= receiveTypes) {
+    if (isHostToCpu(route.routeType)) {
       p.startListEntry();
       toCpu.setValue(true);
       p.addAttributes(" to cpu\n", 1, toCpu.getArg());

@@ -41,72 +41,47 @@ void checkLen(int len, int maxLen) {
 
 }  // namespace
 
-Prefix::Prefix(IpAddr addr, int len) : addr_(addr.masked(len)), len_(std::int16_t(len)) {
-  checkLen(len, 32);
-}
-
-bool Prefix::parse(std::string_view text, Prefix& out) {
-  if (text.empty()) {
-    out = Prefix();
-    return true;
-  }
-  std::string_view a;
-  int len;
-  IpAddr addr;
-  if (!splitMask(text, 32, a, len) || !IpAddr::parse(a, addr)) return false;
-  out = Prefix(addr, len);
-  return true;
-}
-
-Prefix Prefix::fromString(std::string_view text) {
-  Prefix p;
-  if (!parse(text, p)) badText("IPv4 prefix", text);
-  return p;
-}
-
-char* Prefix::write(char* out) const {
-  if (isNullPrefix()) return out;
-  return writeLen(addr_.write(out), len_);
-}
-
-std::string Prefix::stringValue() const {
-  char buf[kMaxTextLen + 1];
-  return std::string(buf, write(buf));
-}
-
-Ip6Prefix::Ip6Prefix(const Ip6Addr& addr, int len)
+template <class Addr>
+BasicPrefix<Addr>::BasicPrefix(const Addr& addr, int len)
     : addr_(addr.masked(len)), len_(std::int16_t(len)) {
-  checkLen(len, 128);
+  checkLen(len, kMaxLen);
 }
 
-bool Ip6Prefix::parse(std::string_view text, Ip6Prefix& out) {
+template <class Addr>
+bool BasicPrefix<Addr>::parse(std::string_view text, BasicPrefix& out) {
   if (text.empty()) {
-    out = Ip6Prefix();
+    out = BasicPrefix();
     return true;
   }
   std::string_view a;
   int len;
-  Ip6Addr addr;
-  if (!splitMask(text, 128, a, len) || !Ip6Addr::parse(a, addr)) return false;
-  out = Ip6Prefix(addr, len);
+  Addr addr;
+  if (!splitMask(text, kMaxLen, a, len) || !Addr::parse(a, addr)) return false;
+  out = BasicPrefix(addr, len);
   return true;
 }
 
-Ip6Prefix Ip6Prefix::fromString(std::string_view text) {
-  Ip6Prefix p;
-  if (!parse(text, p)) badText("IPv6 prefix", text);
+template <class Addr>
+BasicPrefix<Addr> BasicPrefix<Addr>::fromString(std::string_view text) {
+  BasicPrefix p;
+  if (!parse(text, p)) badText(AddrTraits<Addr>::kPrefixWord, text);
   return p;
 }
 
-char* Ip6Prefix::write(char* out) const {
+template <class Addr>
+char* BasicPrefix<Addr>::write(char* out) const {
   if (isNullPrefix()) return out;
   return writeLen(addr_.write(out), len_);
 }
 
-std::string Ip6Prefix::stringValue() const {
+template <class Addr>
+std::string BasicPrefix<Addr>::stringValue() const {
   char buf[kMaxTextLen + 1];
   return std::string(buf, write(buf));
 }
+
+template class BasicPrefix<IpAddr>;
+template class BasicPrefix<Ip6Addr>;
 
 IpGenPrefix::IpGenPrefix(const Prefix& p) {
   if (p.isNullPrefix()) return;
@@ -157,61 +132,41 @@ std::string IpGenPrefix::stringValue() const {
   return std::string(buf, write(buf));
 }
 
-IpAddrWithMask::IpAddrWithMask(IpAddr addr, int len) : addr_(addr), len_(std::uint8_t(len)) {
-  checkLen(len, 32);
-}
-
-bool IpAddrWithMask::parse(std::string_view text, IpAddrWithMask& out) {
-  std::string_view a;
-  int len;
-  IpAddr addr;
-  if (!splitMask(text, 32, a, len) || !IpAddr::parse(a, addr)) return false;
-  out = IpAddrWithMask(addr, len);
-  return true;
-}
-
-IpAddrWithMask IpAddrWithMask::fromString(std::string_view text) {
-  IpAddrWithMask p;
-  if (!parse(text, p)) badText("IPv4 address with mask", text);
-  return p;
-}
-
-char* IpAddrWithMask::write(char* out) const {
-  return writeLen(addr_.write(out), len_);
-}
-
-std::string IpAddrWithMask::stringValue() const {
-  char buf[Prefix::kMaxTextLen + 1];
-  return std::string(buf, write(buf));
-}
-
-Ip6AddrWithMask::Ip6AddrWithMask(const Ip6Addr& addr, int len)
+template <class Addr>
+BasicAddrWithMask<Addr>::BasicAddrWithMask(const Addr& addr, int len)
     : addr_(addr), len_(std::uint8_t(len)) {
-  checkLen(len, 128);
+  checkLen(len, kMaxLen);
 }
 
-bool Ip6AddrWithMask::parse(std::string_view text, Ip6AddrWithMask& out) {
+template <class Addr>
+bool BasicAddrWithMask<Addr>::parse(std::string_view text, BasicAddrWithMask& out) {
   std::string_view a;
   int len;
-  Ip6Addr addr;
-  if (!splitMask(text, 128, a, len) || !Ip6Addr::parse(a, addr)) return false;
-  out = Ip6AddrWithMask(addr, len);
+  Addr addr;
+  if (!splitMask(text, kMaxLen, a, len) || !Addr::parse(a, addr)) return false;
+  out = BasicAddrWithMask(addr, len);
   return true;
 }
 
-Ip6AddrWithMask Ip6AddrWithMask::fromString(std::string_view text) {
-  Ip6AddrWithMask p;
-  if (!parse(text, p)) badText("IPv6 address with mask", text);
+template <class Addr>
+BasicAddrWithMask<Addr> BasicAddrWithMask<Addr>::fromString(std::string_view text) {
+  BasicAddrWithMask p;
+  if (!parse(text, p)) badText(AddrTraits<Addr>::kWithMaskWord, text);
   return p;
 }
 
-char* Ip6AddrWithMask::write(char* out) const {
+template <class Addr>
+char* BasicAddrWithMask<Addr>::write(char* out) const {
   return writeLen(addr_.write(out), len_);
 }
 
-std::string Ip6AddrWithMask::stringValue() const {
-  char buf[Ip6Prefix::kMaxTextLen + 1];
+template <class Addr>
+std::string BasicAddrWithMask<Addr>::stringValue() const {
+  char buf[BasicPrefix<Addr>::kMaxTextLen + 1];
   return std::string(buf, write(buf));
 }
+
+template class BasicAddrWithMask<IpAddr>;
+template class BasicAddrWithMask<Ip6Addr>;
 
 }  // namespace Plexa

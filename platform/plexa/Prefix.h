@@ -11,69 +11,66 @@
 
 namespace Plexa {
 
-class Prefix {
+// What tells the two families' prefixes apart: the address's width and the words for errors.
+template <class Addr>
+struct AddrTraits;
+template <>
+struct AddrTraits<IpAddr> {
+  static constexpr int kBits = 32;
+  static constexpr const char* kPrefixWord = "IPv4 prefix";
+  static constexpr const char* kWithMaskWord = "IPv4 address with mask";
+};
+template <>
+struct AddrTraits<Ip6Addr> {
+  static constexpr int kBits = 128;
+  static constexpr const char* kPrefixWord = "IPv6 prefix";
+  static constexpr const char* kWithMaskWord = "IPv6 address with mask";
+};
+
+// A network of one family: the address with its host bits cleared, and a mask length.
+//
+//   Plexa::Prefix p = Plexa::Prefix::fromString("10.1.0.0/16");
+//   p.contains(Plexa::IpAddr::fromString("10.1.2.3"));          // true
+//   Plexa::Prefix(Plexa::IpAddr::fromString("10.1.2.3"), 16);    // 10.1.0.0/16: bits cleared
+//   Plexa::Ip6Prefix::fromString("2001:db8::/32").stringValue(); // "2001:db8::/32"
+//   Plexa::Prefix().isNullPrefix();                               // "no prefix", written ""
+template <class Addr>
+class BasicPrefix {
  public:
-  static constexpr std::size_t kMaxTextLen = IpAddr::kMaxTextLen + 3;
+  static constexpr int kMaxLen = AddrTraits<Addr>::kBits;
+  static constexpr std::size_t kMaxTextLen = Addr::kMaxTextLen + (kMaxLen >= 100 ? 4 : 3);
 
   // The null prefix: address 0, mask length -1. It stands for "no prefix" and writes as "".
-  constexpr Prefix() = default;
-  // Host bits beyond `len` are cleared. A length outside 0..32 is a range error.
-  Prefix(IpAddr addr, int len);
+  constexpr BasicPrefix() = default;
+  // Host bits beyond `len` are cleared. A length outside 0..kMaxLen is a range error.
+  BasicPrefix(const Addr& addr, int len);
 
-  static bool parse(std::string_view text, Prefix& out);
-  static Prefix fromString(std::string_view text);
-  static constexpr Prefix nullPrefix() { return Prefix(); }
+  // "" parses as the null prefix; host bits set are cleared.
+  static bool parse(std::string_view text, BasicPrefix& out);
+  static BasicPrefix fromString(std::string_view text);
+  static constexpr BasicPrefix nullPrefix() { return BasicPrefix(); }
 
   constexpr bool isNullPrefix() const { return len_ < 0; }
-  constexpr IpAddr address() const { return addr_; }
+  constexpr const Addr& address() const { return addr_; }
   constexpr int len() const { return len_; }
-  bool contains(IpAddr a) const { return !isNullPrefix() && a.masked(len_) == addr_; }
-  bool contains(const Prefix& p) const {
+  bool contains(const Addr& a) const { return !isNullPrefix() && a.masked(len_) == addr_; }
+  bool contains(const BasicPrefix& p) const {
     return !isNullPrefix() && p.len_ >= len_ && p.addr_.masked(len_) == addr_;
   }
 
   char* write(char* out) const;
   std::string stringValue() const;
 
-  friend constexpr auto operator<=>(const Prefix&, const Prefix&) = default;
+  // Address first, then mask length: 10.0.0.0/8 before 10.0.0.0/16 before 10.0.1.0/24.
+  friend auto operator<=>(const BasicPrefix&, const BasicPrefix&) = default;
 
  private:
-  IpAddr addr_;
+  Addr addr_;
   std::int16_t len_ = -1;
 };
 
-class Ip6Prefix {
- public:
-  static constexpr std::size_t kMaxTextLen = Ip6Addr::kMaxTextLen + 4;
-
-  Ip6Prefix() = default;
-  Ip6Prefix(const Ip6Addr& addr, int len);
-
-  static bool parse(std::string_view text, Ip6Prefix& out);
-  static Ip6Prefix fromString(std::string_view text);
-  static Ip6Prefix nullPrefix() { return Ip6Prefix(); }
-
-  bool isNullPrefix() const { return len_ < 0; }
-  const Ip6Addr& address() const { return addr_; }
-  int len() const { return len_; }
-  bool contains(const Ip6Addr& a) const { return !isNullPrefix() && a.masked(len_) == addr_; }
-  bool contains(const Ip6Prefix& p) const {
-    return !isNullPrefix() && p.len_ >= len_ && p.addr_.masked(len_) == addr_;
-  }
-
-  char* write(char* out) const;
-  std::string stringValue() const;
-
-  friend bool operator==(const Ip6Prefix&, const Ip6Prefix&) = default;
-  friend std::strong_ordering operator<=>(const Ip6Prefix& a, const Ip6Prefix& b) {
-    if (auto c = a.addr_ <=> b.addr_; c != 0) return c;
-    return a.len_ <=> b.len_;
-  }
-
- private:
-  Ip6Addr addr_;
-  std::int16_t len_ = -1;
-};
+using Prefix = BasicPrefix<IpAddr>;
+using Ip6Prefix = BasicPrefix<Ip6Addr>;
 
 // A prefix of either family; the null prefix has the unknown family.
 class IpGenPrefix {
@@ -106,54 +103,39 @@ class IpGenPrefix {
   std::int16_t len_ = -1;
 };
 
-// An interface address: the address with its host bits and a mask length 0..32.
-class IpAddrWithMask {
+// An interface address: the address with its host bits kept, and a mask length.
+//
+//   auto a = Plexa::IpAddrWithMask::fromString("10.1.1.7/24");
+//   a.stringValue();           // "10.1.1.7/24"
+//   a.subnet().stringValue();  // "10.1.1.0/24", the subnet it lies in
+template <class Addr>
+class BasicAddrWithMask {
  public:
-  constexpr IpAddrWithMask() = default;
-  IpAddrWithMask(IpAddr addr, int len);
+  static constexpr int kMaxLen = AddrTraits<Addr>::kBits;
 
-  static bool parse(std::string_view text, IpAddrWithMask& out);
-  static IpAddrWithMask fromString(std::string_view text);
+  constexpr BasicAddrWithMask() = default;
+  BasicAddrWithMask(const Addr& addr, int len);
 
-  constexpr IpAddr address() const { return addr_; }
+  static bool parse(std::string_view text, BasicAddrWithMask& out);
+  static BasicAddrWithMask fromString(std::string_view text);
+
+  constexpr const Addr& address() const { return addr_; }
   constexpr int len() const { return len_; }
-  Prefix subnet() const { return Prefix(addr_, len_); }
+  BasicPrefix<Addr> subnet() const { return BasicPrefix<Addr>(addr_, len_); }
 
   char* write(char* out) const;
   std::string stringValue() const;
 
-  friend constexpr auto operator<=>(const IpAddrWithMask&, const IpAddrWithMask&) = default;
+  // Address first, then mask length: 10.0.0.0/8 before 10.0.0.0/16 before 10.0.1.0/24.
+  friend auto operator<=>(const BasicAddrWithMask&, const BasicAddrWithMask&) = default;
 
  private:
-  IpAddr addr_;
+  Addr addr_;
   std::uint8_t len_ = 0;
 };
 
-class Ip6AddrWithMask {
- public:
-  Ip6AddrWithMask() = default;
-  Ip6AddrWithMask(const Ip6Addr& addr, int len);
-
-  static bool parse(std::string_view text, Ip6AddrWithMask& out);
-  static Ip6AddrWithMask fromString(std::string_view text);
-
-  const Ip6Addr& address() const { return addr_; }
-  int len() const { return len_; }
-  Ip6Prefix subnet() const { return Ip6Prefix(addr_, len_); }
-
-  char* write(char* out) const;
-  std::string stringValue() const;
-
-  friend bool operator==(const Ip6AddrWithMask&, const Ip6AddrWithMask&) = default;
-  friend std::strong_ordering operator<=>(const Ip6AddrWithMask& a, const Ip6AddrWithMask& b) {
-    if (auto c = a.addr_ <=> b.addr_; c != 0) return c;
-    return a.len_ <=> b.len_;
-  }
-
- private:
-  Ip6Addr addr_;
-  std::uint8_t len_ = 0;
-};
+using IpAddrWithMask = BasicAddrWithMask<IpAddr>;
+using Ip6AddrWithMask = BasicAddrWithMask<Ip6Addr>;
 
 }  // namespace Plexa
 
