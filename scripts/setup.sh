@@ -4,19 +4,23 @@
 
 ROVA_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
-# Debian packages the build and the tests need.
+# Debian packages the program needs to build.
 ROVA_PACKAGES=(
   cmake ninja-build g++ pkg-config
   libboost-dev libsimdjson-dev libedit-dev
-  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
-  python3 tmux libabsl-dev time
+)
+# What the tests and benchmarks need beyond that.
+ROVA_TEST_PACKAGES=(
+  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libabsl-dev
+  python3 tmux time
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }
 
+# rova_ensure_packages PACKAGE...: installs those of the packages that are missing.
 rova_ensure_packages() {
   local missing=() p
-  for p in "${ROVA_PACKAGES[@]}"; do
+  for p in "$@"; do
     if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
       missing+=("$p")
     fi
@@ -41,26 +45,42 @@ rova_ensure_packages() {
   rm -f "$log"
 }
 
-# rova_build DIR BUILD_TYPE [extra cmake args...]: configure once, then let ninja decide
-# what is stale. Output is shown only when something fails.
+# rova_build DIR BUILD_TYPE TARGET [extra cmake args...]: configures DIR when it is new (and,
+# with ROVA_RECONFIGURE=1, when the arguments differ from its last configuration), then lets
+# ninja decide what is stale.
+# TARGET "all" builds everything. Two runs never build one folder at once: the second waits.
+# Output is shown only when something fails.
 rova_build() {
-  local dir="$1" type="$2"
-  shift 2
-  local log
+  local dir="$1" type="$2" target="$3"
+  shift 3
+  mkdir -p "$dir"
+  local lock="$dir/.rova-build.lock"
+  exec {ROVA_LOCK_FD}>"$lock"
+  if ! flock -n "$ROVA_LOCK_FD"; then
+    rova_log "rova: waiting for another build in $dir ..."
+    flock "$ROVA_LOCK_FD"
+  fi
+  local log status=0
   log="$(mktemp)"
-  if [ ! -f "$dir/build.ninja" ]; then
-    if ! cmake -S "$ROVA_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" "$@" >"$log" 2>&1; then
+  local args="$type $*"
+  if [ ! -f "$dir/build.ninja" ] || { [ "${ROVA_RECONFIGURE:-0}" = 1 ] &&
+       [ "$(cat "$dir/.rova-configured" 2>/dev/null)" != "$args" ]; }; then
+    [ -f "$dir/build.ninja" ] || rova_log "rova: first build in $dir (a few minutes on two cores) ..."
+    if cmake -S "$ROVA_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" "$@" >"$log" 2>&1; then
+      printf '%s' "$args" >"$dir/.rova-configured"
+    else
       cat "$log" >&2
-      rm -f "$log"
       rova_log "rova: configuration failed"
-      return 1
+      status=1
     fi
   fi
-  if ! cmake --build "$dir" -- -j"$(nproc)" >"$log" 2>&1; then
+  if [ $status -eq 0 ] && ! cmake --build "$dir" --target "$target" -- -j"$(nproc)" >"$log" 2>&1; then
     grep -v '^\[' "$log" | head -200 >&2
-    rm -f "$log"
     rova_log "rova: build failed"
-    return 1
+    status=1
   fi
   rm -f "$log"
+  flock -u "$ROVA_LOCK_FD"
+  exec {ROVA_LOCK_FD}>&-
+  return $status
 }
