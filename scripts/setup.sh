@@ -10,6 +10,7 @@ ROVA_PACKAGES=(
   libboost-dev libsimdjson-dev libedit-dev
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
   python3 tmux libabsl-dev time
+  libmnl-dev iproute2
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }
