@@ -121,7 +121,8 @@ class LiveBuilder : public ::testing::Test {
       for (const auto& v : fec.via) {
         std::string s = v.hop.isZero() ? "-" : v.hop.stringValue();
         s += " " + v.intfId.stringValue() + " " + std::to_string(v.weight);
-        if (v.labelValue != Plexa::MplsLabel::kNoLabel) s += " label " + std::to_string(v.labelValue);
+        if (v.labelValue != Plexa::MplsLabel::kNoLabel)
+          s += " label " + std::to_string(v.labelValue);
         if (v.tunnelIdValue != 0) s += " tunnel " + std::to_string(v.tunnelIdValue);
         out.push_back(s);
       }
@@ -162,9 +163,9 @@ TEST_F(LiveBuilder, LinksAreInterfacesAndVrfDevicesAreVrfsWithTheirMembers) {
   EXPECT_TRUE(status->intfStatus(Plexa::IntfId("eth1"))->operUp());
   EXPECT_FALSE(status->intfStatus(Plexa::IntfId("eth2"))->operUp());
   EXPECT_TRUE(intf("eth2")->enabled());
-  for (const char* leaf : {p::kRoutingConfig, p::kRouting6Config, p::kFibRoute, p::kFibFec,
-                           p::kFib6Route, p::kFib6Fec, p::kHwVrfStatus, p::kKernelUnprogrammed,
-                           p::kKernelUnprogrammed6}) {
+  for (const char* leaf :
+       {p::kRoutingConfig, p::kRouting6Config, p::kFibRoute, p::kFibFec, p::kFib6Route, p::kFib6Fec,
+        p::kHwVrfStatus, p::kKernelUnprogrammed, p::kKernelUnprogrammed6}) {
     EXPECT_TRUE(em->entities().count(p::vrfPath("red", leaf))) << leaf;
   }
 }
