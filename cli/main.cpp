@@ -18,13 +18,13 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: rova [--state FILE | --live] [--trace] [COMMAND...]\n"
+    "usage: rova [--state FILE] [--live] [--trace] [COMMAND...]\n"
     "\n"
     "Runs one command, for example 'rova show ip route vrf red json', or an interactive\n"
     "shell when no command is given.\n"
     "\n"
     "  --state FILE  the device state to show (default: the built-in example)\n"
-    "  --live        the routing state of this machine's kernel (Linux), read now\n"
+    "  --live        the routing state of this machine's Linux kernel, read now\n"
     "  --trace       write maintainers' trace messages to stderr\n"
     "  --help        show this text\n";
 

@@ -267,25 +267,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, LiveGolden, testing::ValuesIn(readCases()),
                            return n;
                          });
 
-// ---- what the JSON says of each route, and the shell ----
-
-TEST(Live, TheJsonListingHasEveryRouteTheKernelTableHas) {
-  Namespace ns("json");
-  if (ns.ready()) makeDevice(ns);
-  if (!ns.ready()) GTEST_SKIP() << ns.error();
-  const auto r = ns.rova({"show", "ip", "route", "json"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  const auto routes = nlohmann::json::parse(r.out)["routes"];
-  EXPECT_FALSE(nlohmann::json::parse(r.out)["routingDisabled"].get<bool>());
-  // The lower metric of two routes of one prefix; the table no VRF reads is not there.
-  EXPECT_EQ(routes["10.3.0.0/16"]["metric"], 5);
-  EXPECT_EQ(routes["10.3.0.0/16"]["vias"][0]["nexthopAddr"], "10.0.2.2");
-  EXPECT_FALSE(routes.contains("192.0.2.0/24"));
-  for (const char* drop : {"10.4.0.0/16", "10.5.0.0/16", "10.6.0.0/16"}) {
-    EXPECT_EQ(routes[drop]["routeAction"], "drop") << drop;
-  }
-  EXPECT_EQ(routes["10.20.0.0/16"]["vias"].size(), 2u);
-}
+// ---- the shell ----
 
 TEST(Live, TheShellRefusesConfigurationAndGoesOn) {
   Namespace ns("shell");
