@@ -368,6 +368,7 @@ class Session {
       const ssize_t n = mnl_socket_recvfrom(nl_, buffer_.data(), buffer_.size());
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) fail("cannot read " + what + " from the kernel");
+      if (n == 0) throw LiveError("the kernel's answer with " + what + " ended early");
       // libmnl takes the table without const, and reads it only.
       static mnl_cb_t control[NLMSG_MIN_TYPE] = {
           nullptr, noop, error, done, noop,

@@ -345,11 +345,12 @@ TEST(Live, MplsEncapsulationPushesItsLabels) {
 
 // ---- when the kernel cannot be read ----
 
+#if defined(__x86_64__) || defined(__aarch64__)
 // Makes socket(AF_NETLINK, ...) fail with EPERM, as a sandbox that denies netlink does.
 void denyNetlink() {
 #if defined(__x86_64__)
   constexpr std::uint32_t arch = AUDIT_ARCH_X86_64;
-#elif defined(__aarch64__)
+#else
   constexpr std::uint32_t arch = AUDIT_ARCH_AARCH64;
 #endif
   sock_filter filter[] = {
@@ -370,9 +371,6 @@ void denyNetlink() {
 }
 
 TEST(Live, WithoutNetlinkTheStateCannotBeRead) {
-#if !defined(__x86_64__) && !defined(__aarch64__)
-  GTEST_SKIP() << "the netlink filter is written for x86-64 and AArch64";
-#endif
   const auto r =
       clitest::runProgram(ROVA_PROGRAM, {"--live", "show", "ip", "route"}, "", denyNetlink);
   ASSERT_NE(r.status, 125) << "the system refused the seccomp filter";
@@ -381,6 +379,7 @@ TEST(Live, WithoutNetlinkTheStateCannotBeRead) {
             "% Cannot read live state: cannot open a netlink socket: Operation not permitted\n");
   EXPECT_EQ(r.out, "");
 }
+#endif
 
 TEST(Live, LiveAndStateExcludeEachOther) {
   const auto r =
