@@ -343,7 +343,6 @@ struct LiveBuilder::Impl {
   bool offloading = false;
   // Scratch for one route's next hops, kept across routes.
   std::vector<Hop> hops;
-  k::Nexthop blackholeHop;
 
   Plexa::IntfId null0{"Null0"};
   Plexa::IntfId cpu{"Cpu"};
