@@ -14,6 +14,11 @@ namespace {
 
 Mox::TraceHandle traceHandle("cli");
 
+CommandGate& gate() {
+  static CommandGate g;
+  return g;
+}
+
 // A write that fails (a closed pipe, a full disk) ends the text quietly: there is nowhere
 // left to report it.
 void writeAll(int fd, std::string_view text) {
@@ -57,7 +62,14 @@ int runAction(const Match& match, const Context& context) {
   }
 }
 
+void commandGateIs(CommandGate g) {
+  gate() = std::move(g);
+}
+
 int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context) {
+  if (gate()) {
+    if (const int status = gate()(words, context); status >= 0) return status;
+  }
   MatchResult result = grammar.match(words);
   if (!result.match) {
     context.error(result.error);

@@ -3,6 +3,7 @@
 // every way it can fail into the message and exit status the user sees. The one-shot program
 // and the shell both go through runCommand, so a command behaves the same in either.
 
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -35,8 +36,14 @@ struct Context {
 // "% <what>" and 1.
 int runAction(const Match& match, const Context& context);
 
-// Matches `words` and runs the action; a line that does not match prints the grammar's
-// message and returns kStatusUsage.
+// A check every command line passes before it is matched, in one-shot mode and in the shell:
+// it returns -1 to let the line run, or the status to end it with after reporting on
+// context.err. The program sets it once, before the first command (rova --live does).
+using CommandGate = std::function<int(std::span<const std::string> words, const Context&)>;
+void commandGateIs(CommandGate gate);
+
+// Passes the gate, matches `words` and runs the action; a line that does not match prints the
+// grammar's message and returns kStatusUsage.
 int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context);
 
 // Splits a typed line at blanks (spaces, tabs, a trailing newline).

@@ -5,6 +5,7 @@
 #include "platform/plexa/IntfId.h"
 #include "platform/state/Interface.h"
 #include "snapshot/DeviceInfo.h"
+#include "snapshot/Live.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"
 
@@ -19,8 +20,18 @@ DeviceState& DeviceState::instance() {
 
 void DeviceState::load(const std::string& path) {
   auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
+  use(std::move(em), path.empty() ? "built-in example" : path);
+  live_ = false;
+}
+
+void DeviceState::loadLive() {
+  use(Snapshot::readLive(), "live");
+  live_ = true;
+}
+
+void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
   em_ = std::move(em);
-  source_ = path.empty() ? "built-in example" : path;
+  source_ = std::move(source);
   // Value texts name state entities by path ("Ptr('Ip::Config', 'ip/config')"): they read
   // back as the entities of this state.
   Mox::ptrResolverIs([this](std::string_view type, std::string_view at) -> Mox::Ptr<Mox::Entity> {

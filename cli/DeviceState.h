@@ -1,6 +1,7 @@
 #pragma once
-// The device state the front end shows: loaded once (from --state or the built-in example)
-// and handed to the library as registry values, entity by entity, from its state paths.
+// The device state the front end shows: loaded once (from --state, the built-in example, or
+// the running kernel with --live) and handed to the library as registry values, entity by entity,
+// from its state paths.
 
 #include <string>
 #include <string_view>
@@ -19,6 +20,10 @@ class DeviceState {
   // Loads a snapshot file, or the built-in example when `path` is empty. Throws
   // Snapshot::LoadError; the state in use does not change then.
   void load(const std::string& path);
+  // Reads the routing state of the kernel this process runs on. Throws Snapshot::LiveError.
+  void loadLive();
+  // The state is the kernel's own: there is no configuration to change.
+  bool live() const { return live_; }
 
   const Statum::EntityManager& entities() const { return *em_; }
   const std::string& source() const { return source_; }
@@ -38,6 +43,9 @@ class DeviceState {
  private:
   Mox::Ptr<Statum::EntityManager> em_;
   std::string source_;
+  bool live_ = false;
+
+  void use(Mox::Ptr<Statum::EntityManager> em, std::string source);
 };
 
 }  // namespace cli

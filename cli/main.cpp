@@ -11,23 +11,26 @@
 #include "cli/Command.h"
 #include "cli/Commands.h"
 #include "cli/Grammar.h"
+#include "cli/LiveMode.h"
 #include "cli/Shell.h"
 #include "platform/mox/Trace.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: rova [--state FILE] [--trace] [COMMAND...]\n"
+    "usage: rova [--state FILE] [--live] [--trace] [COMMAND...]\n"
     "\n"
     "Runs one command, for example 'rova show ip route vrf red json', or an interactive\n"
     "shell when no command is given.\n"
     "\n"
     "  --state FILE  the device state to show (default: the built-in example)\n"
+    "  --live        the routing state of this machine's Linux kernel, read now\n"
     "  --trace       write maintainers' trace messages to stderr\n"
     "  --help        show this text\n";
 
 struct Options {
   std::string statePath;
+  bool live = false;
   std::vector<std::string> command;
 };
 
@@ -48,6 +51,8 @@ int parseOptions(int argc, char** argv, Options& options) {
     }
     if (arg == "--trace") {
       Mox::TraceHandle::levelIs(std::numeric_limits<int>::max());
+    } else if (arg == "--live") {
+      options.live = true;
     } else if (arg == "--state" && i + 1 < argc) {
       options.statePath = argv[++i];
     } else if (arg.substr(0, 8) == "--state=") {
@@ -57,6 +62,10 @@ int parseOptions(int argc, char** argv, Options& options) {
                    arg == "--state" ? "missing file after" : "unknown option", argv[i], kUsage);
       return cli::kStatusUsage;
     }
+  }
+  if (options.live && !options.statePath.empty()) {
+    std::fprintf(stderr, "rova: --live and --state name two states; give one\n%s", kUsage);
+    return cli::kStatusUsage;
   }
   options.command.assign(argv + i, argv + argc);
   return -1;
@@ -73,9 +82,9 @@ int main(int argc, char** argv) {
     cli::Grammar grammar;
     cli::addCommands(grammar);
     cli::Context context;
-    if (int status = cli::loadState(options.statePath, context); status != cli::kStatusOk) {
-      return status;
-    }
+    const int loaded = options.live ? cli::startLiveMode(grammar, context)
+                                    : cli::loadState(options.statePath, context);
+    if (loaded != cli::kStatusOk) return loaded;
     if (options.command.empty()) return cli::Shell(grammar, context).run();
     return cli::runCommand(grammar, options.command, context);
   } catch (const std::exception& e) {

@@ -8,11 +8,12 @@ ROVA_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 ROVA_PACKAGES=(
   cmake ninja-build g++ pkg-config
   libboost-dev libsimdjson-dev libedit-dev
+  libmnl-dev
 )
-# What the tests and benchmarks need beyond that.
+# What the tests and benchmarks need beyond that (iproute2: the live tests' namespaces).
 ROVA_TEST_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libabsl-dev
-  python3 tmux time
+  python3 tmux time iproute2
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }

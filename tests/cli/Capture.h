@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,9 +45,11 @@ Captured capture(Body&& body) {
 }
 
 // Runs `program` with `args`, feeding it `input` on standard input. Its standard error must
-// fit a pipe's buffer (it is read after standard output).
+// fit a pipe's buffer (it is read after standard output). `inChild` runs in the child just
+// before the program starts, to restrict what it may do.
 inline Captured runProgram(const char* program, std::vector<std::string> args,
-                           const std::string& input = "") {
+                           const std::string& input = "",
+                           const std::function<void()>& inChild = {}) {
   int in[2], out[2], err[2];
   if (::pipe(in) != 0 || ::pipe(out) != 0 || ::pipe(err) != 0) return {};
   const pid_t pid = ::fork();
@@ -60,6 +63,7 @@ inline Captured runProgram(const char* program, std::vector<std::string> args,
     for (std::string& a : args)
       argv.push_back(a.data());
     argv.push_back(nullptr);
+    if (inChild) inChild();
     ::execv(program, argv.data());
     ::_exit(127);
   }

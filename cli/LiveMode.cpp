@@ -1,0 +1,57 @@
+#include "cli/LiveMode.h"
+
+#include <algorithm>
+#include <exception>
+#include <string_view>
+
+#include "cli/DeviceState.h"
+
+namespace cli {
+
+namespace {
+
+// The first words of the commands that change configuration or state, whether or not this
+// build has them: in live mode each is refused by name rather than met with "% Invalid input".
+constexpr std::string_view kConfigurationWords[] = {
+    "clear", "configure", "interface", "ip", "ipv6", "no", "router", "vrf", "write",
+};
+
+bool isConfigurationWord(std::string_view w) {
+  return std::find(std::begin(kConfigurationWords), std::end(kConfigurationWords), w) !=
+         std::end(kConfigurationWords);
+}
+
+}  // namespace
+
+int refuseConfiguration(const Grammar& grammar, std::span<const std::string> words,
+                        const Context& context) {
+  if (words.empty()) return -1;
+  const std::string_view first = words[0];
+  const bool configuration =
+      std::any_of(std::begin(kConfigurationWords), std::end(kConfigurationWords),
+                  [&](std::string_view w) { return w.substr(0, first.size()) == first; });
+  if (!configuration) return -1;
+  // "c" may still be "check": only a word that begins no other command is refused here.
+  for (const Candidate& c : grammar.complete({}, first).candidates) {
+    if (c.kind == Candidate::Kind::keyword && !isConfigurationWord(c.text)) return -1;
+  }
+  context.error(
+      "% Configuration is refused in live mode: rova shows the kernel's routing state "
+      "and does not program the kernel");
+  return kStatusFailed;
+}
+
+int startLiveMode(const Grammar& grammar, const Context& context) {
+  try {
+    DeviceState::instance().loadLive();
+  } catch (const std::exception& e) {
+    context.error(std::string("% Cannot read live state: ") + e.what());
+    return kStatusUsage;
+  }
+  commandGateIs([&grammar](std::span<const std::string> words, const Context& c) {
+    return refuseConfiguration(grammar, words, c);
+  });
+  return kStatusOk;
+}
+
+}  // namespace cli

@@ -1,0 +1,24 @@
+#pragma once
+// rova --live: the running kernel's routing state instead of a snapshot. Every show and check
+// command works on it unchanged; configuration is refused, since rova does not program the
+// kernel.
+
+#include <span>
+#include <string>
+
+#include "cli/Command.h"
+#include "cli/Grammar.h"
+
+namespace cli {
+
+// Reads the kernel's state into the device state and sets the gate that refuses
+// configuration. Returns kStatusOk, or kStatusUsage after "% Cannot read live state: ..." on
+// context.err.
+int startLiveMode(const Grammar& grammar, const Context& context);
+
+// The gate: a line whose first word is (a beginning of) a configuration command and of no
+// other command is refused with kStatusFailed; -1 lets every other line run.
+int refuseConfiguration(const Grammar& grammar, std::span<const std::string> words,
+                        const Context& context);
+
+}  // namespace cli

@@ -1,0 +1,40 @@
+#pragma once
+// The live source: the routing state of the Linux kernel this process runs on (in its network
+// namespace), read through netlink into the tables a state snapshot fills. docs/live.md
+// describes the mapping.
+//
+// A read is all-or-nothing like a snapshot load: the kernel's answers are read whole or not
+// at all, and a dump that a change interrupted is read again, a bounded number of times.
+
+#include <functional>
+#include <string>
+
+#include "platform/mox/Exception.h"
+#include "platform/mox/Ptr.h"
+#include "platform/statum/EntityManager.h"
+#include "snapshot/LiveBuilder.h"
+
+namespace Snapshot {
+
+// The kernel could not be read: no netlink here (not Linux), no rights, or a state that kept
+// changing. what() says which.
+class LiveError : public Mox::Exception {
+ public:
+  using Mox::Exception::Exception;
+};
+
+// How many times a read is tried before a state that keeps changing is reported.
+inline constexpr int kLiveReadAttempts = 5;
+
+// Reads the kernel's state. Throws LiveError.
+Mox::Ptr<Statum::EntityManager> readLive();
+
+// One read of all the kernel's dumps into a builder. Returns the name of the dump a change
+// interrupted ("the routes of table 254"), or "" when every dump was read whole.
+using LiveRead = std::function<std::string(LiveBuilder&)>;
+
+// Runs `read` with a fresh builder until one read is whole, at most `attempts` times, and
+// returns what that read built; the last interruption is reported as a LiveError.
+Mox::Ptr<Statum::EntityManager> readConsistently(const LiveRead& read, int attempts);
+
+}  // namespace Snapshot

@@ -1,0 +1,858 @@
+// The live source's mapping: kernel records in, the snapshot's tables out. A full table goes
+// through route() a million times, so the per-route path does no allocation of its own: next
+// hops become FECs through an interning map keyed by their bytes, and routes that share next
+// hops (or a nexthop object) share one FEC, as the forwarding agent's FECs are shared.
+
+#include "snapshot/LiveBuilder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <string_view>
+#include <type_traits>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "platform/brine/Fib.h"
+#include "platform/brine/Neighbor.h"
+#include "platform/brine/Tables.h"
+#include "platform/brine/Tunnel.h"
+#include "platform/mox/Dir.h"
+#include "platform/plexa/EthAddr.h"
+#include "platform/plexa/VrfName.h"
+#include "platform/state/Interface.h"
+#include "platform/state/Ip.h"
+#include "platform/state/Routing.h"
+#include "snapshot/DeviceInfo.h"
+#include "snapshot/StatePaths.h"
+
+namespace Snapshot {
+
+namespace {
+
+using Mox::makePtr;
+using Mox::Ptr;
+namespace k = kernel;
+
+// ---- the two families ----
+
+struct V4 {
+  using Addr = Plexa::IpAddr;
+  using Prefix = Plexa::Prefix;
+  using RouteType = Routing::Fib::RouteType;
+  using Route = Brine::Fib::Route;
+  using Fec = Brine::Fib::Fec;
+  using Via = Brine::Fib::Via;
+  using RouteStatus = Brine::Fib::RouteStatus;
+  using ForwardingStatus = Brine::Fib::ForwardingStatus;
+  static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv4;
+  static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ipAdj;
+  static Addr addr(const Plexa::IpGenAddr& a) { return a.v4Addr(); }
+};
+
+struct V6 {
+  using Addr = Plexa::Ip6Addr;
+  using Prefix = Plexa::Ip6Prefix;
+  using RouteType = Routing6::Fib::RouteType;
+  using Route = Brine::Fib6::Route;
+  using Fec = Brine::Fib6::Fec;
+  using Via = Brine::Fib6::Via;
+  using RouteStatus = Brine::Fib6::RouteStatus;
+  using ForwardingStatus = Brine::Fib6::ForwardingStatus;
+  static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv6;
+  // IPv6 FECs carry the IPv6 adjacency type, so that an IPv4 route over IPv6 next hops can
+  // name one and the listing looks it up in the IPv6 table.
+  static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ip6Adj;
+  static Addr addr(const Plexa::IpGenAddr& a) { return a.v6Addr(); }
+};
+
+// The route type a kernel route shows as; false for routes a router's table does not hold
+// (multicast, throw).
+template <class Fam>
+bool routeTypeOf(const k::Route& r, bool hasGateway, typename Fam::RouteType& out) {
+  using T = typename Fam::RouteType;
+  constexpr bool v4 = std::is_same_v<Fam, V4>;
+  switch (r.type) {
+    case k::rtn::local:
+    case k::rtn::anycast:
+      out = T::receive;
+      return true;
+    case k::rtn::broadcast:
+      if constexpr (v4) {
+        out = T::broadcast;
+        return true;
+      }
+      return false;
+    case k::rtn::blackhole:
+    case k::rtn::unreachable:
+    case k::rtn::prohibit:
+      out = T::dropRoute;
+      return true;
+    case k::rtn::unicast:
+      break;
+    default:
+      return false;
+  }
+  switch (r.protocol) {
+    case k::proto::kernel:
+      // The kernel's own prefix routes of its addresses have no gateway.
+      out = hasGateway ? T::kernel : T::connected;
+      break;
+    case k::proto::staticRoute:
+    case k::proto::zstatic:
+      out = T::staticConfig;
+      break;
+    case k::proto::dhcp:
+      out = T::dhcp;
+      break;
+    case k::proto::bgp:
+      // The kernel keeps no peer type; see docs/live.md.
+      if constexpr (v4) {
+        out = T::eBgp;
+      } else {
+        out = T::bgp;
+      }
+      break;
+    case k::proto::ospf:
+      if constexpr (v4) {
+        out = T::ospfIntraArea;
+      } else {
+        out = T::ospf3;
+      }
+      break;
+    case k::proto::isis:
+      out = T::isisLevel2;
+      break;
+    case k::proto::rip:
+    case k::proto::ripng:
+      out = T::rip;
+      break;
+    default:
+      // boot (ip route add), redirects, router advertisements and daemons without a type of
+      // their own: routes in the kernel that no routing protocol of ours installed.
+      out = T::kernel;
+      break;
+  }
+  return true;
+}
+
+// The protocols' usual administrative distances, as a snapshot defaults them: the kernel
+// keeps none.
+template <class Fam>
+std::uint8_t usualDistance(typename Fam::RouteType t) {
+  using T = typename Fam::RouteType;
+  if (t == T::staticConfig || t == T::dropRoute || t == T::dhcp) return 1;
+  if (t == T::rip) return 120;
+  if (t == T::isisLevel2) return 115;
+  if constexpr (std::is_same_v<Fam, V4>) {
+    if (t == T::ospfIntraArea) return 110;
+    if (t == T::eBgp) return 200;
+  } else {
+    if (t == T::ospf3) return 110;
+    if (t == T::bgp) return 200;
+  }
+  return 0;
+}
+
+bool isForwarding(std::uint8_t kernelType) {
+  return kernelType == k::rtn::unicast;
+}
+
+// A next hop as a route uses it: the kernel's next hop and the weight it has in the route.
+struct Hop {
+  const k::Nexthop* nexthop;
+  std::uint16_t weight;
+};
+
+// ---- FECs ----
+
+// One FEC table of a VRF, with the map that finds a FEC by its vias.
+template <class Fam>
+class FecTable {
+ public:
+  FecTable() : fec_(std::make_unique<typename Fam::Fec>()) {}
+
+  Ptr<typename Fam::ForwardingStatus> table = makePtr<typename Fam::ForwardingStatus>();
+
+  // The scratch FEC that callers fill before intern().
+  typename Fam::Fec& scratch() {
+    fec_->fecId = {};
+    fec_->backupViaIndexValue = 0;
+    fec_->via.clear();
+    return *fec_;
+  }
+
+  // The FEC holding the scratch FEC's vias, made when there is none yet.
+  Brine::Fib::FecId intern() {
+    key_.clear();
+    for (const auto& via : fec_->via) {
+      append(via.hop);
+      append(via.intfId.value());
+      append(via.labelValue);
+      append(via.weight);
+      append(via.tunnelIdValue);
+    }
+    auto it = byVias_.find(std::string_view(key_));
+    if (it != byVias_.end()) return it->second;
+    const Brine::Fib::FecId id(Fam::kAdjType, next_++);
+    fec_->fecId = id;
+    table->recordIs(*fec_);
+    byVias_.emplace(key_, id);
+    return id;
+  }
+
+  // Reads a FEC's vias into the scratch FEC, after those already there.
+  void appendVias(Brine::Fib::FecId id) {
+    const auto record = std::make_unique<typename Fam::Fec>(table->lookup(id));
+    for (const auto& via : record->via) {
+      if (fec_->via.size() >= Fam::Fec::kMaxVias) break;
+      if (std::find(fec_->via.begin(), fec_->via.end(), via) == fec_->via.end())
+        fec_->via.push(via);
+    }
+  }
+
+ private:
+  template <class T>
+  void append(const T& v) {
+    if constexpr (std::is_same_v<T, Plexa::Ip6Addr>) {
+      key_.append(reinterpret_cast<const char*>(v.bytes().data()), 16);
+    } else if constexpr (std::is_same_v<T, Plexa::IpAddr>) {
+      append(v.value());
+    } else {
+      char bytes[sizeof(T)];
+      std::memcpy(bytes, &v, sizeof(T));
+      key_.append(bytes, sizeof(T));
+    }
+  }
+
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view s) const noexcept {
+      return std::hash<std::string_view>()(s);
+    }
+  };
+  struct Equal {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
+  };
+
+  std::unique_ptr<typename Fam::Fec> fec_;
+  std::string key_;
+  std::unordered_map<std::string, Brine::Fib::FecId, Hash, Equal> byVias_;
+  std::uint64_t next_ = 1;
+};
+
+// ---- VRFs ----
+
+template <class Fam>
+struct RouteTable {
+  Ptr<typename Fam::RouteStatus> table = makePtr<typename Fam::RouteStatus>();
+  // The rank of the kernel table each route came from, for every route but the bulk table's
+  // (main, or a VRF's own): the few others need not cost a million-entry map.
+  std::unordered_map<typename Fam::Prefix, std::uint8_t> rankOf;
+  // Routes without an offload flag, and flagged routes that replaced one of those: whether
+  // the former count as held by the hardware is known only at the end.
+  std::vector<typename Fam::Prefix> unflagged;
+  std::unordered_set<typename Fam::Prefix> flaggedLater;
+};
+
+struct VrfState {
+  std::string name;
+  std::uint32_t id = 0;
+  // The kernel tables of this VRF, best first: a route of a later table is used only when no
+  // earlier one has its prefix, as the kernel's rules consult them.
+  std::vector<std::uint32_t> tables;
+  std::size_t bulkRank = 0;
+
+  Ptr<Routing::ConfigGen> config4 = makePtr<Routing::ConfigGen>();
+  Ptr<Routing::ConfigGen> config6 = makePtr<Routing::ConfigGen>();
+  RouteTable<V4> routes4;
+  RouteTable<V6> routes6;
+  FecTable<V4> fecs4;
+  FecTable<V6> fecs6;
+  Ptr<Routing::Hardware::VrfStatus> hw = makePtr<Routing::Hardware::VrfStatus>();
+  using Unprogrammed = Brine::KernelUnprogrammedRoute::UnprogrammedRoute;
+  Ptr<Unprogrammed> kernel4 = makePtr<Unprogrammed>();
+  Ptr<Unprogrammed> kernel6 = makePtr<Unprogrammed>();
+  // The FEC of each nexthop object the VRF's routes use.
+  std::unordered_map<std::uint32_t, Brine::Fib::FecId> fecOfNexthop4, fecOfNexthop6;
+
+  template <class Fam>
+  RouteTable<Fam>& routes() {
+    if constexpr (std::is_same_v<Fam, V4>) {
+      return routes4;
+    } else {
+      return routes6;
+    }
+  }
+  template <class Fam>
+  FecTable<Fam>& fecs() {
+    if constexpr (std::is_same_v<Fam, V4>) {
+      return fecs4;
+    } else {
+      return fecs6;
+    }
+  }
+};
+
+struct LinkState {
+  k::Link link;
+  Plexa::IntfId id;
+  VrfState* vrf = nullptr;
+  Ptr<Ip::IpIntfConfig> ip;
+  Ptr<Ip6::IntfConfig> ip6;
+};
+
+// A VRF name the snapshot format can hold, which the default VRF's does not already take.
+bool usableVrfName(const std::string& name) {
+  if (name.empty() || name.size() > L3::VrfName::kMaxBytes || name == L3::VrfName::kDefault)
+    return false;
+  return std::all_of(name.begin(), name.end(),
+                     [](char c) { return c > ' ' && c < 127 && c != '/'; });
+}
+
+}  // namespace
+
+struct LiveBuilder::Impl {
+  Ptr<DeviceInfo> device = makePtr<DeviceInfo>();
+  Ptr<Interface::AllIntfConfigDir> intfConfig = makePtr<Interface::AllIntfConfigDir>();
+  Ptr<Interface::AllIntfStatusDir> intfStatus = makePtr<Interface::AllIntfStatusDir>();
+  Ptr<Ip::Config> ipConfig = makePtr<Ip::Config>();
+  Ptr<Ip::Status> ipStatus = makePtr<Ip::Status>();
+  Ptr<Ip6::Config> ip6Config = makePtr<Ip6::Config>();
+  Ptr<Ip6::Status> ip6Status = makePtr<Ip6::Status>();
+  Ptr<Arp::Table::Status> arp = makePtr<Arp::Table::Status>();
+  Ptr<Vrf::VrfIdMap::Status> vrfIdMap = makePtr<Vrf::VrfIdMap::Status>();
+  Ptr<Tunnel::TunnelFib::MplsTunnelFib> tunnelFib = makePtr<Tunnel::TunnelFib::MplsTunnelFib>();
+  Ptr<Routing::NexthopGroup::Config> nhgConfig = makePtr<Routing::NexthopGroup::Config>();
+  Ptr<NexthopGroup::EntryStatus> nhgEntryStatus = makePtr<NexthopGroup::EntryStatus>();
+  Ptr<Routing::Hardware::NexthopGroupStatus> nhgHw =
+      makePtr<Routing::Hardware::NexthopGroupStatus>();
+
+  bool forwarding4 = true, forwarding6 = true;
+  std::map<std::uint32_t, LinkState> links;
+  bool settled = false;
+  std::map<std::string, std::unique_ptr<VrfState>> vrfs;
+  // Each kernel table's VRFs, with the table's rank in each.
+  std::unordered_map<std::uint32_t, std::vector<std::pair<VrfState*, std::uint8_t>>> tableVrfs;
+  std::map<std::uint32_t, k::NexthopObject> nexthops;
+  // Label stacks of more than one label ride a tunnel each: the FEC's via holds one label.
+  std::map<std::string, Tunnel::TunnelTable::TunnelId> tunnels;
+  // Whether anything said it is held by the hardware (or failed to be): only then does a
+  // route without the flag count as not programmed in hardware.
+  bool offloading = false;
+  // Scratch for one route's next hops, kept across routes.
+  std::vector<Hop> hops;
+
+  Plexa::IntfId null0{"Null0"};
+  Plexa::IntfId cpu{"Cpu"};
+
+  void settleLinks();
+  VrfState& addVrf(const std::string& name, std::uint32_t id, std::vector<std::uint32_t> tables,
+                   std::size_t bulkRank);
+  const LinkState* linkOf(std::uint32_t ifindex) const {
+    auto it = links.find(ifindex);
+    return it == links.end() ? nullptr : &it->second;
+  }
+  Plexa::IntfId intfOf(std::uint32_t ifindex) const {
+    const LinkState* l = linkOf(ifindex);
+    return l ? l->id : Plexa::IntfId();
+  }
+  void noteOffload(k::Offload o) {
+    if (o != k::Offload::none) offloading = true;
+  }
+
+  // Fills `hops` with a route's next hops; false when the route drops what it matches.
+  bool resolveHops(const k::Route& r);
+  template <class Fam>
+  void addVia(typename Fam::Fec& fec, const Hop& hop);
+  Tunnel::TunnelTable::TunnelId tunnelFor(const k::Nexthop& nh, Plexa::IntfId intf);
+  template <class Fam>
+  Brine::Fib::FecId internHops(VrfState& v);
+  template <class Fam>
+  Brine::Fib::FecId internIntf(VrfState& v, Plexa::IntfId intf);
+  template <class Fam>
+  void route(const k::Route& r);
+  template <class Fam>
+  void insert(VrfState& v, std::uint8_t rank, const typename Fam::Route& route,
+              bool offloadFlagged);
+  template <class Fam>
+  void markUnflagged(VrfState& v);
+  void publishNexthopGroups();
+  Mox::Ptr<Statum::EntityManager> mount();
+};
+
+LiveBuilder::LiveBuilder() : impl_(std::make_unique<Impl>()) {}
+LiveBuilder::~LiveBuilder() = default;
+
+void LiveBuilder::hostnameIs(const std::string& name) {
+  impl_->device->hostnameIs(name);
+}
+
+void LiveBuilder::forwardingIs(Plexa::AddressFamily family, bool on) {
+  (family == Plexa::AddressFamily::ipv6 ? impl_->forwarding6 : impl_->forwarding4) = on;
+}
+
+// ---- links and VRFs ----
+
+void LiveBuilder::link(const kernel::Link& link) {
+  LinkState& l = impl_->links[link.index];
+  l.link = link;
+  l.id = Plexa::IntfId(link.name);
+  impl_->settled = false;
+}
+
+VrfState& LiveBuilder::Impl::addVrf(const std::string& name, std::uint32_t id,
+                                    std::vector<std::uint32_t> tables, std::size_t bulkRank) {
+  auto state = std::make_unique<VrfState>();
+  VrfState& v = *state;
+  v.name = name;
+  v.id = id;
+  v.tables = std::move(tables);
+  v.bulkRank = bulkRank;
+  v.hw->vrfNameIs(L3::VrfName(name));
+  for (std::size_t rank = 0; rank < v.tables.size(); ++rank)
+    tableVrfs[v.tables[rank]].emplace_back(&v, std::uint8_t(rank));
+  vrfs.emplace(name, std::move(state));
+  return v;
+}
+
+void LiveBuilder::Impl::settleLinks() {
+  if (settled) return;
+  settled = true;
+  vrfs.clear();
+  tableVrfs.clear();
+  vrfIdMap->recordDelAll();
+  addVrf(L3::VrfName::kDefault, Vrf::VrfIdMap::kDefaultVrfId,
+         {k::kTableLocal, k::kTableMain, k::kTableDefault}, 1);
+  for (const auto& [index, l] : links) {
+    if (l.link.isVrf && l.link.vrfTable != 0 && usableVrfName(l.link.name))
+      addVrf(l.link.name, l.link.vrfTable, {l.link.vrfTable}, 0);
+  }
+  // VRF ids are the VRFs' table ids; two VRFs on one table (the kernel allows it unless in
+  // strict mode) share the id, which names the first of them.
+  for (const auto& [name, v] : vrfs) {
+    if (vrfIdMap->contains(v->id)) continue;
+    Vrf::VrfIdMap::Entry entry;
+    entry.vrfId = v->id;
+    entry.vrfNameIs(L3::VrfName(name));
+    vrfIdMap->recordIs(entry);
+  }
+  VrfState* def = vrfs.at(L3::VrfName::kDefault).get();
+  for (auto& [index, l] : links) {
+    // A VRF device is in its own VRF (its addresses are the VRF's); its members are in it.
+    l.vrf = def;
+    const std::uint32_t vrfLink = l.link.isVrf ? index : l.link.master;
+    if (const LinkState* m = linkOf(vrfLink); m && m->link.isVrf) {
+      if (auto it = vrfs.find(m->link.name); it != vrfs.end()) l.vrf = it->second.get();
+    }
+    auto config = makePtr<Interface::IntfConfig>(l.id);
+    config->descriptionIs(l.link.alias);
+    config->vrfIs(L3::VrfName(l.vrf->name));
+    config->enabledIs(l.link.adminUp);
+    intfConfig->intfConfigIs(l.id, config);
+    auto status = makePtr<Interface::IntfStatus>(l.id);
+    status->operUpIs(l.link.operUp);
+    intfStatus->intfStatusIs(l.id, status);
+  }
+}
+
+std::vector<std::uint32_t> LiveBuilder::routeTables() {
+  impl_->settleLinks();
+  std::vector<std::uint32_t> tables;
+  const auto add = [&](const VrfState& v) {
+    for (std::uint32_t t : v.tables) {
+      if (std::find(tables.begin(), tables.end(), t) == tables.end()) tables.push_back(t);
+    }
+  };
+  add(*impl_->vrfs.at(L3::VrfName::kDefault));
+  for (const auto& [name, v] : impl_->vrfs)
+    add(*v);
+  return tables;
+}
+
+// ---- addresses ----
+
+void LiveBuilder::address(const kernel::Address& a) {
+  Impl& m = *impl_;
+  m.settleLinks();
+  auto it = m.links.find(a.ifindex);
+  if (it == m.links.end()) return;
+  LinkState& l = it->second;
+  const L3::VrfName vrf(l.vrf->name);
+  if (a.address.isV4()) {
+    const Plexa::IpAddrWithMask am(a.address.v4Addr(), a.prefixLen);
+    auto status = m.ipStatus->ipIntfStatus(l.id);
+    if (!l.ip) {
+      // The kernel lists an interface's primary address first.
+      l.ip = makePtr<Ip::IpIntfConfig>();
+      l.ip->intfIdIs(l.id);
+      l.ip->vrfIs(vrf);
+      l.ip->addrWithMaskIs(am);
+      m.ipConfig->intfConfigIs(l.id, l.ip);
+      status = makePtr<Ip::IpIntfStatus>(l.id);
+      status->activeAddrWithMaskIs(am);
+      m.ipStatus->ipIntfStatusIs(l.id, status);
+    } else if (!(am == l.ip->addrWithMask()) && l.ip->secondaryWithMaskMutable().newEntry(am)) {
+      status->activeSecondaryWithMaskIs(am, true);
+    }
+  } else if (a.address.isV6()) {
+    const Plexa::Ip6AddrWithMask am(a.address.v6Addr(), a.prefixLen);
+    if (!l.ip6) {
+      l.ip6 = makePtr<Ip6::IntfConfig>();
+      l.ip6->intfIdIs(l.id);
+      l.ip6->vrfIs(vrf);
+      m.ip6Config->intfIs(l.id, l.ip6);
+      m.ip6Status->intfIs(l.id, makePtr<Ip6::IntfStatus>(l.id));
+    }
+    Ip6::AddressInfo info;
+    info.addrIs(am);
+    if (l.ip6->newAddr(am, info)) m.ip6Status->intf(l.id)->addrIs(am, true);
+  }
+}
+
+// ---- nexthop objects ----
+
+void LiveBuilder::nexthopObject(const kernel::NexthopObject& object) {
+  impl_->settleLinks();
+  impl_->noteOffload(object.offload);
+  impl_->noteOffload(object.hop.offload);
+  impl_->nexthops[object.id] = object;
+}
+
+bool LiveBuilder::Impl::resolveHops(const k::Route& r) {
+  hops.clear();
+  if (r.nhid != 0) {
+    if (auto it = nexthops.find(r.nhid); it != nexthops.end()) {
+      const k::NexthopObject& o = it->second;
+      if (o.blackhole) return false;
+      if (o.group.empty()) {
+        hops.push_back({&o.hop, o.hop.weight});
+        return true;
+      }
+      for (const auto& member : o.group) {
+        auto m = nexthops.find(member.id);
+        if (m == nexthops.end() || m->second.blackhole || !m->second.group.empty()) continue;
+        hops.push_back({&m->second.hop, member.weight});
+      }
+      return true;
+    }
+    // An object made after the objects were read: the route's own expansion says the rest.
+  }
+  for (const k::Nexthop& nh : r.nexthops)
+    hops.push_back({&nh, nh.weight});
+  return true;
+}
+
+Tunnel::TunnelTable::TunnelId LiveBuilder::Impl::tunnelFor(const k::Nexthop& nh,
+                                                           Plexa::IntfId intf) {
+  Tunnel::TunnelTable::MplsVia via;
+  via.nexthop = nh.gateway;
+  via.intfId = intf;
+  via.labelOp = nh.labels;
+  std::string key =
+      via.nexthop.stringValue() + " " + intf.stringValue() + " " + via.labelOp.stringValue();
+  if (auto it = tunnels.find(key); it != tunnels.end()) return it->second;
+  const Tunnel::TunnelTable::TunnelId id(
+      static_cast<std::uint64_t>(Tunnel::TunnelTable::TunnelType::staticTunnel),
+      tunnels.size() + 1);
+  Tunnel::TunnelFib::MplsTunnelFibEntry entry;
+  entry.tunnelId = id;
+  entry.tunnelVia.push(via);
+  tunnelFib->recordIs(entry);
+  tunnels.emplace(std::move(key), id);
+  return id;
+}
+
+// A gateway of the other family is left out: the FEC's vias have room for one family only.
+template <class Fam>
+void LiveBuilder::Impl::addVia(typename Fam::Fec& fec, const Hop& hop) {
+  if (fec.via.size() >= Fam::Fec::kMaxVias) return;
+  const k::Nexthop& nh = *hop.nexthop;
+  typename Fam::Via via;
+  const Plexa::IntfId intf = intfOf(nh.ifindex);
+  via.weight = hop.weight == 0 ? 1 : hop.weight;
+  if (nh.gateway.af() == Fam::kFamily) via.hop = Fam::addr(nh.gateway);
+  if (nh.labels.size() > 1) {
+    const auto tunnel = tunnelFor(nh, intf);
+    via.hop = {};
+    via.tunnelIdValue = tunnel.value();
+    via.intfId = Plexa::DynamicTunnelIntfId::intfId(tunnel.value());
+  } else {
+    via.intfId = intf;
+    if (nh.labels.size() == 1) via.labelValue = nh.labels.label(0).value();
+  }
+  fec.via.push(via);
+}
+
+template <class Fam>
+Brine::Fib::FecId LiveBuilder::Impl::internHops(VrfState& v) {
+  auto& fecs = v.fecs<Fam>();
+  auto& fec = fecs.scratch();
+  for (const Hop& hop : hops)
+    addVia<Fam>(fec, hop);
+  return fecs.intern();
+}
+
+template <class Fam>
+Brine::Fib::FecId LiveBuilder::Impl::internIntf(VrfState& v, Plexa::IntfId intf) {
+  auto& fecs = v.fecs<Fam>();
+  typename Fam::Via via;
+  via.intfId = intf;
+  fecs.scratch().via.push(via);
+  return fecs.intern();
+}
+
+// ---- routes ----
+
+void LiveBuilder::route(const kernel::Route& r) {
+  Impl& m = *impl_;
+  m.settleLinks();
+  if (r.family == Plexa::AddressFamily::ipv4) {
+    m.route<V4>(r);
+  } else if (r.family == Plexa::AddressFamily::ipv6) {
+    m.route<V6>(r);
+  }
+}
+
+template <class Fam>
+void LiveBuilder::Impl::route(const k::Route& r) {
+  auto vrfsOf = tableVrfs.find(r.table);
+  // Only traffic of the selector's TOS uses a TOS route; a router's listing has none.
+  if (vrfsOf == tableVrfs.end() || r.tos != 0) return;
+  const bool forwards = resolveHops(r);
+  bool hasGateway = false, v6Gateway = false, offloaded = r.offload == k::Offload::held;
+  for (const Hop& h : hops) {
+    hasGateway = hasGateway || !h.nexthop->gateway.isZero();
+    v6Gateway = v6Gateway || h.nexthop->gateway.isV6();
+    offloaded = offloaded || h.nexthop->offload == k::Offload::held;
+    noteOffload(h.nexthop->offload);
+  }
+  if (r.nhid != 0) {
+    if (auto it = nexthops.find(r.nhid); it != nexthops.end())
+      offloaded = offloaded || it->second.offload == k::Offload::held;
+  }
+  noteOffload(r.offload);
+
+  typename Fam::Route route;
+  if (!routeTypeOf<Fam>(r, hasGateway, route.routeType)) return;
+  if (!forwards) route.routeType = Fam::RouteType::dropRoute;
+  route.prefix = typename Fam::Prefix(Fam::addr(r.destination), r.prefixLen);
+  route.metric = r.metric;
+  route.preference = usualDistance<Fam>(route.routeType);
+  route.hardwareProgrammed = r.offload != k::Offload::failed;
+
+  for (const auto& [vrfPtr, rank] : vrfsOf->second) {
+    VrfState& v = *vrfPtr;
+    // An IPv4 route over IPv6 next hops forwards through a FEC of the IPv6 table.
+    const auto fecOfHops = [&] {
+      return std::is_same_v<Fam, V4> && !v6Gateway ? internHops<V4>(v) : internHops<V6>(v);
+    };
+    if (route.routeType == Fam::RouteType::dropRoute) {
+      route.fecId = internIntf<Fam>(v, null0);
+    } else if (!isForwarding(r.type)) {
+      route.fecId = internIntf<Fam>(v, cpu);
+    } else if (r.nhid != 0 && nexthops.count(r.nhid)) {
+      auto& cache = std::is_same_v<Fam, V4> ? v.fecOfNexthop4 : v.fecOfNexthop6;
+      auto [it, added] = cache.try_emplace(r.nhid);
+      if (added) it->second = fecOfHops();
+      route.fecId = it->second;
+    } else {
+      route.fecId = fecOfHops();
+    }
+    insert<Fam>(v, rank, route, offloaded);
+  }
+}
+
+// Puts a route in a VRF's table unless a better one has its prefix: one of an earlier kernel
+// table, or of the same table with a lower metric. Routes of one table with the same prefix and
+// metric (the kernel lists an IPv6 prefix on several interfaces so) forward together.
+template <class Fam>
+void LiveBuilder::Impl::insert(VrfState& v, std::uint8_t rank, const typename Fam::Route& route,
+                               bool offloadFlagged) {
+  RouteTable<Fam>& rt = v.routes<Fam>();
+  const bool bulk = rank == v.bulkRank;
+  auto& table = *rt.table;
+  typename Fam::Route chosen = route;
+  const bool replacing = table.contains(route.prefix);
+  if (replacing) {
+    const auto existing = table.lookup(route.prefix);
+    const auto r = rt.rankOf.find(route.prefix);
+    const std::size_t existingRank = r == rt.rankOf.end() ? v.bulkRank : r->second;
+    if (existingRank < rank) return;
+    if (existingRank == rank) {
+      if (existing.metric < route.metric) return;
+      if (existing.metric == route.metric) {
+        const bool merge = existing.routeType == route.routeType &&
+                           route.routeType != Fam::RouteType::dropRoute &&
+                           existing.fecId.adjType() == route.fecId.adjType();
+        if (!merge || existing.fecId == route.fecId) return;
+        // Both FECs are of one table: the IPv6 one when either route crosses families.
+        const auto mergeIn = [&](auto& fecs) {
+          fecs.scratch();
+          fecs.appendVias(existing.fecId);
+          fecs.appendVias(route.fecId);
+          return fecs.intern();
+        };
+        chosen.fecId = Brine::Fib::isV6FecId(route.fecId) ? mergeIn(v.fecs6) : mergeIn(v.fecs4);
+        chosen.hardwareProgrammed = existing.hardwareProgrammed && route.hardwareProgrammed;
+      }
+    }
+  }
+  if (bulk) {
+    rt.rankOf.erase(route.prefix);
+  } else {
+    rt.rankOf[route.prefix] = rank;
+  }
+  if (offloadFlagged) {
+    if (replacing) rt.flaggedLater.insert(route.prefix);
+  } else {
+    rt.unflagged.push_back(route.prefix);
+  }
+  table.recordIs(chosen);
+}
+
+template <class Fam>
+void LiveBuilder::Impl::markUnflagged(VrfState& v) {
+  RouteTable<Fam>& rt = v.routes<Fam>();
+  // Without offloading hardware (no flag anywhere, nor a failure) the kernel is the forwarding
+  // plane, and every route is where it forwards from.
+  if (!offloading) return;
+  for (const auto& prefix : rt.unflagged) {
+    if (rt.flaggedLater.count(prefix)) continue;
+    auto route = rt.table->lookup(prefix);
+    if (!route.hardwareProgrammed) continue;
+    route.hardwareProgrammed = false;
+    rt.table->recordIs(route);
+  }
+  std::uint32_t count = 0;
+  for (const auto& route : *rt.table)
+    count += route.hardwareProgrammed ? 0 : 1;
+  if constexpr (std::is_same_v<Fam, V4>) {
+    v.hw->unprogrammedRouteCountIs(count);
+  } else {
+    v.hw->unprogrammedRoute6CountIs(count);
+  }
+}
+
+// ---- neighbours ----
+
+void LiveBuilder::neighbor(const kernel::Neighbor& n) {
+  Impl& m = *impl_;
+  m.settleLinks();
+  constexpr std::uint16_t resolved =
+      k::nud::reachable | k::nud::stale | k::nud::delay | k::nud::probe | k::nud::permanent;
+  const LinkState* l = m.linkOf(n.ifindex);
+  if (!l || !n.hasMac || (n.state & resolved) == 0 || n.address.isZero()) return;
+  Arp::Table::ArpEntry entry;
+  entry.arpKey.vrfId = l->vrf->id;
+  entry.arpKey.addr = n.address;
+  entry.arpKey.intfId = l->id;
+  entry.ethAddr = Plexa::EthAddr(n.mac);
+  m.arp->recordIs(entry);
+}
+
+// ---- the end ----
+
+void LiveBuilder::Impl::publishNexthopGroups() {
+  using namespace Routing::NexthopGroup;
+  for (const auto& [id, object] : nexthops) {
+    const std::string name = "nhid" + std::to_string(id);
+    auto group = makePtr<NexthopGroupConfigEntry>();
+    group->nameIs(name);
+    std::vector<const k::Nexthop*> members;
+    if (!object.blackhole && object.group.empty()) members.push_back(&object.hop);
+    for (const auto& member : object.group) {
+      auto m = nexthops.find(member.id);
+      if (m != nexthops.end() && !m->second.blackhole && m->second.group.empty())
+        members.push_back(&m->second.hop);
+    }
+    bool labelled = false;
+    for (std::size_t i = 0; i < members.size() && i <= 65535; ++i) {
+      NexthopGroupEntry entry;
+      entry.destinationIs(members[i]->gateway);
+      entry.mplsLabelsIs(members[i]->labels);
+      labelled = labelled || !members[i]->labels.empty();
+      group->entryIs(std::uint16_t(i), entry);
+    }
+    group->typeIs(labelled ? NexthopGroupType::mpls : NexthopGroupType::ip);
+    group->sizeIs(std::uint32_t(group->entrys()));
+    nhgConfig->nexthopGroupIs(group->name(), group);
+    NexthopGroup::EntryStatusRecord status;
+    status.entryKey.name.setText(name);
+    status.nhgId = id;
+    nhgEntryStatus->recordIs(status);
+    // Nexthop objects belong to no VRF: the hardware holds one for all of them, or none.
+    if (offloading && object.offload != k::Offload::held) continue;
+    for (const auto& [vrfName, v] : vrfs) {
+      const L3::VrfName vrf(vrfName);
+      auto hw = nhgHw->vrf(vrf);
+      if (!hw) {
+        hw = makePtr<Routing::Hardware::VrfNexthopGroupStatus>();
+        hw->vrfNameIs(vrf);
+        nhgHw->vrfIs(vrf, hw);
+      }
+      hw->nexthopGroupIs(id, true);
+    }
+  }
+}
+
+Mox::Ptr<Statum::EntityManager> LiveBuilder::finish() {
+  Impl& m = *impl_;
+  m.settleLinks();
+  for (auto& [name, v] : m.vrfs) {
+    // The kernel's forwarding switch is one for all its VRFs.
+    v->config4->routingEnabledIs(m.forwarding4);
+    v->config6->routingEnabledIs(m.forwarding6);
+    m.markUnflagged<V4>(*v);
+    m.markUnflagged<V6>(*v);
+  }
+  m.publishNexthopGroups();
+  return m.mount();
+}
+
+Mox::Ptr<Statum::EntityManager> LiveBuilder::Impl::mount() {
+  auto em = makePtr<Statum::EntityManager>();
+  namespace p = paths;
+  em->entityIs(p::kDevice, device);
+  // Nothing is configured: the kernel has no static route configuration, tunnels, SR-TE
+  // policies, counters or route distinguishers to give. The tables are there, empty, as a
+  // snapshot that says nothing of them has them.
+  em->entityIs(p::kStaticRouteDefaults, makePtr<Routing::StaticRouteDefaults>());
+  em->entityIs(p::kIntfConfig, intfConfig);
+  em->entityIs(p::kIntfStatus, intfStatus);
+  em->entityIs(p::kIpConfig, ipConfig);
+  em->entityIs(p::kIpStatus, ipStatus);
+  em->entityIs(p::kIp6Config, ip6Config);
+  em->entityIs(p::kIp6Status, ip6Status);
+  em->entityIs(p::kArpStatus, arp);
+  em->entityIs(p::kVrfIdMap, vrfIdMap);
+  em->entityIs(p::kTunnelFib, tunnelFib);
+  em->entityIs(p::kTunnelTables, makePtr<Mox::Dir>());
+  em->entityIs(p::kEvpnVxlan, makePtr<Tunnel::TunnelTable::EvpnVxlanTunnelTable>());
+  em->entityIs(p::kSrTePolicy, makePtr<SrTePolicy::PolicyStatus>());
+  em->entityIs(p::kNhgConfig, nhgConfig);
+  em->entityIs(p::kNhgEntryStatus, nhgEntryStatus);
+  em->entityIs(p::kNhgHwStatus, nhgHw);
+  em->entityIs(p::kRoutingHw, makePtr<Routing::Hardware::Status>());
+  em->entityIs(p::kRouting6Hw, makePtr<Routing6::Hardware::Status>());
+  em->entityIs(p::kRdInputDir, makePtr<Mox::Dir>());
+  em->entityIs(p::kCounterKeyTable,
+               makePtr<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable>());
+  em->entityIs(p::kCounterTable, makePtr<FlexCounters::CounterTable>());
+  em->entityIs(p::kSnapshotCounterTable, makePtr<FlexCounters::CounterTable>());
+  for (auto& [name, v] : vrfs) {
+    em->entityIs(p::vrfPath(name, p::kRoutingConfig), v->config4);
+    em->entityIs(p::vrfPath(name, p::kRouting6Config), v->config6);
+    em->entityIs(p::vrfPath(name, p::kFibRoute), v->routes4.table);
+    em->entityIs(p::vrfPath(name, p::kFibFec), v->fecs4.table);
+    em->entityIs(p::vrfPath(name, p::kFib6Route), v->routes6.table);
+    em->entityIs(p::vrfPath(name, p::kFib6Fec), v->fecs6.table);
+    em->entityIs(p::vrfPath(name, p::kHwVrfStatus), v->hw);
+    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed), v->kernel4);
+    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed6), v->kernel6);
+  }
+  return em;
+}
+
+}  // namespace Snapshot

@@ -1,0 +1,521 @@
+// The live reader: the kernel's dumps through libmnl, each message decoded into a kernel
+// record for LiveBuilder. libmnl does the socket, the sequence and port checks, the walk over
+// a buffer of messages and the attribute walk; what each attribute means is ours.
+
+#include "snapshot/Live.h"
+
+#if defined(__linux__)
+
+#include <arpa/inet.h>
+#include <libmnl/libmnl.h>
+#include <linux/if_link.h>
+#include <linux/lwtunnel.h>
+#include <linux/mpls.h>
+#include <linux/mpls_iptunnel.h>
+#include <linux/neighbour.h>
+#include <linux/netconf.h>
+#include <linux/nexthop.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <exception>
+#include <vector>
+
+#include "snapshot/KernelRecords.h"
+
+namespace Snapshot {
+
+namespace {
+
+namespace k = kernel;
+
+static_assert(k::rtn::local == RTN_LOCAL && k::rtn::broadcast == RTN_BROADCAST &&
+              k::rtn::anycast == RTN_ANYCAST && k::rtn::multicast == RTN_MULTICAST &&
+              k::rtn::blackhole == RTN_BLACKHOLE && k::rtn::unreachable == RTN_UNREACHABLE &&
+              k::rtn::prohibit == RTN_PROHIBIT && k::rtn::throwRoute == RTN_THROW &&
+              k::rtn::unicast == RTN_UNICAST);
+static_assert(k::proto::kernel == RTPROT_KERNEL && k::proto::boot == RTPROT_BOOT &&
+              k::proto::staticRoute == RTPROT_STATIC && k::proto::ra == RTPROT_RA &&
+              k::proto::dhcp == RTPROT_DHCP && k::proto::bgp == RTPROT_BGP &&
+              k::proto::isis == RTPROT_ISIS && k::proto::ospf == RTPROT_OSPF &&
+              k::proto::rip == RTPROT_RIP && k::proto::redirect == RTPROT_REDIRECT);
+static_assert(k::nud::reachable == NUD_REACHABLE && k::nud::stale == NUD_STALE &&
+              k::nud::delay == NUD_DELAY && k::nud::probe == NUD_PROBE &&
+              k::nud::permanent == NUD_PERMANENT && k::nud::noarp == NUD_NOARP &&
+              k::nud::incomplete == NUD_INCOMPLETE && k::nud::failed == NUD_FAILED);
+static_assert(k::kTableMain == RT_TABLE_MAIN && k::kTableLocal == RT_TABLE_LOCAL &&
+              k::kTableDefault == RT_TABLE_DEFAULT);
+
+[[noreturn]] void fail(const std::string& what) {
+  throw LiveError(what + ": " + std::strerror(errno));
+}
+
+// ---- attributes ----
+
+// Collects the attributes of one level by type; types this program does not know are skipped.
+template <int Max>
+struct Attrs {
+  const nlattr* at[Max + 1] = {};
+
+  static int collect(const nlattr* a, void* data) {
+    const int type = mnl_attr_get_type(a);
+    if (type >= 0 && type <= Max) static_cast<Attrs*>(data)->at[type] = a;
+    return MNL_CB_OK;
+  }
+  void parse(const nlmsghdr* nlh, std::size_t headerLen) {
+    mnl_attr_parse(nlh, static_cast<unsigned>(headerLen), collect, this);
+  }
+  void parseNested(const nlattr* nest) {
+    if (nest) mnl_attr_parse_nested(nest, collect, this);
+  }
+  void parsePayload(const void* payload, std::size_t len) {
+    mnl_attr_parse_payload(payload, len, collect, this);
+  }
+  const nlattr* operator[](int type) const { return at[type]; }
+};
+
+// The readers check the payload's length: a short attribute reads as absent.
+bool getU32(const nlattr* a, std::uint32_t& out) {
+  if (!a || mnl_attr_get_payload_len(a) < sizeof(std::uint32_t)) return false;
+  out = mnl_attr_get_u32(a);
+  return true;
+}
+
+bool getU16(const nlattr* a, std::uint16_t& out) {
+  if (!a || mnl_attr_get_payload_len(a) < sizeof(std::uint16_t)) return false;
+  out = mnl_attr_get_u16(a);
+  return true;
+}
+
+std::string getString(const nlattr* a) {
+  if (!a) return {};
+  const auto* p = static_cast<const char*>(mnl_attr_get_payload(a));
+  return std::string(p, strnlen(p, mnl_attr_get_payload_len(a)));
+}
+
+Plexa::IpGenAddr addressOf(const void* p, std::size_t len) {
+  if (len == 4) {
+    std::uint32_t v;
+    std::memcpy(&v, p, 4);
+    return Plexa::IpAddr(ntohl(v));
+  }
+  if (len == 16) {
+    Plexa::Ip6Addr::Bytes b;
+    std::memcpy(b.data(), p, 16);
+    return Plexa::Ip6Addr(b);
+  }
+  return {};
+}
+
+Plexa::IpGenAddr getAddress(const nlattr* a) {
+  return a ? addressOf(mnl_attr_get_payload(a), mnl_attr_get_payload_len(a)) : Plexa::IpGenAddr();
+}
+
+// RTA_VIA: a gateway of either family, as an IPv4 route over an IPv6 next hop has.
+Plexa::IpGenAddr getVia(const nlattr* a) {
+  if (!a || mnl_attr_get_payload_len(a) < sizeof(rtvia)) return {};
+  const auto* via = static_cast<const rtvia*>(mnl_attr_get_payload(a));
+  return addressOf(via->rtvia_addr, mnl_attr_get_payload_len(a) - sizeof(rtvia));
+}
+
+Plexa::IpGenAddr zeroOf(std::uint8_t family) {
+  return family == AF_INET6 ? Plexa::IpGenAddr(Plexa::Ip6Addr())
+                            : Plexa::IpGenAddr(Plexa::IpAddr());
+}
+
+// An MPLS encapsulation's label stack, outermost first. The table's label operation holds 12
+// labels; the kernel allows more, and the rest are left out (docs/live.md).
+Plexa::MplsLabelOperation getMplsEncap(const nlattr* type, const nlattr* encap) {
+  Plexa::MplsLabelOperation op;
+  std::uint16_t t = 0;
+  if (!getU16(type, t) || t != LWTUNNEL_ENCAP_MPLS) return op;
+  Attrs<MPLS_IPTUNNEL_MAX> e;
+  e.parseNested(encap);
+  const nlattr* dst = e[MPLS_IPTUNNEL_DST];
+  if (!dst) return op;
+  const auto* entries = static_cast<const std::uint32_t*>(mnl_attr_get_payload(dst));
+  const std::size_t n = mnl_attr_get_payload_len(dst) / sizeof(std::uint32_t);
+  op.actionIs(Plexa::MplsLabelOperation::Action::push);
+  for (std::size_t i = 0; i < n && i < Plexa::MplsLabelOperation::kMaxLabels; ++i) {
+    std::uint32_t entry;
+    std::memcpy(&entry, entries + i, sizeof entry);
+    op.labelPush(Plexa::MplsLabel((ntohl(entry) & MPLS_LS_LABEL_MASK) >> MPLS_LS_LABEL_SHIFT));
+  }
+  return op;
+}
+
+k::Offload nexthopOffload(unsigned flags) {
+  return (flags & (RTNH_F_OFFLOAD | RTNH_F_TRAP)) ? k::Offload::held : k::Offload::none;
+}
+
+// ---- the messages ----
+
+void decodeLink(const nlmsghdr* nlh, LiveBuilder& b) {
+  const auto* ifi = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(nlh));
+  Attrs<IFLA_MAX> a;
+  a.parse(nlh, sizeof *ifi);
+  k::Link l;
+  l.index = static_cast<std::uint32_t>(ifi->ifi_index);
+  l.name = getString(a[IFLA_IFNAME]);
+  l.adminUp = ifi->ifi_flags & IFF_UP;
+  l.operUp = ifi->ifi_flags & IFF_RUNNING;
+  l.alias = getString(a[IFLA_IFALIAS]);
+  getU32(a[IFLA_MASTER], l.master);
+  Attrs<IFLA_INFO_MAX> info;
+  info.parseNested(a[IFLA_LINKINFO]);
+  if (getString(info[IFLA_INFO_KIND]) == "vrf") {
+    Attrs<IFLA_VRF_MAX> vrf;
+    vrf.parseNested(info[IFLA_INFO_DATA]);
+    l.isVrf = getU32(vrf[IFLA_VRF_TABLE], l.vrfTable);
+  }
+  if (!l.name.empty()) b.link(l);
+}
+
+void decodeAddress(const nlmsghdr* nlh, LiveBuilder& b) {
+  const auto* ifa = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(nlh));
+  Attrs<IFA_MAX> a;
+  a.parse(nlh, sizeof *ifa);
+  std::uint32_t flags = ifa->ifa_flags;
+  getU32(a[IFA_FLAGS], flags);
+  // An address that failed duplicate detection is not the interface's to use.
+  if (flags & IFA_F_DADFAILED) return;
+  k::Address addr;
+  addr.ifindex = ifa->ifa_index;
+  addr.prefixLen = ifa->ifa_prefixlen;
+  // On a point-to-point link IFA_ADDRESS is the peer's; IFA_LOCAL is always our own.
+  addr.address = ifa->ifa_family == AF_INET && a[IFA_LOCAL] ? getAddress(a[IFA_LOCAL])
+                                                            : getAddress(a[IFA_ADDRESS]);
+  if (addr.address.isV4() || addr.address.isV6()) b.address(addr);
+}
+
+void decodeNexthopObject(const nlmsghdr* nlh, LiveBuilder& b) {
+  const auto* nhm = static_cast<const nhmsg*>(mnl_nlmsg_get_payload(nlh));
+  Attrs<NHA_MAX> a;
+  a.parse(nlh, sizeof *nhm);
+  k::NexthopObject o;
+  // Bridge FDB next hops serve no route.
+  if (!getU32(a[NHA_ID], o.id) || a[NHA_FDB]) return;
+  o.offload = nexthopOffload(nhm->nh_flags);
+  o.blackhole = a[NHA_BLACKHOLE] != nullptr;
+  getU32(a[NHA_OIF], o.hop.ifindex);
+  o.hop.gateway = getAddress(a[NHA_GATEWAY]);
+  o.hop.labels = getMplsEncap(a[NHA_ENCAP_TYPE], a[NHA_ENCAP]);
+  o.hop.offload = o.offload;
+  if (const nlattr* g = a[NHA_GROUP]) {
+    const auto* members = static_cast<const nexthop_grp*>(mnl_attr_get_payload(g));
+    const std::size_t n = mnl_attr_get_payload_len(g) / sizeof(nexthop_grp);
+    for (std::size_t i = 0; i < n; ++i) {
+      nexthop_grp m;
+      std::memcpy(&m, members + i, sizeof m);
+      // The kernel sends weight - 1; newer kernels put a high byte where resvd1 was.
+      const unsigned weight = ((unsigned(m.resvd1) << 8) | m.weight) + 1;
+      o.group.push_back({m.id, static_cast<std::uint16_t>(weight > 65535 ? 65535 : weight)});
+    }
+  }
+  b.nexthopObject(o);
+}
+
+// Decodes one next hop's attributes (the route's own, or one of RTA_MULTIPATH).
+template <class A>
+void decodeHop(const A& a, k::Nexthop& hop) {
+  hop.gateway = a[RTA_GATEWAY] ? getAddress(a[RTA_GATEWAY]) : getVia(a[RTA_VIA]);
+  hop.labels = getMplsEncap(a[RTA_ENCAP_TYPE], a[RTA_ENCAP]);
+}
+
+class RouteDecoder {
+ public:
+  explicit RouteDecoder(std::uint32_t table) : table_(table) {}
+
+  void operator()(const nlmsghdr* nlh, LiveBuilder& b) {
+    const auto* rtm = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(nlh));
+    if (rtm->rtm_family != AF_INET && rtm->rtm_family != AF_INET6) return;
+    Attrs<RTA_MAX> a;
+    a.parse(nlh, sizeof *rtm);
+    k::Route& r = route_;
+    r.table = rtm->rtm_table;
+    getU32(a[RTA_TABLE], r.table);
+    // A kernel without strict checking dumps every table, whatever the request asked.
+    if (r.table != table_) return;
+    r.family = rtm->rtm_family == AF_INET ? Plexa::AddressFamily::ipv4 : Plexa::AddressFamily::ipv6;
+    r.type = rtm->rtm_type;
+    r.protocol = rtm->rtm_protocol;
+    r.tos = rtm->rtm_tos;
+    r.prefixLen = rtm->rtm_dst_len;
+    r.destination = a[RTA_DST] ? getAddress(a[RTA_DST]) : zeroOf(rtm->rtm_family);
+    if (r.destination.af() != r.family) return;
+    r.metric = 0;
+    getU32(a[RTA_PRIORITY], r.metric);
+    r.nhid = 0;
+    getU32(a[RTA_NH_ID], r.nhid);
+    r.offload = (rtm->rtm_flags & RTM_F_OFFLOAD_FAILED) ? k::Offload::failed
+                : (rtm->rtm_flags & (RTM_F_OFFLOAD | RTM_F_TRAP | RTNH_F_OFFLOAD | RTNH_F_TRAP))
+                    ? k::Offload::held
+                    : k::Offload::none;
+    r.nexthops.clear();
+    if (const nlattr* mp = a[RTA_MULTIPATH]) {
+      multipath(mp, r);
+    } else if (a[RTA_OIF] || a[RTA_GATEWAY] || a[RTA_VIA]) {
+      k::Nexthop& hop = r.nexthops.emplace_back();
+      getU32(a[RTA_OIF], hop.ifindex);
+      decodeHop(a, hop);
+    }
+    b.route(r);
+  }
+
+ private:
+  static void multipath(const nlattr* mp, k::Route& r) {
+    const auto* p = static_cast<const char*>(mnl_attr_get_payload(mp));
+    std::size_t left = mnl_attr_get_payload_len(mp);
+    while (left >= sizeof(rtnexthop)) {
+      rtnexthop nh;
+      std::memcpy(&nh, p, sizeof nh);
+      if (nh.rtnh_len < sizeof nh || nh.rtnh_len > left) break;
+      k::Nexthop& hop = r.nexthops.emplace_back();
+      hop.ifindex = static_cast<std::uint32_t>(nh.rtnh_ifindex);
+      hop.weight = static_cast<std::uint16_t>(nh.rtnh_hops + 1);
+      hop.offload = nexthopOffload(nh.rtnh_flags);
+      Attrs<RTA_MAX> a;
+      a.parsePayload(p + RTNH_LENGTH(0), nh.rtnh_len - RTNH_LENGTH(0));
+      decodeHop(a, hop);
+      const std::size_t step = RTNH_ALIGN(nh.rtnh_len);
+      if (step >= left) break;
+      p += step;
+      left -= step;
+    }
+  }
+
+  std::uint32_t table_;
+  // One record for every route: its vector of next hops keeps its room.
+  k::Route route_;
+};
+
+void decodeNeighbor(const nlmsghdr* nlh, LiveBuilder& b) {
+  const auto* ndm = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(nlh));
+  if (ndm->ndm_family != AF_INET && ndm->ndm_family != AF_INET6) return;
+  Attrs<NDA_MAX> a;
+  a.parse(nlh, sizeof *ndm);
+  k::Neighbor n;
+  n.ifindex = static_cast<std::uint32_t>(ndm->ndm_ifindex);
+  n.state = ndm->ndm_state;
+  n.address = getAddress(a[NDA_DST]);
+  if (const nlattr* ll = a[NDA_LLADDR]; ll && mnl_attr_get_payload_len(ll) == n.mac.size()) {
+    std::memcpy(n.mac.data(), mnl_attr_get_payload(ll), n.mac.size());
+    n.hasMac = true;
+  }
+  b.neighbor(n);
+}
+
+void decodeNetconf(const nlmsghdr* nlh, LiveBuilder& b) {
+  const auto* ncm = static_cast<const netconfmsg*>(mnl_nlmsg_get_payload(nlh));
+  Attrs<NETCONFA_MAX> a;
+  a.parse(nlh, sizeof *ncm);
+  std::uint32_t ifindex = 0, forwarding = 0;
+  if (!getU32(a[NETCONFA_IFINDEX], ifindex) || !getU32(a[NETCONFA_FORWARDING], forwarding)) return;
+  if (static_cast<std::int32_t>(ifindex) != NETCONFA_IFINDEX_ALL) return;
+  b.forwardingIs(
+      ncm->ncm_family == AF_INET6 ? Plexa::AddressFamily::ipv6 : Plexa::AddressFamily::ipv4,
+      forwarding != 0);
+}
+
+// ---- the socket ----
+
+class Session {
+ public:
+  enum class End { whole, interrupted, absent };
+
+  Session() : buffer_(kBufferSize) {
+    nl_ = mnl_socket_open(NETLINK_ROUTE);
+    if (!nl_) fail("cannot open a netlink socket");
+    int one = 1;
+    // Strict checking lets the kernel dump one routing table instead of all of them; a kernel
+    // without it answers as before, and the decoder filters.
+    mnl_socket_setsockopt(nl_, NETLINK_GET_STRICT_CHK, &one, sizeof one);
+    if (mnl_socket_bind(nl_, 0, MNL_SOCKET_AUTOPID) < 0) {
+      const int saved = errno;
+      mnl_socket_close(nl_);
+      errno = saved;
+      fail("cannot bind a netlink socket");
+    }
+    portid_ = mnl_socket_get_portid(nl_);
+  }
+  ~Session() { mnl_socket_close(nl_); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // A request for a dump of `type`, with room for its family header of `headerLen` bytes.
+  nlmsghdr* request(std::uint16_t type, std::size_t headerLen, void** header) {
+    std::memset(request_, 0, sizeof request_);
+    nlmsghdr* nlh = mnl_nlmsg_put_header(request_);
+    nlh->nlmsg_type = type;
+    nlh->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    nlh->nlmsg_seq = ++seq_;
+    *header = mnl_nlmsg_put_extra_header(nlh, headerLen);
+    return nlh;
+  }
+
+  // Sends the request and hands every message of the answer to `decode`. A dump the kernel
+  // does not have (a table never made, a kernel without nexthop objects) is absent when
+  // `mayBeAbsent`.
+  template <class Decode>
+  End dump(const nlmsghdr* req, const std::string& what, bool mayBeAbsent, Decode&& decode) {
+    if (mnl_socket_sendto(nl_, req, req->nlmsg_len) < 0) fail("cannot ask the kernel for " + what);
+    Call<Decode> call{decode, nullptr};
+    for (;;) {
+      const ssize_t n = mnl_socket_recvfrom(nl_, buffer_.data(), buffer_.size());
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) fail("cannot read " + what + " from the kernel");
+      if (n == 0) throw LiveError("the kernel's answer with " + what + " ended early");
+      // libmnl takes the table without const, and reads it only.
+      static mnl_cb_t control[NLMSG_MIN_TYPE] = {
+          nullptr, noop, error, done, noop,
+      };
+      const int ret = mnl_cb_run2(buffer_.data(), static_cast<std::size_t>(n), req->nlmsg_seq,
+                                  portid_, Call<Decode>::run, &call, control, NLMSG_MIN_TYPE);
+      if (call.thrown) std::rethrow_exception(call.thrown);
+      if (ret == MNL_CB_STOP) return End::whole;
+      if (ret == MNL_CB_ERROR) {
+        // libmnl says EINTR for a message marked NLM_F_DUMP_INTR.
+        if (errno == EINTR) return End::interrupted;
+        if (mayBeAbsent && (errno == ENOENT || errno == EOPNOTSUPP)) return End::absent;
+        fail("the kernel did not list " + what);
+      }
+    }
+  }
+
+ private:
+  // Enough for the largest answer the kernel sends to one read (32 KiB).
+  static constexpr std::size_t kBufferSize = 64 * 1024;
+
+  template <class Decode>
+  struct Call {
+    Decode& decode;
+    std::exception_ptr thrown;
+    // libmnl is C: an exception must not cross it, so it waits here until libmnl returns.
+    static int run(const nlmsghdr* nlh, void* data) {
+      auto* self = static_cast<Call*>(data);
+      try {
+        self->decode(nlh);
+        return MNL_CB_OK;
+      } catch (...) {
+        self->thrown = std::current_exception();
+        return MNL_CB_ERROR;
+      }
+    }
+  };
+
+  static int noop(const nlmsghdr*, void*) { return MNL_CB_OK; }
+  static int error(const nlmsghdr* nlh, void*) {
+    if (nlh->nlmsg_len < mnl_nlmsg_size(sizeof(nlmsgerr))) {
+      errno = EBADMSG;
+      return MNL_CB_ERROR;
+    }
+    const auto* err = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(nlh));
+    if (err->error == 0) return MNL_CB_STOP;
+    errno = err->error < 0 ? -err->error : err->error;
+    return MNL_CB_ERROR;
+  }
+  // A dump that failed after it began ends with the error in its NLMSG_DONE.
+  static int done(const nlmsghdr* nlh, void*) {
+    if (nlh->nlmsg_len >= mnl_nlmsg_size(sizeof(int))) {
+      int status;
+      std::memcpy(&status, mnl_nlmsg_get_payload(nlh), sizeof status);
+      if (status < 0) {
+        errno = -status;
+        return MNL_CB_ERROR;
+      }
+    }
+    return MNL_CB_STOP;
+  }
+
+  mnl_socket* nl_ = nullptr;
+  unsigned portid_ = 0;
+  unsigned seq_ = 0;
+  std::vector<char> buffer_;
+  alignas(nlmsghdr) char request_[256];
+};
+
+std::string hostname() {
+  char name[HOST_NAME_MAX + 1] = {};
+  if (gethostname(name, sizeof name - 1) != 0) return {};
+  return name;
+}
+
+// One read of every dump, in the order the builder takes them.
+std::string readOnce(LiveBuilder& b) {
+  Session s;
+  b.hostnameIs(hostname());
+  using End = Session::End;
+  void* header;
+
+  for (std::uint8_t family : {AF_INET, AF_INET6}) {
+    const nlmsghdr* req = s.request(RTM_GETNETCONF, sizeof(netconfmsg), &header);
+    static_cast<netconfmsg*>(header)->ncm_family = family;
+    if (s.dump(req, "the forwarding settings", true,
+               [&](const nlmsghdr* m) { decodeNetconf(m, b); }) == End::interrupted)
+      return "the forwarding settings";
+  }
+  {
+    const nlmsghdr* req = s.request(RTM_GETLINK, sizeof(ifinfomsg), &header);
+    static_cast<ifinfomsg*>(header)->ifi_family = AF_UNSPEC;
+    if (s.dump(req, "the links", false, [&](const nlmsghdr* m) { decodeLink(m, b); }) ==
+        End::interrupted)
+      return "the links";
+  }
+  for (std::uint8_t family : {AF_INET, AF_INET6}) {
+    const nlmsghdr* req = s.request(RTM_GETADDR, sizeof(ifaddrmsg), &header);
+    static_cast<ifaddrmsg*>(header)->ifa_family = family;
+    if (s.dump(req, "the addresses", false, [&](const nlmsghdr* m) { decodeAddress(m, b); }) ==
+        End::interrupted)
+      return "the addresses";
+  }
+  {
+    const nlmsghdr* req = s.request(RTM_GETNEXTHOP, sizeof(nhmsg), &header);
+    static_cast<nhmsg*>(header)->nh_family = AF_UNSPEC;
+    if (s.dump(req, "the nexthop objects", true,
+               [&](const nlmsghdr* m) { decodeNexthopObject(m, b); }) == End::interrupted)
+      return "the nexthop objects";
+  }
+  for (std::uint32_t table : b.routeTables()) {
+    const std::string what = "the routes of table " + std::to_string(table);
+    RouteDecoder decode(table);
+    for (std::uint8_t family : {AF_INET, AF_INET6}) {
+      nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
+      static_cast<rtmsg*>(header)->rtm_family = family;
+      mnl_attr_put_u32(req, RTA_TABLE, table);
+      if (s.dump(req, what, true, [&](const nlmsghdr* m) { decode(m, b); }) == End::interrupted)
+        return what;
+    }
+  }
+  for (std::uint8_t family : {AF_INET, AF_INET6}) {
+    const nlmsghdr* req = s.request(RTM_GETNEIGH, sizeof(ndmsg), &header);
+    static_cast<ndmsg*>(header)->ndm_family = family;
+    if (s.dump(req, "the neighbours", false, [&](const nlmsghdr* m) { decodeNeighbor(m, b); }) ==
+        End::interrupted)
+      return "the neighbours";
+  }
+  return {};
+}
+
+}  // namespace
+
+Mox::Ptr<Statum::EntityManager> readLive() {
+  return readConsistently(readOnce, kLiveReadAttempts);
+}
+
+}  // namespace Snapshot
+
+#else
+
+namespace Snapshot {
+
+Mox::Ptr<Statum::EntityManager> readLive() {
+  throw LiveError("the live state is read from the Linux kernel, and this system is not Linux");
+}
+
+}  // namespace Snapshot
+
+#endif

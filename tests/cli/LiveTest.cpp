@@ -1,0 +1,392 @@
+// rova --live on kernel state the tests make themselves: each builds a network namespace of
+// its own (veth pairs, addresses, nexthop objects, routes of several protocols, a multipath
+// route, drop routes, neighbours), runs `ip netns exec NS rova --live ...` in it, and compares
+// with tests/golden/live. The namespace is removed when the test ends, whatever the outcome,
+// and namespaces left by a test process that died are removed before the next one starts. No
+// packet leaves a namespace: nothing is sent at all beyond what the kernel does by itself
+// when a link comes up.
+//
+// The namespaces need root; what the kernel may lack (VRF devices, dummy interfaces, MPLS
+// encapsulation) is tried first, and a test that needs it is skipped with the reason.
+//
+// ROVA_UPDATE_GOLDEN=1 rewrites the golden files; read every changed line before committing.
+
+#include <gtest/gtest.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/Command.h"
+#include "tests/cli/Capture.h"
+
+namespace {
+
+const std::string kPrefix = "rova-live-test-";
+
+clitest::Captured sh(const std::string& command) {
+  return clitest::runProgram("/bin/sh", {"-c", command});
+}
+
+// Namespaces of test processes that are gone: a crash must not leave them for good.
+void removeStaleNamespaces() {
+  std::istringstream names(sh("ip netns list 2>/dev/null").out);
+  for (std::string line; std::getline(names, line);) {
+    const std::string name = line.substr(0, line.find(' '));
+    if (name.rfind(kPrefix, 0) != 0) continue;
+    const std::string rest = name.substr(kPrefix.size());
+    const pid_t pid = static_cast<pid_t>(std::atoi(rest.substr(0, rest.find('-')).c_str()));
+    if (pid > 0 && ::kill(pid, 0) != 0) sh("ip netns del " + name);
+  }
+}
+
+// A network namespace that lives as long as the object.
+class Namespace {
+ public:
+  explicit Namespace(const std::string& tag)
+      : name_(kPrefix + std::to_string(::getpid()) + "-" + tag) {
+    removeStaleNamespaces();
+    if (::geteuid() != 0) {
+      error_ = "needs root to make a network namespace";
+      return;
+    }
+    ipPath_ = sh("command -v ip").out;
+    while (!ipPath_.empty() && ipPath_.back() == '\n')
+      ipPath_.pop_back();
+    if (ipPath_.empty()) {
+      error_ = "needs iproute2's ip";
+      return;
+    }
+    const auto made = sh("ip netns add " + name_ + " 2>&1");
+    if (made.status != 0) {
+      error_ = "cannot make a network namespace: " + made.out;
+      return;
+    }
+    created_ = true;
+    // Addresses are usable at once, without duplicate detection's wait: the listings do not
+    // depend on timing.
+    run("sysctl -q -w net.ipv6.conf.all.accept_dad=0 net.ipv6.conf.default.accept_dad=0", true);
+  }
+  ~Namespace() {
+    if (created_) sh("ip netns del " + name_);
+  }
+  Namespace(const Namespace&) = delete;
+  Namespace& operator=(const Namespace&) = delete;
+
+  bool ready() const { return error_.empty(); }
+  const std::string& error() const { return error_; }
+
+  // `ip -n NS <args>`; the first failure is kept as the namespace's error.
+  bool ip(const std::string& args) { return run("ip " + args, true); }
+  // A command in the namespace; false (and no error kept) when `required` is false and it
+  // fails, for probing what the kernel can do.
+  bool run(const std::string& command, bool required) {
+    if (!error_.empty()) return false;
+    const auto r = sh("ip netns exec " + name_ + " " + command + " 2>&1");
+    if (r.status != 0 && required) error_ = command + ": " + r.out;
+    return r.status == 0;
+  }
+
+  clitest::Captured rova(const std::vector<std::string>& words, const std::string& input = "") {
+    std::vector<std::string> args = {"netns", "exec", name_, ROVA_PROGRAM, "--live"};
+    args.insert(args.end(), words.begin(), words.end());
+    return clitest::runProgram(ipPath_.c_str(), args, input);
+  }
+
+ private:
+  std::string name_;
+  std::string ipPath_;
+  std::string error_;
+  bool created_ = false;
+};
+
+// The device of the golden files: two uplinks with addresses of both families (one interface
+// with a secondary), a third link down, a loopback address, nexthop objects and a weighted
+// group, routes of every protocol the listing has a code for, a multipath route, an IPv4 route
+// over an IPv6 next hop, the three kinds of drop route, two routes of one prefix at different
+// metrics, a route of a table no VRF reads, and neighbours of both families.
+const char* const kDevice[] = {
+    "link set lo up",
+    "link add eth1 address 02:00:00:00:01:01 type veth peer name peer1 address 02:00:00:00:01:02",
+    "link add eth2 address 02:00:00:00:02:01 type veth peer name peer2 address 02:00:00:00:02:02",
+    "link add eth3 address 02:00:00:00:03:01 type veth peer name peer3 address 02:00:00:00:03:02",
+    "link set eth2 alias \"uplink to spine 2\"",
+    "link set eth1 up",
+    "link set peer1 up",
+    "link set eth2 up",
+    "link set peer2 up",
+    "addr add 10.0.0.1/32 dev lo",
+    "addr add 10.0.1.1/24 dev eth1",
+    "addr add 10.0.9.1/24 dev eth1",
+    "addr add 10.0.2.1/24 dev eth2",
+    "addr add 10.0.3.1/24 dev eth3",
+    "addr add 2001:db8:1::1/64 dev eth1",
+    "addr add 2001:db8:2::1/64 dev eth2",
+    "nexthop add id 1 via 10.0.1.2 dev eth1",
+    "nexthop add id 2 via 10.0.2.2 dev eth2",
+    "nexthop add id 10 group 1,3/2",
+    "route add default via 10.0.1.2 proto dhcp",
+    "route add 10.20.0.0/16 nhid 10 proto bgp",
+    "route add 10.21.0.0/16 nhid 1 proto ospf metric 20",
+    "route add 10.7.0.0/16 proto static nexthop via 10.0.1.2 weight 2 nexthop via 10.0.2.2 "
+    "weight 1",
+    "route add 10.8.0.0/16 via inet6 2001:db8:1::2 dev eth1 proto isis",
+    "route add 10.9.0.0/16 via 10.0.2.2 proto rip",
+    "route add 10.10.0.0/16 dev eth2",
+    "route add 10.3.0.0/16 via 10.0.1.2 metric 10",
+    "route add 10.3.0.0/16 via 10.0.2.2 metric 5",
+    "route add blackhole 10.6.0.0/16",
+    "route add unreachable 10.5.0.0/16",
+    "route add prohibit 10.4.0.0/16",
+    "route add 192.0.2.0/24 via 10.0.1.2 table 100",
+    "-6 route add default via fe80::2 dev eth1 proto ra",
+    "-6 route add 2001:db8:100::/48 proto bgp nexthop via 2001:db8:1::2 dev eth1 nexthop via "
+    "2001:db8:2::2 dev eth2",
+    "-6 route add 2001:db8:200::/48 via 2001:db8:2::2 proto static",
+    "-6 route add 2001:db8:300::/48 via 2001:db8:2::2 proto ospf",
+    "-6 route add blackhole 2001:db8:dead::/48",
+    "neigh add 10.0.1.2 lladdr 02:00:00:00:01:02 dev eth1 nud permanent",
+    "neigh add 10.0.1.3 lladdr 02:00:00:00:01:03 dev eth1 nud stale",
+    "neigh add 10.0.2.2 lladdr 02:00:00:00:02:02 dev eth2 nud reachable",
+    "neigh add 2001:db8:1::2 lladdr 02:00:00:00:01:02 dev eth1 nud stale",
+    "neigh add fe80::2 lladdr 02:00:00:00:01:02 dev eth1 nud permanent",
+};
+
+bool makeDevice(Namespace& ns) {
+  for (const char* command : kDevice) {
+    if (!ns.ip(command)) return false;
+  }
+  // IPv4 forwards, IPv6 does not: the two listings show both states.
+  return ns.run("sysctl -q -w net.ipv4.ip_forward=1", true);
+}
+
+// ---- the golden cases ----
+
+struct Case {
+  std::string name;
+  int status;
+  std::string command;
+};
+
+std::string trim(std::string s) {
+  const auto b = s.find_first_not_of(' ');
+  const auto e = s.find_last_not_of(' ');
+  return b == std::string::npos ? std::string() : s.substr(b, e - b + 1);
+}
+
+std::vector<Case> readCases() {
+  std::ifstream in(ROVA_GOLDEN_DIR "/live/cases.txt");
+  std::vector<Case> cases;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const auto a = line.find('|');
+    const auto b = line.find('|', a + 1);
+    cases.push_back({trim(line.substr(0, a)), std::stoi(line.substr(a + 1, b - a - 1)),
+                     trim(line.substr(b + 1))});
+  }
+  return cases;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+std::string firstDifference(const std::string& want, const std::string& got) {
+  std::istringstream a(want), b(got);
+  std::string la, lb;
+  for (int n = 1;; ++n) {
+    const bool ma = bool(std::getline(a, la)), mb = bool(std::getline(b, lb));
+    if (!ma && !mb) return "(the texts differ only in their last newline)";
+    if (la != lb || ma != mb)
+      return "line " + std::to_string(n) + ":\n  want: " + (ma ? la : "<end>") +
+             "\n  got:  " + (mb ? lb : "<end>");
+  }
+}
+
+class LiveGolden : public testing::TestWithParam<Case> {
+ protected:
+  static void SetUpTestSuite() {
+    ns_ = new Namespace("golden");
+    if (ns_->ready()) makeDevice(*ns_);
+  }
+  static void TearDownTestSuite() {
+    delete ns_;
+    ns_ = nullptr;
+  }
+  void SetUp() override {
+    if (!ns_->ready()) GTEST_SKIP() << ns_->error();
+  }
+  static Namespace* ns_;
+};
+Namespace* LiveGolden::ns_ = nullptr;
+
+TEST_P(LiveGolden, OutputIsExactlyTheGoldenFile) {
+  const Case& c = GetParam();
+  const clitest::Captured r = ns_->rova(cli::splitWords(c.command));
+  const std::string base = std::string(ROVA_GOLDEN_DIR "/live/") + c.name;
+  if (std::getenv("ROVA_UPDATE_GOLDEN")) {
+    std::ofstream(base + ".out") << r.out;
+    if (r.err.empty()) {
+      std::remove((base + ".err").c_str());
+    } else {
+      std::ofstream(base + ".err") << r.err;
+    }
+  }
+  EXPECT_EQ(r.status, c.status) << c.command << "\n" << r.err;
+  const std::string wantOut = readFile(base + ".out");
+  EXPECT_TRUE(r.out == wantOut) << c.command << "\n" << firstDifference(wantOut, r.out);
+  EXPECT_EQ(r.err, readFile(base + ".err")) << c.command;
+  if (c.name.size() > 5 && c.name.compare(c.name.size() - 5, 5, ".json") == 0) {
+    nlohmann::json parsed;
+    EXPECT_NO_THROW(parsed = nlohmann::json::parse(r.out)) << c.command;
+    EXPECT_TRUE(parsed.is_object());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, LiveGolden, testing::ValuesIn(readCases()),
+                         [](const testing::TestParamInfo<Case>& info) {
+                           std::string n = info.param.name;
+                           for (char& ch : n) {
+                             if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
+                           }
+                           return n;
+                         });
+
+// ---- the shell ----
+
+TEST(Live, TheShellRefusesConfigurationAndGoesOn) {
+  Namespace ns("shell");
+  if (ns.ready()) makeDevice(ns);
+  if (!ns.ready()) GTEST_SKIP() << ns.error();
+  const auto r = ns.rova({}, "configure\nshow ip route 10.21.0.0/16\n");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err,
+            "% Configuration is refused in live mode: rova shows the kernel's routing state and "
+            "does not program the kernel\n");
+  EXPECT_NE(r.out.find(" O      10.21.0.0/16 [110/20] via 10.0.1.2, eth1\n"), std::string::npos)
+      << r.out;
+}
+
+// ---- what this kernel may not have ----
+
+TEST(Live, VrfDevicesAreVrfsWithTheirOwnTables) {
+  Namespace ns("vrf");
+  if (ns.ready()) makeDevice(ns);
+  if (!ns.ready()) GTEST_SKIP() << ns.error();
+  if (!ns.run("ip link add red type vrf table 10", false))
+    GTEST_SKIP() << "the kernel has no VRF devices (CONFIG_NET_VRF)";
+  ns.ip("link set red up");
+  ns.ip("link set eth3 master red");
+  ns.ip("link set eth3 up");
+  ns.ip("link set peer3 up");
+  ns.ip("route add 10.11.0.0/16 via 10.0.3.2 vrf red proto bgp");
+  ns.ip("neigh add 10.0.3.2 lladdr 02:00:00:00:03:02 dev eth3 nud permanent");
+  ASSERT_TRUE(ns.ready()) << ns.error();
+
+  const auto red = ns.rova({"show", "ip", "route", "vrf", "red"});
+  ASSERT_EQ(red.status, 0) << red.err;
+  EXPECT_NE(red.out.find(" C      10.0.3.0/24 is directly connected, eth3\n"), std::string::npos)
+      << red.out;
+  EXPECT_NE(red.out.find(" B E    10.11.0.0/16 [200/0] via 10.0.3.2, eth3\n"), std::string::npos)
+      << red.out;
+  const auto def = ns.rova({"show", "ip", "route"});
+  EXPECT_EQ(def.out.find("10.11.0.0/16"), std::string::npos);
+  EXPECT_EQ(def.out.find("10.0.3.0/24"), std::string::npos);
+  const auto host = ns.rova({"show", "ip", "route", "vrf", "red", "host"});
+  EXPECT_NE(host.out.find("10.0.3.2/32 on eth3"), std::string::npos) << host.out;
+  // The address is the VRF's: a next hop in the default VRF may use it.
+  EXPECT_EQ(ns.rova({"check", "ip", "nexthop", "10.0.3.1", "vrf", "red"}).status, 1);
+  EXPECT_EQ(ns.rova({"check", "ip", "nexthop", "10.0.3.1"}).status, 0);
+}
+
+TEST(Live, ADummyInterfaceHoldsTheLoopbackAddress) {
+  Namespace ns("dummy");
+  if (ns.ready()) makeDevice(ns);
+  if (!ns.ready()) GTEST_SKIP() << ns.error();
+  if (!ns.run("ip link add lo1 type dummy", false))
+    GTEST_SKIP() << "the kernel has no dummy interfaces (CONFIG_DUMMY)";
+  ns.ip("link set lo1 up");
+  ns.ip("addr add 10.0.0.11/32 dev lo1");
+  ASSERT_TRUE(ns.ready()) << ns.error();
+  const auto r = ns.rova({"show", "ip", "route", "10.0.0.11"});
+  EXPECT_NE(r.out.find(" C      10.0.0.11/32 is directly connected, lo1\n"), std::string::npos)
+      << r.out;
+}
+
+TEST(Live, MplsEncapsulationPushesItsLabels) {
+  Namespace ns("mpls");
+  if (ns.ready()) makeDevice(ns);
+  if (!ns.ready()) GTEST_SKIP() << ns.error();
+  if (!ns.run("ip route add 10.30.0.0/16 encap mpls 100/200 via 10.0.1.2 dev eth1 proto bgp",
+              false))
+    GTEST_SKIP() << "the kernel has no MPLS encapsulation (CONFIG_MPLS_IPTUNNEL)";
+  ns.ip("route add 10.31.0.0/16 encap mpls 300 via 10.0.2.2 dev eth2 proto bgp");
+  ASSERT_TRUE(ns.ready()) << ns.error();
+  const auto stack = ns.rova({"show", "ip", "route", "10.30.0.0/16"});
+  EXPECT_NE(stack.out.find("via 10.0.1.2, eth1 label 100 200"), std::string::npos) << stack.out;
+  const auto one = ns.rova({"show", "ip", "route", "10.31.0.0/16"});
+  EXPECT_NE(one.out.find("via 10.0.2.2, eth2 label 300"), std::string::npos) << one.out;
+}
+
+// ---- when the kernel cannot be read ----
+
+#if defined(__x86_64__) || defined(__aarch64__)
+// Makes socket(AF_NETLINK, ...) fail with EPERM, as a sandbox that denies netlink does.
+void denyNetlink() {
+#if defined(__x86_64__)
+  constexpr std::uint32_t arch = AUDIT_ARCH_X86_64;
+#else
+  constexpr std::uint32_t arch = AUDIT_ARCH_AARCH64;
+#endif
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, arch)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, arch, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_socket, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[0])),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AF_NETLINK, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | (EPERM & SECCOMP_RET_DATA)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  sock_fprog program = {static_cast<unsigned short>(sizeof filter / sizeof filter[0]), filter};
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+    ::_exit(125);
+}
+
+TEST(Live, WithoutNetlinkTheStateCannotBeRead) {
+  const auto r =
+      clitest::runProgram(ROVA_PROGRAM, {"--live", "show", "ip", "route"}, "", denyNetlink);
+  ASSERT_NE(r.status, 125) << "the system refused the seccomp filter";
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err,
+            "% Cannot read live state: cannot open a netlink socket: Operation not permitted\n");
+  EXPECT_EQ(r.out, "");
+}
+#endif
+
+TEST(Live, LiveAndStateExcludeEachOther) {
+  const auto r =
+      clitest::runProgram(ROVA_PROGRAM, {"--live", "--state", "x.json", "show", "version"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.err.substr(0, r.err.find('\n')),
+            "rova: --live and --state name two states; give one");
+}
+
+}  // namespace

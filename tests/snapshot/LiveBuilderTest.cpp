@@ -1,0 +1,554 @@
+// The live source's mapping, on hand-made kernel records: what each kind of kernel object
+// becomes in the snapshot's tables, including the cases a test machine's kernel may not be
+// able to make (VRF devices, MPLS encapsulation, offloading hardware).
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/brine/Fib.h"
+#include "platform/brine/Neighbor.h"
+#include "platform/brine/Tables.h"
+#include "platform/brine/Tunnel.h"
+#include "platform/state/Interface.h"
+#include "platform/state/Ip.h"
+#include "platform/state/Routing.h"
+#include "snapshot/Live.h"
+#include "snapshot/LiveBuilder.h"
+#include "snapshot/Snapshot.h"
+#include "snapshot/StatePaths.h"
+
+namespace {
+
+namespace k = Snapshot::kernel;
+namespace p = Snapshot::paths;
+using T4 = Routing::Fib::RouteType;
+using T6 = Routing6::Fib::RouteType;
+
+// ---- kernel records ----
+
+k::Link link(std::uint32_t index, const char* name, std::uint32_t master = 0) {
+  k::Link l;
+  l.index = index;
+  l.name = name;
+  l.adminUp = l.operUp = true;
+  l.master = master;
+  return l;
+}
+
+k::Link vrfLink(std::uint32_t index, const char* name, std::uint32_t table) {
+  k::Link l = link(index, name);
+  l.isVrf = true;
+  l.vrfTable = table;
+  return l;
+}
+
+k::Nexthop hop(const char* gateway, std::uint32_t ifindex, std::uint16_t weight = 1) {
+  k::Nexthop h;
+  if (*gateway) h.gateway = Plexa::IpGenAddr::fromString(gateway);
+  h.ifindex = ifindex;
+  h.weight = weight;
+  return h;
+}
+
+k::Route route(const char* prefix, std::uint8_t protocol, std::vector<k::Nexthop> hops = {},
+               std::uint32_t table = k::kTableMain, std::uint8_t type = k::rtn::unicast) {
+  k::Route r;
+  const std::string text = prefix;
+  const auto slash = text.find('/');
+  r.destination = Plexa::IpGenAddr::fromString(text.substr(0, slash));
+  r.family = r.destination.af();
+  r.prefixLen = static_cast<std::uint8_t>(std::stoi(text.substr(slash + 1)));
+  r.protocol = protocol;
+  r.nexthops = std::move(hops);
+  r.table = table;
+  r.type = type;
+  return r;
+}
+
+k::Address address(std::uint32_t ifindex, const char* withMask) {
+  const std::string text = withMask;
+  const auto slash = text.find('/');
+  k::Address a;
+  a.ifindex = ifindex;
+  a.address = Plexa::IpGenAddr::fromString(text.substr(0, slash));
+  a.prefixLen = static_cast<std::uint8_t>(std::stoi(text.substr(slash + 1)));
+  return a;
+}
+
+// The interfaces most tests use: lo, two uplinks, a VRF "red" on table 10 with eth3 in it,
+// and a bridge with a port.
+constexpr std::uint32_t kLo = 1, kEth1 = 2, kEth2 = 3, kRed = 4, kEth3 = 5, kBr0 = 6, kEth4 = 7;
+
+class LiveBuilder : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    b.link(link(kLo, "lo"));
+    k::Link eth1 = link(kEth1, "eth1");
+    eth1.alias = "to spine 1";
+    b.link(eth1);
+    k::Link eth2 = link(kEth2, "eth2");
+    eth2.operUp = false;
+    b.link(eth2);
+    b.link(vrfLink(kRed, "red", 10));
+    b.link(link(kEth3, "eth3", kRed));
+    b.link(link(kBr0, "br0"));
+    b.link(link(kEth4, "eth4", kBr0));
+  }
+
+  void finish() { em = b.finish(); }
+
+  template <class T>
+  Mox::Ptr<T const> at(const std::string& path) const {
+    return em->mount<T>(path);
+  }
+  Brine::Fib::Route r4(const char* prefix, const char* vrf = "default") const {
+    return at<Brine::Fib::RouteStatus>(p::vrfPath(vrf, p::kFibRoute))
+        ->lookup(Plexa::Prefix::fromString(prefix));
+  }
+  Brine::Fib6::Route r6(const char* prefix, const char* vrf = "default") const {
+    return at<Brine::Fib6::RouteStatus>(p::vrfPath(vrf, p::kFib6Route))
+        ->lookup(Plexa::Ip6Prefix::fromString(prefix));
+  }
+  bool has4(const char* prefix, const char* vrf = "default") const {
+    return at<Brine::Fib::RouteStatus>(p::vrfPath(vrf, p::kFibRoute))
+        ->contains(Plexa::Prefix::fromString(prefix));
+  }
+  // A FEC's vias as "gateway interface weight label tunnel", from the table its id names.
+  std::vector<std::string> vias(Brine::Fib::FecId id, const char* vrf = "default") const {
+    std::vector<std::string> out;
+    const auto add = [&](const auto& fec) {
+      for (const auto& v : fec.via) {
+        std::string s = v.hop.isZero() ? "-" : v.hop.stringValue();
+        s += " " + v.intfId.stringValue() + " " + std::to_string(v.weight);
+        if (v.labelValue != Plexa::MplsLabel::kNoLabel)
+          s += " label " + std::to_string(v.labelValue);
+        if (v.tunnelIdValue != 0) s += " tunnel " + std::to_string(v.tunnelIdValue);
+        out.push_back(s);
+      }
+    };
+    if (Brine::Fib::isV6FecId(id)) {
+      add(at<Brine::Fib6::ForwardingStatus>(p::vrfPath(vrf, p::kFib6Fec))->lookup(id));
+    } else {
+      add(at<Brine::Fib::ForwardingStatus>(p::vrfPath(vrf, p::kFibFec))->lookup(id));
+    }
+    return out;
+  }
+  Mox::Ptr<Interface::IntfConfig const> intf(const char* name) const {
+    return at<Interface::AllIntfConfigDir>(p::kIntfConfig)->intfConfig(Plexa::IntfId(name));
+  }
+
+  Snapshot::LiveBuilder b;
+  Mox::Ptr<Statum::EntityManager> em;
+};
+
+using Vias = std::vector<std::string>;
+
+// ---- links, VRFs, addresses ----
+
+TEST_F(LiveBuilder, LinksAreInterfacesAndVrfDevicesAreVrfsWithTheirMembers) {
+  EXPECT_EQ(b.routeTables(), (std::vector<std::uint32_t>{255, 254, 253, 10}));
+  finish();
+  const auto ids = at<Vrf::VrfIdMap::Status>(p::kVrfIdMap);
+  EXPECT_EQ(ids->vrfName(0).stringValue(), "default");
+  EXPECT_EQ(ids->vrfName(10).stringValue(), "red");
+  EXPECT_EQ(ids->size(), 2u);
+  EXPECT_EQ(intf("eth1")->description().stringValue(), "to spine 1");
+  EXPECT_EQ(intf("eth1")->vrf().stringValue(), "default");
+  EXPECT_EQ(intf("eth3")->vrf().stringValue(), "red");
+  // The VRF device is in its own VRF; a bridge port is in the bridge's (default) VRF.
+  EXPECT_EQ(intf("red")->vrf().stringValue(), "red");
+  EXPECT_EQ(intf("eth4")->vrf().stringValue(), "default");
+  const auto status = at<Interface::AllIntfStatusDir>(p::kIntfStatus);
+  EXPECT_TRUE(status->intfStatus(Plexa::IntfId("eth1"))->operUp());
+  EXPECT_FALSE(status->intfStatus(Plexa::IntfId("eth2"))->operUp());
+  EXPECT_TRUE(intf("eth2")->enabled());
+  for (const char* leaf :
+       {p::kRoutingConfig, p::kRouting6Config, p::kFibRoute, p::kFibFec, p::kFib6Route, p::kFib6Fec,
+        p::kHwVrfStatus, p::kKernelUnprogrammed, p::kKernelUnprogrammed6}) {
+    EXPECT_TRUE(em->entities().count(p::vrfPath("red", leaf))) << leaf;
+  }
+}
+
+TEST_F(LiveBuilder, VrfsSharingATableBothListItAndADeviceNamedDefaultIsNoVrf) {
+  b.link(vrfLink(20, "blue", 30));
+  b.link(vrfLink(21, "green", 30));
+  b.link(vrfLink(22, "default", 40));
+  b.link(link(23, "eth9", 22));
+  EXPECT_EQ(b.routeTables(), (std::vector<std::uint32_t>{255, 254, 253, 30, 10}));
+  b.route(route("10.30.0.0/16", k::proto::bgp, {hop("", 23)}, 30));
+  b.route(route("10.40.0.0/16", k::proto::bgp, {hop("", 23)}, 40));
+  finish();
+  EXPECT_TRUE(has4("10.30.0.0/16", "blue"));
+  EXPECT_TRUE(has4("10.30.0.0/16", "green"));
+  EXPECT_FALSE(has4("10.40.0.0/16"));
+  // One id, one name: the first VRF of the table.
+  EXPECT_EQ(at<Vrf::VrfIdMap::Status>(p::kVrfIdMap)->vrfName(30).stringValue(), "blue");
+  EXPECT_EQ(intf("eth9")->vrf().stringValue(), "default");
+}
+
+TEST_F(LiveBuilder, TheFirstIpv4AddressIsPrimaryAndIpv6KeepsLinkLocal) {
+  b.address(address(kEth1, "10.0.1.1/24"));
+  b.address(address(kEth1, "10.0.9.1/24"));
+  b.address(address(kEth1, "10.0.1.7/24"));
+  b.address(address(kEth3, "10.10.1.1/24"));
+  b.address(address(kEth1, "2001:db8:1::1/64"));
+  b.address(address(kEth1, "fe80::1/64"));
+  finish();
+  const auto ip = at<Ip::Config>(p::kIpConfig);
+  const auto eth1 = ip->intfConfig(Plexa::IntfId("eth1"));
+  EXPECT_EQ(eth1->addrWithMask().stringValue(), "10.0.1.1/24");
+  EXPECT_EQ(eth1->secondaryWithMask().size(), 2u);
+  EXPECT_TRUE(eth1->secondaryWithMask().contains(Plexa::IpAddrWithMask::fromString("10.0.9.1/24")));
+  EXPECT_TRUE(eth1->secondaryWithMask().contains(Plexa::IpAddrWithMask::fromString("10.0.1.7/24")));
+  EXPECT_EQ(ip->intfConfig(Plexa::IntfId("eth3"))->vrf().stringValue(), "red");
+  EXPECT_EQ(ip->intfConfig(Plexa::IntfId("eth2")), nullptr);
+  const auto active = at<Ip::Status>(p::kIpStatus)->ipIntfStatus(Plexa::IntfId("eth1"));
+  EXPECT_EQ(active->activeAddrWithMask().stringValue(), "10.0.1.1/24");
+  EXPECT_EQ(active->activeSecondaryWithMask().size(), 2u);
+  const auto ip6 = at<Ip6::Status>(p::kIp6Status)->intf(Plexa::IntfId("eth1"));
+  EXPECT_TRUE(ip6->addr().contains(Plexa::Ip6AddrWithMask::fromString("2001:db8:1::1/64")));
+  EXPECT_TRUE(ip6->addr().contains(Plexa::Ip6AddrWithMask::fromString("fe80::1/64")));
+}
+
+// ---- routes ----
+
+TEST_F(LiveBuilder, TheProtocolGivesTheRouteTypeAndItsUsualDistance) {
+  struct Case {
+    std::uint8_t protocol;
+    const char* gateway;
+    T4 type4;
+    T6 type6;
+    int preference;
+  };
+  const Case cases[] = {
+      {k::proto::kernel, "", T4::connected, T6::connected, 0},
+      {k::proto::kernel, "gw", T4::kernel, T6::kernel, 0},
+      {k::proto::boot, "gw", T4::kernel, T6::kernel, 0},
+      {k::proto::ra, "gw", T4::kernel, T6::kernel, 0},
+      {42 /* babel */, "gw", T4::kernel, T6::kernel, 0},
+      {k::proto::staticRoute, "gw", T4::staticConfig, T6::staticConfig, 1},
+      {k::proto::zstatic, "gw", T4::staticConfig, T6::staticConfig, 1},
+      {k::proto::dhcp, "gw", T4::dhcp, T6::dhcp, 1},
+      {k::proto::bgp, "gw", T4::eBgp, T6::bgp, 200},
+      {k::proto::ospf, "gw", T4::ospfIntraArea, T6::ospf3, 110},
+      {k::proto::isis, "gw", T4::isisLevel2, T6::isisLevel2, 115},
+      {k::proto::rip, "gw", T4::rip, T6::rip, 120},
+  };
+  int i = 0;
+  for (const Case& c : cases) {
+    const std::string p4 = "10." + std::to_string(++i) + ".0.0/16";
+    const std::string p6 = "2001:db8:" + std::to_string(i) + "::/48";
+    k::Route v4 = route(p4.c_str(), c.protocol, {hop(*c.gateway ? "10.0.1.2" : "", kEth1)});
+    v4.metric = 7;
+    b.route(v4);
+    b.route(route(p6.c_str(), c.protocol, {hop(*c.gateway ? "fe80::2" : "", kEth1)}));
+  }
+  finish();
+  i = 0;
+  for (const Case& c : cases) {
+    const std::string p4 = "10." + std::to_string(++i) + ".0.0/16";
+    const std::string p6 = "2001:db8:" + std::to_string(i) + "::/48";
+    const auto v4 = r4(p4.c_str());
+    const auto v6 = r6(p6.c_str());
+    EXPECT_EQ(v4.routeType, c.type4) << int(c.protocol);
+    EXPECT_EQ(v6.routeType, c.type6) << int(c.protocol);
+    EXPECT_EQ(v4.preference, c.preference) << int(c.protocol);
+    EXPECT_EQ(v6.preference, c.preference) << int(c.protocol);
+    EXPECT_EQ(v4.metric, 7u);
+    EXPECT_TRUE(v4.hardwareProgrammed);
+  }
+}
+
+TEST_F(LiveBuilder, LocalRoutesAreReceiveDropRoutesGoToNull0AndTheRestIsLeftOut) {
+  b.route(route("10.0.1.1/32", k::proto::kernel, {hop("", kEth1)}, k::kTableLocal, k::rtn::local));
+  b.route(route("10.0.1.255/32", k::proto::kernel, {hop("", kEth1)}, k::kTableLocal,
+                k::rtn::broadcast));
+  b.route(route("2001:db8:1::/128", k::proto::kernel, {hop("", kEth1)}, k::kTableLocal,
+                k::rtn::anycast));
+  for (std::uint8_t kind : {k::rtn::blackhole, k::rtn::unreachable, k::rtn::prohibit}) {
+    const std::string prefix = "10.6" + std::to_string(kind) + ".0.0/16";
+    b.route(route(prefix.c_str(), k::proto::boot, {}, k::kTableMain, kind));
+  }
+  b.route(route("ff00::/8", k::proto::kernel, {hop("", kEth1)}, k::kTableLocal, k::rtn::multicast));
+  b.route(route("10.9.0.0/16", k::proto::boot, {}, k::kTableMain, k::rtn::throwRoute));
+  k::Route tos = route("10.8.0.0/16", k::proto::boot, {hop("10.0.1.2", kEth1)});
+  tos.tos = 0x10;
+  b.route(tos);
+  b.route(route("10.7.0.0/16", k::proto::boot, {hop("10.0.1.2", kEth1)}, 100));
+  b.route(route("10.10.0.0/16", k::proto::bgp, {hop("10.10.1.2", kEth3)}, 10));
+  finish();
+  EXPECT_EQ(r4("10.0.1.1/32").routeType, T4::receive);
+  EXPECT_EQ(vias(r4("10.0.1.1/32").fecId), Vias{"- Cpu 1"});
+  EXPECT_EQ(r4("10.0.1.255/32").routeType, T4::broadcast);
+  EXPECT_EQ(r6("2001:db8:1::/128").routeType, T6::receive);
+  for (const char* prefix : {"10.66.0.0/16", "10.67.0.0/16", "10.68.0.0/16"}) {
+    EXPECT_EQ(r4(prefix).routeType, T4::dropRoute) << prefix;
+    EXPECT_EQ(r4(prefix).preference, 1);
+    EXPECT_EQ(vias(r4(prefix).fecId), Vias{"- Null0 1"});
+  }
+  EXPECT_EQ(at<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route))->size(), 1u);
+  EXPECT_FALSE(has4("10.9.0.0/16"));
+  EXPECT_FALSE(has4("10.8.0.0/16"));
+  EXPECT_FALSE(has4("10.7.0.0/16"));
+  EXPECT_FALSE(has4("10.10.0.0/16"));
+  EXPECT_TRUE(has4("10.10.0.0/16", "red"));
+}
+
+TEST_F(LiveBuilder, MultipathKeepsWeightsAndRoutesWithTheSameNextHopsShareAFec) {
+  const std::vector<k::Nexthop> ecmp = {hop("10.0.1.2", kEth1, 2), hop("10.0.2.2", kEth2, 1)};
+  b.route(route("10.1.0.0/16", k::proto::bgp, ecmp));
+  b.route(route("10.2.0.0/16", k::proto::bgp, ecmp));
+  b.route(route("10.3.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)}));
+  // An IPv4 route over an IPv6 next hop forwards through the VRF's IPv6 FEC table.
+  b.route(route("10.4.0.0/16", k::proto::isis, {hop("fe80::2", kEth1)}));
+  finish();
+  EXPECT_EQ(r4("10.1.0.0/16").fecId, r4("10.2.0.0/16").fecId);
+  EXPECT_NE(r4("10.1.0.0/16").fecId, r4("10.3.0.0/16").fecId);
+  EXPECT_EQ(vias(r4("10.1.0.0/16").fecId), (Vias{"10.0.1.2 eth1 2", "10.0.2.2 eth2 1"}));
+  EXPECT_EQ(vias(r4("10.3.0.0/16").fecId), Vias{"10.0.1.2 eth1 1"});
+  EXPECT_TRUE(Brine::Fib::isV6FecId(r4("10.4.0.0/16").fecId));
+  EXPECT_EQ(vias(r4("10.4.0.0/16").fecId), Vias{"fe80::2 eth1 1"});
+  EXPECT_EQ(at<Brine::Fib::ForwardingStatus>(p::vrfPath("default", p::kFibFec))->size(), 2u);
+}
+
+TEST_F(LiveBuilder, NexthopObjectsGiveFecsAndAreListedAsNexthopGroups) {
+  k::NexthopObject one, two, group, hole;
+  one.id = 1;
+  one.hop = hop("10.0.1.2", kEth1);
+  two.id = 2;
+  two.hop = hop("10.0.2.2", kEth2);
+  group.id = 10;
+  group.group = {{1, 3}, {2, 1}};
+  hole.id = 12;
+  hole.blackhole = true;
+  // A group may be listed before its members.
+  for (const auto& o : {group, one, two, hole})
+    b.nexthopObject(o);
+  k::Route viaGroup = route("10.20.0.0/16", k::proto::bgp);
+  viaGroup.nhid = 10;
+  b.route(viaGroup);
+  viaGroup.destination = Plexa::IpGenAddr::fromString("10.21.0.0");
+  b.route(viaGroup);
+  k::Route viaHole = route("10.22.0.0/16", k::proto::bgp);
+  viaHole.nhid = 12;
+  b.route(viaHole);
+  // An object the read missed: the route's own next hops stand in.
+  k::Route unknown = route("10.23.0.0/16", k::proto::bgp, {hop("10.0.2.2", kEth2)});
+  unknown.nhid = 99;
+  b.route(unknown);
+  finish();
+  EXPECT_EQ(r4("10.20.0.0/16").fecId, r4("10.21.0.0/16").fecId);
+  EXPECT_EQ(vias(r4("10.20.0.0/16").fecId), (Vias{"10.0.1.2 eth1 3", "10.0.2.2 eth2 1"}));
+  EXPECT_EQ(r4("10.22.0.0/16").routeType, T4::dropRoute);
+  EXPECT_EQ(vias(r4("10.22.0.0/16").fecId), Vias{"- Null0 1"});
+  EXPECT_EQ(vias(r4("10.23.0.0/16").fecId), Vias{"10.0.2.2 eth2 1"});
+
+  const auto groups = at<Routing::NexthopGroup::Config>(p::kNhgConfig);
+  EXPECT_EQ(groups->nexthopGroups(), 4u);
+  const auto nhid10 = groups->nexthopGroup(Mox::String8("nhid10"));
+  ASSERT_NE(nhid10, nullptr);
+  EXPECT_EQ(nhid10->type(), Routing::NexthopGroup::NexthopGroupType::ip);
+  EXPECT_EQ(nhid10->size(), 2u);
+  EXPECT_EQ(nhid10->entry(0).destination().stringValue(), "10.0.1.2");
+  EXPECT_EQ(nhid10->entry(1).destination().stringValue(), "10.0.2.2");
+  EXPECT_EQ(groups->nexthopGroup(Mox::String8("nhid12"))->entrys(), 0u);
+  const auto ids = at<NexthopGroup::EntryStatus>(p::kNhgEntryStatus);
+  EXPECT_EQ(ids->lookup(NexthopGroup::NexthopGroupEntryKey("nhid10")).nhgId, 10u);
+  // No offloading hardware: the kernel holds every group, for every VRF.
+  const auto hw = at<Routing::Hardware::NexthopGroupStatus>(p::kNhgHwStatus);
+  EXPECT_TRUE(hw->vrf(L3::VrfName("default"))->nexthopGroup().contains(10));
+  EXPECT_TRUE(hw->vrf(L3::VrfName("red"))->nexthopGroup().contains(10));
+}
+
+TEST_F(LiveBuilder, OneMplsLabelIsTheViasAndAStackRidesATunnel) {
+  k::Nexthop single = hop("10.0.1.2", kEth1);
+  single.labels = Plexa::MplsLabelOperation::fromString("push 100");
+  k::Nexthop stack = hop("10.0.1.2", kEth1);
+  stack.labels = Plexa::MplsLabelOperation::fromString("push 100 200");
+  b.route(route("10.1.0.0/16", k::proto::bgp, {single}));
+  b.route(route("10.2.0.0/16", k::proto::bgp, {stack}));
+  b.route(route("10.3.0.0/16", k::proto::ospf, {stack}));
+  finish();
+  EXPECT_EQ(vias(r4("10.1.0.0/16").fecId), Vias{"10.0.1.2 eth1 1 label 100"});
+  const Tunnel::TunnelTable::TunnelId tunnel(1, 1);  // static:1
+  EXPECT_EQ(vias(r4("10.2.0.0/16").fecId),
+            Vias{"- DynamicTunnel1.1 1 tunnel " + std::to_string(tunnel.value())});
+  const auto fib = at<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib);
+  ASSERT_EQ(fib->size(), 1u);
+  const auto entry = fib->lookup(tunnel);
+  ASSERT_EQ(entry.tunnelVia.size(), 1u);
+  EXPECT_EQ(entry.tunnelVia[0].nexthop.stringValue(), "10.0.1.2");
+  EXPECT_EQ(entry.tunnelVia[0].intfId.stringValue(), "eth1");
+  EXPECT_EQ(entry.tunnelVia[0].labelOp.stringValue(), "push 100 200");
+}
+
+TEST_F(LiveBuilder, LocalBeatsMainBeatsDefaultWhateverTheOrderTheyCome) {
+  b.route(route("10.0.1.1/32", k::proto::boot, {hop("10.0.2.2", kEth2)}));
+  b.route(route("10.0.1.1/32", k::proto::kernel, {hop("", kEth1)}, k::kTableLocal, k::rtn::local));
+  b.route(route("10.50.0.0/16", k::proto::boot, {hop("10.0.2.2", kEth2)}, k::kTableDefault));
+  b.route(route("10.50.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)}));
+  b.route(route("10.51.0.0/16", k::proto::boot, {hop("10.0.2.2", kEth2)}, k::kTableDefault));
+  finish();
+  EXPECT_EQ(r4("10.0.1.1/32").routeType, T4::receive);
+  EXPECT_EQ(r4("10.50.0.0/16").routeType, T4::eBgp);
+  EXPECT_EQ(r4("10.51.0.0/16").routeType, T4::kernel);
+}
+
+TEST_F(LiveBuilder, InOneTableTheLowestMetricWinsAndEqualMetricsForwardTogether) {
+  k::Route worse = route("10.3.0.0/16", k::proto::boot, {hop("10.0.1.2", kEth1)});
+  worse.metric = 10;
+  k::Route better = route("10.3.0.0/16", k::proto::boot, {hop("10.0.2.2", kEth2)});
+  better.metric = 5;
+  b.route(worse);
+  b.route(better);
+  better.destination = worse.destination = Plexa::IpGenAddr::fromString("10.4.0.0");
+  b.route(better);
+  b.route(worse);
+  b.route(route("fe80::/64", k::proto::kernel, {hop("", kEth1)}));
+  b.route(route("fe80::/64", k::proto::kernel, {hop("", kEth2)}));
+  finish();
+  EXPECT_EQ(r4("10.3.0.0/16").metric, 5u);
+  EXPECT_EQ(vias(r4("10.3.0.0/16").fecId), Vias{"10.0.2.2 eth2 1"});
+  EXPECT_EQ(vias(r4("10.4.0.0/16").fecId), Vias{"10.0.2.2 eth2 1"});
+  EXPECT_EQ(vias(r6("fe80::/64").fecId), (Vias{"- eth1 1", "- eth2 1"}));
+}
+
+TEST_F(LiveBuilder, WithoutOffloadFlagsTheKernelIsTheHardware) {
+  b.route(route("10.1.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)}));
+  finish();
+  EXPECT_TRUE(r4("10.1.0.0/16").hardwareProgrammed);
+  EXPECT_EQ(at<Routing::Hardware::VrfStatus>(p::vrfPath("default", p::kHwVrfStatus))
+                ->unprogrammedRouteCount(),
+            0u);
+}
+
+TEST_F(LiveBuilder, WithOffloadingHardwareARouteWithoutTheFlagIsNotProgrammed) {
+  k::Route held = route("10.1.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)});
+  held.offload = k::Offload::held;
+  k::Route none = route("10.2.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)});
+  k::Route failed = route("10.3.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)});
+  failed.offload = k::Offload::failed;
+  k::Route hopHeld = route("10.4.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)});
+  hopHeld.nexthops[0].offload = k::Offload::held;
+  // The unflagged route is read before anything says there is offloading hardware.
+  for (const auto& r : {none, held, failed, hopHeld})
+    b.route(r);
+  k::NexthopObject object;
+  object.id = 5;
+  object.hop = hop("10.0.1.2", kEth1);
+  b.nexthopObject(object);
+  finish();
+  EXPECT_TRUE(r4("10.1.0.0/16").hardwareProgrammed);
+  EXPECT_FALSE(r4("10.2.0.0/16").hardwareProgrammed);
+  EXPECT_FALSE(r4("10.3.0.0/16").hardwareProgrammed);
+  EXPECT_TRUE(r4("10.4.0.0/16").hardwareProgrammed);
+  EXPECT_EQ(at<Routing::Hardware::VrfStatus>(p::vrfPath("default", p::kHwVrfStatus))
+                ->unprogrammedRouteCount(),
+            2u);
+  EXPECT_EQ(at<Routing::Hardware::NexthopGroupStatus>(p::kNhgHwStatus)->vrfs(), 0u);
+}
+
+// ---- neighbours and the rest ----
+
+TEST_F(LiveBuilder, ResolvedNeighboursFillTheArpTableOfTheirInterfacesVrf) {
+  struct Case {
+    std::uint32_t ifindex;
+    const char* address;
+    std::uint16_t state;
+    bool hasMac;
+    bool kept;
+  };
+  const Case cases[] = {
+      {kEth1, "10.0.1.2", k::nud::reachable, true, true},
+      {kEth1, "10.0.1.3", k::nud::stale, true, true},
+      {kEth1, "10.0.1.4", k::nud::permanent, true, true},
+      {kEth1, "10.0.1.5", k::nud::delay, true, true},
+      {kEth1, "fe80::2", k::nud::stale, true, true},
+      {kEth3, "10.10.1.2", k::nud::reachable, true, true},
+      {kEth1, "10.0.1.6", k::nud::incomplete, false, false},
+      {kEth1, "10.0.1.7", k::nud::failed, true, false},
+      {kEth1, "224.0.0.1", k::nud::noarp, true, false},
+      {kEth1, "10.0.1.8", k::nud::reachable, false, false},
+      {99, "10.0.1.9", k::nud::reachable, true, false},
+  };
+  for (const Case& c : cases) {
+    k::Neighbor n;
+    n.ifindex = c.ifindex;
+    n.address = Plexa::IpGenAddr::fromString(c.address);
+    n.state = c.state;
+    n.hasMac = c.hasMac;
+    n.mac = {0x02, 0, 0, 0, 0, 0x42};
+    b.neighbor(n);
+  }
+  finish();
+  const auto arp = at<Arp::Table::Status>(p::kArpStatus);
+  for (const Case& c : cases) {
+    Arp::Table::ArpKey key;
+    key.vrfId = c.ifindex == kEth3 ? 10 : 0;
+    key.addr = Plexa::IpGenAddr::fromString(c.address);
+    key.intfId = Plexa::IntfId(c.ifindex == kEth3 ? "eth3" : "eth1");
+    EXPECT_EQ(arp->contains(key), c.kept) << c.address;
+    if (c.kept) {
+      EXPECT_EQ(arp->lookup(key).ethAddr.stringValue(), "02:00:00:00:00:42");
+    }
+  }
+}
+
+TEST_F(LiveBuilder, TheForwardingSwitchesAreEveryVrfsRoutingSwitches) {
+  b.forwardingIs(Plexa::AddressFamily::ipv4, true);
+  b.forwardingIs(Plexa::AddressFamily::ipv6, false);
+  finish();
+  for (const char* vrf : {"default", "red"}) {
+    EXPECT_TRUE(at<Routing::ConfigGen>(p::vrfPath(vrf, p::kRoutingConfig))->routingEnabled());
+    EXPECT_FALSE(at<Routing::ConfigGen>(p::vrfPath(vrf, p::kRouting6Config))->routingEnabled());
+  }
+}
+
+TEST_F(LiveBuilder, FillsEveryEntityASnapshotHas) {
+  finish();
+  const auto snapshot =
+      Snapshot::load(R"({"version": 1, "vrfs": {"default": {}, "red": {"id": 10}}})");
+  std::vector<std::pair<std::string, std::string>> want, got;
+  for (const auto& [path, e] : snapshot->entities())
+    want.emplace_back(path, e->typeName());
+  for (const auto& [path, e] : em->entities())
+    got.emplace_back(path, e->typeName());
+  EXPECT_EQ(got, want);
+}
+
+// ---- consistent reads ----
+
+TEST(LiveRead, AnInterruptedReadIsDoneAgainFromScratch) {
+  int reads = 0;
+  const auto em = Snapshot::readConsistently(
+      [&](Snapshot::LiveBuilder& b) -> std::string {
+        b.link(link(kEth1, "eth1"));
+        if (++reads < 3) {
+          b.route(route("10.99.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)}));
+          return "the routes of table 254";
+        }
+        return "";
+      },
+      Snapshot::kLiveReadAttempts);
+  EXPECT_EQ(reads, 3);
+  EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute))->size(), 0u);
+}
+
+TEST(LiveRead, AReadThatIsAlwaysInterruptedIsReportedAfterTheLastAttempt) {
+  int reads = 0;
+  try {
+    Snapshot::readConsistently(
+        [&](Snapshot::LiveBuilder&) {
+          ++reads;
+          return std::string("the links");
+        },
+        Snapshot::kLiveReadAttempts);
+    FAIL() << "no error";
+  } catch (const Snapshot::LiveError& e) {
+    EXPECT_STREQ(e.what(), "the links kept changing while they were read (5 attempts); try again");
+  }
+  EXPECT_EQ(reads, 5);
+}
+
+}  // namespace
