@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/plexa/IpAddr.h"
@@ -404,6 +405,69 @@ int showStaticRoutes(const Match& m, const Context& c) {
   });
 }
 
+// ---- static routes in the routing information base ----
+
+int showStaticRoutesRib(const Match& m, const Context& c) {
+  const std::string vrf = vrfOf(m);
+  if (int s = checkVrf(vrf, c); s >= 0) return s;
+  Value rib = registry().construct("Rova::StaticRoutesRibCommon",
+                                   {{"allIntfConfig", state().at(paths::kIntfConfig)}});
+  for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+    const Value input = state().atVrf(vrf, leaf);
+    if (input.isNone()) continue;
+    const Value args[] = {input, Value(true)};
+    registry().call(rib, "newRouteInputConf", args);
+  }
+  registry().attributeIs(rib, "dynamic", Value(m.flag("dynamic")));
+  registry().attributeIs(rib, "fd", Value(static_cast<std::uint32_t>(c.out)));
+  registry().attributeIs(rib, "fmt", Value(static_cast<std::uint32_t>(m.formatNumber())));
+  rendr::Printer::clearOutputFailed();
+  outputStarted = true;
+  const Value args[] = {staticRouteDefaults()};
+  try {
+    registry().call(rib, "dump", args);
+  } catch (const rendr::outputClosedException&) {
+    return kStatusOk;
+  } catch (const rendr::sigintException&) {
+    return kStatusOk;  // the listing has said "exiting" itself
+  }
+  return rendr::Printer::outputFailed() ? kStatusFailed : kStatusOk;
+}
+
+int clearStaticRoutes(const Match& m, const Context& c) {
+  std::vector<std::string> vrfs;
+  if (m.has("NAME")) {
+    if (int s = checkVrf(m.value("NAME"), c); s >= 0) return s;
+    vrfs.push_back(m.value("NAME"));
+  } else {
+    vrfs = state().vrfNames();
+  }
+  Value helper = registry().construct("Rova::ClearIntfRoutesAndViasHelper", {});
+  for (const std::string& vrf : vrfs) {
+    for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+      const Value config = state().atVrf(vrf, leaf);
+      if (config.isNone()) continue;
+      const Value args[] = {config, Value(m.value("INTF").c_str())};
+      registry().call(helper, "clearIntfRoutesAndViasHelper", args);
+    }
+  }
+  state().changed();
+  if (m.format() == Format::json) c.print("{}\n");
+  return kStatusOk;
+}
+
+// ---- writing the state back ----
+
+int writeState(const Match& m, const Context& c) {
+  try {
+    state().save(m.has("FILE") ? m.value("FILE") : std::string());
+  } catch (const Snapshot::SaveError& e) {
+    throw Mox::RangeException(std::string("Cannot write ") + e.what());
+  }
+  if (m.format() == Format::json) c.print("{}\n");
+  return kStatusOk;
+}
+
 // ---- configuration checks ----
 
 // Prints a check's answer: "acceptable", or the refusal; exit status 0 or 1.
@@ -496,6 +560,7 @@ void addCommands(Grammar& grammar) {
   grammar.addType({"RD", "Route distinguisher (ASN:n or A.B.C.D:n)", isRd, {}});
   grammar.addType(
       {"VALUE", "A value text form, quoted: \"Value('Ns::Type', ** {...})\"", anyWord, {}});
+  grammar.addType({"FILE", "File name", anyWord, {}});
   std::vector<Choice> protocols;
   for (const auto& p : kProtocols)
     protocols.push_back({p.word, p.help});
@@ -508,6 +573,8 @@ void addCommands(Grammar& grammar) {
   grammar.addKeywordHelp("vrf", "A VRF");
   grammar.addKeywordHelp("detail", "More detail");
   grammar.addKeywordHelp("longer-prefixes", "The prefix and every route inside it");
+  grammar.addKeywordHelp("clear", "Reset functions");
+  grammar.addKeywordHelp("static-routes", "Static routes");
 
   std::vector<Row> rows = {
       {"show version", {{"version", "Software version and the state shown"}}, showVersion},
@@ -535,6 +602,19 @@ void addCommands(Grammar& grammar) {
         {"static-routes", "Static routes"},
         {"all", "With the default preference and tag too"}},
        showStaticRoutes},
+      {"show static-routes [vrf NAME] [dynamic]",
+       {{"static-routes", "Static routes as the routing information base holds them"},
+        {"dynamic", "The routes installed by agents instead of the configured ones"}},
+       showStaticRoutesRib},
+      {"clear static-routes interface INTF [vrf NAME]",
+       {{"interface", "Remove the static routes and vias through an interface"},
+        {"vrf", "In one VRF only (default: every VRF)"}},
+       clearStaticRoutes},
+      {"write [FILE]",
+       {{"write", "Save the state to the file it came from"},
+        {"FILE", "Save it to this file instead"}},
+       writeState},
+      {"configure", {{"configure", "Enter configuration mode"}}, enterConfigMode},
       {"check ip address INTF A.B.C.D/LEN [primary-match (none|exact|address)] "
        "[secondary-match (none|exact|address)] [mgmt-prefix TEXT]",
        {{"address", "May this address be assigned to the interface?"},
@@ -562,6 +642,22 @@ void addCommands(Grammar& grammar) {
   for (Row& row : rows)
     row.action = jsonSafe(std::move(row.action));
   grammar.addRows(std::move(rows));
+}
+
+int finishOneShot(int status, const Context& context) {
+  if (status != kStatusOk || !state().unsaved()) return status;
+  if (state().filePath().empty()) {
+    context.error("% Not saved: the " + state().source() +
+                  " has no file of its own; give the state with --state FILE");
+    return status;
+  }
+  try {
+    state().save("");
+  } catch (const Snapshot::SaveError& e) {
+    context.error(std::string("% Cannot write ") + e.what());
+    return kStatusFailed;
+  }
+  return status;
 }
 
 int loadState(const std::string& path, const Context& context) {

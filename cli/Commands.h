@@ -12,6 +12,11 @@ namespace cli {
 // Registers the argument types, the shared keyword help and every row.
 void addCommands(Grammar& grammar);
 
+// After a one-shot command: a command that changed the state has the state written back to
+// the file it came from (--state FILE). Returns the status to leave with: `status`, or 1 when
+// writing failed (reported on context.err).
+int finishOneShot(int status, const Context& context);
+
 // Loads the device state named by --state (empty: the built-in default) before the first
 // command runs. Returns kStatusOk, or the status to leave with after reporting on
 // context.err.

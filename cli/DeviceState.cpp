@@ -22,16 +22,20 @@ void DeviceState::load(const std::string& path) {
   auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
   use(std::move(em), path.empty() ? "built-in example" : path);
   live_ = false;
+  // Standard input is read once; there is no file to write back to.
+  filePath_ = path == "-" ? std::string() : path;
 }
 
 void DeviceState::loadLive() {
   use(Snapshot::readLive(), "live");
   live_ = true;
+  filePath_.clear();
 }
 
 void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
   em_ = std::move(em);
   source_ = std::move(source);
+  unsaved_ = false;
   // Value texts name state entities by path ("Ptr('Ip::Config', 'ip/config')"): they read
   // back as the entities of this state.
   Mox::ptrResolverIs([this](std::string_view type, std::string_view at) -> Mox::Ptr<Mox::Entity> {
@@ -39,6 +43,16 @@ void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
     if (it == em_->entities().end() || type != it->second->typeName()) return nullptr;
     return it->second;
   });
+}
+
+void DeviceState::save(const std::string& path) {
+  const std::string target = path.empty() ? filePath_ : path;
+  if (target.empty()) {
+    throw Mox::RangeException("The state has no file of its own (" + source_ +
+                              "); give one: write FILE");
+  }
+  Snapshot::save(*em_, target);
+  if (target == filePath_) unsaved_ = false;
 }
 
 std::string DeviceState::hostname() const {

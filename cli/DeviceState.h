@@ -27,6 +27,16 @@ class DeviceState {
 
   const Statum::EntityManager& entities() const { return *em_; }
   const std::string& source() const { return source_; }
+  // The file the state was loaded from; empty for the built-in example.
+  const std::string& filePath() const { return filePath_; }
+
+  // A command that changes the state says so; `unsaved` tells whether a change was made since
+  // the state was loaded or last saved to its own file.
+  void changed() { unsaved_ = true; }
+  bool unsaved() const { return unsaved_; }
+  // Writes the state to `path` (empty: the file it came from) with Snapshot::save. Throws
+  // Snapshot::SaveError; Mox::RangeException when there is no file to write to.
+  void save(const std::string& path);
   std::string hostname() const;
 
   // The entity at a device-wide path, as a registry value; None when there is none.
@@ -44,6 +54,8 @@ class DeviceState {
   Mox::Ptr<Statum::EntityManager> em_;
   std::string source_;
   bool live_ = false;
+  std::string filePath_;
+  bool unsaved_ = false;
 
   void use(Mox::Ptr<Statum::EntityManager> em, std::string source);
 };

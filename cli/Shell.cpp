@@ -131,7 +131,8 @@ struct Shell::Editor {
     ::history(history, &event, H_ENTER, line.c_str());
   }
 
-  static char* prompt(EditLine*) { return const_cast<char*>(kPrompt); }
+  std::string promptText = kPrompt;  // the mode's prompt, set before each el_gets
+  static char* prompt(EditLine* el) { return of(el).promptText.data(); }
 
   static Editor& of(EditLine* el) {
     void* self = nullptr;
@@ -203,12 +204,12 @@ struct Shell::Editor {
 
   unsigned char help() {
     TypedLine t = typed();
-    return show(helpListing(shell.grammar_.complete(t.words, t.partial)));
+    return show(helpListing(shell.mode().grammar->complete(t.words, t.partial)));
   }
 
   unsigned char tab() {
     TypedLine t = typed();
-    Completion completion = shell.grammar_.complete(t.words, t.partial);
+    Completion completion = shell.mode().grammar->complete(t.words, t.partial);
     TabAction action = tabAction(completion, t.partial);
     if (action.beep) return CC_REFRESH_BEEP;
     if (action.replacement != t.partial) {
@@ -233,13 +234,19 @@ int Shell::run() {
   return isatty(fileno(in_)) ? runInteractive() : runLines();
 }
 
+ShellMode Shell::mode() const {
+  if (modes_) return modes_();
+  return ShellMode{&grammar_, kPrompt, false};
+}
+
 bool Shell::execute(std::string_view line) {
   std::vector<std::string> words = splitWords(line);
   if (words.empty()) return true;
-  if (words.size() == 1 && isLeaveWord(words[0])) return false;
+  const ShellMode current = mode();
+  if (!current.nested && words.size() == 1 && isLeaveWord(words[0])) return false;
   // Commands write to the file descriptor; what the shell buffered must come first.
   std::fflush(out_);
-  status_ = runCommand(grammar_, words, context_);
+  status_ = runCommand(*current.grammar, words, context_);
   return true;
 }
 
@@ -249,6 +256,8 @@ int Shell::runLines() {
   ssize_t length;
   while ((length = getline(&buffer, &capacity, in_)) >= 0) {
     if (!execute(std::string_view(buffer, static_cast<std::size_t>(length)))) break;
+    // A script must not go on past a refused change: what follows (a write, say) assumed it.
+    if (status_ != kStatusOk && !keepGoing_) break;
   }
   std::free(buffer);
   return status_;
@@ -269,6 +278,7 @@ int Shell::runInteractive() {
       editor.waitMask = signals.waitMask();
       // el_gets writes the prompt before it switches the terminal to raw mode; a key typed in
       // between would be echoed by the terminal and again by libedit.
+      editor.promptText = mode().prompt;
       el_set(editor.el, EL_PREP_TERM, 1);
       line = el_gets(editor.el, &count);
     }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,13 +15,28 @@
 
 namespace cli {
 
+// The mode the shell reads the next line in: its grammar and prompt. In a nested mode (the
+// configuration modes) "exit" is a command of the grammar, which leaves the mode, instead of
+// leaving the shell.
+struct ShellMode {
+  const Grammar* grammar = nullptr;
+  std::string prompt;
+  bool nested = false;
+};
+using ModeSource = std::function<ShellMode()>;
+
 class Shell {
  public:
   Shell(const Grammar& grammar, Context context, std::FILE* in = stdin, std::FILE* out = stdout);
 
   // Reads and runs commands until "exit", "quit" or the end of input; returns the status of
-  // the last command run (0 when none ran).
+  // the last command run (0 when none ran). When the input is not a terminal, the first
+  // failing command ends the run with its status, unless keepGoingIs(true).
   int run();
+
+  // Asked before every line; without one the shell has one mode, the grammar it was made with.
+  void modesIs(ModeSource modes) { modes_ = std::move(modes); }
+  void keepGoingIs(bool keepGoing) { keepGoing_ = keepGoing; }
 
   static constexpr const char* kPrompt = "rova> ";
 
@@ -30,11 +46,15 @@ class Shell {
   // Runs one typed line; false when the line asks to leave.
   bool execute(std::string_view line);
 
+  ShellMode mode() const;
+
   const Grammar& grammar_;
   Context context_;
   std::FILE* in_;
   std::FILE* out_;
   int status_ = kStatusOk;
+  ModeSource modes_;
+  bool keepGoing_ = false;
 
   // The libedit session and its key functions (Shell.cpp).
   struct Editor;

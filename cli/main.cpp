@@ -10,6 +10,7 @@
 
 #include "cli/Command.h"
 #include "cli/Commands.h"
+#include "cli/ConfigMode.h"
 #include "cli/Grammar.h"
 #include "cli/LiveMode.h"
 #include "cli/Shell.h"
@@ -18,7 +19,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: rova [--state FILE] [--live] [--trace] [COMMAND...]\n"
+    "usage: rova [--state FILE] [--live] [--trace] [--keep-going] [COMMAND...]\n"
     "\n"
     "Runs one command, for example 'rova show ip route vrf red json', or an interactive\n"
     "shell when no command is given.\n"
@@ -26,12 +27,14 @@ constexpr const char* kUsage =
     "  --state FILE  the device state to show (default: the built-in example)\n"
     "  --live        the routing state of this machine's Linux kernel, read now\n"
     "  --trace       write maintainers' trace messages to stderr\n"
+    "  --keep-going  commands read from a pipe go on after one fails\n"
     "  --help        show this text\n";
 
 struct Options {
   std::string statePath;
   bool live = false;
   std::vector<std::string> command;
+  bool keepGoing = false;
 };
 
 // Options come before the command only, so that a command word can never be taken for one.
@@ -49,7 +52,9 @@ int parseOptions(int argc, char** argv, Options& options) {
       std::fputs(kUsage, stdout);
       return cli::kStatusOk;
     }
-    if (arg == "--trace") {
+    if (arg == "--keep-going") {
+      options.keepGoing = true;
+    } else if (arg == "--trace") {
       Mox::TraceHandle::levelIs(std::numeric_limits<int>::max());
     } else if (arg == "--live") {
       options.live = true;
@@ -85,8 +90,13 @@ int main(int argc, char** argv) {
     const int loaded = options.live ? cli::startLiveMode(grammar, context)
                                     : cli::loadState(options.statePath, context);
     if (loaded != cli::kStatusOk) return loaded;
-    if (options.command.empty()) return cli::Shell(grammar, context).run();
-    return cli::runCommand(grammar, options.command, context);
+    if (options.command.empty()) {
+      cli::Shell shell(grammar, context);
+      shell.modesIs(cli::shellModes(grammar));
+      shell.keepGoingIs(options.keepGoing);
+      return shell.run();
+    }
+    return cli::finishOneShot(cli::runCommand(grammar, options.command, context), context);
   } catch (const std::exception& e) {
     // The table itself is broken or the state hook threw: no command can run.
     std::fprintf(stderr, "%% Internal error: %s\n", e.what());

@@ -38,4 +38,27 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path);
 // The example device (examples/leaf1.json), compiled into the program as its default state.
 std::string_view embeddedExample();
 
+// ---- writing a state back ----
+
+// Why a state could not be saved: what() is "<file>: <reason>" ("s.json: Permission denied").
+class SaveError : public Mox::Exception {
+ public:
+  SaveError(std::string path, std::string reason);
+  const std::string& path() const { return path_; }
+  const std::string& reason() const { return reason_; }
+
+ private:
+  std::string path_;
+  std::string reason_;
+};
+
+// The state as a snapshot document: loading the text gives back the same state. The same
+// state always gives the same text.
+std::string write(const Statum::EntityManager& em);
+
+// Writes the state to `path`, replacing the file atomically: the text goes to a temporary file
+// in the same directory, is flushed to disk, and is renamed over `path`. On any error (a full
+// disk, a read-only directory) SaveError is raised and `path` is left as it was.
+void save(const Statum::EntityManager& em, const std::string& path);
+
 }  // namespace Snapshot

@@ -15,10 +15,12 @@
 #include "lib/registry/TypeRegistry.h"
 #include "lib/route_listing/CachedFec.h"
 #include "lib/route_listing/RouteSorter.h"
+#include "lib/static_routes/ClearIntfRoutesAndViasHelper.h"
 #include "lib/static_routes/NexthopInfo.h"
 #include "lib/static_routes/RouteSortKey.h"
 #include "lib/static_routes/RovaConsts.h"
 #include "lib/static_routes/StaticRoutesCliSaver.h"
+#include "lib/static_routes/StaticRoutesRibCommon.h"
 #include "platform/state/Routing.h"
 
 namespace Rova {
@@ -59,6 +61,13 @@ void registerTypes(TypeRegistry& r) {
             .op("addrWithMaskIs", &Address6QueryParams::addrWithMaskIs, {"addrWithMask"})
             .build());
   r.add(sorterType<Route6Sorter>("Rova::Route6Sorter"));
+  r.add(TypeBuilder<StaticRoutesRibCommon>("Rova::StaticRoutesRibCommon")
+            .constructor<RibAllIntfConfigPtr>({"allIntfConfig"})
+            .op("newRouteInputConf", &StaticRoutesRibCommon::newRouteInputConf,
+                {"routeInput", "flag"})
+            .op("dump", &StaticRoutesRibCommon::dump, {"rovaConsts"})
+            .op("legend", &StaticRoutesRibCommon::legend)
+            .build());
   r.add(TypeBuilder<CounterEntry>("Rova::CounterEntry")
             .constructor<std::uint64_t, std::uint64_t>({"packets", "bytes"})
             .build());
@@ -114,6 +123,11 @@ void registerTypes(TypeRegistry& r) {
             .build());
   r.add(TypeBuilder<CachedFec>("Rova::CachedFec")
             .factory("cachedFecFactory", &cachedFecFactory, {"fecId"})
+            .build());
+  r.add(TypeBuilder<ClearIntfRoutesAndViasHelper>("Rova::ClearIntfRoutesAndViasHelper")
+            .constructor<>()
+            .op("clearIntfRoutesAndViasHelper",
+                &ClearIntfRoutesAndViasHelper::clearIntfRoutesAndViasHelper, {"config", "intf"})
             .build());
 
   // State records the front end reads by attribute name.

@@ -89,6 +89,11 @@ class ConfigGen : public Mox::Entity {
   MOX_ENTITY_TYPE(ConfigGen, "Routing::ConfigGen", ROUTING_CONFIG_GEN_ATTRS)
 };
 
+// A route input is a source of static routes for the routing information base. Each VRF and
+// family has one, its routing configuration, which holds the configured routes and those
+// installed by agents alike; each route's `dynamic` flag tells them apart.
+using RouteInput = ConfigGen;
+
 // The defaults of static route configuration: a saved route line leaves out what equals them.
 #define ROUTING_STATIC_ROUTE_DEFAULTS_ATTRS(F, C)                                \
   F(preference, Preference, Routing::RoutePreference, Mox::AttrKind::value, {1}) \

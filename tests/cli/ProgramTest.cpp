@@ -10,6 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -286,6 +290,133 @@ TEST(RovaProgram, ReadsCommandsFromAPipeWithoutACommand) {
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.out.rfind("rova ", 0), 0u) << r.out;
   EXPECT_EQ(r.err, "% Invalid input at 'nothing'\n");
+}
+
+// ---- Changing the state: configuration mode, clearing, writing back ----
+
+// A copy of the example device in a fresh directory, removed afterwards.
+class StateFile : public testing::Test {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/rova-program-XXXXXX";
+    ASSERT_NE(::mkdtemp(name), nullptr);
+    dir_ = name;
+    file_ = dir_ + "/state.json";
+    std::ifstream in(ROVA_EXAMPLE);
+    std::ofstream(file_) << in.rdbuf();
+  }
+  void TearDown() override { std::filesystem::remove_all(dir_); }
+
+  clitest::Captured session(const std::string& input, std::vector<std::string> extra = {}) {
+    std::vector<std::string> args = {"--state", file_};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return runRova(args, input);
+  }
+  std::string staticRoutes() {
+    return runRova({"--state", file_, "show", "running-config", "static-routes"}).out;
+  }
+  std::string contents() {
+    std::ifstream in(file_);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+  }
+
+  std::string dir_;
+  std::string file_;
+};
+
+TEST_F(StateFile, ConfigurationLinesAreWrittenBackByWrite) {
+  clitest::Captured r = session(
+      "configure\nip route 10.99.0.0/16 10.1.1.2\nip route vrf red 10.98.0.0/16 Null0 5 tag 3 "
+      "name sink\nipv6 route 2001:db8:99::/48 Ethernet1 2001:db8:1::9 label 77 track bfd\nend\n"
+      "write\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  const std::string routes = staticRoutes();
+  for (const char* line : {"ip route 10.99.0.0/16 10.1.1.2\n",
+                           "ip route vrf red 10.98.0.0/16 Null0 5 tag 3 name sink\n",
+                           "ipv6 route 2001:db8:99::/48 Ethernet1 2001:db8:1::9 label 77 track "
+                           "bfd\n"})
+    EXPECT_NE(routes.find(line), std::string::npos) << line << routes;
+}
+
+// What `show running-config static-routes` writes, `no` before each line removes, and pasted
+// back it gives the same configuration.
+TEST_F(StateFile, RunningConfigLinesPasteBack) {
+  const std::string lines = staticRoutes();
+  ASSERT_FALSE(lines.empty());
+  std::string removal = "configure\n", paste = "configure\n";
+  std::istringstream in(lines);
+  for (std::string line; std::getline(in, line);) {
+    removal += "no " + line + "\n";
+    paste += line + "\n";
+  }
+  clitest::Captured removed = session(removal + "end\nwrite\n");
+  EXPECT_EQ(removed.status, 0) << removed.err;
+  EXPECT_EQ(staticRoutes(), "");
+  clitest::Captured pasted = session(paste + "end\nwrite\n");
+  EXPECT_EQ(pasted.status, 0) << pasted.err;
+  EXPECT_EQ(staticRoutes(), lines);
+}
+
+TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
+  const std::string before = contents();
+  const char* const refusals[][2] = {
+      {"interface Ethernet5\nip address 10.2.3.7/16\n",
+       "% Subnet 10.2.0.0 overlaps with existing subnet 10.2.3.0 of interface Ethernet3\n"},
+      {"interface Ethernet5\nip address 10.1.1.0/31\n",
+       "% Address 10.1.1.0 is already assigned to interface Ethernet1\n"},
+      {"interface Vlan100\nipv6 address fe80::1/64\n",
+       "% 'link-local' keyword must be used to configure a link local address.\n"},
+      {"vrf instance red\nrd 100:2\n", "% RD 100:2 already in use by VRF blue\n"},
+      {"ip route 10.1.1.1/24 10.1.1.5\n",
+       "% Invalid input at '10.1.1.1/24': host bits are set; the prefix is 10.1.1.0/24\n"},
+      {"ip route 10.5.0.0/16 10.1.1.0\n",
+       "% Next hop 10.1.1.0 is an address of this router in VRF default\n"},
+      {"ip route vrf nope 10.0.0.0/8 Null0\n", "% VRF 'nope' does not exist\n"},
+      {"ip route 10.0.0.0/8 10.1.1.9 bogus\n", "% Invalid input at 'bogus'\n"},
+  };
+  for (const auto& [lines, message] : refusals) {
+    SCOPED_TRACE(lines);
+    clitest::Captured r = session(std::string("configure\n") + lines + "write\n");
+    EXPECT_NE(r.status, 0);
+    EXPECT_EQ(r.err, message);
+    EXPECT_EQ(contents(), before);
+  }
+  // --keep-going runs every line; the accepted ones are written.
+  clitest::Captured r = session(
+      "configure\nip route 10.5.0.0/16 10.1.1.0\nvrf instance green\nrd 100:7\nexit\n"
+      "interface Loopback9\nip address 10.250.0.1/32\nend\nwrite\n",
+      {"--keep-going"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(contents(), before);
+  EXPECT_EQ(runRova({"--state", file_, "check", "rd", "blue", "100:7"}).out,
+            "RD 100:7 already in use by VRF green\n");
+  EXPECT_EQ(runRova({"--state", file_, "check", "ip", "address", "Ethernet1", "10.250.0.1/32"}).out,
+            "Address 10.250.0.1 is already assigned to interface Loopback9\n");
+}
+
+TEST_F(StateFile, AOneShotClearWritesTheFileBack) {
+  clitest::Captured r =
+      runRova({"--state", file_, "clear", "static-routes", "interface", "Ethernet1"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(staticRoutes().find("10.9.0.0/16"), std::string::npos);
+  EXPECT_NE(staticRoutes().find("10.8.0.0/16"), std::string::npos);
+  // The built-in example has no file: the change is made and said to be lost.
+  clitest::Captured builtIn = runRova({"clear", "static-routes", "interface", "Ethernet1"});
+  EXPECT_EQ(builtIn.status, 0);
+  EXPECT_NE(builtIn.err.find("% Not saved"), std::string::npos) << builtIn.err;
+}
+
+TEST_F(StateFile, WriteFailuresNameTheFile) {
+  clitest::Captured r = session("write " + dir_ + "/no/such/dir.json\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "% Cannot write " + dir_ + "/no/such/dir.json: No such file or directory\n");
+  clitest::Captured builtIn = runRova({"write"});
+  EXPECT_EQ(builtIn.status, 1);
+  EXPECT_EQ(builtIn.err,
+            "% The state has no file of its own (built-in example); give one: write FILE\n");
 }
 
 }  // namespace

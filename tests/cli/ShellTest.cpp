@@ -20,10 +20,12 @@ class ShellLines : public testing::Test {
   ShellLines() { clitest::addDemoCommands(g); }
 
   // Runs the shell over `input` as a file that is not a terminal.
-  clitest::Captured session(std::string input) {
+  clitest::Captured session(std::string input, bool keepGoing = false) {
     return clitest::capture([&](const cli::Context& c) {
       std::FILE* in = fmemopen(input.data(), input.size(), "r");
-      int status = cli::Shell(g, c, in).run();
+      cli::Shell shell(g, c, in);
+      shell.keepGoingIs(keepGoing);
+      int status = shell.run();
       std::fclose(in);
       return status;
     });
@@ -32,16 +34,27 @@ class ShellLines : public testing::Test {
   cli::Grammar g;
 };
 
-TEST_F(ShellLines, RunsEveryLineAndEndsWithTheLastStatus) {
+TEST_F(ShellLines, StopsAtTheFirstFailingCommandWithItsStatus) {
+  const std::string script =
+      "show version\n\n   \nsh ip ro vrf red json\nshow bogus\nshow version\n";
+  clitest::Captured r = session(script);
+  EXPECT_EQ(r.out, "demo 1.0\nroute NAME=red json\n");
+  EXPECT_EQ(r.err, "% Invalid input at 'bogus'\n");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(session("fail\nshow version\n").out, "");
+  EXPECT_EQ(session("show version\nfail\n").status, 1);
+}
+
+TEST_F(ShellLines, KeepGoingRunsEveryLineAndEndsWithTheLastStatus) {
   clitest::Captured r =
-      session("show version\n\n   \nsh ip ro vrf red json\nshow bogus\nshow version\n");
+      session("show version\n\n   \nsh ip ro vrf red json\nshow bogus\nshow version\n", true);
   EXPECT_EQ(r.out, "demo 1.0\nroute NAME=red json\ndemo 1.0\n");
   EXPECT_EQ(r.err, "% Invalid input at 'bogus'\n");
   EXPECT_EQ(r.status, 0);
 
-  EXPECT_EQ(session("show version\nfail\n").status, 1);
+  EXPECT_EQ(session("show version\nfail\n", true).status, 1);
   // The last line counts even without its newline.
-  clitest::Captured unterminated = session("show version\nshow bogus");
+  clitest::Captured unterminated = session("show version\nshow bogus", true);
   EXPECT_EQ(unterminated.status, 2);
   EXPECT_EQ(unterminated.err, "% Invalid input at 'bogus'\n");
 }

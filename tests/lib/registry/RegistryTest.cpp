@@ -35,6 +35,7 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
                                              "Rova::AddressQueryResult",
                                              "Rova::Address6QueryParams",
                                              "Rova::Route6Sorter",
+                                             "Rova::StaticRoutesRibCommon",
                                              "Rova::CounterEntry",
                                              "Rova::AddressAssignmentChecker",
                                              "Rova::RouteSortKey",
@@ -49,7 +50,8 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
                                              "Rova::RouteSorter",
                                              "Rova::CachedLspVia",
                                              "Rova::RdAssignmentChecker",
-                                             "Rova::CachedFec"}));
+                                             "Rova::CachedFec",
+                                             "Rova::ClearIntfRoutesAndViasHelper"}));
   EXPECT_EQ(reg().find("Rova::Nothing"), nullptr);
   EXPECT_EQ(errorOf([] { reg().type("Rova::Nothing"); }), "unknown type 'Rova::Nothing'");
 }

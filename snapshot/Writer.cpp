@@ -1,0 +1,709 @@
+// The snapshot writer: the loaded state written back in the documented format, so that
+// loading the text gives the same state. Everything the loader derives (interface and IP
+// status, the VRFs' hardware counts, kernel-unprogrammed prefixes) is written as the document
+// key it came from. Tables are written in their own order, which after a load is the
+// document's order; hash maps are sorted first, so the same state gives the same text.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/brine/Fib.h"
+#include "platform/brine/Neighbor.h"
+#include "platform/brine/Tables.h"
+#include "platform/brine/Tunnel.h"
+#include "platform/mox/Dir.h"
+#include "platform/state/Interface.h"
+#include "platform/state/Ip.h"
+#include "platform/state/Routing.h"
+#include "snapshot/DeviceInfo.h"
+#include "snapshot/Refs.h"
+#include "snapshot/Snapshot.h"
+#include "snapshot/StatePaths.h"
+
+namespace Snapshot {
+
+namespace {
+
+namespace p = paths;
+
+// JSON written straight into one buffer, two blanks of indent per level. Members and elements
+// are separated as they come, so callers only say what to write.
+class Json {
+ public:
+  std::string take() {
+    text_ += '\n';
+    return std::move(text_);
+  }
+
+  Json& openObject() { return open('{'); }
+  Json& openArray() { return open('['); }
+  Json& close() {
+    const bool empty = first_.back();
+    first_.pop_back();
+    const char closing = closers_.back();
+    closers_.pop_back();
+    if (!empty) newline();
+    text_ += closing;
+    return *this;
+  }
+  // Starts a member; its value follows.
+  Json& key(std::string_view k) {
+    element();
+    quoted(k);
+    text_ += ": ";
+    pendingValue_ = true;
+    return *this;
+  }
+  Json& string(std::string_view s) {
+    element();
+    quoted(s);
+    return *this;
+  }
+  Json& number(std::uint64_t n) {
+    element();
+    char buf[24];
+    text_.append(buf, std::to_chars(buf, buf + sizeof buf, n).ptr);
+    return *this;
+  }
+  Json& boolean(bool b) {
+    element();
+    text_ += b ? "true" : "false";
+    return *this;
+  }
+  Json& null() {
+    element();
+    text_ += "null";
+    return *this;
+  }
+
+  Json& member(std::string_view k, std::string_view v) { return key(k).string(v); }
+  Json& member(std::string_view k, const std::string& v) { return key(k).string(v); }
+  Json& member(std::string_view k, const char* v) { return key(k).string(v); }
+  Json& member(std::string_view k, std::uint64_t v) { return key(k).number(v); }
+  Json& memberBool(std::string_view k, bool v) { return key(k).boolean(v); }
+
+ private:
+  // A JSON string: quotes, backslashes and control characters escaped.
+  void quoted(std::string_view s) {
+    text_ += '"';
+    for (unsigned char c : s) {
+      switch (c) {
+        case '"':
+          text_ += "\\\"";
+          break;
+        case '\\':
+          text_ += "\\\\";
+          break;
+        case '\n':
+          text_ += "\\n";
+          break;
+        case '\t':
+          text_ += "\\t";
+          break;
+        case '\r':
+          text_ += "\\r";
+          break;
+        default:
+          if (c < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\u%04x", c);
+            text_ += buf;
+          } else {
+            text_ += static_cast<char>(c);
+          }
+      }
+    }
+    text_ += '"';
+  }
+
+  Json& open(char c) {
+    element();
+    text_ += c;
+    closers_.push_back(c == '{' ? '}' : ']');
+    first_.push_back(true);
+    return *this;
+  }
+  // Before a member or an element: the separator and the line it goes on. A value after its
+  // key stays on the key's line.
+  void element() {
+    if (pendingValue_) {
+      pendingValue_ = false;
+      return;
+    }
+    if (first_.empty()) return;
+    if (!first_.back()) text_ += ',';
+    first_.back() = false;
+    newline();
+  }
+  void newline() {
+    text_ += '\n';
+    text_.append(2 * first_.size(), ' ');
+  }
+
+  std::string text_;
+  std::vector<char> closers_;
+  std::vector<bool> first_;
+  bool pendingValue_ = false;
+};
+
+template <class T>
+Mox::Ptr<T const> need(const Statum::EntityManager& em, std::string_view path) {
+  return em.find<T>(path);
+}
+
+std::vector<std::string> vrfNames(const Statum::EntityManager& em) {
+  std::vector<std::string> names;
+  const std::string leaf = std::string("/") + p::kFibRoute;
+  for (const auto& [path, entity] : em.entities()) {
+    if (path.rfind("vrf/", 0) != 0 || path.size() <= leaf.size() + 4) continue;
+    if (path.compare(path.size() - leaf.size(), leaf.size(), leaf) != 0) continue;
+    names.push_back(path.substr(4, path.size() - 4 - leaf.size()));
+  }
+  return names;
+}
+
+class Writer {
+ public:
+  explicit Writer(const Statum::EntityManager& em) : em_(em) {}
+  std::string run();
+
+ private:
+  void hardware();
+  void staticRouteDefaults();
+  void vrfs();
+  void vrf(const std::string& name);
+  template <class RouteTable, class FecTable, class NameOf>
+  void family(const std::string& vrf, const char* routes, const char* fecs, const char* kernel,
+              NameOf nameOf);
+  template <class Fec>
+  void fec(const Fec& fec);
+  void staticRoutes(const std::string& vrf);
+  void staticRoute(const Routing::Route& route);
+  void interfaces();
+  void neighbors();
+  void tunnels();
+  void tunnelVias(const Tunnel::TunnelTable::TunnelViaArray& vias);
+  template <class Table>
+  void tunnelTable(const char* name);
+  void srTePolicies();
+  void nexthopGroups();
+  void flexCounters();
+  void counterRows(const char* key, const char* path);
+  void routeDistinguishers();
+
+  template <class V>
+  void text(std::string_view k, const V& v) {
+    json_.member(k, v.stringValue());
+  }
+
+  const Statum::EntityManager& em_;
+  Json json_;
+};
+
+std::string Writer::run() {
+  json_.openObject();
+  json_.member("version", std::uint64_t(kFormatVersion));
+  if (auto device = need<DeviceInfo>(em_, p::kDevice))
+    json_.member("hostname", device->hostname().stringValue());
+  hardware();
+  staticRouteDefaults();
+  vrfs();
+  interfaces();
+  neighbors();
+  tunnels();
+  srTePolicies();
+  nexthopGroups();
+  flexCounters();
+  routeDistinguishers();
+  json_.close();
+  return json_.take();
+}
+
+void Writer::hardware() {
+  auto hw = need<Routing::Hardware::Status>(em_, p::kRoutingHw);
+  if (!hw) return;
+  json_.key("hardware").openObject();
+  json_.member("fecWeightLimit", hw->fecWeightLimit());
+  json_.member("maxEcmp", hw->maxEcmp());
+  json_.member("nexthopGroupMaxSize", hw->nexthopGroupMaxSize());
+  json_.close();
+}
+
+void Writer::staticRouteDefaults() {
+  auto d = need<Routing::StaticRouteDefaults>(em_, p::kStaticRouteDefaults);
+  if (!d) return;
+  json_.key("staticRouteDefaults").openObject();
+  json_.member("preference", d->preference());
+  json_.member("tag", d->tag());
+  json_.member("name", d->name().stringValue());
+  json_.close();
+}
+
+void Writer::vrfs() {
+  json_.key("vrfs").openObject();
+  for (const std::string& name : vrfNames(em_))
+    vrf(name);
+  json_.close();
+}
+
+void Writer::vrf(const std::string& name) {
+  json_.key(name).openObject();
+  if (auto ids = need<Vrf::VrfIdMap::Status>(em_, p::kVrfIdMap)) {
+    for (const auto& entry : *ids) {
+      if (entry.vrfName().stringValue() == name) json_.member("id", entry.vrfId);
+    }
+  }
+  if (auto c = need<Routing::ConfigGen>(em_, p::vrfPath(name, p::kRoutingConfig)))
+    json_.memberBool("routingEnabled", c->routingEnabled());
+  if (auto c = need<Routing::ConfigGen>(em_, p::vrfPath(name, p::kRouting6Config)))
+    json_.memberBool("routing6Enabled", c->routingEnabled());
+  staticRoutes(name);
+  json_.key("ipv4").openObject();
+  family<Brine::Fib::RouteStatus, Brine::Fib::ForwardingStatus>(
+      name, p::kFibRoute, p::kFibFec, p::kKernelUnprogrammed,
+      [](auto t) { return Routing::Fib::routeTypeName(t); });
+  json_.close();
+  json_.key("ipv6").openObject();
+  family<Brine::Fib6::RouteStatus, Brine::Fib6::ForwardingStatus>(
+      name, p::kFib6Route, p::kFib6Fec, p::kKernelUnprogrammed6,
+      [](auto t) { return Routing6::Fib::routeTypeName(t); });
+  json_.close();
+  json_.close();
+}
+
+template <class RouteTable, class FecTable, class NameOf>
+void Writer::family(const std::string& vrf, const char* routes, const char* fecs,
+                    const char* kernel, NameOf nameOf) {
+  using Unprogrammed = Brine::KernelUnprogrammedRoute::UnprogrammedRoute;
+  auto notInKernel = need<Unprogrammed>(em_, p::vrfPath(vrf, kernel));
+  json_.key("routes").openArray();
+  if (auto table = need<RouteTable>(em_, p::vrfPath(vrf, routes))) {
+    for (const auto& route : *table) {
+      json_.openObject();
+      text("prefix", route.prefix);
+      json_.member("type", nameOf(route.routeType));
+      if (route.fecId.value() != 0) json_.member("fec", fecRefText(route.fecId));
+      json_.member("preference", std::uint64_t(route.preference));
+      if (route.metric != 0) json_.member("metric", route.metric);
+      if (!route.hardwareProgrammed) json_.memberBool("hardwareProgrammed", false);
+      if (notInKernel && notInKernel->contains(Plexa::IpGenPrefix(route.prefix)))
+        json_.memberBool("kernelProgrammed", false);
+      json_.close();
+    }
+  }
+  json_.close();
+  json_.key("fecs").openArray();
+  if (auto table = need<FecTable>(em_, p::vrfPath(vrf, fecs))) {
+    // A FEC holds room for 512 vias: copied out one at a time, not all at once.
+    for (auto it = table->begin(); it != table->end(); ++it)
+      fec(*it);
+  }
+  json_.close();
+}
+
+template <class Fec>
+void Writer::fec(const Fec& fec) {
+  json_.openObject();
+  json_.member("id", fecRefText(fec.fecId));
+  if (fec.backupViaIndexValue != 0) json_.member("backupIndex", fec.backupViaIndexValue);
+  json_.key("vias").openArray();
+  for (const auto& via : fec.via) {
+    json_.openObject();
+    if (!via.hop.isZero()) text("nexthop", via.hop);
+    if (via.tunnelIdValue != 0) {
+      json_.member("tunnel", tunnelRefText(Tunnel::TunnelTable::TunnelId(via.tunnelIdValue)));
+    } else if (via.intfId.isValid()) {
+      text("interface", via.intfId);
+    }
+    if (via.weight != 1) json_.member("weight", via.weight);
+    if (via.labelValue != Plexa::MplsLabel::kNoLabel) json_.member("label", via.labelValue);
+    json_.close();
+  }
+  json_.close();
+  json_.close();
+}
+
+void Writer::staticRoutes(const std::string& vrf) {
+  std::vector<Mox::Ptr<Routing::Route>> routes;
+  for (const char* leaf : {p::kRoutingConfig, p::kRouting6Config}) {
+    if (auto config = need<Routing::ConfigGen>(em_, p::vrfPath(vrf, leaf))) {
+      for (const auto& [key, route] : config->route())
+        routes.push_back(route);
+    }
+  }
+  std::sort(routes.begin(), routes.end(),
+            [](const auto& a, const auto& b) { return a->key() < b->key(); });
+  json_.key("staticRoutes").openArray();
+  for (const auto& route : routes)
+    staticRoute(*route);
+  json_.close();
+}
+
+void Writer::staticRoute(const Routing::Route& route) {
+  // A forward route without vias forwards nothing, and the format has no way to hold one.
+  if (route.routeType() == Routing::RouteType::forward && route.vias() == 0) return;
+  json_.openObject();
+  text("prefix", route.prefix());
+  json_.member("preference", std::uint64_t(route.preference()));
+  json_.member("type", Routing::routeTypeName(route.routeType()));
+  if (route.tag() != 0) json_.member("tag", route.tag());
+  if (route.dynamic()) json_.memberBool("dynamic", true);
+  if (!route.persistent()) json_.memberBool("persistent", false);
+  switch (route.routeType()) {
+    case Routing::RouteType::drop:
+      if (!route.dropNextHopName().empty())
+        json_.member("name", route.dropNextHopName().stringValue());
+      break;
+    case Routing::RouteType::nexthopGroup:
+      json_.member("nexthopGroup", route.nexthopGroupName().stringValue());
+      break;
+    default:
+      json_.key("vias").openArray();
+      for (const Routing::Via& via : route.via()) {
+        json_.openObject();
+        if (via.hop()) text("nexthop", via.hop());
+        if (via.intfId().isValid()) text("interface", via.intfId());
+        if (!via.mplsLabel().isNoLabel()) json_.member("label", via.mplsLabel().value());
+        if (via.vtepAddr()) {
+          text("vtep", via.vtepAddr());
+          json_.member("vni", std::uint64_t(via.vni().value()));
+          if (via.routerMac() != Plexa::EthAddr()) text("routerMac", via.routerMac());
+        }
+        if (const bool* track = route.viaTrackBfd().find(via); track && *track)
+          json_.memberBool("trackBfd", true);
+        if (const Mox::String8* name = route.viaNextHopName().find(via); name && !name->empty())
+          json_.member("name", name->stringValue());
+        json_.close();
+      }
+      json_.close();
+      break;
+  }
+  json_.close();
+}
+
+void Writer::interfaces() {
+  auto config = need<Interface::AllIntfConfigDir>(em_, p::kIntfConfig);
+  auto status = need<Interface::AllIntfStatusDir>(em_, p::kIntfStatus);
+  auto ip = need<Ip::Config>(em_, p::kIpConfig);
+  auto ip6 = need<Ip6::Config>(em_, p::kIp6Config);
+  json_.key("interfaces").openArray();
+  if (config) {
+    for (const auto& [id, intf] : config->intfConfig()) {
+      json_.openObject();
+      text("name", id);
+      if (intf->vrf().stringValue().empty()) {
+        json_.key("vrf").null();
+      } else if (!intf->vrf().isDefault()) {
+        json_.member("vrf", intf->vrf().stringValue());
+      }
+      if (!intf->description().empty())
+        json_.member("description", intf->description().stringValue());
+      if (status) {
+        if (const auto* st = status->intfStatus().find(id); st && *st && !(*st)->operUp())
+          json_.memberBool("operUp", false);
+      }
+      if (!intf->enabled()) json_.memberBool("enabled", false);
+      if (const auto* c = ip ? ip->intfConfig().find(id) : nullptr; c && *c) {
+        const Ip::IpIntfConfig& a = **c;
+        json_.key("ipv4").openObject();
+        if (a.addrWithMask() != Plexa::IpAddrWithMask()) text("primary", a.addrWithMask());
+        json_.key("secondaries").openArray();
+        for (const auto& s : a.secondaryWithMask())
+          json_.string(s.stringValue());
+        json_.close();
+        if (a.virtualAddrWithMask() != Plexa::IpAddrWithMask())
+          text("virtualPrimary", a.virtualAddrWithMask());
+        json_.key("virtualSecondaries").openArray();
+        for (const auto& s : a.virtualSecondaryWithMask())
+          json_.string(s.stringValue());
+        json_.close();
+        json_.close();
+      }
+      if (const auto* c = ip6 ? ip6->intf().find(id) : nullptr; c && *c) {
+        json_.key("ipv6").openArray();
+        for (const auto& [addr, info] : (*c)->addr())
+          json_.string(addr.stringValue());
+        json_.close();
+      }
+      json_.close();
+    }
+  }
+  json_.close();
+}
+
+void Writer::neighbors() {
+  auto arp = need<Arp::Table::Status>(em_, p::kArpStatus);
+  auto ids = need<Vrf::VrfIdMap::Status>(em_, p::kVrfIdMap);
+  json_.key("neighbors").openArray();
+  if (arp) {
+    for (const auto& entry : *arp) {
+      json_.openObject();
+      if (entry.arpKey.vrfId != Vrf::VrfIdMap::kDefaultVrfId && ids)
+        json_.member("vrf", ids->vrfName(entry.arpKey.vrfId).stringValue());
+      text("address", entry.arpKey.addr);
+      text("interface", entry.arpKey.intfId);
+      text("mac", entry.ethAddr);
+      json_.close();
+    }
+  }
+  json_.close();
+}
+
+void Writer::tunnelVias(const Tunnel::TunnelTable::TunnelViaArray& vias) {
+  json_.key("vias").openArray();
+  for (const auto& via : vias) {
+    json_.openObject();
+    if (!via.nexthop.isZero()) text("nexthop", via.nexthop);
+    if (Plexa::DynamicTunnelIntfId::isDynamicTunnelIntfId(via.intfId)) {
+      json_.member("tunnel", tunnelRefText(Tunnel::TunnelTable::TunnelId(
+                                 Plexa::DynamicTunnelIntfId::tunnelId(via.intfId))));
+    } else if (via.intfId.isValid()) {
+      text("interface", via.intfId);
+    }
+    if (!via.labelOp.empty()) text("labels", via.labelOp);
+    json_.close();
+  }
+  json_.close();
+}
+
+template <class Table>
+void Writer::tunnelTable(const char* name) {
+  auto dir = need<Mox::Dir>(em_, p::kTunnelTables);
+  auto table = dir ? dir->entity<Table>(name) : nullptr;
+  if (!table) return;  // the protocol does not run: no key at all
+  json_.key(name).openArray();
+  for (const auto& entry : *table) {
+    json_.openObject();
+    json_.member("tunnel", tunnelRefText(entry.tunnelId));
+    text("endpoint", entry.endpoint);
+    tunnelVias(entry.via);
+    json_.close();
+  }
+  json_.close();
+}
+
+void Writer::tunnels() {
+  using namespace Tunnel::TunnelTable;
+  json_.key("tunnels").openObject();
+  json_.key("fib").openArray();
+  if (auto fib = need<Tunnel::TunnelFib::MplsTunnelFib>(em_, p::kTunnelFib)) {
+    for (const auto& entry : *fib) {
+      json_.openObject();
+      json_.member("tunnel", tunnelRefText(entry.tunnelId));
+      tunnelVias(entry.tunnelVia);
+      json_.close();
+    }
+  }
+  json_.close();
+  tunnelTable<SrTunnelTable>("sr");
+  tunnelTable<StaticTunnelTable>("static");
+  tunnelTable<LdpTunnelTable>("ldp");
+  tunnelTable<BgpLuTunnelTable>("bgpLu");
+  json_.key("evpnVxlan").openArray();
+  if (auto evpn = need<EvpnVxlanTunnelTable>(em_, p::kEvpnVxlan)) {
+    for (const auto& entry : *evpn) {
+      json_.openObject();
+      text("interface", entry.intfId);
+      text("vtep", entry.vtepAddr);
+      json_.member("vni", std::uint64_t(entry.vni.value()));
+      if (entry.routerMac != Plexa::EthAddr()) text("routerMac", entry.routerMac);
+      json_.close();
+    }
+  }
+  json_.close();
+  json_.close();
+}
+
+void Writer::srTePolicies() {
+  json_.key("srTePolicies").openArray();
+  if (auto policies = need<SrTePolicy::PolicyStatus>(em_, p::kSrTePolicy)) {
+    for (const auto& entry : *policies) {
+      json_.openObject();
+      json_.member("fec", fecRefText(entry.fecId));
+      text("endpoint", entry.policyKey.endpoint);
+      json_.member("color", entry.policyKey.color);
+      json_.close();
+    }
+  }
+  json_.close();
+}
+
+void Writer::nexthopGroups() {
+  auto config = need<Routing::NexthopGroup::Config>(em_, p::kNhgConfig);
+  auto ids = need<NexthopGroup::EntryStatus>(em_, p::kNhgEntryStatus);
+  auto hw = need<Routing::Hardware::NexthopGroupStatus>(em_, p::kNhgHwStatus);
+  json_.key("nexthopGroups").openArray();
+  if (config) {
+    for (const auto& [name, group] : config->nexthopGroup()) {
+      const std::uint64_t id =
+          ids ? ids->lookup(NexthopGroup::NexthopGroupEntryKey(name.view())).nhgId : 0;
+      json_.openObject();
+      json_.member("name", name.stringValue());
+      json_.member("id", id);
+      json_.member("type", Routing::NexthopGroup::moxEnumName(group->type()));
+      if (group->size() != 0) json_.member("size", group->size());
+      json_.member("ttl", std::uint64_t(group->ttl()));
+      if (!group->source().isZero()) text("source", group->source());
+      json_.key("entries").openArray();
+      for (const auto& [index, entry] : group->entry()) {
+        json_.openObject();
+        text("destination", entry.destination());
+        if (!entry.mplsLabels().empty()) text("labels", entry.mplsLabels());
+        json_.close();
+      }
+      json_.close();
+      json_.key("programmedInVrfs").openArray();
+      if (hw) {
+        for (const auto& [vrf, status] : hw->vrf()) {
+          if (status && status->nexthopGroup().contains(id)) json_.string(vrf.stringValue());
+        }
+      }
+      json_.close();
+      json_.close();
+    }
+  }
+  json_.close();
+}
+
+void Writer::counterRows(const char* key, const char* path) {
+  json_.key(key).openArray();
+  if (auto table = need<FlexCounters::CounterTable>(em_, path)) {
+    for (const auto& row : *table) {
+      json_.openObject();
+      json_.member("index", row.counterKey.counterIndex);
+      json_.member("chipMask", row.counterKey.chipMask);
+      json_.member("packets", row.packets);
+      json_.member("bytes", row.bytes);
+      json_.close();
+    }
+  }
+  json_.close();
+}
+
+void Writer::flexCounters() {
+  json_.key("flexCounters").openObject();
+  counterRows("counters", p::kCounterTable);
+  counterRows("snapshot", p::kSnapshotCounterTable);
+  json_.key("entryKeys").openArray();
+  using Keys = Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable;
+  if (auto keys = need<Keys>(em_, p::kCounterKeyTable)) {
+    for (const auto& rec : *keys) {
+      json_.openObject();
+      json_.member("nexthopGroupId", rec.entry.nhgId);
+      json_.member("entry", std::uint64_t(rec.entry.entryIndex));
+      json_.member("counterIndex", rec.info.counterIndex);
+      json_.member("chipMask", rec.info.chipMask);
+      json_.close();
+    }
+  }
+  json_.close();
+  json_.close();
+}
+
+void Writer::routeDistinguishers() {
+  json_.key("routeDistinguisherInputs").openObject();
+  if (auto dir = need<Mox::Dir>(em_, p::kRdInputDir)) {
+    for (const auto& [inputName, entity] : dir->entries()) {
+      auto input = Mox::ptrCast<Ip::RouteDistinguisherInput>(entity);
+      if (!input) continue;
+      std::vector<std::pair<std::string, std::string>> rds;
+      for (const auto& [vrf, rd] : input->routeDistinguisher())
+        rds.emplace_back(vrf.stringValue(), rd.stringValue());
+      std::sort(rds.begin(), rds.end());
+      json_.key(inputName.view()).openObject();
+      for (const auto& [vrf, rd] : rds)
+        json_.member(vrf, rd);
+      json_.close();
+    }
+  }
+  json_.close();
+}
+
+std::string reason(int err) {
+  return std::strerror(err);
+}
+
+// A file descriptor closed on every way out.
+class Fd {
+ public:
+  explicit Fd(int fd) : fd_(fd) {}
+  ~Fd() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  int get() const { return fd_; }
+  // Closes now, so that an error of the close itself is seen.
+  int release() {
+    const int r = ::close(fd_);
+    fd_ = -1;
+    return r;
+  }
+
+ private:
+  int fd_;
+};
+
+std::string directoryOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace
+
+SaveError::SaveError(std::string path, std::string reason)
+    : Mox::Exception(path + ": " + reason), path_(std::move(path)), reason_(std::move(reason)) {}
+
+std::string write(const Statum::EntityManager& em) {
+  return Writer(em).run();
+}
+
+void save(const Statum::EntityManager& em, const std::string& path) {
+  const std::string text = write(em);
+  // The new text goes to a file beside the old one and replaces it in one rename: a crash or
+  // a full disk leaves either the old file or the new one, never half of either.
+  std::string temp = path + ".XXXXXX";
+  Fd fd(::mkstemp(temp.data()));
+  if (fd.get() < 0) throw SaveError(path, reason(errno));
+  bool renamed = false;
+  struct Cleanup {
+    const std::string& temp;
+    const bool& renamed;
+    ~Cleanup() {
+      if (!renamed) ::unlink(temp.c_str());
+    }
+  } cleanup{temp, renamed};
+
+  // Keep the old file's permissions; mkstemp made the new one private.
+  struct stat old {};
+  const mode_t mode = ::stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : 0644;
+  if (::fchmod(fd.get(), mode) != 0) throw SaveError(path, reason(errno));
+
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const ssize_t n = ::write(fd.get(), rest.data(), rest.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw SaveError(path, reason(errno));
+    rest.remove_prefix(static_cast<std::size_t>(n));
+  }
+  if (::fsync(fd.get()) != 0) throw SaveError(path, reason(errno));
+  if (fd.release() != 0) throw SaveError(path, reason(errno));
+  if (::rename(temp.c_str(), path.c_str()) != 0) throw SaveError(path, reason(errno));
+  renamed = true;
+  // The rename itself is durable once the directory is.
+  Fd dir(::open(directoryOf(path).c_str(), O_RDONLY | O_DIRECTORY));
+  if (dir.get() >= 0) ::fsync(dir.get());
+}
+
+}  // namespace Snapshot
