@@ -269,11 +269,16 @@ INSTANTIATE_TEST_SUITE_P(Commands, LiveGolden, testing::ValuesIn(readCases()),
 
 // ---- the shell ----
 
+// A script stops at the refusal (its status is the refusal's); with --keep-going, as at the
+// prompt, the next command runs on the live state.
 TEST(Live, TheShellRefusesConfigurationAndGoesOn) {
   Namespace ns("shell");
   if (ns.ready()) makeDevice(ns);
   if (!ns.ready()) GTEST_SKIP() << ns.error();
-  const auto r = ns.rova({}, "configure\nshow ip route 10.21.0.0/16\n");
+  const auto stopped = ns.rova({}, "configure\nshow ip route 10.21.0.0/16\n");
+  EXPECT_EQ(stopped.status, 1);
+  EXPECT_EQ(stopped.out, "");
+  const auto r = ns.rova({"--keep-going"}, "configure\nshow ip route 10.21.0.0/16\n");
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err,
             "% Configuration is refused in live mode: rova shows the kernel's routing state and "
