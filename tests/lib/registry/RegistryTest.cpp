@@ -44,11 +44,13 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
                                              "Rova::InvalidNextHop6Checker",
                                              "Rova::Address6AssignmentChecker",
                                              "Rova::StaticRoutesCliSaver",
+                                             "Rova::RouteSummary",
                                              "Rova::InvalidNextHopChecker",
                                              "Rova::AddrMatchType",
                                              "Rova::RouteSorter",
                                              "Rova::CachedLspVia",
                                              "Rova::RdAssignmentChecker",
+                                             "Rova::Route6Summary",
                                              "Rova::CachedFec"}));
   EXPECT_EQ(reg().find("Rova::Nothing"), nullptr);
   EXPECT_EQ(errorOf([] { reg().type("Rova::Nothing"); }), "unknown type 'Rova::Nothing'");
