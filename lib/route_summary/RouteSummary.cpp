@@ -93,7 +93,10 @@ RouteTally<Fam> tallyRoutes(const typename Fam::RouteStatus& table,
     }
     if (++walked % kYieldEvery == 0) Mox::ActivityLock::instance().yield();
     const auto type = static_cast<std::size_t>(route.routeType);
-    if (type >= RouteTally<Fam>::kTypes) continue;
+    const auto length = static_cast<std::size_t>(route.prefix.len());
+    // A length beyond the family's is a record no writer makes: not counted, rather than
+    // counted out of bounds.
+    if (type >= RouteTally<Fam>::kTypes || length >= tally.byLength.size()) continue;
     if (route.routeType == Fam::RouteType::staticConfig) {
       // Without the configuration a static route cannot be split by persistence, and a count
       // that does not add up would be worse than none.
@@ -101,7 +104,7 @@ RouteTally<Fam> tallyRoutes(const typename Fam::RouteStatus& table,
       ++(isPersistent(*config, route) ? tally.staticPersistent : tally.staticNonPersistent);
     }
     ++tally.byType[type];
-    ++tally.byLength[static_cast<std::size_t>(route.prefix.len())];
+    ++tally.byLength[length];
   }
   return tally;
 }
@@ -132,8 +135,9 @@ void SummaryOperations<Self, Fam>::loadInternalStructures() {
     if (const char* totalKey = protocolTotalKey(RouteType(t))) s.routeCountByTypeInc(totalKey, n);
     total += n;
   }
-  if (tally.staticPersistent != 0)
+  if (tally.staticPersistent != 0) {
     s.routeCountByTypeInc("staticPersistent", tally.staticPersistent);
+  }
   if (tally.staticNonPersistent != 0) {
     s.routeCountByTypeInc("staticNonPersistent", tally.staticNonPersistent);
   }
