@@ -400,14 +400,6 @@ TEST(RouteSummaryCollections, AnIncrementOfAnAbsentKeyCreatesIt) {
   s->routeCountByMaskInc(24, 4);
   EXPECT_EQ(byType(*s), (Counts{{"bgpTotal", 5}}));
   EXPECT_EQ(byMask(*s), (Masks{{24, 4}}));
-  EXPECT_FALSE(s->newRouteCountByMask(24, 9));  // present: kept
-  s->routeCountByMaskIs(16, 1);
-  EXPECT_TRUE(s->routeCountByMaskDel(24));
-  EXPECT_EQ(byMask(*s), (Masks{{16, 1}}));
-  s->routeCountByTypeDelAll();
-  s->routeCountByMaskDelAll();
-  EXPECT_TRUE(byType(*s).empty());
-  EXPECT_TRUE(byMask(*s).empty());
 }
 
 }  // namespace
