@@ -58,3 +58,4 @@ row "show ip route" show ip route quantify
 row "show ip route json" show ip route quantify json
 row "show ipv6 route (wall - load)" show ipv6 route
 row "show ipv6 route json (wall - load)" show ipv6 route json
+row "show ip route summary (wall - load)" show ip route summary

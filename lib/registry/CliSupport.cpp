@@ -15,6 +15,7 @@
 #include "lib/registry/TypeRegistry.h"
 #include "lib/route_listing/CachedFec.h"
 #include "lib/route_listing/RouteSorter.h"
+#include "lib/route_summary/RouteSummary.h"
 #include "lib/static_routes/ClearIntfRoutesAndViasHelper.h"
 #include "lib/static_routes/NexthopInfo.h"
 #include "lib/static_routes/RouteSortKey.h"
@@ -41,6 +42,16 @@ TypeEntry sorterType(const char* name) {
       .op("longestPrefixMatch", &Sorter::longestPrefixMatch)
       .op("protocolString", &Sorter::protocolString, {"prefix"})
       .op("viasForPrefix", &Sorter::viasForPrefix, {"prefix"})
+      .build();
+}
+
+// Both summaries: constructed from their inputs; the front end loads, then reads the counts.
+template <class Summary>
+TypeEntry summaryType(const char* name) {
+  return TypeBuilder<Summary>(name)
+      .inputs()
+      .op("loadInternalStructures", &Summary::loadInternalStructures)
+      .op("loadAttachedRoutes", &Summary::loadAttachedRoutes)
       .build();
 }
 
@@ -105,6 +116,7 @@ void registerTypes(TypeRegistry& r) {
           .textConstructor()
           .op("save", &StaticRoutesCliSaver::save, {"config", "saveAll", "routeCmd", "rovaConsts"})
           .build());
+  r.add(summaryType<RouteSummary>("Rova::RouteSummary"));
   r.add(TypeBuilder<InvalidNextHopChecker>("Rova::InvalidNextHopChecker")
             .constructor<>()
             .op("check", &InvalidNextHopChecker::check, {"ipConfig", "nexthop", "vrfName"})
@@ -121,6 +133,7 @@ void registerTypes(TypeRegistry& r) {
             .textConstructor()
             .op("handleInitialized", &RdAssignmentChecker::handleInitialized)
             .build());
+  r.add(summaryType<Route6Summary>("Rova::Route6Summary"));
   r.add(TypeBuilder<CachedFec>("Rova::CachedFec")
             .factory("cachedFecFactory", &cachedFecFactory, {"fecId"})
             .build());

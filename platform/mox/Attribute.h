@@ -161,6 +161,12 @@ std::size_t attrHash(const C& v) {
   void name##DelAll() {                                                        \
     name##_.delAll();                                                          \
   }                                                                            \
+  /* Maps of counts only: a template, so other collections never compile */    \
+  /* it. Adds n; an absent key starts from zero. */                            \
+  template <class Coll = Type>                                                 \
+  void name##Inc(const typename Coll::Key& k, typename Coll::Value n) {        \
+    static_cast<Coll&>(name##_).inc(k, n);                                     \
+  }                                                                            \
   std::size_t name##s() const {                                                \
     return name##_.size();                                                     \
   }                                                                            \

@@ -1,7 +1,8 @@
 #pragma once
 // Collections with the framework's operation family. A class exposes a collection attribute
 // `x` through MOX_COLLECTION in its attribute list, which generates newX, xIs, xDel (by key
-// and by iterator), xDelAll, x(key), xs() (the count), xIterator() and xNotifyIs.
+// and by iterator), xDelAll, x(key), xs() (the count), xIterator() and xNotifyIs; a map of
+// counts also gets xInc(key, n).
 //
 // Iteration may delete the current entry: Iterator::deleteCurrent() removes it and the next
 // ++ is then a no-op, so a loop of the form

@@ -45,11 +45,13 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
                                              "Rova::InvalidNextHop6Checker",
                                              "Rova::Address6AssignmentChecker",
                                              "Rova::StaticRoutesCliSaver",
+                                             "Rova::RouteSummary",
                                              "Rova::InvalidNextHopChecker",
                                              "Rova::AddrMatchType",
                                              "Rova::RouteSorter",
                                              "Rova::CachedLspVia",
                                              "Rova::RdAssignmentChecker",
+                                             "Rova::Route6Summary",
                                              "Rova::CachedFec",
                                              "Rova::ClearIntfRoutesAndViasHelper"}));
   EXPECT_EQ(reg().find("Rova::Nothing"), nullptr);
