@@ -352,7 +352,8 @@ struct VaSource {
       case 's': {
         const char* s = va_arg(ap, const char*);
         if (!s) s = (c.prec >= 0 && c.prec < 6) ? "" : "(null)";
-        emitText(out, c, s, std::strlen(s));
+        // With a precision the text need not be terminated, as printf allows.
+        emitText(out, c, s, c.prec >= 0 ? strnlen(s, std::size_t(c.prec)) : std::strlen(s));
         break;
       }
       default:

@@ -89,6 +89,11 @@ TEST(PrinterText, StringsAndCharactersMatchPrintf) {
     EXPECT_LIKE_PRINTF("[%c][%3c][%-3c]", c, c, c);
     EXPECT_LIKE_PRINTF(zeroFlag, c);
   }
+  // A precision reads no further than it says, so the text need not be terminated (the
+  // sanitizer build catches a read past the array).
+  const char unterminated[3] = {'1', '0', '.'};
+  EXPECT_EQ(viaPrinter("[%.*s]", 3, unterminated), "[10.]");
+  EXPECT_EQ(viaPrinter("[%.2s]", unterminated), "[10]");
   EXPECT_EQ(viaPrinter("100%% %s %%", "done"), "100% done %");
   EXPECT_EQ(viaPrinter("no conversions at all", 0), "no conversions at all");
 }
