@@ -20,7 +20,7 @@ DeviceState& DeviceState::instance() {
 void DeviceState::load(const std::string& path) {
   auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
   em_ = std::move(em);
-  source_ = path.empty() ? "built-in example" : path;
+  source_ = path.empty() ? "built-in example" : path == "-" ? "standard input" : path;
   // Value texts name state entities by path ("Ptr('Ip::Config', 'ip/config')"): they read
   // back as the entities of this state.
   Mox::ptrResolverIs([this](std::string_view type, std::string_view at) -> Mox::Ptr<Mox::Entity> {

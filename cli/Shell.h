@@ -18,8 +18,8 @@ class Shell {
  public:
   Shell(const Grammar& grammar, Context context, std::FILE* in = stdin, std::FILE* out = stdout);
 
-  // Reads and runs commands until "exit", "quit" or the end of input; returns the status of
-  // the last command run (0 when none ran).
+  // Reads and runs commands until "exit", "quit", the end of input, or a SIGTERM or SIGHUP
+  // that stopped a command; returns the status of the last command run (0 when none ran).
   int run();
 
   static constexpr const char* kPrompt = "rova> ";

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <exception>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +13,9 @@
 #include "cli/Commands.h"
 #include "cli/Grammar.h"
 #include "cli/Shell.h"
+#include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
+#include "platform/rendr/Interrupt.h"
 
 namespace {
 
@@ -27,13 +30,14 @@ constexpr const char* kUsage =
     "  --help        show this text\n";
 
 struct Options {
-  std::string statePath;
+  std::optional<std::string> statePath;
   std::vector<std::string> command;
 };
 
 // Options come before the command only, so that a command word can never be taken for one.
-// Returns -1 to go on, or the exit status to leave with.
-int parseOptions(int argc, char** argv, Options& options) {
+// Returns -1 to go on, or the exit status to leave with. A refused option leaves the words
+// after it in `command`, which say whether the user wanted JSON.
+int parseOptions(int argc, char** argv, Options& options, const cli::Context& context) {
   int i = 1;
   for (; i < argc; ++i) {
     std::string_view arg = argv[i];
@@ -42,6 +46,7 @@ int parseOptions(int argc, char** argv, Options& options) {
       break;
     }
     if (arg.substr(0, 2) != "--") break;
+    std::string refusal;
     if (arg == "--help") {
       std::fputs(kUsage, stdout);
       return cli::kStatusOk;
@@ -53,9 +58,19 @@ int parseOptions(int argc, char** argv, Options& options) {
     } else if (arg.substr(0, 8) == "--state=") {
       options.statePath = arg.substr(8);
     } else {
-      std::fprintf(stderr, "rova: %s '%s'\n%s",
-                   arg == "--state" ? "missing file after" : "unknown option", argv[i], kUsage);
-      return cli::kStatusUsage;
+      refusal = std::string(arg == "--state" ? "missing file after " : "unknown option ") +
+                Mox::shownWord(arg);
+    }
+    // An empty name is a mistake (an unset shell variable), not a way to ask for the example.
+    if (refusal.empty() && options.statePath && options.statePath->empty()) {
+      refusal = "empty file name after '--state'";
+    }
+    if (!refusal.empty()) {
+      options.command.assign(argv + i + 1, argv + argc);
+      std::string_view usage = kUsage;
+      usage.remove_suffix(1);  // the message ends the line itself
+      return cli::refuseLine(options.command, "rova: " + refusal + "\n" + std::string(usage),
+                             cli::kStatusUsage, context);
     }
   }
   options.command.assign(argv + i, argv + argc);
@@ -67,16 +82,20 @@ int parseOptions(int argc, char** argv, Options& options) {
 int main(int argc, char** argv) {
   // libedit decodes typed characters in the user's locale.
   std::setlocale(LC_CTYPE, "");
+  const cli::Context context;
   Options options;
-  if (int status = parseOptions(argc, argv, options); status >= 0) return status;
+  if (int status = parseOptions(argc, argv, options, context); status >= 0) return status;
   try {
     cli::Grammar grammar;
     cli::addCommands(grammar);
-    cli::Context context;
-    if (int status = cli::loadState(options.statePath, context); status != cli::kStatusOk) {
+    // Until the state is loaded, a signal ends rova at once: there is nothing to close yet,
+    // and a state read from a FIFO or a terminal may wait for its writer.
+    if (int status = cli::loadState(options.statePath.value_or(""), options.command, context);
+        status != cli::kStatusOk) {
       return status;
     }
     if (options.command.empty()) return cli::Shell(grammar, context).run();
+    rendr::installSignalHandlers();
     return cli::runCommand(grammar, options.command, context);
   } catch (const std::exception& e) {
     // The table itself is broken or the state hook threw: no command can run.
