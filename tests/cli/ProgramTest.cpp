@@ -359,6 +359,19 @@ TEST(RovaProgram, MessagesShowBadWordsEscapedAndCut) {
   clitest::Captured word = runRova({"show", "ip", "route", std::string(100000, 'w') + "\n"});
   EXPECT_EQ(word.status, 2);
   EXPECT_EQ(word.err, "% Invalid input at '" + std::string(120, 'w') + "...'\n");
+  // The value text's own errors, whichever part of it refuses.
+  clitest::Captured address =
+      runRova({"show", "value",
+               "Value('Rova::CachedVia', ** {'hop': '1\x1b[2J', 'intfId': 'Ethernet1', 'isBackup': "
+               "False, 'viaLabel': '3', 'viaWeight': ''})"});
+  EXPECT_EQ(address.err, "% Invalid value text: attribute 'hop': invalid IP address '1\\x1b[2J'\n");
+  clitest::Captured type = runRova({"show", "value", "Value('Rova::\r', ** {})"});
+  EXPECT_EQ(type.err, "% Invalid value text: unknown type 'Rova::\\r'\n");
+  clitest::Captured number = runRova(
+      {"show", "value", "Value('Rova::CounterIndex', ** {'counterIndex': \x07x, 'chipMask': 1})"});
+  EXPECT_EQ(number.err,
+            "% Invalid value text: attribute 'counterIndex': expected an integer but found "
+            "\"\\x07x, 'chipMask': 1})\"\n");
   clitest::Captured option =
       runRova({"--\x07"
                "bell"});
