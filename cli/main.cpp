@@ -25,7 +25,8 @@ constexpr const char* kUsage =
     "Runs one command, for example 'rova show ip route vrf red json', or an interactive\n"
     "shell when no command is given.\n"
     "\n"
-    "  --state FILE  the device state to show (default: the built-in example)\n"
+    "  --state FILE  the device state to show: a file, a pipe, or - for standard input\n"
+    "                (default: the built-in example)\n"
     "  --trace       write maintainers' trace messages to stderr\n"
     "  --help        show this text\n";
 

@@ -5,11 +5,20 @@
 ROVA_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
 # Debian packages the build and the tests need.
+# The sanitizer build uses clang, whose libFuzzer (in libclang-rt-14-dev) drives the fuzz
+# targets.
 ROVA_PACKAGES=(
   cmake ninja-build g++ pkg-config
   libboost-dev libsimdjson-dev libedit-dev
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
   python3 tmux libabsl-dev time
+  clang libclang-rt-14-dev
+)
+
+# The sanitizer build of ./run-tests, also the one tests/fuzz/fuzz.sh runs the fuzzers in:
+# clang with AddressSanitizer, UndefinedBehaviorSanitizer and libFuzzer.
+ROVA_SANITIZER_BUILD=(
+  Debug -DROVA_WERROR=ON -DROVA_SANITIZE=ON -DROVA_FUZZ=ON -DCMAKE_CXX_COMPILER=clang++
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }
@@ -42,12 +51,17 @@ rova_ensure_packages() {
 }
 
 # rova_build DIR BUILD_TYPE [extra cmake args...]: configure once, then let ninja decide
-# what is stale. Output is shown only when something fails.
+# what is stale. A folder configured with other arguments (another compiler, say) is
+# configured afresh. Output is shown only when something fails.
 rova_build() {
   local dir="$1" type="$2"
   shift 2
-  local log
+  local log wanted="$type $*"
   log="$(mktemp)"
+  if [ -f "$dir/build.ninja" ] && [ "$(cat "$dir/.rova-configured" 2>/dev/null)" != "$wanted" ]; then
+    rova_log "rova: $dir was configured differently; configuring it afresh"
+    rm -rf "$dir"
+  fi
   if [ ! -f "$dir/build.ninja" ]; then
     if ! cmake -S "$ROVA_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" "$@" >"$log" 2>&1; then
       cat "$log" >&2
@@ -55,6 +69,7 @@ rova_build() {
       rova_log "rova: configuration failed"
       return 1
     fi
+    printf '%s\n' "$wanted" >"$dir/.rova-configured"
   fi
   if ! cmake --build "$dir" -- -j"$(nproc)" >"$log" 2>&1; then
     grep -v '^\[' "$log" | head -200 >&2

@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Runs the fuzz targets for as long as asked:
+#
+#   tests/fuzz/fuzz.sh [SECONDS [TARGET...]]
+#
+# SECONDS per target (default 600); TARGET one of fuzz_loader, fuzz_value_text, fuzz_command
+# (default: all three, one after the other). They run in the sanitizer build of ./run-tests
+# (build-asan/: clang, AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer), which this
+# builds first when needed. Each starts from its seed corpus (tests/fuzz/corpus/) and from what
+# earlier runs found (build-asan/tests/fuzz/corpus/), adds what it finds to the latter, and
+# leaves a failing input in build-asan/tests/fuzz/artifacts/. FUZZ_JOBS=N runs N processes
+# per target (libFuzzer's -fork).
+set -eo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/setup.sh"
+
+seconds="${1:-600}"
+shift || true
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || targets=(fuzz_loader fuzz_value_text fuzz_command)
+
+rova_ensure_packages
+dir="$ROVA_ROOT/build-asan"
+rova_build "$dir" "${ROVA_SANITIZER_BUILD[@]}"
+
+declare -A corpus=([fuzz_loader]=loader [fuzz_value_text]=value-text [fuzz_command]=command)
+declare -A extra=([fuzz_loader]="$ROVA_ROOT/examples"
+                  [fuzz_command]="-dict=$ROVA_ROOT/tests/fuzz/command.dict -max_len=512")
+artifacts="$dir/tests/fuzz/artifacts"
+mkdir -p "$artifacts"
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+
+status=0
+for t in "${targets[@]}"; do
+  name="${corpus[$t]:-}"
+  [ -n "$name" ] || { rova_log "unknown fuzz target $t"; exit 2; }
+  found="$dir/tests/fuzz/corpus/$name"
+  mkdir -p "$found"
+  log="$dir/tests/fuzz/$t.log"
+  rova_log "== $t for $seconds s (log: $log)"
+  # shellcheck disable=SC2086 # the extra options are words
+  if ! "$dir/tests/fuzz/$t" -max_total_time="$seconds" -timeout=30 -print_final_stats=1 \
+      -fork="${FUZZ_JOBS:-0}" -ignore_crashes=0 -artifact_prefix="$artifacts/$t-" \
+      ${extra[$t]:-} "$found" "$ROVA_ROOT/tests/fuzz/corpus/$name" >"$log" 2>&1; then
+    status=1
+    rova_log "$t FAILED: see $log and $artifacts"
+  fi
+  # What it did: executions, coverage (edges and features), corpus size.
+  grep -E '^(#[0-9]+[[:space:]]+DONE|stat::number_of_executed_units|stat::peak_rss_mb)' "$log" |
+    sed 's/^/   /' >&2 || true
+done
+exit $status
