@@ -47,11 +47,11 @@ int parseOptions(int argc, char** argv, Options& options, const cli::Context& co
       break;
     }
     if (arg.substr(0, 2) != "--") break;
-    std::string refusal;
     if (arg == "--help") {
       std::fputs(kUsage, stdout);
       return cli::kStatusOk;
     }
+    std::string refusal;
     if (arg == "--trace") {
       Mox::TraceHandle::levelIs(std::numeric_limits<int>::max());
     } else if (arg == "--state" && i + 1 < argc) {
@@ -100,7 +100,7 @@ int main(int argc, char** argv) {
     return cli::runCommand(grammar, options.command, context);
   } catch (const std::exception& e) {
     // The table itself is broken or the state hook threw: no command can run.
-    std::fprintf(stderr, "%% Internal error: %s\n", e.what());
-    return cli::kStatusInternal;
+    return cli::refuseLine(options.command, std::string("% Internal error: ") + e.what(),
+                           cli::kStatusInternal, context);
   }
 }

@@ -23,8 +23,9 @@ dir="$ROVA_ROOT/build-asan"
 rova_build "$dir" "${ROVA_SANITIZER_BUILD[@]}"
 
 declare -A corpus=([fuzz_loader]=loader [fuzz_value_text]=value-text [fuzz_command]=command)
-declare -A extra=([fuzz_loader]="$ROVA_ROOT/examples"
-                  [fuzz_command]="-dict=$ROVA_ROOT/tests/fuzz/command.dict -max_len=512")
+# More inputs to start from (read only: libFuzzer adds what it finds to the first folder).
+declare -A seeds=([fuzz_loader]="$ROVA_ROOT/examples")
+declare -A options=([fuzz_command]="-dict=$ROVA_ROOT/tests/fuzz/command.dict -max_len=512")
 artifacts="$dir/tests/fuzz/artifacts"
 mkdir -p "$artifacts"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
@@ -38,10 +39,10 @@ for t in "${targets[@]}"; do
   mkdir -p "$found"
   log="$dir/tests/fuzz/$t.log"
   rova_log "== $t for $seconds s (log: $log)"
-  # shellcheck disable=SC2086 # the extra options are words
+  # shellcheck disable=SC2086 # the options and seed folders are words
   if ! "$dir/tests/fuzz/$t" -max_total_time="$seconds" -timeout=30 -print_final_stats=1 \
-      -fork="${FUZZ_JOBS:-0}" -ignore_crashes=0 -artifact_prefix="$artifacts/$t-" \
-      ${extra[$t]:-} "$found" "$ROVA_ROOT/tests/fuzz/corpus/$name" >"$log" 2>&1; then
+      -fork="${FUZZ_JOBS:-0}" -artifact_prefix="$artifacts/$t-" ${options[$t]:-} \
+      "$found" "$ROVA_ROOT/tests/fuzz/corpus/$name" ${seeds[$t]:-} >"$log" 2>&1; then
     status=1
     rova_log "$t FAILED: see $log and $artifacts"
   fi
