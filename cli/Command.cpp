@@ -7,6 +7,7 @@
 
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
+#include "platform/rendr/Interrupt.h"
 
 namespace cli {
 
@@ -66,15 +67,19 @@ void commandGateIs(CommandGate g) {
   gate() = std::move(g);
 }
 
+int refuseLine(std::span<const std::string> words, std::string_view message, int status,
+               const Context& context) {
+  context.error(message);
+  if (Grammar::asksForJson(words)) context.print("{}\n");
+  return status;
+}
+
 int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context) {
   if (gate()) {
     if (const int status = gate()(words, context); status >= 0) return status;
   }
   MatchResult result = grammar.match(words);
-  if (!result.match) {
-    context.error(result.error);
-    return kStatusUsage;
-  }
+  if (!result.match) return refuseLine(words, result.error, kStatusUsage, context);
   if (Mox::TraceHandle::enabled(1)) {
     std::string bound;
     for (const Token& t : result.match->tokens()) {
@@ -83,7 +88,12 @@ int runCommand(const Grammar& grammar, std::span<const std::string> words, const
     MOX_TRACE(traceHandle, 1, "row '", result.match->row().syntax, "'", bound, " format ",
               result.match->formatNumber());
   }
-  return runAction(*result.match, context);
+  // A SIGTERM or SIGHUP that comes while the command runs ends its listing the way ^C does,
+  // so that a JSON document is still closed; the process ends after it.
+  rendr::StopSignalHold hold;
+  const int status = runAction(*result.match, context);
+  if (const int signal = rendr::takeStopSignal()) return kStatusSignal + signal;
+  return status;
 }
 
 std::vector<std::string> splitWords(std::string_view line) {

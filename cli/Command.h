@@ -18,6 +18,9 @@ constexpr int kStatusOk = 0;
 constexpr int kStatusFailed = 1;     // the command refused: range error, failed check
 constexpr int kStatusUsage = 2;      // the command line itself is wrong
 constexpr int kStatusInternal = 70;  // a broken invariant (EX_SOFTWARE)
+// A command stopped by a signal ends with 128 + the signal's number, as a shell reports a
+// process the signal ended: 130 for SIGINT, 143 for SIGTERM, 129 for SIGHUP.
+constexpr int kStatusSignal = 128;
 
 // Where a command writes. The printer takes the file descriptor; messages for the user go to
 // `err` so that JSON output on `out` stays clean.
@@ -37,14 +40,21 @@ struct Context {
 int runAction(const Match& match, const Context& context);
 
 // A check every command line passes before it is matched, in one-shot mode and in the shell:
-// it returns -1 to let the line run, or the status to end it with after reporting on
-// context.err. The program sets it once, before the first command (rova --live does).
+// it returns -1 to let the line run, or the status to end it with after refusing the line
+// (refuseLine). The program sets it once, before the first command (rova --live does).
 using CommandGate = std::function<int(std::span<const std::string> words, const Context&)>;
 void commandGateIs(CommandGate gate);
 
 // Passes the gate, matches `words` and runs the action; a line that does not match prints the
-// grammar's message and returns kStatusUsage.
+// grammar's message and returns kStatusUsage. A signal that stops the command (see
+// rendr/Interrupt.h) makes its status kStatusSignal + the signal.
 int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context);
+
+// Refuses a command line before any command runs: `message` on err and, in JSON mode (a line
+// that holds the word json), {} on out, so that every failure in JSON mode leaves one
+// document on standard output. Returns `status`.
+int refuseLine(std::span<const std::string> words, std::string_view message, int status,
+               const Context& context);
 
 // Splits a typed line at blanks (spaces, tabs, a trailing newline).
 std::vector<std::string> splitWords(std::string_view line);

@@ -15,6 +15,7 @@
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
 #include "lib/registry/TypeRegistry.h"
+#include "platform/mox/Exception.h"
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
 #include "platform/plexa/RouteDistinguisher.h"
@@ -60,9 +61,10 @@ Action jsonSafe(Action action) {
   };
 }
 
-// Runs `body` with a printer on the command's output. An interrupt ends the output with
-// "exiting" and the reason (on stderr in JSON, where stdout carries only the document); a
-// reader that went away ends it quietly. A write error the printer reported fails the command.
+// Runs `body` with a printer on the command's output. A signal ends the output with
+// "exiting" and the reason (on stderr in JSON, where stdout carries only the document), and
+// runCommand gives the command the signal's status; a reader that went away ends it quietly.
+// A write error the printer reported fails the command.
 template <class Body>
 int withPrinter(const Match& m, const Context& c, Body body) {
   rendr::Printer::clearOutputFailed();
@@ -71,12 +73,8 @@ int withPrinter(const Match& m, const Context& c, Body body) {
     rendr::Printer p(c.out, static_cast<unsigned>(m.formatNumber()), true, false, true, 0);
     try {
       body(p);
-    } catch (const rendr::outputClosedException&) {
-      return kStatusOk;
     } catch (const rendr::sigintException& e) {
-      (m.format() == Format::json ? c.error(std::string("exiting ") + e.what())
-                                  : c.print(std::string("exiting ") + e.what() + "\n"));
-      return kStatusOk;
+      p.reportStop(e);
     }
   }
   return rendr::Printer::outputFailed() ? kStatusFailed : kStatusOk;
@@ -191,7 +189,14 @@ std::string vrfOf(const Match& m, const char* key = "NAME") {
 // Refuses a VRF the state does not describe; returns the status to leave with, or -1.
 int checkVrf(const std::string& vrf, const Context& c) {
   if (state().hasVrf(vrf)) return -1;
-  c.error("% VRF '" + vrf + "' does not exist");
+  c.error("% VRF " + Mox::shownWord(vrf) + " does not exist");
+  return kStatusFailed;
+}
+
+// The same for an interface.
+int checkIntf(const std::string& intf, const Context& c) {
+  if (!state().intfStatus(intf).isNone()) return -1;
+  c.error("% Interface " + Mox::shownWord(intf) + " does not exist");
   return kStatusFailed;
 }
 
@@ -313,11 +318,8 @@ int showRoute(const Match& m, const Context& c, bool v6) {
   }
   Value intfStatus;
   if (v6 && m.has("INTF")) {
+    if (int s = checkIntf(m.value("INTF"), c); s >= 0) return s;
     intfStatus = state().intfStatus(m.value("INTF"));
-    if (intfStatus.isNone()) {
-      c.error("% Interface '" + m.value("INTF") + "' does not exist");
-      return kStatusFailed;
-    }
   }
 
   std::vector<Rova::NamedValue> args;
@@ -637,6 +639,7 @@ int checkResult(const Match& m, const Context& c, const Value& params, const cha
 }
 
 int checkIpAddress(const Match& m, const Context& c) {
+  if (int s = checkIntf(m.value("INTF"), c); s >= 0) return s;
   const Value args[] = {
       state().at(paths::kIpConfig),
       Value(m.value("INTF").c_str()),
@@ -650,6 +653,7 @@ int checkIpAddress(const Match& m, const Context& c) {
 }
 
 int checkIp6Address(const Match& m, const Context& c) {
+  if (int s = checkIntf(m.value("INTF"), c); s >= 0) return s;
   const Value args[] = {
       state().at(paths::kIp6Config),
       Value(m.value("INTF").c_str()),
@@ -804,13 +808,17 @@ int finishOneShot(int status, const Context& context) {
   return status;
 }
 
-int loadState(const std::string& path, const Context& context) {
+int loadState(const std::string& path, std::span<const std::string> command,
+              const Context& context) {
   try {
     DeviceState::instance().load(path);
   } catch (const Snapshot::LoadError& e) {
-    context.error("% Cannot load state " + (path.empty() ? std::string("(built-in)") : path) +
-                  ": " + e.what());
-    return kStatusUsage;
+    // A file that cannot be read is named once, here.
+    return refuseLine(command,
+                      "% Cannot load state " +
+                          (path.empty() ? std::string("(built-in)") : Mox::shownWord(path, '\0')) +
+                          ": " + (e.file().empty() ? e.what() : e.reason()),
+                      kStatusUsage, context);
   }
   return kStatusOk;
 }

@@ -2,6 +2,7 @@
 // The rova program's command table and its state hook. This is the one place that knows which
 // commands exist; everything else in cli/ is the engine that runs them.
 
+#include <span>
 #include <string>
 
 #include "cli/Command.h"
@@ -17,9 +18,10 @@ void addCommands(Grammar& grammar);
 // writing failed (reported on context.err).
 int finishOneShot(int status, const Context& context);
 
-// Loads the device state named by --state (empty: the built-in default) before the first
-// command runs. Returns kStatusOk, or the status to leave with after reporting on
-// context.err.
-int loadState(const std::string& path, const Context& context);
+// Loads the device state named by --state (empty: the built-in default; "-": standard input)
+// before the first command runs. Returns kStatusOk, or the status to leave with after refusing
+// `command` (refuseLine) with the reason.
+int loadState(const std::string& path, std::span<const std::string> command,
+              const Context& context);
 
 }  // namespace cli

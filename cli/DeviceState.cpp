@@ -20,7 +20,7 @@ DeviceState& DeviceState::instance() {
 
 void DeviceState::load(const std::string& path) {
   auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
-  use(std::move(em), path.empty() ? "built-in example" : path);
+  use(std::move(em), path.empty() ? "built-in example" : path == "-" ? "standard input" : path);
   live_ = false;
   // Standard input is read once; there is no file to write back to.
   filePath_ = path == "-" ? std::string() : path;

@@ -17,7 +17,8 @@ class DeviceState {
   // The state of this process; empty until load().
   static DeviceState& instance();
 
-  // Loads a snapshot file, or the built-in example when `path` is empty. Throws
+  // Loads a snapshot file ("-": standard input), or the built-in example when `path` is
+  // empty. Throws
   // Snapshot::LoadError; the state in use does not change then.
   void load(const std::string& path);
   // Reads the routing state of the kernel this process runs on. Throws Snapshot::LiveError.

@@ -5,6 +5,8 @@
 #include <set>
 #include <utility>
 
+#include "platform/mox/Exception.h"
+
 namespace cli {
 
 namespace {
@@ -305,11 +307,22 @@ void Grammar::addRows(std::vector<Row> rows) {
 // ---- Matching ----
 
 std::string Grammar::invalidInput(std::string_view word) {
-  return "% Invalid input at '" + std::string(word) + "'";
+  return "% Invalid input at " + Mox::shownWord(word);
 }
 
 std::string Grammar::ambiguous(std::string_view word) {
-  return "% Ambiguous command at '" + std::string(word) + "'";
+  return "% Ambiguous command at " + Mox::shownWord(word);
+}
+
+const std::string& Grammar::misplacedJson() {
+  static const std::string text =
+      "% Invalid input at 'json': it goes after the command's keywords, for example "
+      "'show ip route json'";
+  return text;
+}
+
+bool Grammar::asksForJson(std::span<const std::string> words) {
+  return std::any_of(words.begin(), words.end(), [](const std::string& w) { return isJson(w); });
 }
 
 const std::string& Grammar::incomplete() {
@@ -322,6 +335,13 @@ namespace {
 using detail::CompiledRow;
 using Rows = std::vector<std::unique_ptr<CompiledRow>>;
 
+bool hasControlCharacter(std::string_view word) {
+  return std::any_of(word.begin(), word.end(), [](char c) {
+    const auto b = static_cast<unsigned char>(c);
+    return b < 0x20 || b == 0x7f;
+  });
+}
+
 // One way of reading the words so far: a row and the place in its program.
 struct Thread {
   std::size_t row;
@@ -332,6 +352,7 @@ struct Thread {
 struct Walk {
   std::vector<Thread> threads;  // each waits at a term or at the end, in priority order
   std::string error;
+  bool json = false;  // a "json" was taken for the output format
 };
 
 // What one typed word is taken to be, decided over every term the live threads wait at.
@@ -354,16 +375,34 @@ class Walker {
     for (std::size_t r = 0; r < rows_.size(); ++r)
       follow(walk.threads, r, 0, {});
     for (const std::string& word : words) {
+      // Where the command could end, "json" is the output format, and the command may go on
+      // after it. Elsewhere it is an ordinary word (a VRF may be called json).
+      if (isJson(word) && canEnd(walk.threads)) {
+        walk.json = true;
+        continue;
+      }
+      // No argument may carry a control character into the state: a written state would
+      // not load again, and a listing would send it to the user's terminal.
+      if (hasControlCharacter(word)) {
+        walk.threads.clear();
+        walk.error = Grammar::invalidInput(word) + ": control characters are not allowed";
+        return walk;
+      }
       Decision d = decide(walk.threads, word);
       if (d.kind == Decision::Kind::invalid || d.kind == Decision::Kind::ambiguous) {
         walk.threads.clear();
-        walk.error = d.kind == Decision::Kind::invalid ? Grammar::invalidInput(word)
-                                                       : Grammar::ambiguous(word);
+        walk.error = d.kind == Decision::Kind::ambiguous ? Grammar::ambiguous(word)
+                     : isJson(word)                      ? Grammar::misplacedJson()
+                                                         : Grammar::invalidInput(word);
         return walk;
       }
       walk.threads = advance(walk.threads, d, word);
     }
     return walk;
+  }
+
+  bool canEnd(const std::vector<Thread>& threads) const {
+    return std::any_of(threads.begin(), threads.end(), [&](const Thread& t) { return atEnd(t); });
   }
 
   bool atEnd(const Thread& t) const { return rows_[t.row]->program[t.pc].op == Inst::Op::end; }
@@ -492,6 +531,7 @@ MatchResult Grammar::match(std::span<const std::string> words) const {
     result.error = std::move(walk.error);
     return result;
   }
+  if (walk.json) format = Format::json;
   for (Thread& t : walk.threads) {
     if (walker.atEnd(t)) {
       result.match.emplace(rows_[t.row]->row, std::move(t.tokens), format);
@@ -549,15 +589,7 @@ Completion Grammar::complete(std::span<const std::string> words, std::string_vie
   Completion result;
   Walker walker(rows_);
   Walk walk = walker.run(words);
-  // "json" is stripped only as the last word, so after it nothing but <cr> may come; in the
-  // middle of a command it is an ordinary word (a VRF may be called json).
-  bool endsAfterJson = false;
-  if (!words.empty() && isJson(words.back())) {
-    Walk before = walker.run(words.first(words.size() - 1));
-    endsAfterJson = std::any_of(before.threads.begin(), before.threads.end(),
-                                [&](const Thread& t) { return walker.atEnd(t); });
-  }
-  if (!walk.error.empty() && !endsAfterJson) {
+  if (!walk.error.empty()) {
     result.error = std::move(walk.error);
     return result;
   }
@@ -589,10 +621,10 @@ Completion Grammar::complete(std::span<const std::string> words, std::string_vie
       list.add(Candidate::Kind::argument, term->text, help ? *help : term->type->help);
     }
   }
-  if (canEnd && startsWith(kJson, lp)) {
+  if (canEnd && !walk.json && startsWith(kJson, lp)) {
     list.add(Candidate::Kind::keyword, std::string(kJson), "Produce JSON output");
   }
-  if ((canEnd || endsAfterJson) && partial.empty()) {
+  if (canEnd && partial.empty()) {
     list.add(Candidate::Kind::end, std::string(kEnd), "");
   }
   result.candidates = std::move(list).sorted();

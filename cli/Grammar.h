@@ -2,7 +2,8 @@
 // The command grammar: one table of rows, each a syntax line, its help texts and its action.
 // The engine matches a typed word list against every row at once, the way a router CLI does:
 // keywords may be abbreviated, optional parts may be skipped, placeholders are checked by named
-// argument types, and a trailing "json" selects JSON output for any row. The same walk answers
+// argument types, and "json" selects JSON output for any row: as the last word, or anywhere
+// the command could already end ("show ip route json detail"). The same walk answers
 // the shell's completion and '?' help, so what the shell offers is exactly what runs.
 //
 // Syntax of a row (docs/shell.md has the user-facing version):
@@ -151,6 +152,12 @@ class Grammar {
   static std::string invalidInput(std::string_view word);
   static std::string ambiguous(std::string_view word);
   static const std::string& incomplete();
+  // "json" where no command can end yet.
+  static const std::string& misplacedJson();
+
+  // Whether a line asks for JSON output: any of its words is "json". A line the grammar
+  // refuses is answered in JSON by this rule, since no row says what its words mean.
+  static bool asksForJson(std::span<const std::string> words);
 
  private:
   std::string keywordHelp(const Row& row, const std::string& keyword) const;

@@ -35,18 +35,19 @@ int refuseConfiguration(const Grammar& grammar, std::span<const std::string> wor
   for (const Candidate& c : grammar.complete({}, first).candidates) {
     if (c.kind == Candidate::Kind::keyword && !isConfigurationWord(c.text)) return -1;
   }
-  context.error(
-      "% Configuration is refused in live mode: rova shows the kernel's routing state "
-      "and does not program the kernel");
-  return kStatusFailed;
+  return refuseLine(words,
+                    "% Configuration is refused in live mode: rova shows the kernel's routing "
+                    "state and does not program the kernel",
+                    kStatusFailed, context);
 }
 
-int startLiveMode(const Grammar& grammar, const Context& context) {
+int startLiveMode(const Grammar& grammar, std::span<const std::string> command,
+                  const Context& context) {
   try {
     DeviceState::instance().loadLive();
   } catch (const std::exception& e) {
-    context.error(std::string("% Cannot read live state: ") + e.what());
-    return kStatusUsage;
+    return refuseLine(command, std::string("% Cannot read live state: ") + e.what(), kStatusUsage,
+                      context);
   }
   commandGateIs([&grammar](std::span<const std::string> words, const Context& c) {
     return refuseConfiguration(grammar, words, c);

@@ -12,9 +12,10 @@
 namespace cli {
 
 // Reads the kernel's state into the device state and sets the gate that refuses
-// configuration. Returns kStatusOk, or kStatusUsage after "% Cannot read live state: ..." on
-// context.err.
-int startLiveMode(const Grammar& grammar, const Context& context);
+// configuration. Returns kStatusOk, or kStatusUsage after refusing `command` (refuseLine)
+// with "% Cannot read live state: ...".
+int startLiveMode(const Grammar& grammar, std::span<const std::string> command,
+                  const Context& context);
 
 // The gate: a line whose first word is (a beginning of) a configuration command and of no
 // other command is refused with kStatusFailed; -1 lets every other line run.

@@ -247,7 +247,8 @@ bool Shell::execute(std::string_view line) {
   // Commands write to the file descriptor; what the shell buffered must come first.
   std::fflush(out_);
   status_ = runCommand(*current.grammar, words, context_);
-  return true;
+  // ^C stops one command; a request to terminate, or a hangup, is for the shell too.
+  return status_ != kStatusSignal + SIGTERM && status_ != kStatusSignal + SIGHUP;
 }
 
 int Shell::runLines() {

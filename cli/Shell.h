@@ -29,9 +29,10 @@ class Shell {
  public:
   Shell(const Grammar& grammar, Context context, std::FILE* in = stdin, std::FILE* out = stdout);
 
-  // Reads and runs commands until "exit", "quit" or the end of input; returns the status of
-  // the last command run (0 when none ran). When the input is not a terminal, the first
-  // failing command ends the run with its status, unless keepGoingIs(true).
+  // Reads and runs commands until "exit", "quit", the end of input, or a SIGTERM or SIGHUP
+  // that stopped a command; returns the status of the last command run (0 when none ran).
+  // When the input is not a terminal, the first failing command ends the run with its
+  // status, unless keepGoingIs(true).
   int run();
 
   // Asked before every line; without one the shell has one mode, the grammar it was made with.

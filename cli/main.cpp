@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <exception>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +15,9 @@
 #include "cli/Grammar.h"
 #include "cli/LiveMode.h"
 #include "cli/Shell.h"
+#include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
+#include "platform/rendr/Interrupt.h"
 
 namespace {
 
@@ -24,22 +27,24 @@ constexpr const char* kUsage =
     "Runs one command, for example 'rova show ip route vrf red json', or an interactive\n"
     "shell when no command is given.\n"
     "\n"
-    "  --state FILE  the device state to show (default: the built-in example)\n"
+    "  --state FILE  the device state to show: a file, a pipe, or - for standard input\n"
+    "                (default: the built-in example)\n"
     "  --live        the routing state of this machine's Linux kernel, read now\n"
     "  --trace       write maintainers' trace messages to stderr\n"
     "  --keep-going  commands read from a pipe go on after one fails\n"
     "  --help        show this text\n";
 
 struct Options {
-  std::string statePath;
+  std::optional<std::string> statePath;
   bool live = false;
   std::vector<std::string> command;
   bool keepGoing = false;
 };
 
 // Options come before the command only, so that a command word can never be taken for one.
-// Returns -1 to go on, or the exit status to leave with.
-int parseOptions(int argc, char** argv, Options& options) {
+// Returns -1 to go on, or the exit status to leave with. A refused option leaves the words
+// after it in `command`, which say whether the user wanted JSON.
+int parseOptions(int argc, char** argv, Options& options, const cli::Context& context) {
   int i = 1;
   for (; i < argc; ++i) {
     std::string_view arg = argv[i];
@@ -52,6 +57,7 @@ int parseOptions(int argc, char** argv, Options& options) {
       std::fputs(kUsage, stdout);
       return cli::kStatusOk;
     }
+    std::string refusal;
     if (arg == "--keep-going") {
       options.keepGoing = true;
     } else if (arg == "--trace") {
@@ -63,16 +69,30 @@ int parseOptions(int argc, char** argv, Options& options) {
     } else if (arg.substr(0, 8) == "--state=") {
       options.statePath = arg.substr(8);
     } else {
-      std::fprintf(stderr, "rova: %s '%s'\n%s",
-                   arg == "--state" ? "missing file after" : "unknown option", argv[i], kUsage);
-      return cli::kStatusUsage;
+      refusal = std::string(arg == "--state" ? "missing file after " : "unknown option ") +
+                Mox::shownWord(arg);
+    }
+    // An empty name is a mistake (an unset shell variable), not a way to ask for the example.
+    if (refusal.empty() && options.statePath && options.statePath->empty()) {
+      refusal = "empty file name after '--state'";
+    }
+    if (!refusal.empty()) {
+      options.command.assign(argv + i + 1, argv + argc);
+      std::string_view usage = kUsage;
+      usage.remove_suffix(1);  // the message ends the line itself
+      return cli::refuseLine(options.command, "rova: " + refusal + "\n" + std::string(usage),
+                             cli::kStatusUsage, context);
     }
   }
-  if (options.live && !options.statePath.empty()) {
-    std::fprintf(stderr, "rova: --live and --state name two states; give one\n%s", kUsage);
-    return cli::kStatusUsage;
-  }
   options.command.assign(argv + i, argv + argc);
+  if (options.live && options.statePath) {
+    std::string_view usage = kUsage;
+    usage.remove_suffix(1);
+    return cli::refuseLine(
+        options.command,
+        "rova: --live and --state name two states; give one\n" + std::string(usage),
+        cli::kStatusUsage, context);
+  }
   return -1;
 }
 
@@ -81,14 +101,17 @@ int parseOptions(int argc, char** argv, Options& options) {
 int main(int argc, char** argv) {
   // libedit decodes typed characters in the user's locale.
   std::setlocale(LC_CTYPE, "");
+  const cli::Context context;
   Options options;
-  if (int status = parseOptions(argc, argv, options); status >= 0) return status;
+  if (int status = parseOptions(argc, argv, options, context); status >= 0) return status;
   try {
     cli::Grammar grammar;
     cli::addCommands(grammar);
-    cli::Context context;
-    const int loaded = options.live ? cli::startLiveMode(grammar, context)
-                                    : cli::loadState(options.statePath, context);
+    // Until the state is loaded, a signal ends rova at once: there is nothing to close yet,
+    // and a state read from a FIFO or a terminal may wait for its writer.
+    const int loaded =
+        options.live ? cli::startLiveMode(grammar, options.command, context)
+                     : cli::loadState(options.statePath.value_or(""), options.command, context);
     if (loaded != cli::kStatusOk) return loaded;
     if (options.command.empty()) {
       cli::Shell shell(grammar, context);
@@ -96,10 +119,11 @@ int main(int argc, char** argv) {
       shell.keepGoingIs(options.keepGoing);
       return shell.run();
     }
+    rendr::installSignalHandlers();
     return cli::finishOneShot(cli::runCommand(grammar, options.command, context), context);
   } catch (const std::exception& e) {
     // The table itself is broken or the state hook threw: no command can run.
-    std::fprintf(stderr, "%% Internal error: %s\n", e.what());
-    return cli::kStatusInternal;
+    return cli::refuseLine(options.command, std::string("% Internal error: ") + e.what(),
+                           cli::kStatusInternal, context);
   }
 }

@@ -10,10 +10,19 @@ ROVA_PACKAGES=(
   libboost-dev libsimdjson-dev libedit-dev
   libmnl-dev
 )
-# What the tests and benchmarks need beyond that (iproute2: the live tests' namespaces).
+# What the tests and benchmarks need beyond that (iproute2: the live tests' namespaces; clang
+# and its libFuzzer, in libclang-rt-14-dev: the sanitizer build and the fuzz targets).
 ROVA_TEST_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libabsl-dev
   python3 tmux time iproute2
+  clang libclang-rt-14-dev
+)
+
+# The sanitizer build of ./run-tests, also the one tests/fuzz/fuzz.sh runs the fuzzers in:
+# clang with AddressSanitizer, UndefinedBehaviorSanitizer and libFuzzer.
+ROVA_SANITIZER_BUILD=(
+  Debug all -DROVA_WERROR=ON -DROVA_TESTS=ON -DROVA_BENCH=OFF -DROVA_SANITIZE=ON -DROVA_FUZZ=ON
+  -DCMAKE_CXX_COMPILER=clang++
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }
@@ -47,8 +56,9 @@ rova_ensure_packages() {
 }
 
 # rova_build DIR BUILD_TYPE TARGET [extra cmake args...]: configures DIR when it is new (and,
-# with ROVA_RECONFIGURE=1, when the arguments differ from its last configuration), then lets
-# ninja decide what is stale.
+# with ROVA_RECONFIGURE=1, when the arguments differ from its last configuration: afresh, since
+# CMake cannot change the compiler of a configured folder), then lets ninja decide what is
+# stale.
 # TARGET "all" builds everything. Two runs never build one folder at once: the second waits.
 # Output is shown only when something fails.
 rova_build() {
@@ -67,6 +77,7 @@ rova_build() {
   if [ ! -f "$dir/build.ninja" ] || { [ "${ROVA_RECONFIGURE:-0}" = 1 ] &&
        [ "$(cat "$dir/.rova-configured" 2>/dev/null)" != "$args" ]; }; then
     [ -f "$dir/build.ninja" ] || rova_log "rova: first build in $dir (a few minutes on two cores) ..."
+    rm -rf "$dir/CMakeCache.txt" "$dir/CMakeFiles"
     if cmake -S "$ROVA_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" "$@" >"$log" 2>&1; then
       printf '%s' "$args" >"$dir/.rova-configured"
     else

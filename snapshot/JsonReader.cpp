@@ -14,28 +14,21 @@ bool isPlainKey(std::string_view key) {
   return true;
 }
 
-// A quoted JSON string, for keys and values shown in messages. Long text is cut: a message
-// names the thing, it does not need all of it.
+// A key or string value shown in a message: quoted, escaped, cut when long (a message names
+// the thing, it does not need all of it).
 std::string quoted(std::string_view s) {
-  constexpr std::size_t kMaxShown = 120;
-  std::string out = "\"";
-  for (std::size_t i = 0; i < s.size() && i < kMaxShown; ++i) {
+  return Mox::shownWord(s, '"');
+}
+
+// The first control character of `s` (C0, DEL, or a C1 control in UTF-8), or npos. Strings of
+// a state end up on the user's terminal, where such a character could act.
+std::size_t controlCharacter(std::string_view s) {
+  for (std::size_t i = 0; i < s.size(); ++i) {
     const unsigned char c = static_cast<unsigned char>(s[i]);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += char(c);
-    } else if (c < 0x20) {
-      static const char kHex[] = "0123456789abcdef";
-      out += "\\u00";
-      out += kHex[c >> 4];
-      out += kHex[c & 15];
-    } else {
-      out += char(c);
-    }
+    if (c < 0x20 || c == 0x7f) return i;
+    if (c == 0xc2 && i + 1 < s.size() && static_cast<unsigned char>(s[i + 1]) < 0xa0) return i;
   }
-  if (s.size() > kMaxShown) out += "...";
-  out += '"';
-  return out;
+  return std::string_view::npos;
 }
 
 const char* typeName(od::json_type t) {
@@ -69,10 +62,13 @@ std::string_view rawKeyText(const od::raw_json_string& key) {
 
 }  // namespace
 
-LoadError::LoadError(std::string jsonPath, std::string reason)
-    : Mox::Exception(jsonPath.empty() ? reason : jsonPath + ": " + reason),
+LoadError::LoadError(std::string jsonPath, std::string reason, std::string file)
+    : Mox::Exception(!jsonPath.empty() ? jsonPath + ": " + reason
+                     : !file.empty()   ? Mox::shownWord(file, '\0') + ": " + reason
+                                       : reason),
       jsonPath_(std::move(jsonPath)),
-      reason_(std::move(reason)) {}
+      reason_(std::move(reason)),
+      file_(std::move(file)) {}
 
 std::string JsonPath::text() const {
   std::string s = "$";
@@ -83,7 +79,7 @@ std::string JsonPath::text() const {
       s += ']';
     } else if (isPlainKey(step.key)) {
       s += '.';
-      s += step.key;
+      s += Mox::shownWord(step.key, '\0');
     } else {
       s += '[';
       s += quoted(step.key);
@@ -158,7 +154,16 @@ std::string_view JsonReader::string(od::value& v) {
   if (t != od::json_type::string) fail(std::string("expected a string, found ") + typeName(t));
   std::string_view s;
   check(v.get_string().get(s));
+  refuseControls(s);
   return s;
+}
+
+void JsonReader::refuseControls(std::string_view s) const {
+  const std::size_t at = controlCharacter(s);
+  if (at == std::string_view::npos) [[likely]]
+    return;
+  fail("control character " + Mox::shownWord(s.substr(at, s[at] == '\xc2' ? 2 : 1), '\0') +
+       " at byte " + std::to_string(at) + " of " + quoted(s) + "; strings hold printable text");
 }
 
 bool JsonReader::boolean(od::value& v) {

@@ -63,6 +63,7 @@ class JsonReader {
   // ---- typed reads of one value; a value of another JSON type is refused ----
   od::object object(od::value& v);
   od::array array(od::value& v);
+  // A string without control characters.
   std::string_view string(od::value& v);
   bool boolean(od::value& v);
   // A whole number from 0 to `max`.
@@ -98,6 +99,7 @@ class JsonReader {
   }
 
  private:
+  void refuseControls(std::string_view s) const;
   [[noreturn]] void failKey(od::field& field, const char* what, const std::string_view* keys,
                             std::size_t n);
   [[noreturn]] void failMissing(const std::string_view* keys, std::size_t n, std::uint64_t missing);
@@ -139,8 +141,9 @@ void JsonReader::entries(od::object obj, F&& f) {
     std::string_view key;
     check(field.unescaped_key().get(key));
     path_.push(key);
+    refuseControls(key);
     for (const auto& s : seen) {
-      if (s == key) fail("duplicate key \"" + std::string(key) + "\"");
+      if (s == key) fail("duplicate key " + Mox::shownWord(key, '"'));
     }
     seen.emplace_back(key);
     f(key, field.value());

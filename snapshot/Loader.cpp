@@ -7,6 +7,11 @@
 // neighbours, nexthop groups). Those references are noted as they are read and checked once
 // the VRFs are known; neighbours, whose table key holds the VRF id, are kept aside until then.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -40,8 +45,9 @@ using Mox::Ptr;
 
 constexpr std::uint64_t kU32Max = 0xffffffffu;
 
+// A word of the document in a message: quoted, escaped and cut like every other one.
 std::string quote(std::string_view s) {
-  return "\"" + std::string(s) + "\"";
+  return Mox::shownWord(s, '"');
 }
 
 // ---- the two address families, so that routes and FECs are read by one template ----
@@ -133,7 +139,8 @@ struct PendingNeighbor {
 
 class Loader {
  public:
-  Ptr<Statum::EntityManager> run(od::document& doc);
+  // `text` is the document's first byte, for offsets in messages.
+  Ptr<Statum::EntityManager> run(od::document& doc, const char* text);
 
  private:
   // ---- sections ----
@@ -234,13 +241,18 @@ class Loader {
 
 // ---- the document ----
 
-Ptr<Statum::EntityManager> Loader::run(od::document& doc) {
+Ptr<Statum::EntityManager> Loader::run(od::document& doc, const char* text) {
   od::json_type t;
   r_.check(doc.type().get(t));
   if (t != od::json_type::object) r_.fail("a state snapshot is a JSON object");
   od::object obj;
   r_.check(doc.get_object().get(obj));
   top(obj);
+  // The parser stops where the object ends. Whatever follows (a second document, a stray
+  // bracket) means the file is not what its writer meant, so nothing of it is taken.
+  if (const char* at = nullptr; doc.current_location().get(at) == simdjson::SUCCESS) {
+    r_.fail("more data after the end of the document, at byte offset " + std::to_string(at - text));
+  }
   finish();
 
   auto em = makePtr<Statum::EntityManager>();
@@ -1447,15 +1459,65 @@ L3::VrfName Loader::vrfName(std::string_view text) {
   return name;
 }
 
-Ptr<Statum::EntityManager> loadPadded(const simdjson::padded_string& json) {
+Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json) {
   od::parser parser;
   od::document doc;
   Loader loader;
   const auto err = parser.iterate(json).get(doc);
   if (err != simdjson::SUCCESS)
     throw LoadError("$", std::string("malformed JSON: ") + simdjson::error_message(err));
-  return loader.run(doc);
+  return loader.run(doc, json.data());
 }
+
+// The parser reads documents of up to 4 GiB; a longer source is refused before it is all read.
+constexpr std::size_t kMaxDocumentBytes = 0xffffffffu;
+
+[[noreturn]] void failFile(const std::string& path, int err) {
+  throw LoadError("", std::strerror(err), path);
+}
+
+// A file's bytes with the parser's padding after them.
+class FileText {
+ public:
+  // Reads `fd` to its end. `expected` is the size when it is known (a regular file), so that
+  // such a file is read into one buffer of its size; other sources grow the buffer as they
+  // come.
+  FileText(int fd, std::size_t expected, const std::string& path) {
+    reserve(expected + 1);  // room for the read that finds the end
+    for (;;) {
+      if (size_ == room()) reserve(2 * size_);
+      const ssize_t n = ::read(fd, data_.get() + size_, room() - size_);
+      if (n == 0) return;
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        failFile(path, errno);
+      }
+      size_ += static_cast<std::size_t>(n);
+      if (size_ > kMaxDocumentBytes)
+        throw LoadError("", "larger than 4 GiB, the most a state may be", path);
+    }
+  }
+
+  simdjson::padded_string_view view() const {
+    return simdjson::padded_string_view(data_.get(), size_, capacity_);
+  }
+
+ private:
+  std::size_t room() const { return capacity_ - simdjson::SIMDJSON_PADDING; }
+
+  void reserve(std::size_t bytes) {
+    const std::size_t capacity =
+        std::max<std::size_t>(bytes, 64 * 1024) + simdjson::SIMDJSON_PADDING;
+    auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+    if (size_) std::memcpy(grown.get(), data_.get(), size_);
+    data_ = std::move(grown);
+    capacity_ = capacity;
+  }
+
+  std::unique_ptr<char[]> data_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
 
 }  // namespace
 
@@ -1464,17 +1526,25 @@ Mox::Ptr<Statum::EntityManager> load(std::string_view json) {
 }
 
 Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
-  std::FILE* f = std::fopen(path.c_str(), "rb");
-  if (!f) throw LoadError("", path + ": " + std::strerror(errno));
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(f, std::fclose);
-  if (std::fseek(f, 0, SEEK_END) != 0) throw LoadError("", path + ": " + std::strerror(errno));
-  const long size = std::ftell(f);
-  if (size < 0) throw LoadError("", path + ": " + std::strerror(errno));
-  std::rewind(f);
-  simdjson::padded_string json(static_cast<std::size_t>(size));
-  if (std::fread(json.data(), 1, json.size(), f) != json.size())
-    throw LoadError("", path + ": read error");
-  return loadPadded(json);
+  const bool standardInput = path == "-";
+  const int fd = standardInput ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) failFile(path, errno);
+  struct Closer {
+    int fd;
+    ~Closer() {
+      if (fd >= 0) ::close(fd);
+    }
+  } closer{standardInput ? -1 : fd};
+  // What the path is decides how it is read: a directory has no text (and a size that means
+  // nothing), a pipe or FIFO has no size and cannot seek, only a regular file has both.
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) failFile(path, errno);
+  if (S_ISDIR(st.st_mode)) failFile(path, EISDIR);
+  const std::size_t expected = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) : 0;
+  if (expected > kMaxDocumentBytes)
+    throw LoadError("", "larger than 4 GiB, the most a state may be", path);
+  const FileText text(fd, expected, path);
+  return loadPadded(text.view());
 }
 
 }  // namespace Snapshot

@@ -18,21 +18,25 @@ namespace Snapshot {
 
 class LoadError : public Mox::Exception {
  public:
-  // what() is "<jsonPath>: <reason>", or the reason alone when there is no path (a file that
-  // cannot be read).
-  LoadError(std::string jsonPath, std::string reason);
+  // what() is "<jsonPath>: <reason>", or "<file>: <reason>" for a file that cannot be read
+  // (then the path is empty).
+  LoadError(std::string jsonPath, std::string reason, std::string file = {});
   const std::string& jsonPath() const { return jsonPath_; }
   const std::string& reason() const { return reason_; }
+  // The file that could not be read; empty for a problem inside the document.
+  const std::string& file() const { return file_; }
 
  private:
   std::string jsonPath_;
   std::string reason_;
+  std::string file_;
 };
 
 // The document format version this loader reads.
 inline constexpr int kFormatVersion = 1;
 
 Mox::Ptr<Statum::EntityManager> load(std::string_view json);
+// Reads the file whole, whatever it is (a regular file, a pipe, a FIFO); "-" is standard input.
 Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path);
 
 // The example device (examples/leaf1.json), compiled into the program as its default state.

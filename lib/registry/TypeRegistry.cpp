@@ -1,5 +1,7 @@
 #include "lib/registry/TypeRegistry.h"
 
+#include "platform/mox/Exception.h"
+
 namespace Rova {
 
 const AttrEntry* TypeEntry::attr(std::string_view n) const {
@@ -49,7 +51,7 @@ const TypeEntry* TypeRegistry::find(std::string_view name) const {
 
 const TypeEntry& TypeRegistry::type(std::string_view name) const {
   const TypeEntry* t = find(name);
-  if (!t) throw Mox::RangeException("unknown type '" + std::string(name) + "'");
+  if (!t) throw Mox::RangeException("unknown type " + Mox::shownWord(name));
   return *t;
 }
 
@@ -86,14 +88,14 @@ Value TypeRegistry::constructNamed(std::string_view name, std::span<const NamedV
 Value TypeRegistry::attribute(const Value& obj, std::string_view name) const {
   const TypeEntry& t = typeOf(obj);
   const AttrEntry* a = t.attr(name);
-  if (!a) throw Mox::RangeException(t.name + " has no attribute '" + std::string(name) + "'");
+  if (!a) throw Mox::RangeException(t.name + " has no attribute " + Mox::shownWord(name));
   return a->get(obj);
 }
 
 void TypeRegistry::attributeIs(Value& obj, std::string_view name, const Value& v) const {
   const TypeEntry& t = typeOf(obj);
   const AttrEntry* a = t.attr(name);
-  if (!a) throw Mox::RangeException(t.name + " has no attribute '" + std::string(name) + "'");
+  if (!a) throw Mox::RangeException(t.name + " has no attribute " + Mox::shownWord(name));
   if (!a->set) throw Mox::RangeException(t.name + "::" + a->name + " is not writable");
   try {
     a->set(obj, v);
@@ -105,7 +107,7 @@ void TypeRegistry::attributeIs(Value& obj, std::string_view name, const Value& v
 std::unique_ptr<CollectionCursor> TypeRegistry::iterate(Value& obj, std::string_view name) const {
   const TypeEntry& t = typeOf(obj);
   const AttrEntry* a = t.attr(name);
-  if (!a) throw Mox::RangeException(t.name + " has no attribute '" + std::string(name) + "'");
+  if (!a) throw Mox::RangeException(t.name + " has no attribute " + Mox::shownWord(name));
   if (!a->iterate) throw Mox::RangeException(t.name + "::" + a->name + " is not a collection");
   return a->iterate(obj);
 }
@@ -113,7 +115,7 @@ std::unique_ptr<CollectionCursor> TypeRegistry::iterate(Value& obj, std::string_
 Value TypeRegistry::call(Value& obj, std::string_view name, std::span<const Value> args) const {
   const TypeEntry& t = typeOf(obj);
   const OpEntry* o = t.op(name);
-  if (!o) throw Mox::RangeException(t.name + " has no operation '" + std::string(name) + "'");
+  if (!o) throw Mox::RangeException(t.name + " has no operation " + Mox::shownWord(name));
   return o->call(obj, args);
 }
 

@@ -8,6 +8,9 @@ template <class... Fs>
 struct Overload : Fs... {
   using Fs::operator()...;
 };
+// clang 14 does not deduce an aggregate's template arguments by itself.
+template <class... Fs>
+Overload(Fs...) -> Overload<Fs...>;
 
 }  // namespace
 

@@ -42,15 +42,8 @@ double steadySeconds() {
 
 // Prints "exiting <reason>" where the user sees it: on standard output for text, and on
 // standard error for JSON, whose standard output carries nothing but the document.
-void printExiting(rendr::Printer& p, const std::exception& e) {
-  try {
-    p.ioflush();
-  } catch (const std::exception&) {
-    // The output is gone or interrupted again: the message still goes out below.
-  }
-  std::FILE* out = p.format() == rendr::kFormatJson ? stderr : stdout;
-  std::fprintf(out, "exiting %s\n", e.what());
-  std::fflush(out);
+void printExiting(rendr::Printer& p, const rendr::sigintException& e) {
+  p.reportStop(e);
 }
 
 template <class Sorter>

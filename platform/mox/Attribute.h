@@ -198,11 +198,12 @@ std::size_t attrHash(const C& v) {
     return ::Mox::makeAttrList(::Mox::AttrListStart {} LIST(MOX_DESC_F_, MOX_DESC_C_)); \
   }
 
-// A value type: copied and compared attribute by attribute.
-#define MOX_VALUE_TYPE(Class, QualifiedName, LIST)        \
-  MOX_ATTRIBUTES(Class, LIST)                             \
-  static constexpr const char* kTypeName = QualifiedName; \
-  friend bool operator==(const Class&, const Class&) = default;
+// A value type: copied and compared attribute by attribute. (A type local to one file may use
+// neither its name nor its equality: clang would warn about them.)
+#define MOX_VALUE_TYPE(Class, QualifiedName, LIST)                         \
+  MOX_ATTRIBUTES(Class, LIST)                                              \
+  [[maybe_unused]] static constexpr const char* kTypeName = QualifiedName; \
+  [[maybe_unused]] friend bool operator==(const Class&, const Class&) = default;
 
 // A value type that also orders and hashes by its attributes (a collection key).
 #define MOX_KEY_TYPE(Class, QualifiedName, LIST)          \

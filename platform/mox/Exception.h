@@ -2,8 +2,10 @@
 // Errors of the framework. Range errors carry the fixed texts the value types define; an
 // assertion raises InternalException so that the front end can stop the one command and go on.
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace Mox {
 
@@ -32,6 +34,14 @@ class InternalException : public Exception {
 };
 
 [[noreturn]] void assertionFailed(const char* text, const char* function);
+
+// A word from outside (a typed argument, a string of a state file) as a message shows it:
+// control characters (C0, DEL, C1), bytes that are not UTF-8, backslash and the quote are
+// escaped (\n, \t, \r, \xHH, \\, \'), and anything past kShownBytes is cut and marked with
+// "...". A message can then neither drive the user's terminal nor grow with its input.
+// `quote` surrounds the word; '\0' for none.
+inline constexpr std::size_t kShownBytes = 120;
+std::string shownWord(std::string_view word, char quote = '\'');
 
 }  // namespace Mox
 

@@ -15,7 +15,7 @@ PtrResolver& resolver() {
 void parseError(std::string_view in, std::string_view expected) {
   std::string found =
       in.empty() ? std::string("the end of the text")
-                 : "\"" + std::string(in.substr(0, 24)) + (in.size() > 24 ? "...\"" : "\"");
+                 : "\"" + shownWord(in.substr(0, 24), '\0') + (in.size() > 24 ? "...\"" : "\"");
   throw RangeException("expected " + std::string(expected) + " but found " + found);
 }
 
@@ -121,14 +121,15 @@ Ptr<Entity> parsePtrText(std::string_view& in) {
   expectText(in, "Ptr(");
   String8 type = String8::parseTextForm(in);
   if (!consumeText(in, ", ")) {
-    throw RangeException("a handle to " + type.stringValue() +
+    throw RangeException("a handle to " + shownWord(type.view(), '\0') +
                          " without a state path cannot be rebuilt from text");
   }
   String8 path = String8::parseTextForm(in);
   expectText(in, ")");
   Ptr<Entity> e = resolvePtr(type.view(), path.view());
   if (!e) {
-    throw RangeException("no " + type.stringValue() + " at " + path.textForm() + " in the state");
+    throw RangeException("no " + shownWord(type.view(), '\0') + " at " + path.textForm() +
+                         " in the state");
   }
   return e;
 }

@@ -40,7 +40,7 @@ bool EthAddr::parse(std::string_view s, EthAddr& out) {
 
 EthAddr EthAddr::fromString(std::string_view text) {
   EthAddr e;
-  if (!parse(text, e)) throw Mox::RangeException("invalid MAC address '" + std::string(text) + "'");
+  if (!parse(text, e)) throw Mox::RangeException("invalid MAC address " + Mox::shownWord(text));
   return e;
 }
 

@@ -55,8 +55,7 @@ bool IpAddr::parse(std::string_view s, IpAddr& out) {
 
 IpAddr IpAddr::fromString(std::string_view text) {
   IpAddr a;
-  if (!parse(text, a))
-    throw Mox::RangeException("invalid IPv4 address '" + std::string(text) + "'");
+  if (!parse(text, a)) throw Mox::RangeException("invalid IPv4 address " + Mox::shownWord(text));
   return a;
 }
 
@@ -90,8 +89,7 @@ bool Ip6Addr::parse(std::string_view s, Ip6Addr& out) {
 
 Ip6Addr Ip6Addr::fromString(std::string_view text) {
   Ip6Addr a;
-  if (!parse(text, a))
-    throw Mox::RangeException("invalid IPv6 address '" + std::string(text) + "'");
+  if (!parse(text, a)) throw Mox::RangeException("invalid IPv6 address " + Mox::shownWord(text));
   return a;
 }
 
@@ -161,7 +159,7 @@ bool IpGenAddr::parse(std::string_view text, IpGenAddr& out) {
 
 IpGenAddr IpGenAddr::fromString(std::string_view text) {
   IpGenAddr a;
-  if (!parse(text, a)) throw Mox::RangeException("invalid IP address '" + std::string(text) + "'");
+  if (!parse(text, a)) throw Mox::RangeException("invalid IP address " + Mox::shownWord(text));
   return a;
 }
 

@@ -14,7 +14,7 @@ MplsLabel MplsLabel::fromString(std::string_view text) {
   std::uint64_t v = 0;
   auto r = std::from_chars(text.data(), text.data() + text.size(), v);
   if (r.ec != std::errc() || r.ptr != text.data() + text.size() || text.empty()) {
-    throw Mox::RangeException("invalid MPLS label '" + std::string(text) + "'");
+    throw Mox::RangeException("invalid MPLS label " + Mox::shownWord(text));
   }
   if (v > kLuWithdraw) throw Mox::RangeException(kRangeMessage);
   return MplsLabel(static_cast<std::uint32_t>(v));
@@ -76,7 +76,7 @@ MplsLabelOperation MplsLabelOperation::fromString(std::string_view text) {
   } else if (word == "pop") {
     op.action_ = Action::pop;
   } else {
-    throw Mox::RangeException("invalid label operation '" + std::string(text) + "'");
+    throw Mox::RangeException("invalid label operation " + Mox::shownWord(text));
   }
   std::string_view rest = sp == std::string_view::npos ? std::string_view() : text.substr(sp + 1);
   while (!rest.empty()) {
@@ -85,7 +85,7 @@ MplsLabelOperation MplsLabelOperation::fromString(std::string_view text) {
     rest = next == std::string_view::npos ? std::string_view() : rest.substr(next + 1);
   }
   if (op.action_ == Action::pop && op.size_) {
-    throw Mox::RangeException("a pop takes no labels: '" + std::string(text) + "'");
+    throw Mox::RangeException("a pop takes no labels: " + Mox::shownWord(text));
   }
   return op;
 }

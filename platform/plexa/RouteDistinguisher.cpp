@@ -41,7 +41,7 @@ bool RouteDistinguisher::parse(std::string_view text, RouteDistinguisher& out) {
 RouteDistinguisher RouteDistinguisher::fromString(std::string_view text) {
   RouteDistinguisher rd;
   if (!parse(text, rd)) {
-    throw Mox::RangeException("invalid route distinguisher '" + std::string(text) + "'");
+    throw Mox::RangeException("invalid route distinguisher " + Mox::shownWord(text));
   }
   return rd;
 }

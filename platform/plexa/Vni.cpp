@@ -15,7 +15,7 @@ VniOrNone VniOrNone::fromString(std::string_view text) {
   std::uint64_t v;
   auto r = std::from_chars(text.data(), text.data() + text.size(), v);
   if (text.empty() || r.ec != std::errc() || r.ptr != text.data() + text.size() || v > kMax) {
-    throw Mox::RangeException("invalid VNI '" + std::string(text) + "'");
+    throw Mox::RangeException("invalid VNI " + Mox::shownWord(text));
   }
   return VniOrNone(static_cast<std::uint32_t>(v));
 }

@@ -63,6 +63,7 @@ void OutputBuffer::flush() {
 }
 
 void OutputBuffer::writeAll(const char* p, std::size_t n) {
+  if (n) lastWritten_ = p[n - 1];
   while (n) {
     ssize_t w = ::write(fd_, p, n);
     if (w > 0) {

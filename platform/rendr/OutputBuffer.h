@@ -55,6 +55,9 @@ class OutputBuffer {
   bool closed() const { return state_ == State::closed; }
   // A write failed for another reason; it was reported on stderr.
   bool failed() const { return state_ == State::failed; }
+  bool stopped() const { return state_ != State::open; }
+  // Whether the output so far ends a line (or is empty).
+  bool atLineStart() const { return used_ ? buf_[used_ - 1] == '\n' : lastWritten_ == '\n'; }
 
   // Whether any printer of this process failed to write (closed pipes excepted).
   static bool anyFailed();
@@ -70,6 +73,7 @@ class OutputBuffer {
   std::size_t used_ = 0;
   int fd_;
   State state_ = State::open;
+  char lastWritten_ = '\n';  // the last byte handed to write()
 };
 
 }  // namespace rendr::detail

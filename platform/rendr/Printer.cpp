@@ -1,8 +1,12 @@
 #include "platform/rendr/Printer.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <charconv>
 #include <cstdarg>
 #include <cstring>
+#include <string_view>
 
 #include "platform/mox/Exception.h"
 #include "platform/rendr/Copy.h"
@@ -50,12 +54,35 @@ void Printer::unwind() noexcept {
     closeTop();
 }
 
-void Printer::throwClosed() {
+void Printer::throwStopped() const {
+  if (out_.failed()) throw outputFailedException();
   throw outputClosedException();
 }
 
-void Printer::throwInterrupt() {
-  throw sigintException();
+void Printer::throwInterrupt(int sig) {
+  throw sigintException(sig);
+}
+
+void Printer::reportStop(const sigintException& stop) noexcept {
+  if (stop.signal() == 0) return;
+  const std::string_view exiting = "exiting ";
+  const std::string_view reason = stop.what();
+  if (json()) {
+    char line[64];
+    const std::size_t n = std::min(sizeof line - 1, exiting.size() + reason.size());
+    std::memcpy(line, exiting.data(), exiting.size());
+    std::memcpy(line + exiting.size(), reason.data(), n - exiting.size());
+    line[n] = '\n';
+    ssize_t ignored = ::write(STDERR_FILENO, line, n + 1);
+    (void)ignored;
+    return;
+  }
+  // A listing is cut wherever the signal found it, often within a line.
+  if (!out_.atLineStart()) out_.put('\n');
+  out_.append(exiting.data(), exiting.size());
+  out_.append(reason.data(), reason.size());
+  out_.put('\n');
+  out_.flush();
 }
 
 bool Printer::outputFailed() {

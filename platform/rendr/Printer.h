@@ -24,7 +24,8 @@
 // Every call first checks for the user's interrupt (see Interrupt.h) and throws
 // sigintException when one arrived; when the reader of the output has gone away, the call
 // that found out, and every later one, throws outputClosedException. Other write errors are
-// reported once on stderr and the rest of the output is dropped; outputFailed() tells.
+// reported once on stderr and every call from then on throws outputFailedException;
+// outputFailed() tells too. While a printer exists it holds SIGTERM and SIGHUP (Interrupt.h).
 
 #include <array>
 #include <cstddef>
@@ -94,6 +95,11 @@ class Printer {
   // the printer ready for the next one. Never throws.
   void unwind() noexcept;
 
+  // Says why a listing stopped, after the printer threw `stop`: "exiting <reason>" on a line
+  // of its own in text, on stderr in JSON (whose document the destructor closes). A reader
+  // that went away or output that failed are not reported again. Never throws.
+  void reportStop(const sigintException& stop) noexcept;
+
   // The output buffer's fill, in percent (0 to 100).
   unsigned fullness();
   // Writes the buffer to the file descriptor now.
@@ -120,18 +126,18 @@ class Printer {
   };
 
   void enter() {
-    if (out_.closed()) [[unlikely]]
-      throwClosed();
-    if (detail::takeInterrupt()) [[unlikely]]
-      throwInterrupt();
+    if (out_.stopped()) [[unlikely]]
+      throwStopped();
+    if (const int sig = detail::takeInterrupt()) [[unlikely]]
+      throwInterrupt(sig);
   }
-  // The output closed during this call: the call still completed its bookkeeping.
+  // The output closed or failed during this call: the call still completed its bookkeeping.
   void leave() {
-    if (out_.closed()) [[unlikely]]
-      throwClosed();
+    if (out_.stopped()) [[unlikely]]
+      throwStopped();
   }
-  [[noreturn]] static void throwClosed();
-  [[noreturn]] static void throwInterrupt();
+  [[noreturn]] void throwStopped() const;
+  [[noreturn]] static void throwInterrupt(int sig);
 
   bool json() const { return format_ == kFormatJson; }
   Frame top() const { return depth_ ? stack_[depth_ - 1].frame : Frame::none; }
@@ -152,6 +158,7 @@ class Printer {
   void addJson(const AttrInfo* const* attrs, int n);
   void requireAttributeContext(int n);
 
+  StopSignalHold hold_;
   detail::OutputBuffer out_;
   unsigned format_;
   unsigned depth_ = 0;

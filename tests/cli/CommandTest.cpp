@@ -87,7 +87,19 @@ TEST_F(FailingActions, UnmatchedLineIsAUsageErrorAndRunsNothing) {
   clitest::Captured r = run("internal now");
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.err, "% Invalid input at 'now'\n");
+  EXPECT_EQ(r.out, "");
   EXPECT_EQ(run("").err, "% Incomplete command\n");
+}
+
+// In JSON mode every failure leaves one document on standard output, a refused line too, so
+// that `| jq` never reads nothing.
+TEST_F(FailingActions, ARefusedLineInJsonModeWritesAnEmptyDocument) {
+  for (const char* line : {"internal now json", "json", "bogus json", "ref json json now"}) {
+    clitest::Captured r = run(line);
+    EXPECT_EQ(r.status, 2) << line;
+    EXPECT_EQ(r.out, "{}\n") << line;
+    EXPECT_EQ(r.err.rfind("% ", 0), 0u) << line;
+  }
 }
 
 TEST(SplitWords, BlanksOfAnyKindSeparateAndVanish) {

@@ -186,6 +186,21 @@ TEST_F(RouteGrammar, ArgumentFailingItsValidatorIsNamed) {
   EXPECT_EQ(parse(g, "show ip route vrf red bogus"), "% Invalid input at 'bogus'");
 }
 
+TEST(FreeText, ControlCharacterInAnyWordIsRefusedShownEscaped) {
+  // Even where any word is a valid argument: it would go on into the state.
+  Grammar g;
+  g.addType({"WORD", "Any word", [](std::string_view) { return true; }, {}});
+  g.addRows({row("set name WORD")});
+  const std::string refused = ": control characters are not allowed";
+  EXPECT_EQ(parse(g,
+                  "set name a\x01"
+                  "b"),
+            "% Invalid input at 'a\\x01b'" + refused);
+  EXPECT_EQ(parse(g, "set name \"tab\there\""), "% Invalid input at 'tab\\there'" + refused);
+  EXPECT_EQ(parse(g, "set name del\x7f"), "% Invalid input at 'del\\x7f'" + refused);
+  EXPECT_EQ(parse(g, "set name caf\u00e9"), "set name WORD=caf\u00e9");
+}
+
 TEST(TypedArguments, ValidatorThatThrowsSaysNo) {
   Grammar g;
   g.addType({"VRF",
@@ -229,12 +244,51 @@ TEST_F(RouteGrammar, TrailingJsonSelectsJsonForEveryRow) {
   EXPECT_EQ(g.match(words).match->formatNumber(), 1);
 }
 
-TEST_F(RouteGrammar, OnlyTheLastJsonIsTheFormat) {
+// "json" may come anywhere the command could already end, and the command go on after it;
+// where an argument is expected it is the argument, and the last word is always the format.
+TEST_F(RouteGrammar, JsonMayComeWhereverTheCommandCouldEnd) {
+  for (const char* line :
+       {"show ip route json detail", "show ip route json vrf red detail",
+        "show ip route vrf red json 10.0.0.0/8 longer-prefixes", "show ip route detail json"}) {
+    std::vector<std::string> words = cli::splitWords(line);
+    cli::MatchResult r = g.match(words);
+    ASSERT_TRUE(r.match) << line << ": " << r.error;
+    EXPECT_EQ(r.match->format(), cli::Format::json) << line;
+  }
+  EXPECT_EQ(parse(g, "show ip route json vrf red detail"), "show ip route vrf NAME=red detail");
+  EXPECT_EQ(parse(g, "show ip route vrf json detail"), "show ip route vrf NAME=json detail");
+  std::vector<std::string> words = cli::splitWords("show ip route vrf json detail");
+  EXPECT_EQ(g.match(words).match->format(), cli::Format::text);
   EXPECT_EQ(parse(g, "show ip route vrf json"), "% Incomplete command");
   EXPECT_EQ(parse(g, "show ip route vrf json json"), "show ip route vrf NAME=json");
-  EXPECT_EQ(parse(g, "show ip route json detail"), "% Invalid input at 'json'");
   EXPECT_EQ(parse(g, "json"), "% Incomplete command");
   EXPECT_EQ(parse(g, "show json"), "% Incomplete command");
+}
+
+// Where no command can end yet, the refusal says where json goes.
+TEST_F(RouteGrammar, MisplacedJsonIsRefusedWithWhereItGoes) {
+  const std::string where = Grammar::misplacedJson();
+  EXPECT_EQ(where.rfind("% Invalid input at 'json': it goes after the command's keywords", 0), 0u);
+  EXPECT_EQ(parse(g, "show ip json route"), where);
+  EXPECT_EQ(parse(g, "json show ip route"), where);
+  EXPECT_EQ(complete(g, "show json", "").error, where);
+}
+
+TEST_F(RouteGrammar, ALineAsksForJsonWhenAnyWordIsJson) {
+  for (const char* line : {"show ip rout foo json", "show JSON bogus", "json"}) {
+    EXPECT_TRUE(Grammar::asksForJson(cli::splitWords(line))) << line;
+  }
+  EXPECT_FALSE(Grammar::asksForJson(cli::splitWords("show ip route jsonx")));
+  EXPECT_FALSE(Grammar::asksForJson({}));
+}
+
+// A word that came from the user is shown escaped and cut in the refusal.
+TEST_F(RouteGrammar, RefusedWordsAreShownEscapedAndCut) {
+  std::vector<std::string> words = {"show", "ip", "route", "\x1b[2J\n"};
+  EXPECT_EQ(g.match(words).error,
+            "% Invalid input at '\\x1b[2J\\n': control characters are not allowed");
+  words = {"show", std::string(1000000, 'z')};
+  EXPECT_EQ(g.match(words).error.size(), std::string("% Invalid input at ''...").size() + 120);
 }
 
 // ---- Declaring rows ----
@@ -296,7 +350,11 @@ TEST_F(RouteGrammar, PartialWordNarrowsTheCandidates) {
 
 TEST_F(RouteGrammar, CommandEndsOnlyWhereTheRowMay) {
   EXPECT_THAT(texts(complete(g, "show ip", "")), ElementsAre("route"));
-  EXPECT_THAT(texts(complete(g, "show ip route json", "")), ElementsAre("<cr>"));
+  // After json the command may still go on, and json is not offered twice.
+  EXPECT_THAT(texts(complete(g, "show ip route detail json", "")), ElementsAre("<cr>"));
+  EXPECT_THAT(texts(complete(g, "show ip route json", "")),
+              ElementsAre("A.B.C.D", "A.B.C.D/LEN", "connected", "detail", "dhcp", "ospf", "static",
+                          "vrf", "<cr>"));
   EXPECT_THAT(texts(complete(g, "show ip route 10.0.0.0/8 longer-prefixes detail", "")),
               ElementsAre("json", "<cr>"));
 }

@@ -14,8 +14,11 @@
 #include <fstream>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -285,6 +288,92 @@ TEST(RovaProgram, OptionErrorsAndHelp) {
   EXPECT_EQ(missing.err.rfind("rova: missing file after '--state'", 0), 0u) << missing.err;
 }
 
+std::string readFile(const char* path) {
+  std::string text;
+  if (std::FILE* f = std::fopen(path, "rb")) {
+    char buffer[4096];
+    std::size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0)
+      text.append(buffer, n);
+    std::fclose(f);
+  }
+  return text;
+}
+
+// The state may come from anything that can be read: standard input, a pipe, a FIFO. An empty
+// name is a mistake, not the built-in example, and a directory is refused by what it is.
+TEST(RovaProgram, ReadsTheStateFromStandardInputAndRefusesWhatIsNoFile) {
+  clitest::Captured in = runRova({"--state", "-", "show", "version"}, readFile(ROVA_EXAMPLE));
+  EXPECT_EQ(in.status, 0) << in.err;
+  EXPECT_NE(in.out.find("Device: leaf1\nState: standard input\n"), std::string::npos) << in.out;
+
+  clitest::Captured empty = runRova({"--state", "", "show", "version"});
+  EXPECT_EQ(empty.status, 2);
+  EXPECT_EQ(empty.err.rfind("rova: empty file name after '--state'\nusage: rova", 0), 0u)
+      << empty.err;
+  EXPECT_EQ(empty.out, "");
+  EXPECT_EQ(runRova({"--state=", "show", "version"}).status, 2);
+
+  clitest::Captured dir = runRova({"--state", "/tmp", "show", "version"});
+  EXPECT_EQ(dir.status, 2);
+  EXPECT_EQ(dir.err, "% Cannot load state /tmp: Is a directory\n");
+
+  clitest::Captured missing = runRova({"--state", "no\x1b[2Jsuch.json", "show", "version"});
+  EXPECT_EQ(missing.err, "% Cannot load state no\\x1b[2Jsuch.json: No such file or directory\n");
+}
+
+// One rule for JSON mode: whatever fails, and at whatever stage, standard output carries one
+// document ({} when nothing else) and the message goes to standard error.
+TEST(RovaProgram, EveryFailureInJsonModeWritesADocument) {
+  const std::vector<std::vector<std::string>> lines = {
+      {"show", "ip", "rout", "foo", "json"},           // refused by the grammar
+      {"show", "ip", "json", "route"},                 // json where no command ends
+      {"show", "ip", "route", "vrf", "nope", "json"},  // refused by the command
+      {"--colour", "show", "version", "json"},         // an unknown option
+      {"--state", "", "show", "version", "json"},      // an empty file name
+      {"--state", "/tmp", "show", "version", "json"},  // a state that does not load
+      {"check", "ip", "address", "Ethernet99", "10.9.9.9/24", "json"},
+  };
+  for (const auto& line : lines) {
+    clitest::Captured r = runRova(line);
+    SCOPED_TRACE(line[0] + " " + line[1] + " " + line[2]);
+    EXPECT_NE(r.status, 0);
+    EXPECT_EQ(r.out, "{}\n");
+    EXPECT_NE(r.err, "");
+  }
+}
+
+TEST(RovaProgram, JsonMayComeAfterAnyKeywordOfTheCommand) {
+  clitest::Captured last = runRova({"show", "ip", "route", "vrf", "red", "detail", "json"});
+  clitest::Captured early = runRova({"show", "ip", "route", "json", "vrf", "red", "detail"});
+  EXPECT_EQ(early.status, 0) << early.err;
+  EXPECT_EQ(early.out, last.out);
+  EXPECT_EQ(early.out.rfind("{\n", 0), 0u);
+  clitest::Captured quantify = runRova({"show", "ip", "route", "json", "quantify"});
+  EXPECT_EQ(quantify.status, 0) << quantify.err;
+  EXPECT_TRUE(nlohmann::json::accept(quantify.out)) << quantify.out;
+}
+
+// Words the user typed come back in messages escaped and cut: a message cannot clear the
+// screen or fill it.
+TEST(RovaProgram, MessagesShowBadWordsEscapedAndCut) {
+  // A control character is refused wherever it stands, before any command runs: no state
+  // holds one.
+  clitest::Captured vrf = runRova({"show", "ip", "route", "vrf", "red\x1b[2J"});
+  EXPECT_EQ(vrf.status, 2);
+  EXPECT_EQ(vrf.err, "% Invalid input at 'red\\x1b[2J': control characters are not allowed\n");
+  clitest::Captured word = runRova({"show", "ip", "route", std::string(100000, 'w')});
+  EXPECT_EQ(word.status, 2);
+  EXPECT_EQ(word.err, "% Invalid input at '" + std::string(120, 'w') + "...'\n");
+  clitest::Captured vrfName = runRova({"show", "ip", "route", "vrf", "it's"});
+  EXPECT_EQ(vrfName.status, 1);
+  EXPECT_EQ(vrfName.err, "% VRF 'it\\'s' does not exist\n");
+  clitest::Captured option =
+      runRova({"--\x07"
+               "bell"});
+  EXPECT_EQ(option.err.rfind("rova: unknown option '--\\x07bell'\n", 0), 0u) << option.err;
+}
+
 TEST(RovaProgram, ReadsCommandsFromAPipeWithoutACommand) {
   clitest::Captured r = runRova({}, "show version\nshow nothing\n");
   EXPECT_EQ(r.status, 2);
@@ -453,41 +542,155 @@ TEST(RovaShell, CompletesHelpsAndRunsCommandsOnTheExampleDevice) {
   EXPECT_EQ(s.exitStatus(), 2);  // the status of the last command
 }
 
+// ---- Listings cut short: by the reader, by a signal ----
+
+// A generated state whose listings are far larger than a pipe holds, made once.
+class LongListing : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    char path[] = "/tmp/rova-long-XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    state_ = path;
+    const std::string gen = std::string(ROVA_GEN) + " --ipv4 60000 --ipv6 10 -o " + state_;
+    ASSERT_EQ(std::system(gen.c_str()), 0);
+  }
+  static void TearDownTestSuite() { unlink(state_.c_str()); }
+
+  struct Ended {
+    int status = -1;  // the exit status, or 128 + the signal that killed it
+    std::string out;
+    std::string err;
+  };
+
+  // Runs rova on the long state with stdout on a pipe. Once the first 100 kB arrive, `cut`
+  // runs with the pid and the pipe's reading end, while the program cannot get ahead: the
+  // pipe is full long before the listing ends. Then the rest is read.
+  template <class Cut>
+  static Ended run(std::vector<std::string> args, Cut cut, const std::string& input = "") {
+    int in[2], out[2], err[2];
+    Ended e;
+    if (pipe(in) != 0 || pipe(out) != 0 || pipe(err) != 0) return e;
+    args.insert(args.begin(), {ROVA_PROGRAM, "--state", state_});
+    const pid_t pid = fork();
+    if (pid == 0) {
+      dup2(in[0], 0);
+      dup2(out[1], 1);
+      dup2(err[1], 2);
+      for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]})
+        close(fd);
+      std::vector<char*> argv;
+      for (std::string& a : args)
+        argv.push_back(a.data());
+      argv.push_back(nullptr);
+      execv(ROVA_PROGRAM, argv.data());
+      _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    close(err[1]);
+    if (write(in[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) return e;
+    close(in[1]);
+    // Well into the routes: the page's header is written (and flushed) on its own.
+    char buffer[4096];
+    ssize_t n;
+    while (e.out.size() < 100000 && (n = read(out[0], buffer, sizeof buffer)) > 0)
+      e.out.append(buffer, static_cast<std::size_t>(n));
+    if (!cut(pid, out[0])) {
+      e.out += clitest::drain(out[0]);
+    }
+    e.err = clitest::drain(err[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    e.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return e;
+  }
+
+  // Sends `sig` and reads on: returns false, so that run() drains the output.
+  static auto signal(int sig) {
+    return [sig](pid_t pid, int) {
+      kill(pid, sig);
+      return false;
+    };
+  }
+
+  static std::string state_;
+};
+
+std::string LongListing::state_;
+
 // `rova show ip route | head -1`: the reader goes away after one line of a long listing, and
-// the program ends quietly and successfully.
-TEST(RovaProgram, EndsQuietlyWhenTheReaderGoesAway) {
-  char state[] = "/tmp/rova-pipe-XXXXXX";
-  const int fd = mkstemp(state);
-  ASSERT_GE(fd, 0);
-  close(fd);
-  const std::string gen = std::string(ROVA_GEN) + " --ipv4 60000 --ipv6 10 -o " + state;
-  ASSERT_EQ(std::system(gen.c_str()), 0);
-  int out[2], err[2];
-  ASSERT_EQ(pipe(out), 0);
-  ASSERT_EQ(pipe(err), 0);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(out[1], 1);
-    dup2(err[1], 2);
-    close(out[0]);
-    close(err[0]);
-    execl(ROVA_PROGRAM, ROVA_PROGRAM, "--state", state, "show", "ip", "route",
-          static_cast<char*>(nullptr));
-    _exit(127);
+// the program ends quietly and successfully, in both formats.
+TEST_F(LongListing, EndsQuietlyWhenTheReaderGoesAway) {
+  for (const char* format : {"text", "json"}) {
+    SCOPED_TRACE(format);
+    std::vector<std::string> args = {"show", "ip", "route"};
+    if (std::string(format) == "json") args.push_back("json");
+    const Ended e = run(args, [](pid_t, int fd) {
+      close(fd);
+      return true;
+    });
+    EXPECT_EQ(e.status, 0);
+    EXPECT_EQ(e.err, "");
   }
-  close(out[1]);
-  close(err[1]);
-  char c;
-  while (read(out[0], &c, 1) == 1 && c != '\n') {
+}
+
+// ^C during a listing to a file or a pipe: the message on a line of its own, never glued to
+// the half-written line the signal found, and the status a shell expects of an interrupt.
+TEST_F(LongListing, AnInterruptEndsTheListingOnALineOfItsOwnWithStatus130) {
+  const Ended e = run({"show", "ip", "route"}, signal(SIGINT));
+  EXPECT_EQ(e.status, 130);
+  EXPECT_EQ(e.err, "");
+  const std::string message = "\nexiting on user interrupt\n";
+  ASSERT_GE(e.out.size(), message.size());
+  EXPECT_EQ(e.out.substr(e.out.size() - message.size()), message);
+  EXPECT_LT(e.out.size(), 64u << 20);  // it did stop
+}
+
+// A service manager's SIGTERM, or a hangup, ends a JSON listing with a closed document and the
+// reason on stderr; text as ^C does.
+TEST_F(LongListing, TerminateAndHangupEndTheListingWithAClosedDocument) {
+  const Ended term = run({"show", "ip", "route", "json"}, signal(SIGTERM));
+  EXPECT_EQ(term.status, 143);
+  EXPECT_EQ(term.err, "exiting on terminate request\n");
+  nlohmann::json doc;
+  ASSERT_NO_THROW(doc = nlohmann::json::parse(term.out)) << term.out.substr(term.out.size() - 200);
+  EXPECT_GT(doc["routes"].size(), 0u);
+  EXPECT_LT(doc["routes"].size(), 60000u);
+
+  const Ended text = run({"show", "ip", "route"}, signal(SIGHUP));
+  EXPECT_EQ(text.status, 129);
+  EXPECT_EQ(text.out.substr(text.out.size() - 19), "\nexiting on hangup\n");
+}
+
+// The shell reading commands from a pipe stops at a SIGTERM: the command it was running ends
+// as a one-shot one would, and no further command runs.
+TEST_F(LongListing, TerminateEndsTheShellToo) {
+  const Ended e = run({}, signal(SIGTERM), "show ip route\nshow version\n");
+  EXPECT_EQ(e.status, 143);
+  EXPECT_EQ(e.out.find("rova 0.1.0"), std::string::npos);
+  EXPECT_NE(e.out.find("\nexiting on terminate request\n"), std::string::npos);
+}
+
+// A full disk stops the listing at once with one error line.
+TEST_F(LongListing, AFullDiskFailsTheCommandWithOneMessage) {
+  for (const char* format : {"text", "json"}) {
+    SCOPED_TRACE(format);
+    const std::string cmd = std::string(ROVA_PROGRAM) + " --state " + state_ + " show ip route " +
+                            (std::string(format) == "json" ? "json" : "") + " >/dev/full 2>" +
+                            state_ + ".err";
+    const int status = std::system(cmd.c_str());
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    std::FILE* f = std::fopen((state_ + ".err").c_str(), "r");
+    ASSERT_NE(f, nullptr);
+    char buffer[4096] = {};
+    const std::size_t n = std::fread(buffer, 1, sizeof buffer - 1, f);
+    std::fclose(f);
+    std::remove((state_ + ".err").c_str());
+    EXPECT_EQ(std::string(buffer, n), "% Error writing output: No space left on device\n");
   }
-  close(out[0]);
-  const std::string errors = clitest::drain(err[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  unlink(state);
-  EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_EQ(errors, "");
 }
 
 }  // namespace

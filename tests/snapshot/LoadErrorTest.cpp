@@ -1,10 +1,15 @@
 // What the loader refuses, and how it says so: the JSON path of the offending value and a
 // message a person can act on, with the platform's own text for its range errors.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 
 #include "platform/brine/Fib.h"
 #include "snapshot/Snapshot.h"
@@ -139,6 +144,11 @@ TEST(LoadError, PlatformBoundsKeepThePlatformsMessage) {
   json doc = minimal();
   doc["vrfs"][std::string(101, 'v')] = {{"id", 1}};
   EXPECT_EQ(refusal(doc), "$.vrfs." + std::string(101, 'v') + ": VrfName::bytes > 100 not allowed");
+  // A key of any length shows as much of itself as any word does.
+  doc = minimal();
+  doc["vrfs"][std::string(200, 'v')] = {{"id", 1}};
+  EXPECT_EQ(refusal(doc),
+            "$.vrfs." + std::string(120, 'v') + "...: VrfName::bytes > 100 not allowed");
   doc = minimal();
   doc["vrfs"][std::string(100, 'v')] = {{"id", 1}};
   EXPECT_EQ(refusal(doc), "loaded");
@@ -240,6 +250,66 @@ TEST(LoadError, DamagedDocumentsAreRefusedNotCrashedOn) {
   EXPECT_EQ(brokenEscape.rfind("$", 0), 0u) << brokenEscape;
 }
 
+// Only blanks may follow the document: a second document or a stray bracket means the file is
+// not what its writer meant.
+TEST(LoadError, DataAfterTheDocumentIsRefusedWithItsOffset) {
+  const std::string doc = minimal().dump();
+  EXPECT_EQ(refusal(doc + " \n\t\r\n"), "loaded");
+  const std::string at = std::to_string(doc.size() + 1);
+  EXPECT_EQ(refusal(doc + "\n" + doc),
+            "$: more data after the end of the document, at byte offset " + at);
+  EXPECT_EQ(refusal(doc + "\n}"),
+            "$: more data after the end of the document, at byte offset " + at);
+  EXPECT_EQ(refusal(doc + "\n0").rfind("$", 0), 0u);
+  EXPECT_EQ(refusal(doc + "\n\"x\"").rfind("$", 0), 0u);
+}
+
+// A string of the state ends up on the user's terminal: control characters could drive it.
+TEST(LoadError, ControlCharactersAreRefusedInEveryString) {
+  json doc = minimal();
+  doc["hostname"] = "leaf\x1b]0;owned\x07";
+  EXPECT_EQ(refusal(doc),
+            "$.hostname: control character \\x1b at byte 4 of \"leaf\\x1b]0;owned\\x07\"; strings "
+            "hold printable text");
+  doc = minimal();
+  doc["interfaces"] = {{{"name", "Ethernet1"}, {"description", std::string("a\0b", 3)}}};
+  EXPECT_EQ(refusal(doc),
+            "$.interfaces[0].description: control character \\x00 at byte 1 of \"a\\x00b\"; "
+            "strings hold printable text");
+  doc = minimal();
+  doc["interfaces"] = {{{"name", "Eth\x7f"}}};
+  EXPECT_EQ(refusal(doc).rfind("$.interfaces[0].name: control character \\x7f at byte 3", 0), 0u);
+  doc = minimal();
+  doc["nexthopGroups"] = {{{"name", "g\u009b1m"}, {"id", 1}, {"type", "ipInIp"}, {"size", 1}}};
+  EXPECT_EQ(
+      refusal(doc).rfind("$.nexthopGroups[0].name: control character \\xc2\\x9b at byte 1", 0), 0u);
+  // Keys that are data too, and the message's path shows them escaped.
+  doc = minimal();
+  doc["vrfs"]["red\nblue"] = {{"id", 1}};
+  EXPECT_EQ(refusal(doc),
+            "$.vrfs[\"red\\nblue\"]: control character \\n at byte 3 of \"red\\nblue\"; "
+            "strings hold printable text");
+  doc = minimal();
+  doc["routeDistinguisherInputs"] = {{"bgp", {{"r\te\td", "100:1"}}}};
+  EXPECT_EQ(
+      refusal(doc).rfind("$.routeDistinguisherInputs.bgp[\"r\\te\\td\"]: control character", 0),
+      0u);
+  // Tabs in a description are refused like the rest; printable UTF-8 is welcome.
+  doc = minimal();
+  doc["hostname"] = "caf\u00e9-\u00a0leaf";
+  EXPECT_EQ(refusal(doc), "loaded");
+}
+
+// A message shows at most a few dozen bytes of a bad word, however long the word.
+TEST(LoadError, LongBadWordsAreCutInMessages) {
+  json doc = withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", std::string(5'000'000, 'o')}}});
+  const std::string message = refusal(doc);
+  EXPECT_LT(message.size(), 300u);
+  EXPECT_EQ(message.rfind("$.vrfs.default.ipv4.routes[0].type: unknown IPv4 route type \"ooo", 0),
+            0u);
+  EXPECT_EQ(message.substr(message.size() - 7), "ooo...\"");
+}
+
 TEST(LoadError, AFileThatCannotBeReadIsNamed) {
   try {
     Snapshot::loadFile("/nonexistent/state.json");
@@ -248,6 +318,53 @@ TEST(LoadError, AFileThatCannotBeReadIsNamed) {
     EXPECT_EQ(std::string(e.what()), "/nonexistent/state.json: No such file or directory");
     EXPECT_EQ(e.jsonPath(), "");
   }
+}
+
+// What the path is decides how it is read, before anything is sized by it.
+TEST(LoadError, ADirectoryIsNoState) {
+  try {
+    Snapshot::loadFile(::testing::TempDir());
+    FAIL();
+  } catch (const Snapshot::LoadError& e) {
+    EXPECT_EQ(e.reason(), "Is a directory");
+    EXPECT_EQ(e.file(), ::testing::TempDir());
+  }
+}
+
+// A pipe or a FIFO has no size and cannot seek: it is read as it comes, in pieces.
+TEST(LoadError, PipesAndFifosAreReadToTheirEnd) {
+  const std::string text = withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}}}).dump(1);
+  const auto routes = [](const Mox::Ptr<Statum::EntityManager>& em) {
+    return em
+        ->mount<Brine::Fib::RouteStatus>(
+            Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute))
+        ->size();
+  };
+  // Written slowly, a few bytes at a time, so that reads come back short.
+  const auto writeSlowly = [&](int fd) {
+    for (std::size_t i = 0; i < text.size(); i += 7) {
+      const std::size_t n = std::min<std::size_t>(7, text.size() - i);
+      if (::write(fd, text.data() + i, n) != static_cast<ssize_t>(n)) break;
+    }
+    ::close(fd);
+  };
+
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  std::thread writer(writeSlowly, fds[1]);
+  auto em = Snapshot::loadFile("/dev/fd/" + std::to_string(fds[0]));
+  writer.join();
+  ::close(fds[0]);
+  EXPECT_EQ(routes(em), 1u);
+
+  const std::string fifo = ::testing::TempDir() + "snapshot_fifo_test";
+  ::unlink(fifo.c_str());
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::thread fifoWriter([&] { writeSlowly(::open(fifo.c_str(), O_WRONLY)); });
+  em = Snapshot::loadFile(fifo);
+  fifoWriter.join();
+  ::unlink(fifo.c_str());
+  EXPECT_EQ(routes(em), 1u);
 }
 
 TEST(LoadError, AFileLoadsLikeText) {

@@ -94,7 +94,8 @@ TEST(WriterRoundTrip, KeepsWhatTheListingsDoNotShow) {
 TEST(WriterRoundTrip, TextNeedingEscapesIsWrittenAsJsonStrings) {
   auto em = Snapshot::load(Snapshot::embeddedExample());
   auto intfs = em->find<Interface::AllIntfConfigDir>(p::kIntfConfig);
-  const std::string odd = "say \"hi\"\\ there\t\x01";
+  // (Control characters are refused in a state, so the writer never meets one.)
+  const std::string odd = "say \"hi\"\\ there/\u00e9";
   const_cast<Interface::IntfConfig&>(*intfs->intfConfig(Plexa::IntfId("Ethernet1")))
       .descriptionIs(odd);
   auto back = Snapshot::load(Snapshot::write(*em));

@@ -100,6 +100,22 @@ TEST(Registry, ConversionErrorsNameTheExpectedType) {
             "Rova::AddressQueryResult has no attribute 'nope'");
 }
 
+// A value text comes from a user or a script: the part quoted back is escaped, so a message
+// cannot clear the screen, whichever parser refuses it.
+TEST(Registry, ValueTextErrorsShowTheRefusedTextEscaped) {
+  EXPECT_EQ(errorOf([] {
+              reg().parse(
+                  "Value('Rova::CachedVia', ** {'hop': '1\x1b[2J', 'intfId': "
+                  "'Ethernet1', 'isBackup': False, 'viaLabel': '3', 'viaWeight': ''})");
+            }),
+            "attribute 'hop': invalid IP address '1\\x1b[2J'");
+  EXPECT_EQ(errorOf([] { reg().parse("Value('Rova::\r', ** {})"); }), "unknown type 'Rova::\\r'");
+  EXPECT_EQ(errorOf([] {
+              reg().parse("Value('Rova::CounterIndex', ** {'counterIndex': \x07x, 'chipMask': 1})");
+            }),
+            "attribute 'counterIndex': expected an integer but found \"\\x07x, 'chipMask': 1})\"");
+}
+
 TEST(Registry, AddressQueryResultTextForm) {
   Value r = reg().construct("Rova::AddressQueryResult", {});
   EXPECT_EQ(r.text(), "Value('Rova::AddressQueryResult', ** {'acceptable': False, 'msg': ''})");

@@ -155,10 +155,12 @@ TEST(PrinterJson, DoublesUseTheShortestExactForm) {
       {1e-4, "0.0001"},   {1.5e-5, "1.5e-05"},
       {5e-324, "5e-324"}, {0.1f, "0.10000000149011612"},  // a float, widened
   };
-  for (auto [value, text] : cases) {
+  for (const auto& [value, text] : cases) {
+    // clang 14 does not let a lambda capture a structured binding.
+    const double v = value;
     std::string out = render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
       rendr::DoubleAttrInfo d("d", f);
-      d.setValue(value);
+      d.setValue(v);
       p.addAttributes("", 1, d.getArg());
     });
     EXPECT_EQ(out, "{\n  \"d\": "s + text + "\n}\n");
@@ -210,10 +212,11 @@ TEST(PrinterJson, StringsAreEscapedAndMadeValidUtf8) {
       {"\xf0\x9f\x98x", "\xef\xbf\xbdx"},
   };
   for (const auto& [in, expected] : cases) {
+    const std::string& text = in;
     std::string out = render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
       rendr::StringAttrInfo s("s", f);
-      rendr::IntAttrInfo named(in.c_str(), f);
-      s.setValue(in);
+      rendr::IntAttrInfo named(text.c_str(), f);
+      s.setValue(text);
       named.setValue(1);
       p.addAttributes("", 2, s.getArg(), named.getArg());
       p.startDict("d");

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -96,6 +97,80 @@ TEST_F(PrinterInterrupt, EveryCallChecksAndAClearedInterruptIsForgotten) {
   EXPECT_NO_THROW(p.addFrills("y"));
 }
 
+// Cut within a line (the usual case), the message still gets a line of its own, also in a
+// file that no terminal tidies up.
+TEST_F(PrinterInterrupt, TheStopIsReportedOnALineOfItsOwn) {
+  for (const char* before : {"C 10.1.0.0/16 via Ethernet15", "C 10.1.0.0/16 via Ethernet15\n"}) {
+    rendr::test::Capture cap;
+    {
+      rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
+      p.addFrills("%s", before);
+      p.ioflush();  // the cut part of the line has gone out already
+      raise(SIGINT);
+      try {
+        p.addFrills("more");
+        FAIL() << "not interrupted";
+      } catch (const rendr::sigintException& e) {
+        p.reportStop(e);
+      }
+    }
+    EXPECT_EQ(cap.contents(), "C 10.1.0.0/16 via Ethernet15\nexiting on user interrupt\n");
+    EXPECT_EQ(rendr::takeStopSignal(), SIGINT);
+  }
+}
+
+// SIGTERM and SIGHUP stop a listing as ^C does while a printer exists, so that a JSON document
+// cut by a service manager is still whole; the reason goes to stderr.
+TEST_F(PrinterInterrupt, TerminateAndHangupStopTheListingAndCloseTheDocument) {
+  for (int sig : {SIGTERM, SIGHUP}) {
+    SCOPED_TRACE(sig);
+    rendr::test::Capture cap;
+    std::string err = rendr::test::captureStderr([&] {
+      rendr::Printer p(cap.fd(), kFormatJson, true, false, true, 0);
+      rendr::IntAttrInfo n("n", kFormatJson);
+      try {
+        p.startList("entries");
+        for (int i = 0; i < 1000; ++i) {
+          if (i == 3) raise(sig);
+          p.startListEntry();
+          n.setValue(i);
+          p.addAttributes("%d", 1, n.getArg());
+          p.endListEntry();
+        }
+        FAIL() << "not stopped";
+      } catch (const rendr::sigintException& e) {
+        EXPECT_EQ(e.signal(), sig);
+        p.reportStop(e);
+      }
+    });
+    nlohmann::json doc = nlohmann::json::parse(cap.contents());
+    EXPECT_EQ(doc["entries"].size(), 3u);
+    EXPECT_EQ(err, sig == SIGTERM ? "exiting on terminate request\n" : "exiting on hangup\n");
+    EXPECT_EQ(rendr::takeStopSignal(), sig);
+    EXPECT_EQ(rendr::takeStopSignal(), 0);
+  }
+}
+
+// With no listing to close, SIGTERM does what it always does.
+TEST(PrinterSignals, TerminateWithoutAPrinterEndsTheProcess) {
+  EXPECT_EXIT(
+      {
+        rendr::installSignalHandlers();
+        { rendr::Printer p(1, kFormatText, true, false, true, 0); }
+        raise(SIGTERM);
+        std::exit(0);
+      },
+      testing::KilledBySignal(SIGTERM), "");
+  // A front end that holds the signals for a whole command gets it at its end.
+  rendr::installSignalHandlers();
+  rendr::clearInterrupt();
+  {
+    rendr::StopSignalHold hold;
+    raise(SIGTERM);
+  }
+  EXPECT_EQ(rendr::takeStopSignal(), SIGTERM);
+}
+
 TEST(PrinterOutput, ClosedReaderEndsTheOutputQuietly) {
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
@@ -129,20 +204,33 @@ TEST(PrinterOutput, ClosedReaderEndsTheOutputQuietly) {
   EXPECT_FALSE(rendr::Printer::outputFailed());
 }
 
-TEST(PrinterOutput, OtherWriteErrorsAreReportedOnce) {
+// A full disk stops the listing at the write that failed: a million-route listing must not
+// be produced in full only to be thrown away.
+TEST(PrinterOutput, OtherWriteErrorsAreReportedOnceAndStopTheOutput) {
   int fd = open("/dev/full", O_WRONLY);
   ASSERT_GE(fd, 0);
   rendr::Printer::clearOutputFailed();
+  int calls = 0;
   std::string err = rendr::test::captureStderr([&] {
-    rendr::Printer p(fd, kFormatText, true, false, true, 0);
-    p.addFrills("first\n");
-    p.ioflush();
-    p.addFrills("second\n");
-    p.ioflush();
-    std::string big(3 * rendr::Printer::kBufferSize, 'b');
-    p.addFrills("%s", big.c_str());
-  });
+    rendr::Printer p(fd, kFormatJson, true, false, true, 0);
+    rendr::StringAttrInfo s("description", kFormatJson);
+    s.setValue(std::string(100, 'd'));
+    try {
+      p.startList("l");
+      for (; calls < 100000; ++calls) {
+        p.startListEntry();
+        p.addAttributes("%s", 1, s.getArg());
+        p.endListEntry();
+      }
+    } catch (const rendr::outputFailedException& e) {
+      EXPECT_STREQ(e.what(), "output failed");
+    }
+    EXPECT_THROW(p.ioflush(), rendr::outputClosedException);
+    EXPECT_THROW(p.fullness(), rendr::outputFailedException);
+    p.reportStop(rendr::outputFailedException());  // nothing more to say
+  });                                              // and the destructor does not throw
   close(fd);
+  EXPECT_LT(calls, 1000);  // the first buffer that went out failed
   EXPECT_EQ(err, std::string("% Error writing output: ") + strerror(ENOSPC) + "\n");
   EXPECT_TRUE(rendr::Printer::outputFailed());
   rendr::Printer::clearOutputFailed();
