@@ -1,0 +1,299 @@
+// The document: its top-level sections, what is checked once all are read, and reading it
+// from a string, a file, a pipe or standard input.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "snapshot/loader/Loader.h"
+
+namespace Snapshot::loader {
+
+Ptr<Statum::EntityManager> Loader::run(od::document& doc, const char* text) {
+  od::json_type t;
+  r_.check(doc.type().get(t));
+  if (t != od::json_type::object) r_.fail("a state snapshot is a JSON object");
+  od::object obj;
+  r_.check(doc.get_object().get(obj));
+  top(obj);
+  // The parser stops where the object ends. Whatever follows (a second document, a stray
+  // bracket) means the file is not what its writer meant, so nothing of it is taken.
+  if (const char* at = nullptr; doc.current_location().get(at) == simdjson::SUCCESS) {
+    r_.fail("more data after the end of the document, at byte offset " + std::to_string(at - text));
+  }
+  finish();
+
+  auto em = makePtr<Statum::EntityManager>();
+  namespace p = paths;
+  em->entityIs(p::kDevice, device_);
+  em->entityIs(p::kStaticRouteDefaults, staticDefaults_);
+  em->entityIs(p::kIntfConfig, intfConfig_);
+  em->entityIs(p::kIntfStatus, intfStatus_);
+  em->entityIs(p::kIpConfig, ipConfig_);
+  em->entityIs(p::kIpStatus, ipStatus_);
+  em->entityIs(p::kIp6Config, ip6Config_);
+  em->entityIs(p::kIp6Status, ip6Status_);
+  em->entityIs(p::kArpStatus, arp_);
+  em->entityIs(p::kVrfIdMap, vrfIdMap_);
+  em->entityIs(p::kTunnelFib, tunnelFib_);
+  em->entityIs(p::kTunnelTables, tunnelTables_);
+  em->entityIs(p::kEvpnVxlan, evpn_);
+  em->entityIs(p::kSrTePolicy, srTe_);
+  em->entityIs(p::kNhgConfig, nhgConfig_);
+  em->entityIs(p::kNhgEntryStatus, nhgEntryStatus_);
+  em->entityIs(p::kNhgHwStatus, nhgHw_);
+  em->entityIs(p::kRoutingHw, routingHw_);
+  em->entityIs(p::kRouting6Hw, routing6Hw_);
+  em->entityIs(p::kRdInputDir, rdInputs_);
+  em->entityIs(p::kCounterKeyTable, counterKeys_);
+  em->entityIs(p::kCounterTable, counters_);
+  em->entityIs(p::kSnapshotCounterTable, counterSnapshot_);
+  for (auto& [name, v] : vrfs_) {
+    em->entityIs(p::vrfPath(name, p::kRoutingConfig), v->config4);
+    em->entityIs(p::vrfPath(name, p::kRouting6Config), v->config6);
+    em->entityIs(p::vrfPath(name, p::kFibRoute), v->route4);
+    em->entityIs(p::vrfPath(name, p::kFibFec), v->fec4);
+    em->entityIs(p::vrfPath(name, p::kFib6Route), v->route6);
+    em->entityIs(p::vrfPath(name, p::kFib6Fec), v->fec6);
+    em->entityIs(p::vrfPath(name, p::kHwVrfStatus), v->hw);
+    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed), v->kernel4);
+    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed6), v->kernel6);
+  }
+  return em;
+}
+
+enum TopKey {
+  kVersion,
+  kHostname,
+  kHardware,
+  kVrfs,
+  kInterfaces,
+  kNeighbors,
+  kTunnels,
+  kSrTePolicies,
+  kNexthopGroups,
+  kFlexCounters,
+  kRouteDistinguisherInputs,
+  kStaticRouteDefaults,
+};
+constexpr Keys<12> kTopKeys = {
+    "version",
+    "hostname",
+    "hardware",
+    "vrfs",
+    "interfaces",
+    "neighbors",
+    "tunnels",
+    "srTePolicies",
+    "nexthopGroups",
+    "flexCounters",
+    "routeDistinguisherInputs",
+    "staticRouteDefaults",
+};
+
+void Loader::top(od::object obj) {
+  r_.fields(obj, kTopKeys, bit(kVersion) | bit(kVrfs), [&](unsigned k, od::value& v) {
+    switch (k) {
+      case kVersion:
+        version_ = int(r_.number(v, 1000000));
+        if (version_ != kFormatVersion) {
+          r_.fail("unsupported version " + std::to_string(version_) + " (this program reads " +
+                  std::to_string(kFormatVersion) + ")");
+        }
+        break;
+      case kHostname:
+        device_->hostnameIs(std::string(r_.string(v)));
+        break;
+      case kHardware:
+        hardware(v);
+        break;
+      case kVrfs:
+        vrfs(v);
+        break;
+      case kInterfaces:
+        interfaces(v);
+        break;
+      case kNeighbors:
+        neighbors(v);
+        break;
+      case kTunnels:
+        tunnels(v);
+        break;
+      case kSrTePolicies:
+        srTePolicies(v);
+        break;
+      case kNexthopGroups:
+        nexthopGroups(v);
+        break;
+      case kFlexCounters:
+        flexCounters(v);
+        break;
+      case kRouteDistinguisherInputs:
+        routeDistinguishers(v);
+        break;
+      case kStaticRouteDefaults:
+        staticRouteDefaults(v);
+        break;
+    }
+  });
+}
+
+void Loader::staticRouteDefaults(od::value& v) {
+  static constexpr Keys<3> keys = {"preference", "tag", "name"};
+  r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
+    if (k == 0) {
+      const auto preference = r_.number(f, 255);
+      if (preference < 1) r_.fail("a preference is 1 to 255");
+      staticDefaults_->preferenceIs(Routing::RoutePreference(preference));
+    } else if (k == 1) {
+      staticDefaults_->tagIs(std::uint32_t(r_.number(f, kU32Max)));
+    } else {
+      staticDefaults_->nameIs(std::string(r_.string(f)));
+    }
+  });
+}
+
+void Loader::hardware(od::value& v) {
+  static constexpr Keys<3> keys = {"fecWeightLimit", "maxEcmp", "nexthopGroupMaxSize"};
+  r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
+    const auto n = std::uint32_t(r_.number(f, kU32Max));
+    if (k == 0) {
+      routingHw_->fecWeightLimitIs(n);
+      routing6Hw_->fecWeightLimitIs(n);
+    } else if (k == 1) {
+      routingHw_->maxEcmpIs(n);
+      routing6Hw_->maxEcmpIs(n);
+    } else {
+      routingHw_->nexthopGroupMaxSizeIs(n);
+    }
+  });
+}
+
+void Loader::finish() {
+  auto def = vrfs_.find(L3::VrfName::kDefault);
+  if (def == vrfs_.end()) {
+    r_.path().push(std::string_view("vrfs"));
+    r_.fail("the VRF \"default\" is missing; every device has it");
+  }
+  for (const auto& [name, path] : vrfRefs_) {
+    if (vrfs_.find(name.stringValue()) == vrfs_.end())
+      throw LoadError(path, "unknown VRF " + quote(name.stringValue()) + " (not in \"vrfs\")");
+  }
+  arp_->reserve(neighbors_.size());
+  for (PendingNeighbor& n : neighbors_) {
+    n.entry.arpKey.vrfId = vrfs_.at(vrfRefs_[n.vrfRef].first.stringValue())->id;
+    if (arp_->contains(n.entry.arpKey)) {
+      throw LoadError("$.neighbors[" + std::to_string(n.index) + "]",
+                      "duplicate neighbour " + n.entry.arpKey.addr.stringValue() + " on " +
+                          n.entry.arpKey.intfId.stringValue());
+    }
+    arp_->recordIs(n.entry);
+  }
+}
+
+std::size_t Loader::vrfRef(const L3::VrfName& name) {
+  for (std::size_t i = 0; i < vrfRefs_.size(); ++i) {
+    if (vrfRefs_[i].first == name) return i;
+  }
+  vrfRefs_.emplace_back(name, r_.path().text());
+  return vrfRefs_.size() - 1;
+}
+
+}  // namespace Snapshot::loader
+
+namespace Snapshot {
+
+namespace {
+
+Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json) {
+  od::parser parser;
+  od::document doc;
+  loader::Loader loader;
+  const auto err = parser.iterate(json).get(doc);
+  if (err != simdjson::SUCCESS)
+    throw LoadError("$", std::string("malformed JSON: ") + simdjson::error_message(err));
+  return loader.run(doc, json.data());
+}
+
+// The parser reads documents of up to 4 GiB; a longer source is refused before it is all read.
+constexpr std::size_t kMaxDocumentBytes = 0xffffffffu;
+
+[[noreturn]] void failFile(const std::string& path, int err) {
+  throw LoadError("", std::strerror(err), path);
+}
+
+// A file's bytes with the parser's padding after them.
+class FileText {
+ public:
+  // Reads `fd` to its end. `expected` is the size when it is known (a regular file), so that
+  // such a file is read into one buffer of its size; other sources grow the buffer as they
+  // come.
+  FileText(int fd, std::size_t expected, const std::string& path) {
+    reserve(expected + 1);  // room for the read that finds the end
+    for (;;) {
+      if (size_ == room()) reserve(2 * size_);
+      const ssize_t n = ::read(fd, data_.get() + size_, room() - size_);
+      if (n == 0) return;
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        failFile(path, errno);
+      }
+      size_ += static_cast<std::size_t>(n);
+      if (size_ > kMaxDocumentBytes)
+        throw LoadError("", "larger than 4 GiB, the most a state may be", path);
+    }
+  }
+
+  simdjson::padded_string_view view() const {
+    return simdjson::padded_string_view(data_.get(), size_, capacity_);
+  }
+
+ private:
+  std::size_t room() const { return capacity_ - simdjson::SIMDJSON_PADDING; }
+
+  void reserve(std::size_t bytes) {
+    const std::size_t capacity =
+        std::max<std::size_t>(bytes, 64 * 1024) + simdjson::SIMDJSON_PADDING;
+    auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+    if (size_) std::memcpy(grown.get(), data_.get(), size_);
+    data_ = std::move(grown);
+    capacity_ = capacity;
+  }
+
+  std::unique_ptr<char[]> data_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+}  // namespace
+
+Mox::Ptr<Statum::EntityManager> load(std::string_view json) {
+  return loadPadded(simdjson::padded_string(json));
+}
+
+Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
+  const bool standardInput = path == "-";
+  const int fd = standardInput ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) failFile(path, errno);
+  struct Closer {
+    int fd;
+    ~Closer() {
+      if (fd >= 0) ::close(fd);
+    }
+  } closer{standardInput ? -1 : fd};
+  // What the path is decides how it is read: a directory has no text (and a size that means
+  // nothing), a pipe or FIFO has no size and cannot seek, only a regular file has both.
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) failFile(path, errno);
+  if (S_ISDIR(st.st_mode)) failFile(path, EISDIR);
+  const std::size_t expected = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) : 0;
+  if (expected > kMaxDocumentBytes)
+    throw LoadError("", "larger than 4 GiB, the most a state may be", path);
+  const FileText text(fd, expected, path);
+  return loadPadded(text.view());
+}
+
+}  // namespace Snapshot

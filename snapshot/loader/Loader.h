@@ -1,0 +1,283 @@
+// The snapshot loader: one pass over the document with simdjson's on-demand parser, writing
+// straight into the platform's tables. Everything is built into a fresh entity manager that
+// is handed out only when the whole document has been read, so a refused document leaves
+// nothing behind.
+//
+// The document's sections may come in any order, but some refer to VRFs by name (interfaces,
+// neighbours, nexthop groups). Those references are noted as they are read and checked once
+// the VRFs are known; neighbours, whose table key holds the VRF id, are kept aside until then.
+//
+// This header is the loader's own: the class whose sections are defined a file each
+// (Document.cpp, Routes.cpp, StaticRoutes.cpp, ...), and what the sections share. Users load
+// through snapshot/Snapshot.h.
+
+#pragma once
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <unordered_map>
+
+#include "platform/brine/Fib.h"
+#include "platform/brine/Neighbor.h"
+#include "platform/brine/Tables.h"
+#include "platform/brine/Tunnel.h"
+#include "platform/mox/Dir.h"
+#include "platform/plexa/EthAddr.h"
+#include "platform/plexa/RouteDistinguisher.h"
+#include "platform/state/Family.h"
+#include "platform/state/Interface.h"
+#include "platform/state/Ip.h"
+#include "platform/state/Routing.h"
+#include "snapshot/DeviceInfo.h"
+#include "snapshot/JsonReader.h"
+#include "snapshot/Refs.h"
+#include "snapshot/Snapshot.h"
+#include "snapshot/StatePaths.h"
+
+namespace Snapshot::loader {
+
+using Mox::makePtr;
+using Mox::Ptr;
+
+constexpr std::uint64_t kU32Max = 0xffffffffu;
+
+// A word of the document in a message: quoted, escaped and cut like every other one.
+inline std::string quote(std::string_view s) {
+  return Mox::shownWord(s, '"');
+}
+
+// ---- the two address families, so that routes and FECs are read by one template ----
+
+template <class RouteType>
+class RouteTypeWords {
+ public:
+  template <class NameOf>
+  explicit RouteTypeWords(NameOf nameOf) {
+    for (std::uint32_t v = 0; v < 64; ++v) {
+      const std::string_view name = nameOf(static_cast<RouteType>(v));
+      if (!name.empty()) byName_.emplace(name, static_cast<RouteType>(v));
+    }
+  }
+  bool find(std::string_view word, RouteType& out) const {
+    auto it = byName_.find(word);
+    if (it == byName_.end()) return false;
+    out = it->second;
+    return true;
+  }
+
+ private:
+  std::unordered_map<std::string_view, RouteType> byName_;
+};
+
+// The route type words of each family, looked up by name (the document never writes numbers).
+template <class Fam>
+const RouteTypeWords<typename Fam::RouteType>& routeTypeWords() {
+  static const RouteTypeWords<typename Fam::RouteType> w(
+      [](typename Fam::RouteType t) { return Fam::typeName(t); });
+  return w;
+}
+
+using Routing::V4;
+using Routing::V6;
+
+// Everything one VRF owns.
+struct VrfState {
+  std::string name;
+  bool hasId = false;
+  std::uint32_t id = 0;
+  Ptr<Routing::ConfigGen> config4 = makePtr<Routing::ConfigGen>();
+  Ptr<Routing::ConfigGen> config6 = makePtr<Routing::ConfigGen>();
+  Ptr<Brine::Fib::RouteStatus> route4 = makePtr<Brine::Fib::RouteStatus>();
+  Ptr<Brine::Fib::ForwardingStatus> fec4 = makePtr<Brine::Fib::ForwardingStatus>();
+  Ptr<Brine::Fib6::RouteStatus> route6 = makePtr<Brine::Fib6::RouteStatus>();
+  Ptr<Brine::Fib6::ForwardingStatus> fec6 = makePtr<Brine::Fib6::ForwardingStatus>();
+  Ptr<Routing::Hardware::VrfStatus> hw = makePtr<Routing::Hardware::VrfStatus>();
+  using Unprogrammed = Brine::KernelUnprogrammedRoute::UnprogrammedRoute;
+  Ptr<Unprogrammed> kernel4 = makePtr<Unprogrammed>();
+  Ptr<Unprogrammed> kernel6 = makePtr<Unprogrammed>();
+
+  template <class Fam>
+  auto& routes() {
+    if constexpr (std::is_same_v<Fam, V4>) {
+      return *route4;
+    } else {
+      return *route6;
+    }
+  }
+  template <class Fam>
+  auto& fecs() {
+    if constexpr (std::is_same_v<Fam, V4>) {
+      return *fec4;
+    } else {
+      return *fec6;
+    }
+  }
+  template <class Fam>
+  Unprogrammed& kernel() {
+    return std::is_same_v<Fam, V4> ? *kernel4 : *kernel6;
+  }
+  template <class Fam>
+  void countUnprogrammed(std::uint32_t n) {
+    if constexpr (std::is_same_v<Fam, V4>) {
+      hw->unprogrammedRouteCountIs(hw->unprogrammedRouteCount() + n);
+    } else {
+      hw->unprogrammedRoute6CountIs(hw->unprogrammedRoute6Count() + n);
+    }
+  }
+};
+
+// A neighbour waits for its VRF's id.
+struct PendingNeighbor {
+  Arp::Table::ArpEntry entry;
+  std::size_t vrfRef;
+  std::size_t index;
+};
+
+class Loader {
+ public:
+  // `text` is the document's first byte, for offsets in messages.
+  Ptr<Statum::EntityManager> run(od::document& doc, const char* text);
+
+ private:
+  // ---- sections ----
+  void top(od::object obj);
+  void hardware(od::value& v);
+  void staticRouteDefaults(od::value& v);
+  void vrfs(od::value& v);
+  void vrf(std::string_view name, od::value& v);
+  template <class Fam>
+  void family(od::value& v, VrfState& vrf);
+  template <class Fam>
+  void routes(od::value& v, VrfState& vrf);
+  template <class Fam>
+  void fecs(od::value& v, VrfState& vrf);
+  template <class Fam>
+  typename Fam::Via fecVia(od::value& v);
+  void staticRoutes(od::value& v, VrfState& vrf);
+  Routing::Via staticVia(od::value& v, bool& trackBfd, std::string& name);
+  void interfaces(od::value& v);
+  void interface(od::value& v);
+  void neighbors(od::value& v);
+  void tunnels(od::value& v);
+  void tunnelFib(od::value& v);
+  void tunnelTable(
+      od::value& v,
+      Brine::Table<Tunnel::TunnelTable::TunnelId, Tunnel::TunnelTable::TunnelTableEntry>& table,
+      Tunnel::TunnelTable::TunnelType type, const char* word);
+  Tunnel::TunnelTable::TunnelViaArray tunnelVias(od::value& v);
+  void evpnVxlan(od::value& v);
+  void srTePolicies(od::value& v);
+  void nexthopGroups(od::value& v);
+  void nexthopGroup(od::value& v);
+  void flexCounters(od::value& v);
+  void counterRows(od::value& v, FlexCounters::CounterTable& table);
+  void counterKeys(od::value& v);
+  void routeDistinguishers(od::value& v);
+  void finish();
+
+  // ---- values ----
+  template <class Fam>
+  typename Fam::Prefix prefix(od::value& v);
+  Plexa::IpGenPrefix genPrefix(od::value& v);
+  template <class Addr>
+  Addr address(od::value& v, const char* what);
+  Plexa::IpGenAddr genAddress(od::value& v);
+  template <class AddrWithMask>
+  AddrWithMask addressWithMask(od::value& v, const char* what);
+  Plexa::IntfId intf(od::value& v);
+  Plexa::MplsLabel label(od::value& v);
+  Plexa::MplsLabelOperation labelOp(od::value& v);
+  Plexa::EthAddr mac(od::value& v);
+  Vxlan::VniOrNone vni(od::value& v);
+  Brine::Fib::FecId fecRef(od::value& v);
+  // A FEC named in a table of family Fam: in the IPv6 tables a bare number is an ip6: FEC.
+  template <class Fam>
+  Brine::Fib::FecId familyFecRef(od::value& v);
+  Tunnel::TunnelTable::TunnelId tunnelRef(od::value& v);
+  L3::VrfName vrfName(std::string_view text);
+  // Notes a reference to a VRF by name, checked by finish(); returns its slot.
+  std::size_t vrfRef(const L3::VrfName& name);
+
+  JsonReader r_;
+  int version_ = 0;
+  std::map<std::string, std::unique_ptr<VrfState>> vrfs_;
+  std::map<std::uint32_t, std::string> vrfIds_;
+  // VRF names referred to, each with the path of its first reference.
+  std::vector<std::pair<L3::VrfName, std::string>> vrfRefs_;
+  std::vector<PendingNeighbor> neighbors_;
+
+  Ptr<DeviceInfo> device_ = makePtr<DeviceInfo>();
+  Ptr<Routing::StaticRouteDefaults> staticDefaults_ = makePtr<Routing::StaticRouteDefaults>();
+  Ptr<Interface::AllIntfConfigDir> intfConfig_ = makePtr<Interface::AllIntfConfigDir>();
+  Ptr<Interface::AllIntfStatusDir> intfStatus_ = makePtr<Interface::AllIntfStatusDir>();
+  Ptr<Ip::Config> ipConfig_ = makePtr<Ip::Config>();
+  Ptr<Ip::Status> ipStatus_ = makePtr<Ip::Status>();
+  Ptr<Ip6::Config> ip6Config_ = makePtr<Ip6::Config>();
+  Ptr<Ip6::Status> ip6Status_ = makePtr<Ip6::Status>();
+  Ptr<Arp::Table::Status> arp_ = makePtr<Arp::Table::Status>();
+  Ptr<Vrf::VrfIdMap::Status> vrfIdMap_ = makePtr<Vrf::VrfIdMap::Status>();
+  Ptr<Tunnel::TunnelFib::MplsTunnelFib> tunnelFib_ = makePtr<Tunnel::TunnelFib::MplsTunnelFib>();
+  Ptr<Mox::Dir> tunnelTables_ = makePtr<Mox::Dir>();
+  Ptr<Tunnel::TunnelTable::EvpnVxlanTunnelTable> evpn_ =
+      makePtr<Tunnel::TunnelTable::EvpnVxlanTunnelTable>();
+  Ptr<SrTePolicy::PolicyStatus> srTe_ = makePtr<SrTePolicy::PolicyStatus>();
+  Ptr<Routing::NexthopGroup::Config> nhgConfig_ = makePtr<Routing::NexthopGroup::Config>();
+  Ptr<NexthopGroup::EntryStatus> nhgEntryStatus_ = makePtr<NexthopGroup::EntryStatus>();
+  Ptr<Routing::Hardware::NexthopGroupStatus> nhgHw_ =
+      makePtr<Routing::Hardware::NexthopGroupStatus>();
+  Ptr<Routing::Hardware::Status> routingHw_ = makePtr<Routing::Hardware::Status>();
+  Ptr<Routing6::Hardware::Status> routing6Hw_ = makePtr<Routing6::Hardware::Status>();
+  Ptr<Mox::Dir> rdInputs_ = makePtr<Mox::Dir>();
+  Ptr<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable> counterKeys_ =
+      makePtr<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable>();
+  Ptr<FlexCounters::CounterTable> counters_ = makePtr<FlexCounters::CounterTable>();
+  Ptr<FlexCounters::CounterTable> counterSnapshot_ = makePtr<FlexCounters::CounterTable>();
+  std::map<std::uint64_t, std::string> nhgIds_;
+};
+
+// ---- values every section reads ----
+
+template <class Fam>
+typename Fam::Prefix Loader::prefix(od::value& v) {
+  const std::string_view text = r_.string(v);
+  typename Fam::AddrWithMask a;
+  if (!Fam::AddrWithMask::parse(text, a))
+    r_.fail("bad " + std::string(Fam::kName) + " prefix " + quote(text));
+  const typename Fam::Prefix p = a.subnet();
+  if (!(p.address() == a.address())) {
+    r_.fail(quote(text) + " has host bits set; the prefix is " + p.stringValue());
+  }
+  return p;
+}
+
+template <class Addr>
+Addr Loader::address(od::value& v, const char* what) {
+  const std::string_view text = r_.string(v);
+  Addr a;
+  if (!Addr::parse(text, a)) r_.fail("bad " + std::string(what) + " address " + quote(text));
+  return a;
+}
+
+template <class AddrWithMask>
+AddrWithMask Loader::addressWithMask(od::value& v, const char* what) {
+  const std::string_view text = r_.string(v);
+  AddrWithMask a;
+  if (!AddrWithMask::parse(text, a))
+    r_.fail("bad " + std::string(what) + " address with mask " + quote(text) +
+            " (expected address/length)");
+  return a;
+}
+
+// The IPv6 tables hold IPv6 FECs only, so "12" there can mean nothing but "ip6:12"; taking
+// both spellings as one id keeps an IPv6 route and an IPv4 route over IPv6 next hops pointing
+// at the same FEC whichever way the document writes it.
+template <class Fam>
+Brine::Fib::FecId Loader::familyFecRef(od::value& v) {
+  const Brine::Fib::FecId id = fecRef(v);
+  if (std::is_same_v<Fam, V6> && id.adjType() == Brine::Fib::AdjType::ipAdj)
+    return Brine::Fib::FecId(Brine::Fib::AdjType::ip6Adj, id.index());
+  return id;
+}
+
+}  // namespace Snapshot::loader
