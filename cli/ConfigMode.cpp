@@ -15,7 +15,7 @@
 #include "platform/plexa/VrfName.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 #include "snapshot/StatePaths.h"
 
 namespace cli {

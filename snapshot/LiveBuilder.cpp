@@ -14,15 +14,20 @@
 #include <unordered_set>
 
 #include "platform/brine/Fib.h"
+#include "platform/brine/FlexCounters.h"
+#include "platform/brine/KernelRoutes.h"
 #include "platform/brine/Neighbor.h"
-#include "platform/brine/Tables.h"
+#include "platform/brine/NexthopGroupTables.h"
+#include "platform/brine/SrTePolicy.h"
 #include "platform/brine/Tunnel.h"
 #include "platform/mox/Dir.h"
 #include "platform/plexa/EthAddr.h"
 #include "platform/plexa/VrfName.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
-#include "platform/state/Routing.h"
+#include "platform/state/NexthopGroupConfig.h"
+#include "platform/state/RoutingConfig.h"
+#include "platform/state/RoutingHardware.h"
 #include "snapshot/DeviceInfo.h"
 #include "snapshot/StatePaths.h"
 

@@ -22,7 +22,7 @@
 #include "lib/static_routes/RovaConsts.h"
 #include "lib/static_routes/StaticRoutesCliSaver.h"
 #include "lib/static_routes/StaticRoutesRibCommon.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 
 namespace Rova {
 

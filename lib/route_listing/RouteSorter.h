@@ -8,8 +8,10 @@
 
 #include "lib/route_listing/CachedFec.h"
 #include "platform/brine/Fib.h"
+#include "platform/brine/KernelRoutes.h"
 #include "platform/brine/Neighbor.h"
-#include "platform/brine/Tables.h"
+#include "platform/brine/NexthopGroupTables.h"
+#include "platform/brine/SrTePolicy.h"
 #include "platform/brine/Tunnel.h"
 #include "platform/mox/Attribute.h"
 #include "platform/mox/Dir.h"
@@ -18,7 +20,8 @@
 #include "platform/state/Family.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
+#include "platform/state/RoutingHardware.h"
 
 namespace Rova {
 

@@ -21,7 +21,7 @@
 #include "platform/mox/String8.h"
 #include "platform/plexa/VrfName.h"
 #include "platform/state/Family.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 
 namespace Rova {
 

@@ -5,7 +5,7 @@
 
 #include "platform/mox/Attribute.h"
 #include "platform/plexa/Prefix.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 
 namespace Rova {
 

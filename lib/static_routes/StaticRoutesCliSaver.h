@@ -12,7 +12,7 @@
 #include "platform/mox/Collection.h"
 #include "platform/mox/Ptr.h"
 #include "platform/mox/String8.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 
 namespace Rova {
 

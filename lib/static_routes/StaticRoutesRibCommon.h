@@ -18,7 +18,7 @@
 #include "platform/mox/Ptr.h"
 #include "platform/mox/String8.h"
 #include "platform/state/Interface.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 
 namespace Rova {
 

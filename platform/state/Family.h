@@ -14,11 +14,11 @@
 
 #include "platform/brine/Fib.h"
 #include "platform/brine/RouteType.h"
-#include "platform/brine/Tables.h"
+
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
 #include "platform/state/Ip.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingHardware.h"
 
 namespace Routing {
 

@@ -19,8 +19,11 @@
 #include <unordered_map>
 
 #include "platform/brine/Fib.h"
+#include "platform/brine/FlexCounters.h"
+#include "platform/brine/KernelRoutes.h"
 #include "platform/brine/Neighbor.h"
-#include "platform/brine/Tables.h"
+#include "platform/brine/NexthopGroupTables.h"
+#include "platform/brine/SrTePolicy.h"
 #include "platform/brine/Tunnel.h"
 #include "platform/mox/Dir.h"
 #include "platform/plexa/EthAddr.h"
@@ -28,7 +31,9 @@
 #include "platform/state/Family.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
-#include "platform/state/Routing.h"
+#include "platform/state/NexthopGroupConfig.h"
+#include "platform/state/RoutingConfig.h"
+#include "platform/state/RoutingHardware.h"
 #include "snapshot/DeviceInfo.h"
 #include "snapshot/JsonReader.h"
 #include "snapshot/Refs.h"

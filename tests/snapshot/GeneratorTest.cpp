@@ -7,7 +7,7 @@
 #include "platform/brine/Fib.h"
 #include "platform/brine/Neighbor.h"
 #include "platform/brine/Tunnel.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingHardware.h"
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"

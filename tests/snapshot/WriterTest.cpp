@@ -13,11 +13,12 @@
 #include <string>
 
 #include "platform/brine/Fib.h"
-#include "platform/brine/Tables.h"
+#include "platform/brine/FlexCounters.h"
 #include "platform/mox/Dir.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
+#include "platform/state/RoutingHardware.h"
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"

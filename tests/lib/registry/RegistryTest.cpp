@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/brine/Fib.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 
 namespace {
 

@@ -11,7 +11,9 @@
 #include "lib/registry/TypeRegistry.h"
 #include "platform/brine/Fib.h"
 #include "platform/brine/Neighbor.h"
-#include "platform/state/Routing.h"
+#include "platform/state/NexthopGroupConfig.h"
+#include "platform/state/RoutingConfig.h"
+#include "platform/state/RoutingHardware.h"
 
 namespace {
 

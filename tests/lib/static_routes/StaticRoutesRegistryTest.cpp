@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "lib/registry/TypeRegistry.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "platform/brine/Fib.h"
 #include "platform/brine/Neighbor.h"
-#include "platform/brine/Tables.h"
+#include "platform/brine/NexthopGroupTables.h"
 #include "platform/brine/Tunnel.h"
 
 namespace {

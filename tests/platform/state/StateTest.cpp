@@ -4,7 +4,7 @@
 #include "platform/mox/TextForm.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
-#include "platform/state/Routing.h"
+#include "platform/state/RoutingConfig.h"
 #include "platform/statum/EntityManager.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/state/Routing.h"
+#include "platform/state/NexthopGroupConfig.h"
 
 namespace Routing::NexthopGroup {
 

@@ -1,29 +1,13 @@
 #pragma once
-// The smaller state tables: kernel-unprogrammed routes, nexthop-group entry status, SR-TE
-// policies, and the counter tables.
+// The nexthop groups' entry status, and where each entry's counter lives.
 
 #include <cstdint>
 #include <functional>
 
-#include "platform/brine/FecId.h"
 #include "platform/brine/PodArray.h"
 #include "platform/brine/Table.h"
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
-
-namespace Brine::KernelUnprogrammedRoute {
-
-// A prefix that the kernel failed to program.
-struct Entry {
-  Plexa::IpGenPrefix prefix;
-  const Plexa::IpGenPrefix& key() const { return prefix; }
-};
-
-class UnprogrammedRoute : public Table<Plexa::IpGenPrefix, Entry> {
-  MOX_ENTITY("Brine::KernelUnprogrammedRoute::UnprogrammedRoute")
-};
-
-}  // namespace Brine::KernelUnprogrammedRoute
 
 namespace NexthopGroup {
 
@@ -56,59 +40,6 @@ class EntryStatus
 };
 
 }  // namespace NexthopGroup
-
-namespace SrTePolicy {
-
-using Color = std::uint32_t;
-
-struct PolicyKey {
-  Plexa::IpGenAddr endpoint;
-  Color color = 0;
-  friend bool operator==(const PolicyKey&, const PolicyKey&) = default;
-};
-
-struct PolicyEntry {
-  Brine::Fib::FecId fecId;
-  PolicyKey policyKey;
-  Brine::Fib::FecId key() const { return fecId; }
-};
-
-class PolicyStatus : public Brine::Table<Brine::Fib::FecId, PolicyEntry> {
-  MOX_ENTITY("SrTePolicy::PolicyStatus")
-
- public:
-  // The policy a SR-TE FEC forwards into; the empty key when there is none.
-  PolicyKey fecIdToPolicyKey(Brine::Fib::FecId fecId) const { return lookup(fecId).policyKey; }
-};
-
-}  // namespace SrTePolicy
-
-namespace FlexCounters {
-
-struct CounterKey {
-  std::uint32_t counterIndex = 0;
-  std::uint32_t chipMask = 0;
-  friend bool operator==(const CounterKey&, const CounterKey&) = default;
-};
-
-struct CounterKeyHash {
-  std::size_t operator()(const CounterKey& k) const noexcept {
-    return std::hash<std::uint64_t>()(std::uint64_t(k.counterIndex) << 32 | k.chipMask);
-  }
-};
-
-struct CounterRow {
-  CounterKey counterKey;
-  std::uint64_t packets = 0;
-  std::uint64_t bytes = 0;
-  const CounterKey& key() const { return counterKey; }
-};
-
-class CounterTable : public Brine::Table<CounterKey, CounterRow, CounterKeyHash> {
-  MOX_ENTITY("FlexCounters::CounterTable")
-};
-
-}  // namespace FlexCounters
 
 namespace Routing::NexthopGroup {
 
