@@ -15,6 +15,7 @@
 #include "cli/Grammar.h"
 #include "cli/LiveMode.h"
 #include "cli/Shell.h"
+#include "platform/brine/Table.h"
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
 #include "platform/rendr/Interrupt.h"
@@ -104,6 +105,10 @@ int main(int argc, char** argv) {
   const cli::Context context;
   Options options;
   if (int status = parseOptions(argc, argv, options, context); status >= 0) return status;
+  // A table that finds a record corrupt reads it as empty and goes on; the user hears of it.
+  Brine::CorruptionReporter::globalHookIs([](const std::string& table, const std::string& what) {
+    cli::Context().error("% Warning: a corrupt record in " + table + " was left out: " + what);
+  });
   try {
     cli::Grammar grammar;
     cli::addCommands(grammar);

@@ -10,6 +10,7 @@
 
 #include "platform/brine/FecId.h"
 #include "platform/plexa/Prefix.h"
+#include "platform/rendr/JsonText.h"
 #include "snapshot/Refs.h"
 
 namespace Snapshot {
@@ -72,9 +73,7 @@ class Out {
     return *this;
   }
   Out& str(std::string_view t) {
-    s_ += '"';
-    s_.append(t);
-    s_ += '"';
+    rendr::detail::appendJsonString(s_, t);
     return *this;
   }
   // Any value with write(char*): addresses and prefixes, quoted.

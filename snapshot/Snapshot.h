@@ -6,6 +6,14 @@
 // LoadError naming where it is ("$.vrfs.red.ipv4.fecs[3].vias[512]") and what is wrong, and
 // no entity manager is returned. A document that loads yields every device-wide entity and,
 // for every VRF it names, every per-VRF entity, empty where the document says nothing.
+//
+//   auto em = Snapshot::loadFile("examples/leaf1.json");       // or load(text), or "-"
+//   auto routes = em->find<Brine::Fib::RouteStatus>(
+//       Snapshot::paths::vrfPath("red", Snapshot::paths::kFibRoute));
+//   Snapshot::save(*em, "/tmp/leaf1.json");                    // written whole, then renamed
+//
+//   try { Snapshot::load("{\"version\": 1}"); }
+//   catch (const Snapshot::LoadError& e) { e.what(); }  // "$: missing required key \"vrfs\""
 
 #include <string>
 #include <string_view>

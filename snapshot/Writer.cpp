@@ -25,6 +25,7 @@
 #include "platform/brine/SrTePolicy.h"
 #include "platform/brine/Tunnel.h"
 #include "platform/mox/Dir.h"
+#include "platform/rendr/JsonText.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
 #include "platform/state/NexthopGroupConfig.h"
@@ -98,38 +99,8 @@ class Json {
   Json& memberBool(std::string_view k, bool v) { return key(k).boolean(v); }
 
  private:
-  // A JSON string: quotes, backslashes and control characters escaped.
-  void quoted(std::string_view s) {
-    text_ += '"';
-    for (unsigned char c : s) {
-      switch (c) {
-        case '"':
-          text_ += "\\\"";
-          break;
-        case '\\':
-          text_ += "\\\\";
-          break;
-        case '\n':
-          text_ += "\\n";
-          break;
-        case '\t':
-          text_ += "\\t";
-          break;
-        case '\r':
-          text_ += "\\r";
-          break;
-        default:
-          if (c < 0x20) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", c);
-            text_ += buf;
-          } else {
-            text_ += static_cast<char>(c);
-          }
-      }
-    }
-    text_ += '"';
-  }
+  // A JSON string, escaped as the printer escapes one.
+  void quoted(std::string_view s) { rendr::detail::appendJsonString(text_, s); }
 
   Json& open(char c) {
     element();

@@ -2,6 +2,17 @@
 // Value: what the front end hands the registry and gets back. It holds a framework or platform
 // value, a registered value type (boxed), or an entity handle (a library object or a state
 // record). Conversions to a C++ type check the kind and name the expected type when they fail.
+//
+//   Rova::Value n(42u);                                  // an integer
+//   Rova::Value s("red");                                // a Mox::String8
+//   Rova::Value p(Plexa::Prefix::fromString("10.0.0.0/8"));
+//   n.text();  s.text();  p.text();                      // "42", "'red'", "'10.0.0.0/8'"
+//   p.holds<Plexa::Prefix>();                            // true
+//   p.kindName();                                        // "Plexa::Prefix", for messages
+//   Rova::Value none;  none.isNone();                    // true: an unset pointer or record
+//
+// Registered value types (Rova::CounterEntry, ...) travel boxed and keep value semantics:
+// writing an attribute of one copy leaves the others alone.
 
 #include <cstdint>
 #include <string>

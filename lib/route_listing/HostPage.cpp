@@ -80,8 +80,7 @@ void formatHostRoutes(Sorter& s, std::uint32_t format, rendr::Printer& p) {
           nexthopAddr.setValue(via.hop().stringValue());
           p.addAttributes(" via %s", 1, nexthopAddr.getArg());
         }
-        const bool cpu = via.intfId() == Plexa::IntfId("Cpu") ||
-                         (*fec)->hostToCpu(static_cast<std::uint16_t>(i));
+        const bool cpu = (*fec)->hostToCpu(static_cast<std::uint16_t>(i));
         toCpu.setValue(cpu);
         p.addAttributes(cpu ? " to cpu" : "", 1, toCpu.getArg());
         if (!via.intfId().isEmpty() && !cpu) {

@@ -123,7 +123,6 @@ void routingEntryLine(Route6Sorter& s, rendr::Printer& p) {
   }
 }
 
-
 }  // namespace listing
 
 using namespace listing;

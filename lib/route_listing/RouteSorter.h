@@ -1,8 +1,9 @@
 #pragma once
 // The route sorter: from one VRF's forwarding state and a command's filters, select and order
 // the routes the listing prints, and cache the FEC of each selected route. RouteSorter lists
-// IPv4 and Route6Sorter IPv6; the two are twins whose logic is written once, as templates over
-// the sorter type (SorterAlgorithms.h), and whose attributes differ as their families do.
+// IPv4 and Route6Sorter IPv6; the two are twins whose attribute list is written once,
+// parameterised by family, and whose logic is written once, as templates over the sorter
+// type (SorterAlgorithms.h). A worked example is at the class declarations below.
 
 #include <cstdint>
 

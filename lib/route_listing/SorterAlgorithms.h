@@ -93,6 +93,13 @@ void cachedFecIs(Sorter& s, Brine::Fib::FecId fecId, const FecRecord& record) {
       fec->viaIs(via, true);
     }
   }
+  // Which entries go to the CPU is a property of the FEC, noted once for every listing of it.
+  static const Plexa::IntfId cpu("Cpu");
+  std::uint16_t entry = 0;
+  for (const auto& via : fec->via()) {
+    if (via.intfId() == cpu) fec->hostToCpuIs(entry, true);
+    ++entry;
+  }
   s.fecIs(fecId, fec);
 }
 

@@ -8,6 +8,16 @@
 // ++ is then a no-op, so a loop of the form
 //     for (auto it = c.iterator(); it; ++it) if (...) it.deleteCurrent();
 // visits every entry once.
+//
+// For a class whose attribute list (see Attribute.h) holds a map of counts by prefix length,
+//     C(routeCountByMask, RouteCountByMask, RouteCountByMaskMap)
+// its users write
+//     summary.routeCountByMaskIs(24, 10);       // set
+//     summary.routeCountByMaskInc(24, 1);       // 11; an absent key starts at 0
+//     summary.routeCountByMask(24);             // 11
+//     summary.routeCountByMasks();              // 1 entry
+//     for (auto it = summary.routeCountByMaskIterator(); it; ++it) use(it.key(), it.value());
+//     summary.routeCountByMaskDel(24);          // or routeCountByMaskDelAll()
 
 #include <algorithm>
 #include <cstdint>

@@ -2,6 +2,14 @@
 // IPv4, IPv6 and family-generic addresses. Fixed-size and trivially copyable, so they can sit
 // in table records. Each parses its usual text (fromString throws Mox::RangeException; parse
 // returns false), writes stringValue(), and orders numerically.
+//
+//   Plexa::IpAddr a = Plexa::IpAddr::fromString("10.1.2.3");
+//   a.stringValue();                                   // "10.1.2.3"
+//   a < Plexa::IpAddr(10, 1, 2, 4);                    // true
+//   Plexa::Ip6Addr b;
+//   Plexa::Ip6Addr::parse("2001:db8::1", b);           // true; "2001:db8::1" again when written
+//   Plexa::IpGenAddr g = a;                            // either family: g.isV4(), g.isV6()
+//   Plexa::IpAddr::fromString("10.1.2.300");           // throws Mox::RangeException
 
 #include <array>
 #include <bit>

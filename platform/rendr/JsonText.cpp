@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <string>
 
 namespace rendr::detail {
 
@@ -24,7 +25,27 @@ constexpr std::array<unsigned char, 256> kByteClass = makeByteClass();
 
 constexpr char kReplacement[] = "\xEF\xBF\xBD";
 
-void writeEscape(OutputBuffer& out, unsigned char c) {
+// A std::string with the buffer's interface, so that text bound for a string (a state file)
+// is escaped by the same code as the printer's output.
+class StringSink {
+ public:
+  explicit StringSink(std::string& s) : s_(s) {}
+  void append(const char* p, std::size_t n) { s_.append(p, n); }
+  void put(char c) { s_ += c; }
+  char* reserve(std::size_t n) {
+    at_ = s_.size();
+    s_.resize(at_ + n);
+    return s_.data() + at_;
+  }
+  void commit(std::size_t n) { s_.resize(at_ + n); }
+
+ private:
+  std::string& s_;
+  std::size_t at_ = 0;
+};
+
+template <class Out>
+void writeEscape(Out& out, unsigned char c) {
   char* p = out.reserve(6);
   p[0] = '\\';
   switch (c) {
@@ -120,7 +141,10 @@ bool plainText(const char* s, std::size_t n) {
   return !wordNeedsCare(w);
 }
 
-void writeJsonString(OutputBuffer& out, std::string_view str) {
+namespace {
+
+template <class Out>
+void writeJsonStringTo(Out& out, std::string_view str) {
   if (str.size() <= 256 && plainText(str.data(), str.size())) [[likely]] {
     char* p = out.reserve(str.size() + 2);
     p[0] = '"';
@@ -157,6 +181,17 @@ void writeJsonString(OutputBuffer& out, std::string_view str) {
   }
   out.append(reinterpret_cast<const char*>(run), static_cast<std::size_t>(s - run));
   out.put('"');
+}
+
+}  // namespace
+
+void writeJsonString(OutputBuffer& out, std::string_view str) {
+  writeJsonStringTo(out, str);
+}
+
+void appendJsonString(std::string& out, std::string_view str) {
+  StringSink sink(out);
+  writeJsonStringTo(sink, str);
 }
 
 void writeJsonInt(OutputBuffer& out, std::int64_t v) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "platform/rendr/OutputBuffer.h"
@@ -14,6 +15,8 @@ namespace rendr::detail {
 // (\n, \t, ... where JSON has a short form, \u00XX otherwise); every byte sequence that is
 // not valid UTF-8 becomes one U+FFFD per maximal invalid subpart, as Unicode recommends.
 void writeJsonString(OutputBuffer& out, std::string_view s);
+// The same, appended to a string (a document built whole, like a state file).
+void appendJsonString(std::string& out, std::string_view s);
 
 void writeJsonInt(OutputBuffer& out, std::int64_t v);
 void writeJsonUint(OutputBuffer& out, std::uint64_t v);

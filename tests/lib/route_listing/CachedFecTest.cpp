@@ -30,6 +30,22 @@ TEST(CachedFec, RoutesSharingAFecShareOneCopy) {
   EXPECT_EQ(selected(*s).size(), 2u);
 }
 
+// The host listing says "to cpu" for these entries: the mark must follow the via to its place
+// in the cached (sorted) order, not its place in the FEC record.
+TEST(CachedFec, EntriesToTheCpuAreMarkedWhereTheyLand) {
+  State st;
+  st.fec4(5, {{"10.0.0.1", "Ethernet2"}, {"", "Cpu"}, {"10.0.0.3", "Ethernet1"}});
+  st.route4("10.5.0.0/16", RT4::ospfIntraArea, 5);
+  auto fec = st.sorter4()->fec(Brine::Fib::FecId(5));
+  std::vector<std::string> marked;
+  std::uint16_t i = 0;
+  for (const auto& via : fec->via()) {
+    if (fec->hostToCpu(i++)) marked.push_back(via.intfId().stringValue());
+  }
+  EXPECT_EQ(marked, std::vector<std::string>{"Cpu"});
+  EXPECT_EQ(fec->hostToCpus(), 1u);
+}
+
 TEST(CachedFec, WeightsAreKeptOnlyForUnequalCost) {
   State st;
   st.fec4(1, {{"10.0.0.1", "Ethernet1", 1}, {"10.0.0.2", "Ethernet2", 3}});

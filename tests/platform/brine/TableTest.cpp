@@ -93,6 +93,17 @@ TEST(Table, InjectedCorruptionRaisesOnReadAndIsReported) {
   EXPECT_NE(t.lastCorruption().find("Brine::Fib::RouteStatus"), std::string::npos);
   t.corruptionInjectedIs(Prefix::fromString("10.2.0.0/16"), false);
   EXPECT_EQ(t.lookup(Prefix::fromString("10.2.0.0/16")).fecId, FecId(2));
+
+  // The program's hook hears every report, with the table that made it.
+  std::vector<std::string> heard;
+  Brine::CorruptionReporter::globalHookIs(
+      [&](const std::string& table, const std::string& message) {
+        heard.push_back(table + ": " + message);
+      });
+  t.corruptionDetected("record 3 of 2");
+  Brine::CorruptionReporter::globalHookIs({});
+  t.corruptionDetected("not heard");
+  EXPECT_EQ(heard, std::vector<std::string>{"Brine::Fib::RouteStatus: record 3 of 2"});
 }
 
 std::string internalMessage(auto&& f) {
