@@ -326,6 +326,17 @@ int showType(const Match& m, const Context& c) {
     rendr::BoolAttrInfo writable("writable", f);
     rendr::StringAttrInfo keyType("keyType", f);
     rendr::StringAttrInfo valueType("valueType", f);
+    // Columns as wide as this type's longest name and type, so that every row lines up.
+    const auto typeText = [](const Rova::AttrEntry& a) {
+      return a.kind == Mox::AttrKind::collection ? a.keyType + " -> " + a.valueType : a.typeName;
+    };
+    std::size_t nameWidth = 0, typeWidth = 0;
+    for (const auto& a : t.attrs) {
+      nameWidth = std::max(nameWidth, a.name.size());
+      typeWidth = std::max(typeWidth, typeText(a).size());
+    }
+    const std::string nameColumn = "  %-" + std::to_string(nameWidth + 2) + "s";
+    const std::string typeColumn = "%-" + std::to_string(typeWidth + 2) + "s";
     p.addFrills(t.attrs.empty() ? "Attributes: none\n" : "Attributes:\n");
     p.startList("attributes");
     for (const auto& a : t.attrs) {
@@ -334,16 +345,16 @@ int showType(const Match& m, const Context& c) {
       attrKind.setValue(attrKindName(a.kind));
       writable.setValue(a.writable);
       attrType.setValue(a.typeName);
-      p.addAttributes("  %-28s", 1, attrName.getArg());
+      p.addAttributes(nameColumn.c_str(), 1, attrName.getArg());
       if (a.kind == Mox::AttrKind::collection) {
         keyType.setValue(a.keyType);
         valueType.setValue(a.valueType);
-        p.addFrills("%-36s", (a.keyType + " -> " + a.valueType).c_str());
+        p.addArgs(typeColumn.c_str(), typeText(a).c_str());
         p.addAttributesJson(3, attrType.getArg(), keyType.getArg(), valueType.getArg());
       } else {
-        p.addAttributes("%-36s", 1, attrType.getArg());
+        p.addAttributes(typeColumn.c_str(), 1, attrType.getArg());
       }
-      p.addAttributes(" %s", 1, attrKind.getArg());
+      p.addAttributes("%s", 1, attrKind.getArg());
       p.addAttributesJson(1, writable.getArg());
       p.addFrills("%s\n", a.writable ? ", writable" : "");
       p.endListEntry();

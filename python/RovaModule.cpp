@@ -178,9 +178,18 @@ struct PyCollection {
 
 // An attribute, a collection or a bound operation of a value, by name. Anything else is an
 // AttributeError, which Python's own protocols (copy, pickle, hasattr) rely on.
+// A state record of a type the registry does not describe has no attributes to offer.
+const Rova::TypeEntry& typeForAttribute(const Value& v, const std::string& name) {
+  try {
+    return reg().typeOf(v);
+  } catch (const Mox::RangeException&) {
+    throw py::attribute_error(v.kindName() + " has no attribute '" + name + "'");
+  }
+}
+
 py::object getAttr(py::object self, const std::string& name) {
   const PyValue& pv = self.cast<const PyValue&>();
-  const Rova::TypeEntry& type = reg().typeOf(pv.v);
+  const Rova::TypeEntry& type = typeForAttribute(pv.v, name);
   if (const Rova::AttrEntry* a = type.attr(name)) {
     if (a->iterate) return py::cast(PyCollection{self, name});
     return toPy(a->get(pv.v));
@@ -198,17 +207,18 @@ py::object getAttr(py::object self, const std::string& name) {
 }
 
 void setAttr(PyValue& self, const std::string& name, py::handle v) {
-  const Rova::TypeEntry& type = reg().typeOf(self.v);
+  const Rova::TypeEntry& type = typeForAttribute(self.v, name);
   if (!type.attr(name)) throw py::attribute_error(type.name + " has no attribute '" + name + "'");
   reg().attributeIs(self.v, name, fromPy(v));
 }
 
 std::vector<std::string> dirOf(const PyValue& self) {
   std::vector<std::string> names;
-  const Rova::TypeEntry& type = reg().typeOf(self.v);
-  for (const auto& a : type.attrs)
+  const Rova::TypeEntry* type = reg().find(self.v.kindName());
+  if (!type) return names;
+  for (const auto& a : type->attrs)
     names.push_back(a.name);
-  for (const auto& o : type.ops)
+  for (const auto& o : type->ops)
     names.push_back(o.name);
   return names;
 }
@@ -261,7 +271,12 @@ py::dict typeInfo(const std::string& name) {
     d["constructedBy"] = t.factory.empty() ? t.name : t.factory;
     d["constructorInputs"] = paramList(t.constructorInputs);
   }
-  if (!t.enumNames.empty()) d["enumNames"] = t.enumNames;
+  if (!t.enumNames.empty()) {
+    py::list names;
+    for (std::size_t i = 0; i < t.enumNames.size(); ++i)
+      names.append(py::dict(py::arg("name") = t.enumNames[i], py::arg("value") = i));
+    d["enumNames"] = names;
+  }
   py::list attrs;
   for (const auto& a : t.attrs) {
     py::dict ad;
@@ -415,9 +430,12 @@ py::object document(const std::string& out, bool json) {
   return py::module_::import("json").attr("loads")(out);
 }
 
-// A failed command: its messages as the CLI writes them on standard error; the status and
-// what it wrote on standard output ride along.
-[[noreturn]] void raiseCommandError(int status, std::string messages, py::object output) {
+// A failed command: its messages as the CLI writes them on standard error (a refused check:
+// its verdict); the status and what it wrote on standard output ride along.
+[[noreturn]] void raiseCommandError(int status, std::string messages, py::object output,
+                                    const std::string& text) {
+  // A check that refuses says why on standard output, where its verdict goes.
+  if (messages.empty()) messages = text;
   while (!messages.empty() && messages.back() == '\n')
     messages.pop_back();
   const py::object& type =
@@ -451,7 +469,7 @@ py::object runCommand(const PyState& s, const std::string& line, bool json) {
       } catch (const py::error_already_set&) {
       }
     }
-    raiseCommandError(status, messages, output);
+    raiseCommandError(status, messages, output, text);
   }
   return document(text, json);
 }
@@ -548,7 +566,7 @@ class LineStream {
       ::close(errFd);
     }
     close();
-    if (status_ != cli::kStatusOk) raiseCommandError(status_, messages, py::none());
+    if (status_ != cli::kStatusOk) raiseCommandError(status_, messages, py::none(), "");
   }
 
   std::unique_lock<std::mutex> lock_;
@@ -691,8 +709,8 @@ PYBIND11_MODULE(rova, m) {
   m.def("type_info", &typeInfo, py::arg("name"),
         "A registered type: construction, attributes with their kinds, operations.");
   m.def(
-      "type_name", [](const PyValue& v) { return reg().typeOf(v.v).name; }, py::arg("value"),
-      "The registered type of a value.");
+      "type_name", [](const PyValue& v) { return v.v.kindName(); }, py::arg("value"),
+      "The type of a value: its registered name, or a state record's own.");
   m.def(
       "construct",
       [](const std::string& type, py::args args, py::kwargs kwargs) {
