@@ -489,7 +489,14 @@ class LineStream {
     read_ = fds[0];
     err_ = memoryFile("rova-messages");
     worker_ = std::thread([this, words = std::move(words), write = fds[1]] {
-      status_ = cli::runCommand(grammar(), words, cli::Context{write, err_});
+      // runCommand reports every failure of the command itself; this is for the rest (no
+      // memory), which must not end the interpreter from a thread of ours.
+      try {
+        status_ = cli::runCommand(grammar(), words, cli::Context{write, err_});
+      } catch (const std::exception& e) {
+        cli::Context{write, err_}.error(std::string("% Internal error: ") + e.what());
+        status_ = cli::kStatusInternal;
+      }
       ::close(write);
     });
   }

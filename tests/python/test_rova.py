@@ -331,14 +331,6 @@ def test_delete_current_while_iterating(state):
         fresh.delete_current()
 
 
-def test_delete_current_in_an_ordered_collection(state):
-    r = sorter(state)
-    it = iter(r.sortedRoute)
-    first, _ = next(it)
-    it.delete_current()
-    assert first not in [k for k, _ in r.sortedRoute]
-
-
 # ---- construction refusals ----
 
 
@@ -516,3 +508,49 @@ def test_missing_state_records_never_crash(state):
             call()
         except rova.Error:
             pass
+
+
+def drain(coll, doomed):
+    """Walks a collection, deleting the entries `doomed` picks; returns what the walk saw."""
+    seen = []
+    it = iter(coll)
+    for key, value in it:
+        seen.append(key)
+        if doomed(key):
+            it.delete_current()
+    return seen
+
+
+def test_delete_current_on_every_collection_kind(state):
+    r = sorter(state, vrfName="default")
+    printed(r.printRoutes, 1)  # fills each cached FEC's per-entry maps
+    fec = next(f for _, f in r.fec if len(list(f.nexthopAddr)) > 1)
+    sm = summary(state, False, "default")
+    sm.loadInternalStructures()
+    ecmp = sorter(state, vrfName="default").viasForPrefix("10.3.0.0/16")
+    kinds = {
+        "ordered map": (sm, "routeCountByMask"),
+        "hash map": (sm, "routeCountByType"),
+        "sorted array": (r, "sortedRoute"),
+        "dense map": (fec, "nexthopAddr"),
+        "ordered set": (ecmp, "via"),
+    }
+    for kind, (owner, name) in kinds.items():
+        before = [k for k, _ in getattr(owner, name)]
+        assert len(before) > 1, kind
+        # Every other entry, the first included: deleting never skips the entry after it.
+        doomed = set(before[::2]) if kind != "ordered set" else {str(before[0])}
+        pick = (lambda k: str(k) in doomed) if kind == "ordered set" else (lambda k: k in doomed)
+        assert drain(getattr(owner, name), pick) == before, kind
+        assert [k for k, _ in getattr(owner, name)] == [k for k in before if not pick(k)], kind
+
+
+def test_the_documented_example_runs(capsys):
+    """The example script of docs/python.md, as a reader would paste it."""
+    doc = open(os.path.join(os.path.dirname(__file__), "..", "..", "docs", "python.md")).read()
+    script = doc.split("```python\n", 1)[1].split("```", 1)[0]
+    exec(compile(script, "docs/python.md", "exec"), {})
+    out = capsys.readouterr().out
+    assert "10.23.0.0/16 B E [('10.20.4.254', 'Ethernet4')]" in out
+    assert "refused: Subnet 10.2.0.0 overlaps with existing subnet 10.2.3.0 of interface " \
+        "Ethernet3" in out
