@@ -668,6 +668,7 @@ PYBIND11_MODULE(rova, m) {
       .def_static("load", &loadState, py::arg("path") = py::none(),
                   "Loads a state document; without a path, the built-in example device.")
       .def_readonly("source", &PyState::source)
+      .def("__repr__", [](const PyState& s) { return "<rova.State " + s.source + ">"; })
       .def("vrfs",
            [](const PyState& s) {
              auto lock = commandLock();
