@@ -14,6 +14,7 @@
 
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
+#include "cli/StateInputs.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Exception.h"
 #include "platform/plexa/IpAddr.h"
@@ -248,6 +249,135 @@ int showTypes(const Match& m, const Context& c) {
   });
 }
 
+const char* attrKindName(Mox::AttrKind k) {
+  switch (k) {
+    case Mox::AttrKind::input:
+      return "input";
+    case Mox::AttrKind::required:
+      return "required";
+    case Mox::AttrKind::value:
+      return "value";
+    case Mox::AttrKind::state:
+      return "state";
+    case Mox::AttrKind::collection:
+      return "collection";
+  }
+  return "";
+}
+
+// A list of (name, type) pairs: "name Type, name Type" in text, objects in JSON.
+void printParams(rendr::Printer& p, const char* listName, const std::vector<Rova::Param>& params) {
+  rendr::StringAttrInfo name("name", p.format());
+  rendr::StringAttrInfo type("type", p.format());
+  p.startList(listName);
+  for (std::size_t i = 0; i < params.size(); ++i) {
+    if (i) p.addFrills(", ");
+    p.startListEntry();
+    name.setValue(params[i].name);
+    type.setValue(params[i].typeName);
+    p.addAttributes("%s %s", 2, name.getArg(), type.getArg());
+    p.endListEntry();
+  }
+  p.endList();
+}
+
+// One registry entry: how it is built, its attributes with their kinds, its operations.
+int showType(const Match& m, const Context& c) {
+  const Rova::TypeEntry& t = registry().type(m.value("TYPE"));
+  return withPrinter(m, c, [&](rendr::Printer& p) {
+    const unsigned f = p.format();
+    rendr::StringAttrInfo name("name", f);
+    rendr::StringAttrInfo kind("kind", f);
+    name.setValue(t.name);
+    kind.setValue(kindName(t.kind));
+    p.addAttributes("Type: %s (%s)\n", 2, name.getArg(), kind.getArg());
+
+    rendr::BoolAttrInfo constructible("constructible", f);
+    constructible.setValue(bool(t.construct));
+    p.addAttributesJson(1, constructible.getArg());
+    if (t.construct) {
+      rendr::StringAttrInfo by("constructedBy", f);
+      by.setValue(t.factory.empty() ? t.name : t.factory);
+      p.addAttributes("Construction: %s(", 1, by.getArg());
+      printParams(p, "constructorInputs", t.constructorInputs);
+      p.addFrills(")\n");
+    } else {
+      p.addFrills("Construction: none\n");
+    }
+
+    if (!t.enumNames.empty()) {
+      rendr::StringAttrInfo enumName("name", f);
+      rendr::UintAttrInfo number("value", f);
+      p.addFrills("Names:\n");
+      p.startList("enumNames");
+      for (std::size_t i = 0; i < t.enumNames.size(); ++i) {
+        p.startListEntry();
+        enumName.setValue(t.enumNames[i]);
+        number.setValue(static_cast<std::uint32_t>(i));
+        p.addAttributes("  %-30s %s\n", 2, enumName.getArg(), number.getArg());
+        p.endListEntry();
+      }
+      p.endList();
+    }
+
+    rendr::StringAttrInfo attrName("name", f);
+    rendr::StringAttrInfo attrType("type", f);
+    rendr::StringAttrInfo attrKind("kind", f);
+    rendr::BoolAttrInfo writable("writable", f);
+    rendr::StringAttrInfo keyType("keyType", f);
+    rendr::StringAttrInfo valueType("valueType", f);
+    // Columns as wide as this type's longest name and type, so that every row lines up.
+    const auto typeText = [](const Rova::AttrEntry& a) {
+      return a.kind == Mox::AttrKind::collection ? a.keyType + " -> " + a.valueType : a.typeName;
+    };
+    std::size_t nameWidth = 0, typeWidth = 0;
+    for (const auto& a : t.attrs) {
+      nameWidth = std::max(nameWidth, a.name.size());
+      typeWidth = std::max(typeWidth, typeText(a).size());
+    }
+    const std::string nameColumn = "  %-" + std::to_string(nameWidth + 2) + "s";
+    const std::string typeColumn = "%-" + std::to_string(typeWidth + 2) + "s";
+    p.addFrills(t.attrs.empty() ? "Attributes: none\n" : "Attributes:\n");
+    p.startList("attributes");
+    for (const auto& a : t.attrs) {
+      p.startListEntry();
+      attrName.setValue(a.name);
+      attrKind.setValue(attrKindName(a.kind));
+      writable.setValue(a.writable);
+      attrType.setValue(a.typeName);
+      p.addAttributes(nameColumn.c_str(), 1, attrName.getArg());
+      if (a.kind == Mox::AttrKind::collection) {
+        keyType.setValue(a.keyType);
+        valueType.setValue(a.valueType);
+        p.addArgs(typeColumn.c_str(), typeText(a).c_str());
+        p.addAttributesJson(3, attrType.getArg(), keyType.getArg(), valueType.getArg());
+      } else {
+        p.addAttributes(typeColumn.c_str(), 1, attrType.getArg());
+      }
+      p.addAttributes("%s", 1, attrKind.getArg());
+      p.addAttributesJson(1, writable.getArg());
+      p.addFrills("%s\n", a.writable ? ", writable" : "");
+      p.endListEntry();
+    }
+    p.endList();
+
+    rendr::StringAttrInfo opName("name", f);
+    rendr::StringAttrInfo result("result", f);
+    p.addFrills(t.ops.empty() ? "Operations: none\n" : "Operations:\n");
+    p.startList("operations");
+    for (const auto& o : t.ops) {
+      p.startListEntry();
+      opName.setValue(o.name);
+      result.setValue(o.resultType);
+      p.addAttributes("  %s(", 1, opName.getArg());
+      printParams(p, "parameters", o.params);
+      p.addAttributes(") -> %s\n", 1, result.getArg());
+      p.endListEntry();
+    }
+    p.endList();
+  });
+}
+
 int showValue(const Match& m, const Context& c) {
   Value v;
   try {
@@ -273,33 +403,6 @@ int showValue(const Match& m, const Context& c) {
 
 // ---- the route listings ----
 
-// The sorters' state inputs and where the state keeps them, for each family (none: the family's
-// sorter has no such input). Per-VRF ones live under vrf/<name>/.
-struct SorterState {
-  const char* input;
-  const char* path4;
-  const char* path6;
-  bool perVrf;
-};
-const SorterState kSorterState[] = {
-    {"routingConfig", paths::kRoutingConfig, paths::kRouting6Config, true},
-    {"routingStatus", paths::kFibRoute, paths::kFib6Route, true},
-    {"forwardingStatus", paths::kFibFec, paths::kFib6Fec, true},
-    {"forwarding6Status", paths::kFib6Fec, nullptr, true},
-    {"tunnelFib", paths::kTunnelFib, paths::kTunnelFib, false},
-    {"arpBrine", paths::kArpStatus, paths::kArpStatus, false},
-    {"vrfIdMap", paths::kVrfIdMap, paths::kVrfIdMap, false},
-    {"allIntfConfig", paths::kIntfConfig, paths::kIntfConfig, false},
-    {"ipStatus", paths::kIpStatus, paths::kIp6Status, false},
-    {"routingHwStatus", paths::kHwVrfStatus, paths::kHwVrfStatus, true},
-    {"routingHardwareStatus", paths::kRoutingHw, paths::kRouting6Hw, false},
-    {"nhEntryStatus", paths::kNhgEntryStatus, paths::kNhgEntryStatus, false},
-    {"kernelUnprogrammedRoute", paths::kKernelUnprogrammed, paths::kKernelUnprogrammed6, true},
-    {"evpnVxlanTunnelTable", paths::kEvpnVxlan, paths::kEvpnVxlan, false},
-    {"tunnelTableDir", paths::kTunnelTables, paths::kTunnelTables, false},
-    {"srTePolicyStatus", paths::kSrTePolicy, paths::kSrTePolicy, false},
-};
-
 int showRoute(const Match& m, const Context& c, bool v6) {
   const double start = m.flag("quantify") ? clockSeconds() : 0.0;
   const std::string vrf = vrfOf(m);
@@ -322,12 +425,8 @@ int showRoute(const Match& m, const Context& c, bool v6) {
     intfStatus = state().intfStatus(m.value("INTF"));
   }
 
-  std::vector<Rova::NamedValue> args;
-  for (const SorterState& in : kSorterState) {
-    const char* path = v6 ? in.path6 : in.path4;
-    if (!path) continue;
-    args.push_back({in.input, in.perVrf ? state().atVrf(vrf, path) : state().at(path)});
-  }
+  const char* type = v6 ? "Rova::Route6Sorter" : "Rova::RouteSorter";
+  std::vector<Rova::NamedValue> args = stateInputs(state(), registry().type(type), vrf);
   args.push_back({"prefix", Value(prefix.c_str())});
   if (m.has("INTF")) {
     args.push_back({"intfStatus", intfStatus});
@@ -344,7 +443,7 @@ int showRoute(const Match& m, const Context& c, bool v6) {
   args.push_back({"originalMask", Value(originalMask)});
 
   rendr::Printer::clearOutputFailed();
-  Value sorter = registry().constructNamed(v6 ? "Rova::Route6Sorter" : "Rova::RouteSorter", args);
+  Value sorter = registry().constructNamed(type, args);
   outputStarted = true;
   const Value printArgs[] = {Value(static_cast<std::uint32_t>(c.out)),
                              Value(static_cast<std::uint32_t>(m.formatNumber()))};
@@ -393,20 +492,6 @@ const SummaryRow kSummaryRows[] = {
     {"", "other"},
 };
 
-// The inputs of a route command's library type that the state holds, from the listing's table.
-std::vector<Rova::NamedValue> routeStateInputs(const char* type, const std::string& vrf, bool v6) {
-  std::vector<Rova::NamedValue> args;
-  const auto& inputs = registry().type(type).constructorInputs;
-  for (const SorterState& in : kSorterState) {
-    const char* path = v6 ? in.path6 : in.path4;
-    const bool taken = std::any_of(inputs.begin(), inputs.end(),
-                                   [&](const Rova::Param& p) { return p.name == in.input; });
-    if (!path || !taken) continue;
-    args.push_back({in.input, in.perVrf ? state().atVrf(vrf, path) : state().at(path)});
-  }
-  return args;
-}
-
 struct SummaryLine {
   std::string key;
   std::string label;
@@ -437,7 +522,7 @@ int showRouteSummary(const Match& m, const Context& c, bool v6) {
   const std::string vrf = vrfOf(m);
   if (int s = checkVrf(vrf, c); s >= 0) return s;
   const char* type = v6 ? "Rova::Route6Summary" : "Rova::RouteSummary";
-  std::vector<Rova::NamedValue> args = routeStateInputs(type, vrf, v6);
+  std::vector<Rova::NamedValue> args = stateInputs(state(), registry().type(type), vrf);
   args.push_back({"vrfName", Value(vrf.c_str())});
   Value summary = registry().constructNamed(type, args);
   registry().call(summary, "loadInternalStructures", {});
@@ -701,6 +786,10 @@ void addCommands(Grammar& grammar) {
   grammar.addType(
       {"VALUE", "A value text form, quoted: \"Value('Ns::Type', ** {...})\"", anyWord, {}});
   grammar.addType({"FILE", "File name", anyWord, {}});
+  grammar.addType({"TYPE",
+                   "A registered type name (Rova::RouteSorter; show types lists them)",
+                   [](std::string_view w) { return registry().find(w) != nullptr; },
+                   {}});
   std::vector<Choice> protocols;
   for (const auto& p : kProtocols)
     protocols.push_back({p.word, p.help});
@@ -719,6 +808,9 @@ void addCommands(Grammar& grammar) {
   std::vector<Row> rows = {
       {"show version", {{"version", "Software version and the state shown"}}, showVersion},
       {"show types", {{"types", "The library's registered types"}}, showTypes},
+      {"show type TYPE",
+       {{"type", "One registered type: construction, attributes, operations"}},
+       showType},
       {"show value VALUE", {{"value", "Parse a value text form and write it back"}}, showValue},
       {"show ip route [vrf NAME] [A.B.C.D | A.B.C.D/LEN [longer-prefixes]] [PROTOCOL] [detail] "
        "[host] [quantify]",

@@ -26,6 +26,13 @@ void DeviceState::load(const std::string& path) {
   filePath_ = path == "-" ? std::string() : path;
 }
 
+void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
+                        std::string filePath) {
+  if (em_ != em) use(std::move(em), std::move(source));
+  live_ = false;
+  filePath_ = std::move(filePath);
+}
+
 void DeviceState::loadLive() {
   use(Snapshot::readLive(), "live");
   live_ = true;

@@ -1,4 +1,4 @@
-# Dependencies point down: cli -> lib/registry -> lib/* -> platform/*, snapshot -> platform.
+# Dependencies point down: python, cli -> lib/registry -> lib/* -> platform/*, snapshot -> platform.
 # A header reached the wrong way builds fine by accident of the include path, so the build
 # checks every include against the layer it comes from and stops on the first wrong one.
 #   cmake -DROOT=<source dir> -P CheckLayers.cmake
@@ -8,9 +8,10 @@ set(allowed_platform "platform/")
 set(allowed_lib "platform/;lib/")
 set(allowed_snapshot "platform/;snapshot/")
 set(allowed_cli "platform/;lib/registry/;snapshot/;cli/")
+set(allowed_python "platform/;lib/registry/;snapshot/;cli/;python/")
 
 set(bad "")
-foreach(layer platform lib snapshot cli)
+foreach(layer platform lib snapshot cli python)
   file(GLOB_RECURSE sources "${ROOT}/${layer}/*.h" "${ROOT}/${layer}/*.cpp")
   foreach(source ${sources})
     file(STRINGS "${source}" includes REGEX "^#include \"")

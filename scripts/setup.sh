@@ -11,11 +11,13 @@ ROVA_PACKAGES=(
   libmnl-dev
 )
 # What the tests and benchmarks need beyond that (iproute2: the live tests' namespaces; clang
-# and its libFuzzer, in libclang-rt-14-dev: the sanitizer build and the fuzz targets).
+# and its libFuzzer, in libclang-rt-14-dev: the sanitizer build and the fuzz targets;
+# pybind11-dev and python3-dev: the Python module, which python3-pytest tests).
 ROVA_TEST_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libabsl-dev
   python3 tmux time iproute2
   clang libclang-rt-14-dev
+  pybind11-dev python3-dev python3-pytest
 )
 
 # The sanitizer build of ./run-tests, also the one tests/fuzz/fuzz.sh runs the fuzzers in:

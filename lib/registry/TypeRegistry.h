@@ -63,6 +63,9 @@ struct AttrEntry {
   std::string typeName;
   Mox::AttrKind kind;
   bool writable;
+  // A collection's key and value types ("bool" for a set); empty for other attributes.
+  std::string keyType;
+  std::string valueType;
   std::function<Value(const Value& obj)> get;
   std::function<void(Value& obj, const Value& v)> set;
   std::function<std::unique_ptr<CollectionCursor>(Value& obj)> iterate;  // collections only
@@ -456,6 +459,8 @@ class TypeBuilder {
       a.writable = Mox::isWritable(d.kind);
       a.get = [d](const Value& obj) { return toValue(d.get(detail::constObject<T>(obj))); };
       if constexpr (Mox::Collection<M>) {
+        a.keyType = typeNameOf<std::decay_t<typename M::Key>>();
+        a.valueType = typeNameOf<std::decay_t<typename M::Value>>();
         a.iterate = [d](Value& obj) -> std::unique_ptr<CollectionCursor> {
           return std::make_unique<detail::MoxCursor<M>>(obj, d.ref(detail::mutableObject<T>(obj)));
         };

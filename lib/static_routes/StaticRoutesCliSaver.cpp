@@ -111,7 +111,8 @@ StaticRoutesCliSaver::StaticRoutesCliSaver(std::string_view text) {
 Mox::String8 StaticRoutesCliSaver::save(Mox::Ptr<Routing::ConfigGen const> config, bool saveAll,
                                         Mox::String8 routeCmd, Rova::RovaConsts rovaConsts) {
   MOX_TRACE(traceHandle, 5, "Saving static routes", saveAll ? " (all values)" : "");
-  collect(*config, saveAll, rovaConsts);
+  // No configuration (a VRF the state has no routing configuration for) has no static routes.
+  if (config) collect(*config, saveAll, rovaConsts);
   // Writing reads only our own collection, so the agents may change the state meanwhile.
   Mox::ActivityLockRelease unlocked;
   return write(routeCmd);

@@ -1,0 +1,556 @@
+"""The rova Python module on the example device: every registered type driven through it, the
+commands run from Python against the rova program's own output, and the errors a script sees."""
+
+import json
+import os
+import subprocess
+import tempfile
+
+import pytest
+
+import rova
+
+PROGRAM = os.environ.get("ROVA_PROGRAM")
+EXAMPLES = os.environ.get("ROVA_EXAMPLES", "")
+
+
+@pytest.fixture
+def state():
+    return rova.State.load()
+
+
+def printed(op, *args):
+    """What an operation that prints to a file descriptor writes there."""
+    with tempfile.TemporaryFile() as f:
+        op(f.fileno(), *args)
+        f.seek(0)
+        return f.read().decode()
+
+
+def round_trip(v, state=None):
+    text = str(v)
+    back = rova.Value.parse(text, state)
+    assert str(back) == text
+    return back
+
+
+# ---- every registered type, once ----
+# Each exercise constructs the type, reads an attribute, calls an operation where it has one
+# and takes the value text form there and back where the type has one.
+
+
+def ex_counter_index(s):
+    v = rova.construct("Rova::CounterIndex", counterIndex=7, chipMask=3)
+    assert (v.counterIndex, v.chipMask) == (7, 3)
+    assert round_trip(v) == v
+
+
+def ex_counter_entry(s):
+    v = rova.construct("Rova::CounterEntry", 1, 64)
+    assert str(v) == "Value('Rova::CounterEntry', ** {'packets': 1, 'bytes': 64})"
+    v.packets = 2**64 - 1
+    assert round_trip(v).packets == 2**64 - 1
+
+
+def ex_cached_via(s):
+    v = rova.construct("Rova::CachedVia")
+    v.hop = "10.1.1.1"
+    v.intfId = "Ethernet1"
+    v.isBackup = True
+    assert (v.hop, v.intfId, v.isBackup) == ("10.1.1.1", "Ethernet1", True)
+    assert round_trip(v) == v
+
+
+def ex_address_query_result(s):
+    v = rova.construct("Rova::AddressQueryResult")
+    v.acceptable = True
+    v.msg = "x"
+    assert str(v) == "Value('Rova::AddressQueryResult', ** {'acceptable': True, 'msg': 'x'})"
+    assert round_trip(v) == v
+
+
+def ex_address_query_params(s):
+    params = s.construct("Rova::AddressQueryParams", intfName="Ethernet5",
+                         mgmtPrefix="Management", primaryMatch="allowNoMatch",
+                         secondaryMatch="allowNoMatch", addrWithMask="10.1.2.0/24")
+    assert params.intfName == "Ethernet5"
+    assert rova.type_name(params.ipConfig) == "Ip::Config"
+    result = rova.construct("Rova::AddressAssignmentChecker").check(params)
+    assert (result.acceptable, result.msg) == (
+        False, "Address 10.1.2.0 is already assigned to interface Ethernet2")
+    params.addrWithMaskIs("10.99.0.1/24")
+    assert params.addrWithMask == "10.99.0.1/24"
+    assert rova.construct("Rova::AddressAssignmentChecker").check(params).acceptable
+
+
+def ex_address6_query_params(s):
+    params = s.construct("Rova::Address6QueryParams", intfName="Ethernet5",
+                         mgmtPrefix="Management", addrWithMask="2001:db8:1:1::1/64")
+    result = rova.construct("Rova::Address6AssignmentChecker").check(params=params)
+    assert not result.acceptable and "2001:db8:1:1::1" in result.msg
+    params.intfNameIs("Ethernet1")
+    assert params.intfName == "Ethernet1"
+
+
+def ex_invalid_next_hop(s):
+    checker = rova.construct("Rova::InvalidNextHopChecker")
+    assert checker.check(s["ip/config"], "10.2.3.1", "default") is True
+    assert checker.check(s["ip/config"], "10.2.3.77", "default") is False
+
+
+def ex_invalid_next_hop6(s):
+    checker = rova.construct("Rova::InvalidNextHop6Checker")
+    assert checker.check(ip6Config=s["ip6/config"], nexthop="2001:db8:100::2",
+                         vrfName="default") is True
+    assert checker.check(s["ip6/config"], "2001:db8:100::9", "default") is False
+
+
+def ex_rd_checker(s):
+    checker = s.construct("Rova::RdAssignmentChecker", vrfName="red",
+                          routeDistinguisher="100:2")
+    assert (checker.acceptable, checker.errorMessage) == (
+        False, "RD 100:2 already in use by VRF blue")
+    checker.handleInitialized()
+    assert not checker.acceptable
+    # The parsed checker checks again; its input directory reads back from the state.
+    back = rova.Value.parse(str(checker), s)
+    assert back.errorMessage == "RD 100:2 already in use by VRF blue"
+    assert rova.type_name(back.routeDistinguisherInputDir) == "Mox::Dir"
+
+
+def ex_route_sort_key(s):
+    v = rova.construct("Rova::RouteSortKey", prefix="10.0.0.0/8", preference=200)
+    assert (v.prefix, v.preference) == ("10.0.0.0/8", 200)
+    assert round_trip(v) == v
+
+
+def ex_rova_consts(s):
+    v = rova.construct("Rova::RovaConsts")
+    assert v.defaultStaticRoutePreference == 1
+    v.defaultStaticRouteName = "core"
+    assert round_trip(v).defaultStaticRouteName == "core"
+
+
+def ex_nexthop_info(s):
+    v = rova.construct("Rova::NexthopInfo")
+    v.nexthopCmd = "10.0.0.1 Ethernet1"
+    assert list(v.sortedVia) == []
+    back = round_trip(v)
+    assert back.nexthopCmd == "10.0.0.1 Ethernet1"
+
+
+def ex_addr_match_type(s):
+    by_name = rova.construct("Rova::AddrMatchType", "allowAddressMatch")
+    assert by_name == rova.construct("Rova::AddrMatchType", value=2)
+    assert str(by_name) == "'allowAddressMatch'"
+    with pytest.raises(rova.RangeError):
+        rova.construct("Rova::AddrMatchType", 3)
+
+
+def ex_cached_lsp_via(s):
+    v = rova.construct("Rova::CachedLspVia")
+    v.tunnelIndex = 4
+    assert v.tunnelIndex == 4 and list(v.viaLabelStack) == []
+    assert round_trip(v) == v
+
+
+def sorter(s, v6=False, **inputs):
+    inputs.setdefault("vrfName", "red")
+    return s.construct("Rova::Route6Sorter" if v6 else "Rova::RouteSorter", **inputs)
+
+
+def ex_route_sorter(s):
+    r = sorter(s)
+    prefixes = [prefix for prefix, _ in r.sortedRoute]
+    assert "10.23.0.0/16" in prefixes
+    assert r.protocolString("10.23.0.0/16") == "B E"
+    # Printed by hand, the listing is the command's, byte for byte.
+    assert printed(r.printRoutes, 1) == rova.run(s, "show ip route vrf red")
+    fec = r.viasForPrefix("10.23.0.0/16")
+    assert rova.type_name(fec) == "Rova::CachedFec"
+    assert "Codes:" in r.legend() or r.legend()
+
+
+def ex_route6_sorter(s):
+    r = sorter(s, v6=True, vrfName="default")
+    assert printed(r.printRoutes, 1) == rova.run(s, "show ipv6 route")
+    assert r.protocolString("2001:db8:5::/64") == "O3"
+    assert r.printCount > 0
+
+
+def ex_cached_fec(s):
+    fec = sorter(s, vrfName="default").viasForPrefix("10.8.0.0/16")
+    assert [(via.hop, via.intfId) for via, _ in fec.via] == [("10.2.3.10", "Ethernet3")]
+    made = rova.construct("Rova::CachedFec", fecId=fec.fecId)
+    assert made.fecId == fec.fecId
+
+
+def summary(s, v6, vrf):
+    return s.construct("Rova::Route6Summary" if v6 else "Rova::RouteSummary", vrfName=vrf)
+
+
+def ex_route_summary(s):
+    sm = summary(s, False, "red")
+    sm.loadInternalStructures()
+    sm.loadAttachedRoutes()
+    counts = dict(sm.routeCountByType)
+    assert counts["bgpTotal"] == counts["bgpInternal"] + counts["bgpExternal"] > 0
+    doc = rova.run(s, "show ip route vrf red summary", json=True)
+    assert sm.totalNumRoutes == doc["totalNumRoutes"]
+
+
+def ex_route6_summary(s):
+    sm = summary(s, True, "default")
+    sm.loadInternalStructures()
+    sm.loadAttachedRoutes()
+    doc = rova.run(s, "show ipv6 route summary", json=True)
+    assert sm.totalNumRoutes == doc["totalNumRoutes"]
+    assert dict(sm.routeCountByMask)
+
+
+def ex_static_routes_saver(s):
+    saver = rova.construct("Rova::StaticRoutesCliSaver")
+    text = saver.save(s["vrf/default/routing/config"], False, "ip route ",
+                      rova.construct("Rova::RovaConsts"))
+    assert text.startswith("ip route ")
+    assert text.strip() in rova.run(s, "show running-config static-routes")
+
+
+def ex_static_routes_rib(s):
+    rib = s.construct("Rova::StaticRoutesRibCommon")
+    assert rib.newRouteInputConf(s["vrf/default/routing/config"], False)
+    rib.fmt = 1
+    assert "10.8.0.0/16" in printed(lambda fd: (setattr(rib, "fd", fd),
+                                                rib.dump(rova.construct("Rova::RovaConsts"))))
+    assert rib.legend()
+
+
+def ex_clear_intf_routes(s):
+    before = rova.run(s, "show running-config static-routes")
+    assert "Ethernet3" in before
+    helper = rova.construct("Rova::ClearIntfRoutesAndViasHelper")
+    helper.clearIntfRoutesAndViasHelper(s["vrf/default/routing/config"], "Ethernet3")
+    after = rova.run(s, "show running-config static-routes")
+    assert "Ethernet3" not in after and after != before
+
+
+EXERCISES = {
+    "Rova::CounterIndex": ex_counter_index,
+    "Rova::CachedVia": ex_cached_via,
+    "Rova::AddressQueryResult": ex_address_query_result,
+    "Rova::Address6QueryParams": ex_address6_query_params,
+    "Rova::Route6Sorter": ex_route6_sorter,
+    "Rova::StaticRoutesRibCommon": ex_static_routes_rib,
+    "Rova::CounterEntry": ex_counter_entry,
+    "Rova::AddressAssignmentChecker": ex_address_query_params,
+    "Rova::RouteSortKey": ex_route_sort_key,
+    "Rova::RovaConsts": ex_rova_consts,
+    "Rova::NexthopInfo": ex_nexthop_info,
+    "Rova::AddressQueryParams": ex_address_query_params,
+    "Rova::InvalidNextHop6Checker": ex_invalid_next_hop6,
+    "Rova::Address6AssignmentChecker": ex_address6_query_params,
+    "Rova::StaticRoutesCliSaver": ex_static_routes_saver,
+    "Rova::RouteSummary": ex_route_summary,
+    "Rova::InvalidNextHopChecker": ex_invalid_next_hop,
+    "Rova::AddrMatchType": ex_addr_match_type,
+    "Rova::RouteSorter": ex_route_sorter,
+    "Rova::CachedLspVia": ex_cached_lsp_via,
+    "Rova::RdAssignmentChecker": ex_rd_checker,
+    "Rova::Route6Summary": ex_route6_summary,
+    "Rova::CachedFec": ex_cached_fec,
+    "Rova::ClearIntfRoutesAndViasHelper": ex_clear_intf_routes,
+}
+
+
+def test_every_registered_type_has_an_exercise():
+    missing = [t for t in rova.types() if t not in EXERCISES]
+    assert missing == [], "registered types the Python suite does not drive"
+
+
+@pytest.mark.parametrize("type_name", sorted(EXERCISES))
+def test_type_through_the_module(type_name, state):
+    EXERCISES[type_name](state)
+
+
+# ---- type descriptions ----
+
+
+def test_type_info_matches_show_type(state):
+    for name in ("Rova::RouteSorter", "Rova::AddrMatchType", "Rova::CachedFec"):
+        assert rova.type_info(name) == rova.run(state, f"show type {name}", json=True)
+
+
+def test_type_info_kinds():
+    info = rova.type_info("Rova::RdAssignmentChecker")
+    kinds = {a["name"]: (a["kind"], a["writable"]) for a in info["attributes"]}
+    assert kinds["routeDistinguisher"] == ("input", True)
+    assert kinds["errorMessage"] == ("state", False)
+    fec = {a["name"]: a for a in rova.type_info("Rova::CachedFec")["attributes"]}
+    assert fec["via"]["kind"] == "collection" and fec["via"]["keyType"] != ""
+    assert rova.type_info("Rova::CachedFec")["constructedBy"] == "cachedFecFactory"
+    with pytest.raises(rova.RangeError, match="unknown type 'Rova::Nothing'"):
+        rova.type_info("Rova::Nothing")
+
+
+# ---- attributes and collections ----
+
+
+def test_values_keep_value_semantics():
+    a = rova.construct("Rova::CounterEntry", packets=1, bytes=2)
+    b = rova.Value.parse(str(a))
+    b.bytes = 3
+    assert a.bytes == 2 and a != b
+
+
+def test_unknown_and_read_only_attributes(state):
+    v = rova.construct("Rova::CounterEntry", packets=1, bytes=2)
+    assert not hasattr(v, "nothing")
+    with pytest.raises(AttributeError, match="Rova::CounterEntry has no attribute"):
+        v.nothing = 1
+    checker = state.construct("Rova::RdAssignmentChecker", vrfName="red",
+                              routeDistinguisher="100:1")
+    with pytest.raises(rova.RangeError, match="errorMessage is not writable"):
+        checker.errorMessage = "x"
+    assert set(dir(checker)) >= {"vrfName", "acceptable", "handleInitialized"}
+
+
+def test_delete_current_while_iterating(state):
+    sm = summary(state, False, "red")
+    sm.loadInternalStructures()
+    keys = [k for k, _ in sm.routeCountByType]
+    it = iter(sm.routeCountByType)
+    seen = []
+    for key, _ in it:
+        seen.append(key)
+        if key.startswith("bgp"):
+            it.delete_current()
+    assert seen == keys  # deleting never skips the entry after
+    assert [k for k, _ in sm.routeCountByType] == [k for k in keys if not k.startswith("bgp")]
+    fresh = iter(sm.routeCountByType)
+    with pytest.raises(rova.RangeError, match="no current entry"):
+        fresh.delete_current()
+
+
+# ---- construction refusals ----
+
+
+def test_named_construction_refusals(state):
+    with pytest.raises(rova.RangeError, match="has no constructor input 'packet'"):
+        rova.construct("Rova::CounterEntry", packet=1, bytes=2)
+    with pytest.raises(rova.RangeError, match="needs the constructor input 'bytes'"):
+        rova.construct("Rova::CounterEntry", packets=1)
+    with pytest.raises(rova.RangeError, match="argument 'packets': expected U64"):
+        rova.construct("Rova::CounterEntry", packets=-1, bytes=2)
+    with pytest.raises(rova.RangeError, match="in order or by name, not both"):
+        rova.construct("Rova::CounterEntry", 1, bytes=2)
+    with pytest.raises(rova.RangeError, match="VrfName::bytes > 100 not allowed"):
+        summary(state, False, "v" * 101)
+    with pytest.raises(rova.RangeError, match="unknown type"):
+        rova.construct("Rova::Nothing")
+    with pytest.raises(TypeError):
+        rova.construct("Rova::CounterEntry", packets=[1], bytes=2)
+
+
+def test_operation_argument_refusals():
+    checker = rova.construct("Rova::InvalidNextHopChecker")
+    with pytest.raises(rova.RangeError, match="needs the argument 'nexthop'"):
+        checker.check(None)
+    with pytest.raises(rova.RangeError, match="has no argument 'hop'"):
+        checker.check(None, "10.0.0.1", "default", hop=1)
+    with pytest.raises(rova.RangeError, match="argument 'nexthop'"):
+        checker.check(None, "10.0.0.300", "default")
+
+
+def test_a_record_by_path_or_from_the_state(state):
+    by_path = state.construct("Rova::RouteSummary", vrfName="red",
+                              routingStatus="vrf/blue/fib/route")
+    by_path.loadInternalStructures()
+    blue = summary(state, False, "blue")
+    blue.loadInternalStructures()
+    assert by_path.totalNumRoutes == blue.totalNumRoutes
+    with pytest.raises(rova.RangeError, match="argument 'routingStatus'"):
+        state.construct("Rova::RouteSummary", vrfName="red", routingStatus="vrf/red/fib6/route")
+
+
+# ---- text form ----
+
+
+def test_text_refusals_name_the_attribute():
+    with pytest.raises(rova.RangeError, match="msg"):
+        rova.Value.parse("Value('Rova::AddressQueryResult', ** {'acceptable': True 'msg': 'x'})")
+    with pytest.raises(rova.RangeError, match="counterIndex"):
+        rova.Value.parse("Value('Rova::CounterIndex', ** {'counterIndex': x, 'chipMask': 1})")
+    with pytest.raises(rova.RangeError, match="unknown type"):
+        rova.Value.parse("Value('Rova::Nothing', ** {})")
+
+
+# ---- commands ----
+
+
+def program(*words, state_file=None):
+    args = [PROGRAM] + (["--state", state_file] if state_file else []) + list(words)
+    return subprocess.run(args, capture_output=True, text=True)
+
+
+@pytest.mark.skipif(not PROGRAM, reason="ROVA_PROGRAM not set")
+@pytest.mark.parametrize("command", ["show ip route vrf red", "show ipv6 route detail",
+                                     "show ip route summary", "show static-routes"])
+def test_run_gives_what_the_program_writes(state, command):
+    words = command.split()
+    assert rova.run(state, command) == program(*words).stdout
+    assert rova.run(state, command, json=True) == json.loads(program(*words, "json").stdout)
+
+
+@pytest.mark.skipif(not PROGRAM, reason="ROVA_PROGRAM not set")
+@pytest.mark.parametrize("command,status", [("show ip route vrf nope", 1),
+                                            ("show ip rout foo", 2),
+                                            ("check rd red 100:2", 1)])
+def test_failed_commands_raise_the_programs_message(state, command, status):
+    done = program(*command.split())
+    with pytest.raises(rova.CommandError) as e:
+        rova.run(state, command)
+    assert e.value.status == done.returncode == status
+    assert str(e.value) == (done.stderr or done.stdout).rstrip("\n")
+    with pytest.raises(rova.CommandError) as e:
+        rova.run(state, command, json=True)
+    assert e.value.output == json.loads(program(*command.split(), "json").stdout)
+
+
+def test_lines_stream_the_same_output(state):
+    whole = rova.run(state, "show ip route detail")
+    lines = list(rova.run(state, "show ip route detail", lines=True))
+    assert "\n".join(lines) + "\n" == whole
+    doc = json.loads("\n".join(rova.run(state, "show ip route", json=True, lines=True)))
+    assert doc == rova.run(state, "show ip route json", json=True)
+
+
+def test_one_command_at_a_time(state):
+    lines = rova.run(state, "show ip route", lines=True)
+    next(lines)
+    with pytest.raises(rova.Error, match="another command is still running"):
+        rova.run(state, "show version")
+    lines.close()
+    assert rova.run(state, "show version").startswith("rova ")
+    with rova.run(state, "show ip route", lines=True) as more:
+        next(more)
+    assert rova.run(state, "show version").startswith("rova ")
+
+
+def test_a_failed_command_raises_at_the_end_of_its_lines(state):
+    with pytest.raises(rova.CommandError, match="VRF 'nope' does not exist"):
+        list(rova.run(state, "show ip route vrf nope", lines=True))
+
+
+def test_states_are_separate(state):
+    other = rova.State.load(os.path.join(EXAMPLES, "leaf1.json"))
+    rova.run(other, "clear static-routes interface Ethernet3")
+    assert "Ethernet3" not in rova.run(other, "show running-config static-routes")
+    assert "Ethernet3" in rova.run(state, "show running-config static-routes")
+
+
+def test_load_errors():
+    with pytest.raises(rova.LoadError, match="Cannot load state /nonexistent.json: No such file"):
+        rova.State.load("/nonexistent.json")
+    with tempfile.NamedTemporaryFile("w", suffix=".json") as f:
+        f.write('{"vrfs": 1}')
+        f.flush()
+        with pytest.raises(rova.LoadError, match=r"\$\.vrfs"):
+            rova.State.load(f.name)
+
+
+def test_an_empty_command_is_refused(state):
+    with pytest.raises(rova.RangeError, match="no command given"):
+        rova.run(state, "   ")
+
+
+def test_an_assertion_is_an_internal_error(state):
+    r = sorter(state)
+    with pytest.raises(rova.InternalError, match="kFormatText"):
+        printed(r.printRoutes, 3)
+    # The module goes on working after one.
+    assert printed(r.printRoutes, 1) == rova.run(state, "show ip route vrf red")
+
+
+def test_missing_state_records_never_crash(state):
+    """A script may pass None where a command always passes a record; every such call either
+    answers or raises rova.Error."""
+    consts = rova.construct("Rova::RovaConsts")
+    calls = [
+        lambda: rova.construct("Rova::StaticRoutesCliSaver").save(None, False, "ip route ",
+                                                                  consts),
+        lambda: rova.construct("Rova::InvalidNextHopChecker").check(None, "10.0.0.1", "default"),
+        lambda: rova.construct("Rova::InvalidNextHop6Checker").check(None, "::1", "default"),
+        lambda: rova.construct("Rova::ClearIntfRoutesAndViasHelper").clearIntfRoutesAndViasHelper(
+            None, "Ethernet1"),
+        lambda: rova.construct("Rova::RdAssignmentChecker", None, "red", "1:1"),
+        lambda: rova.construct("Rova::StaticRoutesRibCommon", None).newRouteInputConf(None, False),
+        lambda: printed(lambda fd: (lambda rib: (setattr(rib, "fd", fd), setattr(rib, "fmt", 2),
+                                                 rib.dump(consts)))(
+            rova.construct("Rova::StaticRoutesRibCommon", None))),
+        lambda: rova.construct("Rova::AddressAssignmentChecker").check(rova.construct(
+            "Rova::AddressQueryParams", None, "Ethernet1", "M", 0, 0, "10.0.0.1/24")),
+        lambda: rova.construct("Rova::Address6AssignmentChecker").check(rova.construct(
+            "Rova::Address6QueryParams", None, "Ethernet1", "M", "2001:db8::1/64")),
+        lambda: rova.construct("Rova::RouteSummary", routingStatus=None,
+                               vrfName="red").loadInternalStructures(),
+    ]
+    for v6 in (False, True):
+        inputs = {i["name"]: None for i in rova.type_info(
+            "Rova::Route6Sorter" if v6 else "Rova::RouteSorter")["constructorInputs"]
+            if i["type"] not in ("bool", "U32", "S32", "double", "Mox::String8", "L3::VrfName",
+                                 "Plexa::Prefix", "Plexa::Ip6Prefix")}
+        for fmt in (1, 2):
+            calls.append(lambda v6=v6, fmt=fmt, inputs=inputs: printed(
+                sorter(state, v6, **inputs).printRoutes, fmt))
+        calls.append(lambda v6=v6, inputs=inputs: sorter(state, v6, host=True, **inputs).legend())
+    for call in calls:
+        try:
+            call()
+        except rova.Error:
+            pass
+
+
+def drain(coll, doomed):
+    """Walks a collection, deleting the entries `doomed` picks; returns what the walk saw."""
+    seen = []
+    it = iter(coll)
+    for key, value in it:
+        seen.append(key)
+        if doomed(key):
+            it.delete_current()
+    return seen
+
+
+def test_delete_current_on_every_collection_kind(state):
+    r = sorter(state, vrfName="default")
+    printed(r.printRoutes, 1)  # fills each cached FEC's per-entry maps
+    fec = next(f for _, f in r.fec if len(list(f.nexthopAddr)) > 1)
+    sm = summary(state, False, "default")
+    sm.loadInternalStructures()
+    ecmp = sorter(state, vrfName="default").viasForPrefix("10.3.0.0/16")
+    kinds = {
+        "ordered map": (sm, "routeCountByMask"),
+        "hash map": (sm, "routeCountByType"),
+        "sorted array": (r, "sortedRoute"),
+        "dense map": (fec, "nexthopAddr"),
+        "ordered set": (ecmp, "via"),
+    }
+    for kind, (owner, name) in kinds.items():
+        before = [k for k, _ in getattr(owner, name)]
+        assert len(before) > 1, kind
+        # Every other entry, the first included: deleting never skips the entry after it.
+        doomed = set(before[::2]) if kind != "ordered set" else {str(before[0])}
+        pick = (lambda k: str(k) in doomed) if kind == "ordered set" else (lambda k: k in doomed)
+        assert drain(getattr(owner, name), pick) == before, kind
+        assert [k for k, _ in getattr(owner, name)] == [k for k in before if not pick(k)], kind
+
+
+def test_the_documented_example_runs(capsys):
+    """The example script of docs/python.md, as a reader would paste it."""
+    doc = open(os.path.join(os.path.dirname(__file__), "..", "..", "docs", "python.md")).read()
+    script = doc.split("```python\n", 1)[1].split("```", 1)[0]
+    exec(compile(script, "docs/python.md", "exec"), {})
+    out = capsys.readouterr().out
+    assert "10.23.0.0/16 B E [('10.20.4.254', 'Ethernet4')]" in out
+    assert "refused: Subnet 10.2.0.0 overlaps with existing subnet 10.2.3.0 of interface " \
+        "Ethernet3" in out
