@@ -29,7 +29,7 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
   std::vector<std::string> names;
   for (const auto& t : reg().types())
     names.push_back(t->name);
-  // The library's registration order, of the types built so far.
+  // The library's registration order.
   EXPECT_EQ(names, (std::vector<std::string>{"Rova::CounterIndex",
                                              "Rova::CachedVia",
                                              "Rova::AddressQueryResult",
@@ -38,10 +38,13 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
                                              "Rova::StaticRoutesRibCommon",
                                              "Rova::CounterEntry",
                                              "Rova::AddressAssignmentChecker",
+                                             "Rova::NexthopGroupHelper",
                                              "Rova::RouteSortKey",
                                              "Rova::RovaConsts",
                                              "Rova::NexthopInfo",
+                                             "Rova::NexthopGroupSummaryHelper",
                                              "Rova::AddressQueryParams",
+                                             "Rova::NexthopGroupCliCounterInterface",
                                              "Rova::InvalidNextHop6Checker",
                                              "Rova::Address6AssignmentChecker",
                                              "Rova::StaticRoutesCliSaver",
@@ -51,6 +54,7 @@ TEST(Registry, ListsTypesInRegistrationOrder) {
                                              "Rova::RouteSorter",
                                              "Rova::CachedLspVia",
                                              "Rova::RdAssignmentChecker",
+                                             "Rova::NexthopGroupCounterHelper",
                                              "Rova::Route6Summary",
                                              "Rova::CachedFec",
                                              "Rova::ClearIntfRoutesAndViasHelper"}));
