@@ -679,6 +679,82 @@ int clearStaticRoutes(const Match& m, const Context& c) {
   return kStatusOk;
 }
 
+// ---- nexthop groups ----
+
+bool isNexthopGroupName(std::string_view w) {
+  // The words that may follow the group's place are keywords there, not group names.
+  for (std::string_view keyword : {"summary", "vrf", "counters"}) {
+    if (keyword.substr(0, w.size()) == w) return false;
+  }
+  return !w.empty() && w.size() <= 128;
+}
+
+// The state inputs a nexthop-group object takes, by name, from the one table of them.
+std::vector<Rova::NamedValue> nexthopGroupStateInputs(const char* type) {
+  return stateInputs(state(), registry().type(type), L3::VrfName::kDefault);
+}
+
+// The entry counters, from the counter tables of the state; the device counts every entry
+// that has a counter allocated.
+Value nexthopGroupCounters() {
+  Value counters = registry().construct("Rova::NexthopGroupCounterHelper", {});
+  const Value mountArgs[] = {state().entityManagerValue()};
+  registry().call(counters, "mountCounterBrines", mountArgs);
+  registry().attributeIs(counters, "counterEnabled", Value(true));
+  return counters;
+}
+
+Value nexthopGroupListing(const Match& m, const std::string& vrf) {
+  std::vector<Rova::NamedValue> args = nexthopGroupStateInputs("Rova::NexthopGroupHelper");
+  args.push_back({"counterHelper", nexthopGroupCounters()});
+  args.push_back({"nhgName", Value(m.value("GROUP").c_str())});
+  Value listing = registry().constructNamed("Rova::NexthopGroupHelper", args);
+  registry().attributeIs(listing, "vrfName", Value(vrf.c_str()));
+  // Selecting first: an unknown group is refused before any output.
+  registry().call(listing, "processNexthopVias", {});
+  return listing;
+}
+
+// Calls a library object's render(fd, fmt). A listing the user or the reader stopped has said
+// so itself; runCommand gives the command the signal's status.
+int render(const Match& m, const Context& c, Value& object) {
+  rendr::Printer::clearOutputFailed();
+  outputStarted = true;
+  const Value args[] = {Value(static_cast<std::uint32_t>(c.out)),
+                        Value(static_cast<std::uint32_t>(m.formatNumber()))};
+  try {
+    registry().call(object, "render", args);
+  } catch (const rendr::sigintException&) {
+    return kStatusOk;
+  }
+  return rendr::Printer::outputFailed() ? kStatusFailed : kStatusOk;
+}
+
+int showNexthopGroupSummary(const Match& m, const Context& c) {
+  const std::string vrf = vrfOf(m);
+  if (int s = checkVrf(vrf, c); s >= 0) return s;
+  const std::vector<Rova::NamedValue> args =
+      nexthopGroupStateInputs("Rova::NexthopGroupSummaryHelper");
+  Value summary = registry().constructNamed("Rova::NexthopGroupSummaryHelper", args);
+  registry().attributeIs(summary, "vrfName", Value(vrf.c_str()));
+  return render(m, c, summary);
+}
+
+int showNexthopGroups(const Match& m, const Context& c) {
+  const std::string vrf = vrfOf(m);
+  if (int s = checkVrf(vrf, c); s >= 0) return s;
+  Value listing = nexthopGroupListing(m, vrf);
+  return render(m, c, listing);
+}
+
+int clearNexthopGroupCounters(const Match& m, const Context& c) {
+  Value listing = nexthopGroupListing(m, L3::VrfName::kDefault);
+  registry().call(listing, "clearCounters", {});
+  state().changed();
+  if (m.format() == Format::json) c.print("{}\n");
+  return kStatusOk;
+}
+
 // ---- writing the state back ----
 
 int writeState(const Match& m, const Context& c) {
@@ -790,6 +866,7 @@ void addCommands(Grammar& grammar) {
                    "A registered type name (Rova::RouteSorter; show types lists them)",
                    [](std::string_view w) { return registry().find(w) != nullptr; },
                    {}});
+  grammar.addType({"GROUP", "Nexthop group name", isNexthopGroupName, {}});
   std::vector<Choice> protocols;
   for (const auto& p : kProtocols)
     protocols.push_back({p.word, p.help});
@@ -804,6 +881,7 @@ void addCommands(Grammar& grammar) {
   grammar.addKeywordHelp("longer-prefixes", "The prefix and every route inside it");
   grammar.addKeywordHelp("clear", "Reset functions");
   grammar.addKeywordHelp("static-routes", "Static routes");
+  grammar.addKeywordHelp("nexthop-group", "Nexthop groups");
 
   std::vector<Row> rows = {
       {"show version", {{"version", "Software version and the state shown"}}, showVersion},
@@ -850,6 +928,16 @@ void addCommands(Grammar& grammar) {
        {{"interface", "Remove the static routes and vias through an interface"},
         {"vrf", "In one VRF only (default: every VRF)"}},
        clearStaticRoutes},
+      {"show nexthop-group summary [vrf NAME]",
+       {{"summary", "Nexthop group counts by type and by size"},
+        {"vrf", "Whose hardware to check (default: the default VRF)"}},
+       showNexthopGroupSummary},
+      {"show nexthop-group [GROUP] [vrf NAME]",
+       {{"GROUP", "One group only"}, {"vrf", "Whose hardware to check (default: the default VRF)"}},
+       showNexthopGroups},
+      {"clear nexthop-group counters [GROUP]",
+       {{"counters", "Start the entry counters from zero"}, {"GROUP", "One group only"}},
+       clearNexthopGroupCounters},
       {"write [FILE]",
        {{"write", "Save the state to the file it came from"},
         {"FILE", "Save it to this file instead"}},

@@ -73,6 +73,10 @@ Rova::Value DeviceState::at(std::string_view path) const {
   return Rova::Value(it->second);
 }
 
+Rova::Value DeviceState::entityManagerValue() const {
+  return Rova::toValue(em_);
+}
+
 Rova::Value DeviceState::atVrf(std::string_view vrf, std::string_view leaf) const {
   return at(paths::vrfPath(vrf, leaf));
 }

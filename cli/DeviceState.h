@@ -47,6 +47,9 @@ class DeviceState {
 
   // The entity at a device-wide path, as a registry value; None when there is none.
   Rova::Value at(std::string_view path) const;
+  // The state database itself, as a registry value, for library objects that mount their own
+  // tables from it.
+  Rova::Value entityManagerValue() const;
   // The entity at a per-VRF path ("vrf/<vrf>/<leaf>").
   Rova::Value atVrf(std::string_view vrf, std::string_view leaf) const;
 

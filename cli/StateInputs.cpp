@@ -9,12 +9,15 @@ namespace {
 namespace paths = Snapshot::paths;
 
 // An input name and where the state keeps it for each family (none: the family has no such
-// input). Per-VRF ones live under vrf/<name>/.
+// input). Per-VRF ones live under vrf/<name>/. A name two types use for different entities
+// (routingHwStatus: a VRF's hardware status for the sorters, the device's hardware for the
+// nexthop-group objects) also names the entity's type; the others match any.
 struct StateInput {
   const char* input;
   const char* path4;
   const char* path6;
   bool perVrf;
+  const char* entityType = nullptr;
 };
 const StateInput kStateInputs[] = {
     {"routingConfig", paths::kRoutingConfig, paths::kRouting6Config, true},
@@ -26,7 +29,9 @@ const StateInput kStateInputs[] = {
     {"vrfIdMap", paths::kVrfIdMap, paths::kVrfIdMap, false},
     {"allIntfConfig", paths::kIntfConfig, paths::kIntfConfig, false},
     {"ipStatus", paths::kIpStatus, paths::kIp6Status, false},
-    {"routingHwStatus", paths::kHwVrfStatus, paths::kHwVrfStatus, true},
+    {"routingHwStatus", paths::kHwVrfStatus, paths::kHwVrfStatus, true,
+     "Routing::Hardware::VrfStatus"},
+    {"routingHwStatus", paths::kRoutingHw, paths::kRoutingHw, false, "Routing::Hardware::Status"},
     {"routingHardwareStatus", paths::kRoutingHw, paths::kRouting6Hw, false},
     {"nhEntryStatus", paths::kNhgEntryStatus, paths::kNhgEntryStatus, false},
     {"kernelUnprogrammedRoute", paths::kKernelUnprogrammed, paths::kKernelUnprogrammed6, true},
@@ -51,6 +56,7 @@ std::vector<Rova::NamedValue> stateInputs(const DeviceState& state, const Rova::
     for (const StateInput& in : kStateInputs) {
       const char* path = v6 ? in.path6 : in.path4;
       if (p.name != in.input || !path) continue;
+      if (in.entityType && p.typeName != in.entityType) continue;
       args.push_back({in.input, in.perVrf ? state.atVrf(vrf, path) : state.at(path)});
     }
   }

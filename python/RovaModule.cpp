@@ -668,6 +668,9 @@ PYBIND11_MODULE(rova, m) {
       .def_static("load", &loadState, py::arg("path") = py::none(),
                   "Loads a state document; without a path, the built-in example device.")
       .def_readonly("source", &PyState::source)
+      .def_property_readonly(
+          "entity_manager", [](const PyState& s) { return PyValue{Rova::toValue(s.em)}; },
+          "The state database itself, for objects that mount their own tables from it.")
       .def("__repr__", [](const PyState& s) { return "<rova.State " + s.source + ">"; })
       .def("vrfs",
            [](const PyState& s) {

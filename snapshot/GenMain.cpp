@@ -1,6 +1,6 @@
 // rova-gen: writes a synthetic device state (see snapshot/Generator.h).
 //
-//   rova-gen --ipv4 N --ipv6 M [--seed S] [--vrfs K] [-o FILE]
+//   rova-gen --ipv4 N --ipv6 M [--seed S] [--vrfs K] [--nexthop-groups G] [-o FILE]
 
 #include <cerrno>
 #include <charconv>
@@ -14,7 +14,9 @@
 namespace {
 
 int usage() {
-  std::fputs("usage: rova-gen --ipv4 N --ipv6 M [--seed S] [--vrfs K] [-o FILE]\n", stderr);
+  std::fputs(
+      "usage: rova-gen --ipv4 N --ipv6 M [--seed S] [--vrfs K] [--nexthop-groups G] [-o FILE]\n",
+      stderr);
   return 2;
 }
 
@@ -45,6 +47,8 @@ int main(int argc, char** argv) {
       options.ipv6Routes = n;
     } else if (arg == "--seed") {
       options.seed = n;
+    } else if (arg == "--nexthop-groups" && n <= 1000000) {
+      options.nexthopGroups = n;
     } else if (arg == "--vrfs" && n <= 4000) {
       options.extraVrfs = unsigned(n);
     } else {

@@ -110,6 +110,8 @@ using Plexa::IpAddr;
 constexpr int kUplinks = 16;
 constexpr int kLdpTunnels = 32;
 constexpr int kGroups = 4;
+// The entries of each group of a generated nexthop-group table (--nexthop-groups).
+constexpr std::uint64_t kBigGroupEntries = 128;
 
 IpAddr uplinkAddr(int i, bool peer) {
   return IpAddr(10, 0, std::uint8_t(i), peer ? 1 : 0);
@@ -137,7 +139,10 @@ struct Plan {
 class Generator {
  public:
   explicit Generator(const GeneratorOptions& o)
-      : o_(o), rng_(o.seed), out_(o.ipv4Routes * 64 + o.ipv6Routes * 80 + (1 << 20)) {
+      : o_(o),
+        rng_(o.seed),
+        out_(o.ipv4Routes * 64 + o.ipv6Routes * 80 + o.nexthopGroups * kBigGroupEntries * 160 +
+             (1 << 20)) {
     plan_.ecmpFecs = std::clamp<std::uint64_t>(o.ipv4Routes / 500, 50, 2000);
     plan_.ecmp6Fecs = std::clamp<std::uint64_t>(o.ipv6Routes / 500, 20, 1000);
   }
@@ -526,9 +531,17 @@ class Generator {
     out_.endList("    ]\n  },\n");
   }
 
+  // The four small groups the nexthop-group routes use; with --nexthop-groups N, N groups
+  // (at least those four) of kBigGroupEntries entries each, with their counters.
   void nexthopGroups() {
+    const std::uint64_t groups = std::max<std::uint64_t>(kGroups, o_.nexthopGroups);
+    const bool big = o_.nexthopGroups > 0;
     out_.raw("  \"nexthopGroups\": [\n");
-    for (int g = 0; g < kGroups; ++g) {
+    for (std::uint64_t g = 0; g < groups; ++g) {
+      if (big) {
+        bigGroup(g);
+        continue;
+      }
       out_.raw("    {\"name\": \"NHG-")
           .num(g + 1)
           .raw("\", \"id\": ")
@@ -545,6 +558,86 @@ class Generator {
       out_.raw("], \"programmedInVrfs\": [\"default\"]},\n");
     }
     out_.endList("  ],\n");
+    if (big) flexCounters(groups);
+  }
+
+  // Group g: every type in turn, sized for 128 or left to size itself, one in ten not
+  // programmed; its entries are tunnel end points in 10.128.0.0/9, MPLS groups with labels.
+  void bigGroup(std::uint64_t g) {
+    static const char* const kTypes[] = {"ipInIp", "gre", "mpls", "ip", "mplsOverGre"};
+    const char* type = kTypes[g % 5];
+    const bool labelled = g % 5 == 2 || g % 5 == 4;
+    out_.raw("    {\"name\": \"NHG-")
+        .num(g + 1)
+        .raw("\", \"id\": ")
+        .num(g + 1)
+        .raw(", \"type\": \"")
+        .raw(type)
+        .raw("\", \"size\": ")
+        .num(g % 3 == 0 ? 0 : kBigGroupEntries)
+        .raw(", \"source\": \"10.0.0.1\", \"entries\": [");
+    for (std::uint64_t e = 0; e < kBigGroupEntries; ++e) {
+      const std::uint64_t host = (g * kBigGroupEntries + e) % (1u << 23);
+      out_.raw(e ? ", " : "")
+          .raw("{\"destination\": \"10.")
+          .num(128 + (host >> 16))
+          .raw(".")
+          .num((host >> 8) & 255)
+          .raw(".")
+          .num(host & 255)
+          .raw("\"");
+      if (labelled) out_.raw(", \"labels\": \"push ").num(16 + host % 1000000).raw("\"");
+      out_.raw("}");
+    }
+    out_.raw("], \"programmedInVrfs\": [");
+    out_.raw(g % 10 == 9 ? "" : "\"default\"");
+    out_.raw("]},\n");
+  }
+
+  // A counter for every entry but one in sixteen; a quarter of them cleared once already.
+  void flexCounters(std::uint64_t groups) {
+    const auto counted = [](std::uint64_t e) { return e % 16 != 15; };
+    const auto index = [](std::uint64_t g, std::uint64_t e) { return g * kBigGroupEntries + e; };
+    out_.raw("  \"flexCounters\": {\n    \"entryKeys\": [\n");
+    for (std::uint64_t g = 0; g < groups; ++g) {
+      for (std::uint64_t e = 0; e < kBigGroupEntries; ++e) {
+        if (!counted(e)) continue;
+        out_.raw("      {\"nexthopGroupId\": ")
+            .num(g + 1)
+            .raw(", \"entry\": ")
+            .num(e)
+            .raw(", \"counterIndex\": ")
+            .num(index(g, e))
+            .raw("},\n");
+      }
+    }
+    out_.endList("    ],\n    \"counters\": [\n");
+    std::vector<std::uint64_t> cleared;
+    for (std::uint64_t g = 0; g < groups; ++g) {
+      for (std::uint64_t e = 0; e < kBigGroupEntries; ++e) {
+        if (!counted(e)) continue;
+        const std::uint64_t packets = rng_.below(1u << 30);
+        out_.raw("      {\"index\": ")
+            .num(index(g, e))
+            .raw(", \"packets\": ")
+            .num(packets)
+            .raw(", \"bytes\": ")
+            .num(packets * (64 + rng_.below(1400)))
+            .raw("},\n");
+        if (rng_.chance(1, 4)) cleared.push_back(index(g, e) << 32 | (packets / 2));
+      }
+    }
+    out_.endList("    ],\n    \"snapshot\": [\n");
+    for (std::uint64_t c : cleared) {
+      out_.raw("      {\"index\": ")
+          .num(c >> 32)
+          .raw(", \"packets\": ")
+          .num(c & 0xffffffffu)
+          .raw(", \"bytes\": ")
+          .num((c & 0xffffffffu) * 64)
+          .raw("},\n");
+    }
+    out_.endList("    ]\n  },\n");
   }
 
   const GeneratorOptions& o_;

@@ -11,7 +11,8 @@
 // - shared FECs (about seventy for small tables, a few thousand for full ones): ECMP sets
 //   over the uplinks, some weighted, some with backup vias, some through LDP tunnels, which
 //   have tunnel FIB entries;
-// - a handful of nexthop-group routes over four configured groups;
+// - a handful of nexthop-group routes over four configured groups (or over the first four of
+//   a large nexthop-group table, with entry counters: --nexthop-groups);
 // - about one route in a thousand not programmed in hardware, one in ten thousand not in the
 //   kernel;
 // - optionally small extra VRFs ("vrf1"...), each with an interface and a few dozen routes.
@@ -27,6 +28,10 @@ struct GeneratorOptions {
   std::uint64_t ipv6Routes = 100;
   std::uint64_t seed = 1;
   unsigned extraVrfs = 0;
+  // 0: four small groups for the nexthop-group routes. N: N groups (at least four) of 128
+  // entries each, of every type, one in ten not programmed, with a counter on every entry but
+  // one in sixteen and a snapshot for about a quarter of the counters.
+  std::uint64_t nexthopGroups = 0;
 };
 
 std::string generate(const GeneratorOptions& options);

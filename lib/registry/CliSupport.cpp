@@ -11,6 +11,10 @@
 #include "lib/config_checks/InvalidNextHopChecker.h"
 #include "lib/config_checks/RdAssignmentChecker.h"
 #include "lib/nexthop_group/CounterEntry.h"
+#include "lib/nexthop_group/NexthopGroupCliCounterInterface.h"
+#include "lib/nexthop_group/NexthopGroupCounterHelper.h"
+#include "lib/nexthop_group/NexthopGroupHelper.h"
+#include "lib/nexthop_group/NexthopGroupSummaryHelper.h"
 #include "lib/registry/RecordText.h"
 #include "lib/registry/TypeRegistry.h"
 #include "lib/route_listing/CachedFec.h"
@@ -55,6 +59,31 @@ TypeEntry summaryType(const char* name) {
       .build();
 }
 
+// The summary's two count maps, with the collection operations the front end may call on them.
+TypeEntry nhgSummaryType() {
+  using S = NexthopGroupSummaryHelper;
+  using Type = Routing::NexthopGroup::NexthopGroupType;
+  return TypeBuilder<S>("Rova::NexthopGroupSummaryHelper")
+      .inputs()
+      .op("vrfNameIs", &S::vrfNameIs, {"vrfName"})
+      .op("processNexthopGroups", &S::processNexthopGroups)
+      .op("render", &S::render, {"fd", "fmt"})
+      .op("newNhgPerType", &S::newNhgPerType, {"type", "count"})
+      .op("nhgPerTypeIs",
+          static_cast<void (S::*)(const Type&, const std::uint32_t&)>(&S::nhgPerTypeIs),
+          {"type", "count"})
+      .op("nhgPerTypeDel", static_cast<bool (S::*)(const Type&)>(&S::nhgPerTypeDel), {"type"})
+      .op("nhgPerTypeDelAll", &S::nhgPerTypeDelAll)
+      .op("newNhgPerSize", &S::newNhgPerSize, {"size", "count"})
+      .op("nhgPerSizeIs",
+          static_cast<void (S::*)(const std::uint32_t&, const std::uint32_t&)>(&S::nhgPerSizeIs),
+          {"size", "count"})
+      .op("nhgPerSizeDel", static_cast<bool (S::*)(const std::uint32_t&)>(&S::nhgPerSizeDel),
+          {"size"})
+      .op("nhgPerSizeDelAll", &S::nhgPerSizeDelAll)
+      .build();
+}
+
 }  // namespace
 
 void registerTypes(TypeRegistry& r) {
@@ -86,11 +115,21 @@ void registerTypes(TypeRegistry& r) {
             .constructor<>()
             .op("check", &AddressAssignmentChecker::check, {"params"})
             .build());
+  r.add(TypeBuilder<NexthopGroupHelper>("Rova::NexthopGroupHelper")
+            .factory("nexthopGroupHelperFactory", &nexthopGroupHelperFactory,
+                     {"nhgConfig", "nhgEntryStatus", "nhgHwStatus", "routingHwStatus",
+                      "counterHelper", "nhgName"})
+            .op("vrfNameIs", &NexthopGroupHelper::vrfNameIs, {"vrfName"})
+            .op("processNexthopVias", &NexthopGroupHelper::processNexthopVias)
+            .op("render", &NexthopGroupHelper::render, {"fd", "fmt"})
+            .op("clearCounters", &NexthopGroupHelper::clearCounters)
+            .build());
   r.add(TypeBuilder<RouteSortKey>("Rova::RouteSortKey")
             .constructor<Plexa::IpGenPrefix, Routing::RoutePreference>({"prefix", "preference"})
             .build());
   r.add(TypeBuilder<RovaConsts>("Rova::RovaConsts").constructor<>().build());
   r.add(TypeBuilder<NexthopInfo>("Rova::NexthopInfo").constructor<>().build());
+  r.add(nhgSummaryType());
   r.add(TypeBuilder<AddressQueryParams>("Rova::AddressQueryParams")
             .factory("addressQueryParamsFactory", &addressQueryParamsFactory,
                      {"ipConfig", "intfName", "mgmtPrefix", "primaryMatch", "secondaryMatch",
@@ -101,6 +140,10 @@ void registerTypes(TypeRegistry& r) {
             .op("primaryMatchIs", &AddressQueryParams::primaryMatchIs, {"primaryMatch"})
             .op("secondaryMatchIs", &AddressQueryParams::secondaryMatchIs, {"secondaryMatch"})
             .op("addrWithMaskIs", &AddressQueryParams::addrWithMaskIs, {"addrWithMask"})
+            .build());
+  r.add(TypeBuilder<NexthopGroupCliCounterInterface>("Rova::NexthopGroupCliCounterInterface")
+            .constructor<>()
+            .op("getCounters", &NexthopGroupCliCounterInterface::getCounters, {"index"})
             .build());
   r.add(TypeBuilder<InvalidNextHop6Checker>("Rova::InvalidNextHop6Checker")
             .constructor<>()
@@ -133,6 +176,22 @@ void registerTypes(TypeRegistry& r) {
             .textConstructor()
             .op("handleInitialized", &RdAssignmentChecker::handleInitialized)
             .build());
+  r.add(
+      TypeBuilder<NexthopGroupCounterHelper>("Rova::NexthopGroupCounterHelper")
+          .factory("nexthopGroupCounterHelperFactory", &nexthopGroupCounterHelperFactory, {})
+          .op("mountCounterBrines", &NexthopGroupCounterHelper::mountCounterBrines,
+              {"entityManager"})
+          .op("getCounters",
+              static_cast<CounterEntry (NexthopGroupCounterHelper::*)(
+                  std::uint64_t, std::uint16_t)>(&NexthopGroupCounterHelper::getCounters),
+              {"nhgId", "entryId"})
+          .op("clearCounters", &NexthopGroupCounterHelper::clearCounters, {"nhgId", "entryId"})
+          .op("counterKeyTableIs", &NexthopGroupCounterHelper::counterKeyTableIs,
+              {"counterKeyTable"})
+          .op("counterTableIs", &NexthopGroupCounterHelper::counterTableIs, {"counterTable"})
+          .op("snapshotTableIs", &NexthopGroupCounterHelper::snapshotTableIs, {"snapshotTable"})
+          .op("counterEnabledIs", &NexthopGroupCounterHelper::counterEnabledIs, {"counterEnabled"})
+          .build());
   r.add(summaryType<Route6Summary>("Rova::Route6Summary"));
   r.add(TypeBuilder<CachedFec>("Rova::CachedFec")
             .factory("cachedFecFactory", &cachedFecFactory, {"fecId"})

@@ -413,8 +413,9 @@ class TypeBuilder {
   }
 
   template <class R, class... Args, std::size_t... I>
-  static Value callFactory(R (*f)(Args...), std::span<const Value> args,
-                           const std::vector<Param>& inputs, std::index_sequence<I...>) {
+  static Value callFactory(R (*f)(Args...), [[maybe_unused]] std::span<const Value> args,
+                           [[maybe_unused]] const std::vector<Param>& inputs,
+                           std::index_sequence<I...>) {
     return detail::wrap(f(detail::argument<std::decay_t<Args>>(args, I, inputs)...));
   }
 

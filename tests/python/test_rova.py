@@ -234,7 +234,48 @@ def ex_clear_intf_routes(s):
     assert "Ethernet3" not in after and after != before
 
 
+def nexthop_group_counters(s):
+    c = rova.construct("Rova::NexthopGroupCounterHelper")
+    c.mountCounterBrines(s.entity_manager)
+    c.counterEnabled = True
+    return c
+
+
+def ex_nexthop_group_counter_helper(s):
+    c = nexthop_group_counters(s)
+    # Entry 0 of NHG-A: 1000 packets now, 400 at the last clear.
+    e = c.getCounters(1, 0)
+    assert (e.packets, e.bytes) == (600, 76800)
+    assert (c.getCounters(1, 3).packets, c.getCounters(99, 0).bytes) == (0, 0)
+
+
+def ex_nexthop_group_cli_counter_interface(s):
+    base = rova.construct("Rova::NexthopGroupCliCounterInterface")
+    with pytest.raises(rova.InternalError):
+        base.getCounters(rova.construct("Rova::CounterIndex", counterIndex=1, chipMask=1))
+
+
+def ex_nexthop_group_summary_helper(s):
+    summary = s.construct("Rova::NexthopGroupSummaryHelper")
+    summary.vrfName = "default"
+    assert printed(summary.render, 1) == rova.run(s, "show nexthop-group summary")
+    summary.processNexthopGroups()
+    assert sum(count for _, count in summary.nhgPerSize) > 0
+
+
+def ex_nexthop_group_helper(s):
+    helper = s.construct("Rova::NexthopGroupHelper", counterHelper=nexthop_group_counters(s),
+                         nhgName="NHG-A")
+    helper.vrfName = "default"
+    helper.processNexthopVias()
+    assert printed(helper.render, 1) == rova.run(s, "show nexthop-group NHG-A")
+
+
 EXERCISES = {
+    "Rova::NexthopGroupCounterHelper": ex_nexthop_group_counter_helper,
+    "Rova::NexthopGroupCliCounterInterface": ex_nexthop_group_cli_counter_interface,
+    "Rova::NexthopGroupSummaryHelper": ex_nexthop_group_summary_helper,
+    "Rova::NexthopGroupHelper": ex_nexthop_group_helper,
     "Rova::CounterIndex": ex_counter_index,
     "Rova::CachedVia": ex_cached_via,
     "Rova::AddressQueryResult": ex_address_query_result,

@@ -312,7 +312,7 @@ TEST_F(Leaf1, StaticRoutesSplitByFamilyWithTheirViasAndNames) {
 
 TEST_F(Leaf1, NexthopGroupsHaveConfigIdsHardwareStateAndCounters) {
   auto config = at<Routing::NexthopGroup::Config>(p::kNhgConfig);
-  EXPECT_EQ(config->nexthopGroups(), 3u);
+  EXPECT_EQ(config->nexthopGroups(), 7u);
   auto mpls = config->nexthopGroup("NHG-MPLS");
   ASSERT_NE(mpls, nullptr);
   EXPECT_EQ(mpls->type(), Routing::NexthopGroup::NexthopGroupType::mpls);

@@ -83,13 +83,13 @@ TEST(WriterRoundTrip, KeepsWhatTheListingsDoNotShow) {
   EXPECT_EQ(ip->virtualSecondaryWithMasks(), 1u);
 
   auto snapshot = em->find<FlexCounters::CounterTable>(p::kSnapshotCounterTable);
-  EXPECT_EQ(snapshot->size(), 1u);
+  EXPECT_EQ(snapshot->size(), 2u);
   auto rds = em->find<Mox::Dir>(p::kRdInputDir);
   EXPECT_EQ(rds->size(), 2u);
   auto bgp = rds->entity<Ip::RouteDistinguisherInput>("bgp");
   EXPECT_EQ(bgp->routeDistinguisher("blue").stringValue(), "100:2");
   auto hw = em->find<Routing::Hardware::NexthopGroupStatus>(p::kNhgHwStatus);
-  EXPECT_EQ(hw->vrfs(), 1u);
+  EXPECT_EQ(hw->vrfs(), 2u);  // default and red
 }
 
 TEST(WriterRoundTrip, TextNeedingEscapesIsWrittenAsJsonStrings) {
