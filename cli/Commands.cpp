@@ -221,18 +221,6 @@ int showVersion(const Match& m, const Context& c) {
   });
 }
 
-const char* kindName(Rova::TypeKind k) {
-  switch (k) {
-    case Rova::TypeKind::value:
-      return "value";
-    case Rova::TypeKind::entity:
-      return "entity";
-    case Rova::TypeKind::enumeration:
-      return "enumeration";
-  }
-  return "";
-}
-
 int showTypes(const Match& m, const Context& c) {
   return withPrinter(m, c, [&](rendr::Printer& p) {
     rendr::StringAttrInfo name("name", p.format());
@@ -241,28 +229,12 @@ int showTypes(const Match& m, const Context& c) {
     for (const auto& t : registry().types()) {
       p.startListEntry();
       name.setValue(t->name);
-      kind.setValue(kindName(t->kind));
+      kind.setValue(Rova::kindName(t->kind));
       p.addAttributes("%-44s %s\n", 2, name.getArg(), kind.getArg());
       p.endListEntry();
     }
     p.endList();
   });
-}
-
-const char* attrKindName(Mox::AttrKind k) {
-  switch (k) {
-    case Mox::AttrKind::input:
-      return "input";
-    case Mox::AttrKind::required:
-      return "required";
-    case Mox::AttrKind::value:
-      return "value";
-    case Mox::AttrKind::state:
-      return "state";
-    case Mox::AttrKind::collection:
-      return "collection";
-  }
-  return "";
 }
 
 // A list of (name, type) pairs: "name Type, name Type" in text, objects in JSON.
@@ -289,7 +261,7 @@ int showType(const Match& m, const Context& c) {
     rendr::StringAttrInfo name("name", f);
     rendr::StringAttrInfo kind("kind", f);
     name.setValue(t.name);
-    kind.setValue(kindName(t.kind));
+    kind.setValue(Rova::kindName(t.kind));
     p.addAttributes("Type: %s (%s)\n", 2, name.getArg(), kind.getArg());
 
     rendr::BoolAttrInfo constructible("constructible", f);
@@ -342,7 +314,7 @@ int showType(const Match& m, const Context& c) {
     for (const auto& a : t.attrs) {
       p.startListEntry();
       attrName.setValue(a.name);
-      attrKind.setValue(attrKindName(a.kind));
+      attrKind.setValue(Rova::kindName(a.kind));
       writable.setValue(a.writable);
       attrType.setValue(a.typeName);
       p.addAttributes(nameColumn.c_str(), 1, attrName.getArg());

@@ -232,40 +232,12 @@ py::list paramList(const std::vector<Rova::Param>& params) {
   return out;
 }
 
-const char* kindWord(Rova::TypeKind k) {
-  switch (k) {
-    case Rova::TypeKind::value:
-      return "value";
-    case Rova::TypeKind::entity:
-      return "entity";
-    case Rova::TypeKind::enumeration:
-      return "enumeration";
-  }
-  return "";
-}
-
-const char* attrKindWord(Mox::AttrKind k) {
-  switch (k) {
-    case Mox::AttrKind::input:
-      return "input";
-    case Mox::AttrKind::required:
-      return "required";
-    case Mox::AttrKind::value:
-      return "value";
-    case Mox::AttrKind::state:
-      return "state";
-    case Mox::AttrKind::collection:
-      return "collection";
-  }
-  return "";
-}
-
 // The same description as `show type NAME json`.
 py::dict typeInfo(const std::string& name) {
   const Rova::TypeEntry& t = reg().type(name);
   py::dict d;
   d["name"] = t.name;
-  d["kind"] = kindWord(t.kind);
+  d["kind"] = Rova::kindName(t.kind);
   d["constructible"] = bool(t.construct);
   if (t.construct) {
     d["constructedBy"] = t.factory.empty() ? t.name : t.factory;
@@ -286,7 +258,7 @@ py::dict typeInfo(const std::string& name) {
       ad["keyType"] = a.keyType;
       ad["valueType"] = a.valueType;
     }
-    ad["kind"] = attrKindWord(a.kind);
+    ad["kind"] = Rova::kindName(a.kind);
     ad["writable"] = a.writable;
     attrs.append(ad);
   }

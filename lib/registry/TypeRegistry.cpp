@@ -4,6 +4,34 @@
 
 namespace Rova {
 
+const char* kindName(TypeKind k) {
+  switch (k) {
+    case TypeKind::value:
+      return "value";
+    case TypeKind::entity:
+      return "entity";
+    case TypeKind::enumeration:
+      return "enumeration";
+  }
+  return "";
+}
+
+const char* kindName(Mox::AttrKind k) {
+  switch (k) {
+    case Mox::AttrKind::input:
+      return "input";
+    case Mox::AttrKind::required:
+      return "required";
+    case Mox::AttrKind::value:
+      return "value";
+    case Mox::AttrKind::state:
+      return "state";
+    case Mox::AttrKind::collection:
+      return "collection";
+  }
+  return "";
+}
+
 const AttrEntry* TypeEntry::attr(std::string_view n) const {
   for (const auto& a : attrs) {
     if (a.name == n) return &a;

@@ -53,6 +53,11 @@ class CollectionCursor {
 
 enum class TypeKind { value, entity, enumeration };
 
+// The words `show types`, `show type` and the Python module use for kinds: "value",
+// "entity", "enumeration"; "input", "required", "value", "state", "collection".
+const char* kindName(TypeKind k);
+const char* kindName(Mox::AttrKind k);
+
 struct Param {
   std::string name;
   std::string typeName;

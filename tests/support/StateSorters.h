@@ -5,8 +5,8 @@
 #include <string>
 
 #include "lib/route_listing/RouteSorter.h"
-#include "snapshot/StatePaths.h"
 #include "platform/statum/EntityManager.h"
+#include "snapshot/StatePaths.h"
 
 namespace rovatest {
 
@@ -19,9 +19,9 @@ typename Sorter::Inputs stateInputs(const Statum::EntityManager& em, const std::
   typename Sorter::Inputs in;
   in.routingConfig = em.find<Routing::ConfigGen>(vrf(v6 ? p::kRouting6Config : p::kRoutingConfig));
   in.routingStatus = em.find<typename Fam::RouteStatus>(vrf(v6 ? p::kFib6Route : p::kFibRoute));
-  in.forwardingStatus =
-      em.find<typename Fam::ForwardingStatus>(vrf(v6 ? p::kFib6Fec : p::kFibFec));
-  if constexpr (!v6) in.forwarding6Status = em.find<Brine::Fib6::ForwardingStatus>(vrf(p::kFib6Fec));
+  in.forwardingStatus = em.find<typename Fam::ForwardingStatus>(vrf(v6 ? p::kFib6Fec : p::kFibFec));
+  if constexpr (!v6)
+    in.forwarding6Status = em.find<Brine::Fib6::ForwardingStatus>(vrf(p::kFib6Fec));
   in.tunnelFib = em.find<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib);
   in.arpBrine = em.find<Arp::Table::Status>(p::kArpStatus);
   in.vrfIdMap = em.find<Vrf::VrfIdMap::Status>(p::kVrfIdMap);
