@@ -14,31 +14,17 @@
 #include <random>
 #include <vector>
 
+#include "bench/FullTable.h"
 #include "lib/route_listing/RouteSorter.h"
 #include "platform/mox/Collection.h"
-#include "snapshot/Generator.h"
-#include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"
 #include "tests/support/StateSorters.h"
 
 namespace {
 
-constexpr std::uint64_t kRoutes = 1000000;
-
-Mox::Ptr<Statum::EntityManager> fullTable() {
-  static auto em = [] {
-    Snapshot::GeneratorOptions o;
-    o.ipv4Routes = kRoutes;
-    o.ipv6Routes = 10;
-    return Snapshot::load(Snapshot::generate(o));
-  }();
-  return em;
-}
-
-template <class T>
-Mox::Ptr<T const> at(const std::string& path) {
-  return fullTable()->find<T>(path);
-}
+using rovabench::at;
+using rovabench::fullTable;
+using rovabench::kRoutes;
 
 Mox::Ptr<Rova::RouteSorter> selectAll() {
   return Mox::makePtr<Rova::RouteSorter>(

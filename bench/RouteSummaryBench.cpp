@@ -7,32 +7,18 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/FullTable.h"
 #include "lib/registry/TypeRegistry.h"
 #include "lib/route_summary/RouteSummary.h"
-#include "snapshot/Generator.h"
-#include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"
 
 namespace {
 
 namespace paths = Snapshot::paths;
 
-constexpr std::uint64_t kRoutes = 1000000;
-
-Mox::Ptr<Statum::EntityManager> fullTable() {
-  static auto em = [] {
-    Snapshot::GeneratorOptions o;
-    o.ipv4Routes = kRoutes;
-    o.ipv6Routes = 10;
-    return Snapshot::load(Snapshot::generate(o));
-  }();
-  return em;
-}
-
-template <class T>
-Mox::Ptr<T const> at(const std::string& path) {
-  return fullTable()->find<T>(path);
-}
+using rovabench::at;
+using rovabench::fullTable;
+using rovabench::kRoutes;
 
 void BM_SummaryFullTable(benchmark::State& state) {
   const Rova::RouteSummary::Inputs in{

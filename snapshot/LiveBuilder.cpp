@@ -5,6 +5,8 @@
 
 #include "snapshot/LiveBuilder.h"
 
+#include "platform/state/Family.h"
+
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -41,34 +43,18 @@ namespace k = kernel;
 
 // ---- the two families ----
 
-struct V4 {
-  using Addr = Plexa::IpAddr;
-  using Prefix = Plexa::Prefix;
-  using RouteType = Routing::Fib::RouteType;
-  using Route = Brine::Fib::Route;
-  using Fec = Brine::Fib::Fec;
-  using Via = Brine::Fib::Via;
-  using RouteStatus = Brine::Fib::RouteStatus;
-  using ForwardingStatus = Brine::Fib::ForwardingStatus;
+// The platform's family traits, with what the kernel source adds: the family's netlink
+// address family and the adjacency type its FECs carry.
+struct V4 : Routing::V4 {
   static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv4;
   static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ipAdj;
-  static Addr addr(const Plexa::IpGenAddr& a) { return a.v4Addr(); }
 };
 
-struct V6 {
-  using Addr = Plexa::Ip6Addr;
-  using Prefix = Plexa::Ip6Prefix;
-  using RouteType = Routing6::Fib::RouteType;
-  using Route = Brine::Fib6::Route;
-  using Fec = Brine::Fib6::Fec;
-  using Via = Brine::Fib6::Via;
-  using RouteStatus = Brine::Fib6::RouteStatus;
-  using ForwardingStatus = Brine::Fib6::ForwardingStatus;
+struct V6 : Routing::V6 {
   static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv6;
   // IPv6 FECs carry the IPv6 adjacency type, so that an IPv4 route over IPv6 next hops can
   // name one and the listing looks it up in the IPv6 table.
   static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ip6Adj;
-  static Addr addr(const Plexa::IpGenAddr& a) { return a.v6Addr(); }
 };
 
 // The route type a kernel route shows as; false for routes a router's table does not hold
@@ -577,7 +563,7 @@ void LiveBuilder::Impl::addVia(typename Fam::Fec& fec, const Hop& hop) {
   typename Fam::Via via;
   const Plexa::IntfId intf = intfOf(nh.ifindex);
   via.weight = hop.weight == 0 ? 1 : hop.weight;
-  if (nh.gateway.af() == Fam::kFamily) via.hop = Fam::addr(nh.gateway);
+  if (nh.gateway.af() == Fam::kFamily) via.hop = Fam::addrOf(nh.gateway);
   if (nh.labels.size() > 1) {
     const auto tunnel = tunnelFor(nh, intf);
     via.hop = {};
@@ -642,7 +628,7 @@ void LiveBuilder::Impl::route(const k::Route& r) {
   typename Fam::Route route;
   if (!routeTypeOf<Fam>(r, hasGateway, route.routeType)) return;
   if (!forwards) route.routeType = Fam::RouteType::dropRoute;
-  route.prefix = typename Fam::Prefix(Fam::addr(r.destination), r.prefixLen);
+  route.prefix = typename Fam::Prefix(Fam::addrOf(r.destination), r.prefixLen);
   route.metric = r.metric;
   route.preference = usualDistance<Fam>(route.routeType);
   route.hardwareProgrammed = r.offload != k::Offload::failed;

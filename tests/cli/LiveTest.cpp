@@ -31,6 +31,7 @@
 
 #include "cli/Command.h"
 #include "tests/cli/Capture.h"
+#include "tests/support/GoldenCases.h"
 
 namespace {
 
@@ -174,48 +175,15 @@ bool makeDevice(Namespace& ns) {
 
 // ---- the golden cases ----
 
-struct Case {
-  std::string name;
-  int status;
-  std::string command;
-};
-
-std::string trim(std::string s) {
-  const auto b = s.find_first_not_of(' ');
-  const auto e = s.find_last_not_of(' ');
-  return b == std::string::npos ? std::string() : s.substr(b, e - b + 1);
-}
+using Case = rovatest::GoldenCase;
+using rovatest::firstDifference;
 
 std::vector<Case> readCases() {
-  std::ifstream in(ROVA_GOLDEN_DIR "/live/cases.txt");
-  std::vector<Case> cases;
-  for (std::string line; std::getline(in, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    const auto a = line.find('|');
-    const auto b = line.find('|', a + 1);
-    cases.push_back({trim(line.substr(0, a)), std::stoi(line.substr(a + 1, b - a - 1)),
-                     trim(line.substr(b + 1))});
-  }
-  return cases;
+  return rovatest::readGoldenCases(ROVA_GOLDEN_DIR "/live/cases.txt");
 }
 
 std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-std::string firstDifference(const std::string& want, const std::string& got) {
-  std::istringstream a(want), b(got);
-  std::string la, lb;
-  for (int n = 1;; ++n) {
-    const bool ma = bool(std::getline(a, la)), mb = bool(std::getline(b, lb));
-    if (!ma && !mb) return "(the texts differ only in their last newline)";
-    if (la != lb || ma != mb)
-      return "line " + std::to_string(n) + ":\n  want: " + (ma ? la : "<end>") +
-             "\n  got:  " + (mb ? lb : "<end>");
-  }
+  return rovatest::readText(path);
 }
 
 class LiveGolden : public testing::TestWithParam<Case> {

@@ -1,0 +1,67 @@
+#pragma once
+// Golden cases: "name | status | command" lines of a cases file, the expected output files
+// beside it, and the first line where output and file differ, for a readable failure.
+
+#include <fstream>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace rovatest {
+
+struct GoldenCase {
+  std::string name;
+  int status;
+  std::string command;
+};
+
+// A failing case names itself and its command, not its bytes.
+inline void PrintTo(const GoldenCase& c, std::ostream* os) {
+  *os << c.name << " (rova " << c.command << ")";
+}
+
+inline std::string trimmed(const std::string& s) {
+  const auto b = s.find_first_not_of(' ');
+  const auto e = s.find_last_not_of(' ');
+  return b == std::string::npos ? std::string() : s.substr(b, e - b + 1);
+}
+
+// The cases of a file; blank lines and lines starting with '#' are comments.
+inline std::vector<GoldenCase> readGoldenCases(const std::string& path) {
+  std::ifstream in(path);
+  std::vector<GoldenCase> cases;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const auto a = line.find('|');
+    const auto b = line.find('|', a + 1);
+    cases.push_back({trimmed(line.substr(0, a)), std::stoi(line.substr(a + 1, b - a - 1)),
+                     trimmed(line.substr(b + 1))});
+  }
+  return cases;
+}
+
+// A file's text; empty when it does not exist.
+inline std::string readText(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) return {};
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// The first line where two texts differ, to make a failure readable.
+inline std::string firstDifference(const std::string& want, const std::string& got) {
+  std::istringstream a(want), b(got);
+  std::string la, lb;
+  for (int n = 1;; ++n) {
+    const bool ma = bool(std::getline(a, la)), mb = bool(std::getline(b, lb));
+    if (!ma && !mb) return "(the texts differ only in their last newline)";
+    if (la != lb || ma != mb) {
+      return "line " + std::to_string(n) + ":\n  want: " + (ma ? la : "<end>") +
+             "\n  got:  " + (mb ? lb : "<end>");
+    }
+  }
+}
+
+}  // namespace rovatest
