@@ -41,15 +41,20 @@ DeviceState& state() {
 
 // ---- printing ----
 
-// Whether the running command has begun its output. In JSON, standard output carries one
-// document whatever happens: a command that fails before writing anything writes {}.
+// Whether the running command has begun its output. A command that fails before writing
+// anything still leaves the output a command with nothing to show leaves ({} in JSON).
 bool outputStarted = false;
 
-Action jsonSafe(Action action) {
+// The output of a command that shows nothing.
+void writeNothing(const Match& m, const Context& c) {
+  rendr::writeEmptyOutput(c.out, static_cast<unsigned>(m.formatNumber()));
+}
+
+Action oneDocument(Action action) {
   return [action](const Match& m, const Context& c) {
     outputStarted = false;
     const auto writeEmpty = [&] {
-      if (m.format() == Format::json && !outputStarted) c.print("{}\n");
+      if (!outputStarted) writeNothing(m, c);
     };
     try {
       const int status = action(m, c);
@@ -647,7 +652,7 @@ int clearStaticRoutes(const Match& m, const Context& c) {
     }
   }
   state().changed();
-  if (m.format() == Format::json) c.print("{}\n");
+  writeNothing(m, c);
   return kStatusOk;
 }
 
@@ -723,7 +728,7 @@ int clearNexthopGroupCounters(const Match& m, const Context& c) {
   Value listing = nexthopGroupListing(m, L3::VrfName::kDefault);
   registry().call(listing, "clearCounters", {});
   state().changed();
-  if (m.format() == Format::json) c.print("{}\n");
+  writeNothing(m, c);
   return kStatusOk;
 }
 
@@ -735,7 +740,7 @@ int writeState(const Match& m, const Context& c) {
   } catch (const Snapshot::SaveError& e) {
     throw Mox::RangeException(std::string("Cannot write ") + e.what());
   }
-  if (m.format() == Format::json) c.print("{}\n");
+  writeNothing(m, c);
   return kStatusOk;
 }
 
@@ -940,7 +945,7 @@ void addCommands(Grammar& grammar) {
        checkRd},
   };
   for (Row& row : rows)
-    row.action = jsonSafe(std::move(row.action));
+    row.action = oneDocument(std::move(row.action));
   grammar.addRows(std::move(rows));
 }
 

@@ -6,8 +6,8 @@
 // distinguisher lines are checked before anything changes. `exit` leaves a mode, `end` all of
 // them. A refused line changes nothing. docs/cli.md describes the commands.
 
-#include "cli/Command.h"
 #include "cli/Grammar.h"
+#include "cli/Runner.h"
 #include "cli/Shell.h"
 
 namespace cli {

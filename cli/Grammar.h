@@ -158,6 +158,9 @@ class Grammar {
   // Whether a line asks for JSON output: any of its words is "json". A line the grammar
   // refuses is answered in JSON by this rule, since no row says what its words mean.
   static bool asksForJson(std::span<const std::string> words);
+  static Format formatOf(std::span<const std::string> words) {
+    return asksForJson(words) ? Format::json : Format::text;
+  }
 
  private:
   std::string keywordHelp(const Row& row, const std::string& keyword) const;

@@ -6,8 +6,8 @@
 #include <span>
 #include <string>
 
-#include "cli/Command.h"
 #include "cli/Grammar.h"
+#include "cli/Runner.h"
 
 namespace cli {
 

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/Command.h"
 #include "cli/Grammar.h"
+#include "cli/Runner.h"
 
 namespace cli {
 

@@ -9,11 +9,11 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/Command.h"
 #include "cli/Commands.h"
 #include "cli/ConfigMode.h"
 #include "cli/Grammar.h"
 #include "cli/LiveMode.h"
+#include "cli/Runner.h"
 #include "cli/Shell.h"
 #include "platform/brine/Table.h"
 #include "platform/mox/Exception.h"

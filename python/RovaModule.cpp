@@ -23,10 +23,10 @@
 #include <thread>
 #include <vector>
 
-#include "cli/Command.h"
 #include "cli/Commands.h"
 #include "cli/DeviceState.h"
 #include "cli/Grammar.h"
+#include "cli/Runner.h"
 #include "cli/StateInputs.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Exception.h"

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
-#include <type_traits>
 
 #include "lib/route_listing/RoutePrinter.h"
 #include "lib/route_listing/RouteSorter.h"
@@ -41,17 +40,6 @@ inline std::size_t decimalDigits(std::uint64_t v) {
 
 inline double steadySeconds() {
   return sorterClockSeconds();
-}
-
-// Prints "exiting <reason>" where the user sees it: on standard output for text, and on
-// standard error for JSON, whose standard output carries nothing but the document.
-inline void printExiting(rendr::Printer& p, const rendr::sigintException& e) {
-  p.reportStop(e);
-}
-
-template <class Sorter>
-bool isV6() {
-  return std::is_same_v<Sorter, Route6Sorter>;
 }
 
 // The routes not programmed in hardware in this sorter's family.

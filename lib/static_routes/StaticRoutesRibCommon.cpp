@@ -1,6 +1,5 @@
 #include "lib/static_routes/StaticRoutesRibCommon.h"
 
-#include <cstdio>
 #include <exception>
 #include <iterator>
 
@@ -19,19 +18,6 @@ Mox::TraceHandle traceHandle("CliSupport");
 // Above this fill the printer's buffer is written out before the next via, so that a long
 // listing streams instead of growing.
 constexpr unsigned kFlushFullness = 66;
-
-// Where the user sees "exiting <reason>": standard output for text; standard error for JSON,
-// whose standard output carries nothing but the document.
-void printExiting(rendr::Printer& p, const std::exception& e) {
-  try {
-    p.ioflush();
-  } catch (const std::exception&) {
-    // The output is gone or interrupted again: the message still goes out below.
-  }
-  std::FILE* out = p.format() == rendr::kFormatJson ? stderr : stdout;
-  std::fprintf(out, "exiting %s\n", e.what());
-  std::fflush(out);
-}
 
 // The output attributes of one listing, built once and set per route.
 struct RibAttrs {
@@ -191,7 +177,7 @@ void StaticRoutesRibCommon::print(const RovaConsts& rovaConsts) {
     }
     p.endDict();
   } catch (const std::exception& e) {
-    printExiting(p, e);
+    p.reportFailure(e);
     throw;
   }
 }

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdarg>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "platform/mox/Exception.h"
@@ -49,6 +50,10 @@ Printer::~Printer() {
   out_.flush();
 }
 
+void writeEmptyOutput(int fd, unsigned format) {
+  Printer p(fd, format);  // a printer that writes nothing leaves the empty document
+}
+
 void Printer::unwind() noexcept {
   while (depth_ > 1 || (depth_ == 1 && top() != Frame::root))
     closeTop();
@@ -83,6 +88,28 @@ void Printer::reportStop(const sigintException& stop) noexcept {
   out_.append(reason.data(), reason.size());
   out_.put('\n');
   out_.flush();
+}
+
+void Printer::reportFailure(const std::exception& failure) noexcept {
+  if (const auto* stop = dynamic_cast<const sigintException*>(&failure)) {
+    reportStop(*stop);
+    return;
+  }
+  try {
+    std::string line = "exiting ";
+    line += failure.what();
+    line += '\n';
+    if (json()) {
+      ssize_t ignored = ::write(STDERR_FILENO, line.data(), line.size());
+      (void)ignored;
+      return;
+    }
+    if (!out_.atLineStart()) out_.put('\n');
+    out_.append(line.data(), line.size());
+    out_.flush();
+  } catch (...) {
+    // Nowhere left to say it.
+  }
 }
 
 bool Printer::outputFailed() {

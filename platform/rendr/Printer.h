@@ -30,6 +30,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 
 #include "platform/rendr/AttrInfo.h"
 #include "platform/rendr/Interrupt.h"
@@ -91,6 +92,16 @@ class Printer {
   void addFrills(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
   void addArgs(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
+  // A block of the page that only the text shows: `body` runs, and its calls print, in text
+  // alone; the JSON document has its facts elsewhere (in attributes, or in another place of
+  // the document). Returns whether the block ran.
+  template <class Body>
+  bool textOnly(Body&& body) {
+    if (json()) return false;
+    body();
+    return true;
+  }
+
   // Closes every level still open above the root: a listing cut short by an interrupt leaves
   // the printer ready for the next one. Never throws.
   void unwind() noexcept;
@@ -99,6 +110,9 @@ class Printer {
   // of its own in text, on stderr in JSON (whose document the destructor closes). A reader
   // that went away or output that failed are not reported again. Never throws.
   void reportStop(const sigintException& stop) noexcept;
+  // Says that the listing ended on `failure`, which escaped it: "exiting <what>" where the user
+  // sees it, as reportStop does (a stop is reported as reportStop reports it). Never throws.
+  void reportFailure(const std::exception& failure) noexcept;
 
   // The output buffer's fill, in percent (0 to 100).
   unsigned fullness();
@@ -165,5 +179,10 @@ class Printer {
   enum class Root : std::uint8_t { notStarted, open, ended } root_ = Root::notStarted;
   std::array<Level, kMaxDepth> stack_;
 };
+
+// The output of a command that has nothing to show, or that failed before it showed anything:
+// standard output always carries one JSON document, so in JSON the empty one ("{}"); in text,
+// nothing.
+void writeEmptyOutput(int fd, unsigned format);
 
 }  // namespace rendr

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/Command.h"
+#include "cli/Runner.h"
 
 namespace clitest {
 

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "cli/Command.h"
+#include "cli/Runner.h"
 
 namespace clitest {
 

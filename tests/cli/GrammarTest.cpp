@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/Command.h"
+#include "cli/Runner.h"
 #include "platform/mox/Exception.h"
 #include "tests/cli/DemoGrammar.h"
 

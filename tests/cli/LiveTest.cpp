@@ -29,7 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/Command.h"
+#include "cli/Runner.h"
 #include "tests/cli/Capture.h"
 #include "tests/support/GoldenCases.h"
 

@@ -15,34 +15,14 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/Command.h"
 #include "cli/Commands.h"
 #include "cli/Grammar.h"
+#include "cli/Runner.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
-// An in-memory file the commands write to, read back and emptied after each run.
-class MemoryFile {
- public:
-  explicit MemoryFile(const char* name) : fd_(memfd_create(name, MFD_CLOEXEC)) {
-    if (fd_ < 0) std::abort();
-  }
-  int fd() const { return fd_; }
-  std::string take() {
-    std::string text;
-    char buffer[65536];
-    ssize_t n;
-    lseek(fd_, 0, SEEK_SET);
-    while ((n = read(fd_, buffer, sizeof buffer)) > 0)
-      text.append(buffer, static_cast<std::size_t>(n));
-    if (ftruncate(fd_, 0) != 0) std::abort();
-    lseek(fd_, 0, SEEK_SET);
-    return text;
-  }
-
- private:
-  int fd_;
-};
+using rovatest::MemoryFile;
 
 struct Program {
   Program() : out("rova-out"), err("rova-err") {

@@ -1,4 +1,5 @@
 #include "lib/registry/TypeRegistry.h"
+#include "tests/support/Capture.h"
 
 #include <gtest/gtest.h>
 
@@ -16,14 +17,7 @@ const TypeRegistry& reg() {
   return TypeRegistry::instance();
 }
 
-std::string errorOf(auto&& f) {
-  try {
-    f();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "no error";
-}
+using rovatest::errorOf;
 
 TEST(Registry, UnknownTypeNamesAreRefused) {
   EXPECT_EQ(reg().find("Rova::Nothing"), nullptr);

@@ -8,6 +8,7 @@
 #include "lib/route_listing/RouteSorter.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StatePaths.h"
+#include "tests/support/Capture.h"
 #include "tests/support/StateSorters.h"
 
 namespace Rova::test {
@@ -66,18 +67,11 @@ class ExampleDevice {
   Mox::Ptr<Statum::EntityManager> em_;
 };
 
-// What printRoutes writes, read back from a temporary file.
+// What printRoutes writes.
 template <class Sorter>
 std::string printed(Sorter& s, unsigned format) {
-  std::FILE* f = std::tmpfile();
-  s.printRoutes(static_cast<std::uint32_t>(fileno(f)), format);
-  std::string out;
-  std::rewind(f);
-  char buf[4096];
-  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;)
-    out.append(buf, n);
-  std::fclose(f);
-  return out;
+  return rovatest::writtenBy(
+      [&](int fd) { s.printRoutes(static_cast<std::uint32_t>(fd), format); });
 }
 
 }  // namespace Rova::test

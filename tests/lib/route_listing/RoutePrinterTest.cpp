@@ -106,7 +106,11 @@ TEST(RoutePage, KernelBannerAloneHasNoSeparatorsAndNoDefaultRouteIsSaid) {
 
 TEST(RoutePage, JsonHasTheFlagsButNoBannersLegendOrGateway) {
   ExampleDevice d;
-  const std::string out = printed(*d.sorter4({}), rendr::kFormatJson);
+  auto s = d.sorter4({});
+  const std::string out = printed(*s, rendr::kFormatJson);
+  // The page takes the default route out of the sorted routes in either form, and JSON still
+  // lists it, once.
+  EXPECT_FALSE(s->sortedRoute().contains(Plexa::Prefix(Plexa::IpAddr(), 0)));
   const Json j = Json::parse(out);
   EXPECT_EQ(j["allRoutesProgrammedHardware"], false);
   EXPECT_EQ(j["allRoutesProgrammedKernel"], false);
@@ -117,6 +121,7 @@ TEST(RoutePage, JsonHasTheFlagsButNoBannersLegendOrGateway) {
   EXPECT_EQ(out.find("Gateway"), std::string::npos);
   // The default route is listed with the others.
   EXPECT_EQ(j["routes"]["0.0.0.0/0"]["routeType"], "eBGP");
+  EXPECT_EQ(out.find("\"0.0.0.0/0\""), out.rfind("\"0.0.0.0/0\""));
   EXPECT_EQ(j["routes"]["10.6.8.0/22"]["kernelProgrammed"], false);
   EXPECT_EQ(j["routes"]["10.53.0.0/16"]["vias"][0]["labelStack"], "900013 900113 100053");
   EXPECT_EQ(j["routes"]["10.52.0.0/16"]["vias"][0]["tunnelDescriptor"]["tunnelType"], "BGP LU");

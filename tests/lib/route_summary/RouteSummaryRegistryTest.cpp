@@ -14,6 +14,7 @@
 #include "platform/state/NexthopGroupConfig.h"
 #include "platform/state/RoutingConfig.h"
 #include "platform/state/RoutingHardware.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
@@ -24,14 +25,7 @@ const TypeRegistry& reg() {
   return TypeRegistry::instance();
 }
 
-std::string errorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "";
-}
+using rovatest::errorOf;
 
 Value entity(Mox::Ptr<Mox::Entity> e) {
   return Value(std::move(e));

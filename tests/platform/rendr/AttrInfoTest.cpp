@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/rendr/Printer.h"
-#include "tests/platform/rendr/Capture.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ class TypeCode : public rendr::StringAttrInfo {
 };
 
 std::string renderRoute(unsigned format) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   {
     rendr::Printer p(cap.fd(), format, true, false, true, 0);
     ProgrammedMark hw("hardwareProgrammed", format);

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/rendr/Printer.h"
-#include "tests/platform/rendr/Capture.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ using rendr::kFormatText;
 
 template <class F>
 std::string render(unsigned format, F body) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   {
     rendr::Printer p(cap.fd(), format, true, false, true, 0);
     body(p, format);

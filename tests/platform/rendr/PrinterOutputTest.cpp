@@ -9,10 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 
 #include "platform/rendr/Printer.h"
-#include "tests/platform/rendr/Capture.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ using rendr::kFormatJson;
 using rendr::kFormatText;
 
 TEST(PrinterOutput, BufferFillsThenGoesOutOnFlushOrWhenFull) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
   EXPECT_EQ(p.fullness(), 0u);
   std::string line(655, 'x');  // a hundredth of the buffer, near enough
@@ -50,7 +51,7 @@ class PrinterInterrupt : public ::testing::Test {
 };
 
 TEST_F(PrinterInterrupt, NextCallThrowsAndTheJsonIsClosedOnDestruction) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   int entries = 0;
   {
     rendr::Printer p(cap.fd(), kFormatJson, true, false, true, 0);
@@ -83,7 +84,7 @@ TEST_F(PrinterInterrupt, NextCallThrowsAndTheJsonIsClosedOnDestruction) {
 }
 
 TEST_F(PrinterInterrupt, EveryCallChecksAndAClearedInterruptIsForgotten) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
   raise(SIGINT);
   EXPECT_TRUE(rendr::interruptPending());
@@ -101,7 +102,7 @@ TEST_F(PrinterInterrupt, EveryCallChecksAndAClearedInterruptIsForgotten) {
 // file that no terminal tidies up.
 TEST_F(PrinterInterrupt, TheStopIsReportedOnALineOfItsOwn) {
   for (const char* before : {"C 10.1.0.0/16 via Ethernet15", "C 10.1.0.0/16 via Ethernet15\n"}) {
-    rendr::test::Capture cap;
+    rovatest::MemoryFile cap;
     {
       rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
       p.addFrills("%s", before);
@@ -124,8 +125,8 @@ TEST_F(PrinterInterrupt, TheStopIsReportedOnALineOfItsOwn) {
 TEST_F(PrinterInterrupt, TerminateAndHangupStopTheListingAndCloseTheDocument) {
   for (int sig : {SIGTERM, SIGHUP}) {
     SCOPED_TRACE(sig);
-    rendr::test::Capture cap;
-    std::string err = rendr::test::captureStderr([&] {
+    rovatest::MemoryFile cap;
+    std::string err = rovatest::captureStderr([&] {
       rendr::Printer p(cap.fd(), kFormatJson, true, false, true, 0);
       rendr::IntAttrInfo n("n", kFormatJson);
       try {
@@ -178,7 +179,7 @@ TEST(PrinterOutput, ClosedReaderEndsTheOutputQuietly) {
   rendr::Printer::clearOutputFailed();
   int calls = 0;
   bool closed = false;
-  std::string err = rendr::test::captureStderr([&] {
+  std::string err = rovatest::captureStderr([&] {
     rendr::Printer p(fds[1], kFormatJson, true, false, true, 0);
     rendr::StringAttrInfo s("description", kFormatJson);
     s.setValue(std::string(100, 'd'));
@@ -211,7 +212,7 @@ TEST(PrinterOutput, OtherWriteErrorsAreReportedOnceAndStopTheOutput) {
   ASSERT_GE(fd, 0);
   rendr::Printer::clearOutputFailed();
   int calls = 0;
-  std::string err = rendr::test::captureStderr([&] {
+  std::string err = rovatest::captureStderr([&] {
     rendr::Printer p(fd, kFormatJson, true, false, true, 0);
     rendr::StringAttrInfo s("description", kFormatJson);
     s.setValue(std::string(100, 'd'));
@@ -237,3 +238,36 @@ TEST(PrinterOutput, OtherWriteErrorsAreReportedOnceAndStopTheOutput) {
 }
 
 }  // namespace
+
+// Where each form of the output says what: a text-only block, the output of a command with
+// nothing to show, and the line a failure that escaped a listing leaves.
+TEST(PrinterOutput, WhatEachFormSaysOfBlocksNothingAndFailures) {
+  for (unsigned format : {kFormatText, kFormatJson}) {
+    SCOPED_TRACE(format);
+    const bool text = format == kFormatText;
+    rovatest::MemoryFile cap;
+    const std::string err = rovatest::captureStderr([&] {
+      rendr::Printer p(cap.fd(), format, true, false, true, 0);
+      rendr::IntAttrInfo n("n", format);
+      n.setValue(7);
+      EXPECT_EQ(p.textOnly([&] {
+        p.startSubmodel("block");
+        p.addAttributes("block %d", 1, n.getArg());
+        p.endSubmodel();
+      }),
+                text);
+      p.addAttributes(" n=%d", 1, n.getArg());
+      p.reportFailure(std::runtime_error("table gone"));
+    });
+    if (text) {
+      EXPECT_EQ(cap.contents(), "block 7 n=7\nexiting table gone\n");
+      EXPECT_EQ(err, "");
+    } else {
+      EXPECT_EQ(nlohmann::json::parse(cap.contents()), nlohmann::json::parse(R"({"n": 7})"));
+      EXPECT_EQ(err, "exiting table gone\n");
+    }
+    rovatest::MemoryFile empty;
+    rendr::writeEmptyOutput(empty.fd(), format);
+    EXPECT_EQ(empty.contents(), text ? "" : "{}\n");
+  }
+}

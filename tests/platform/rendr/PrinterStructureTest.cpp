@@ -9,7 +9,7 @@
 
 #include "platform/mox/Exception.h"
 #include "platform/rendr/Printer.h"
-#include "tests/platform/rendr/Capture.h"
+#include "tests/support/Capture.h"
 
 #include <unistd.h>
 
@@ -86,7 +86,7 @@ TEST_P(PrinterStructure, MisuseIsAnAssertionAndTheOutputStaysValid) {
   };
   for (std::size_t i = 0; i < misuses.size(); ++i) {
     std::span<const Op> ops = misuses[i];
-    rendr::test::Capture cap;
+    rovatest::MemoryFile cap;
     {
       rendr::Printer p(cap.fd(), GetParam(), true, false, true, 0);
       ASSERT_NO_THROW(run(p, ops.first(ops.size() - 1))) << "case " << i;
@@ -99,7 +99,7 @@ TEST_P(PrinterStructure, MisuseIsAnAssertionAndTheOutputStaysValid) {
 }
 
 TEST_P(PrinterStructure, EveryLevelClosesOnlyItself) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   rendr::Printer p(cap.fd(), GetParam(), true, false, true, 0);
   run(p, std::vector{start, dict, entry, list, item, sub});
   for (Op wrong : {endItem, endList, endEntry, endDict, end}) {
@@ -109,7 +109,7 @@ TEST_P(PrinterStructure, EveryLevelClosesOnlyItself) {
 }
 
 TEST_P(PrinterStructure, NestingHasALimit) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   unsigned depth = 1;  // the root
   {
     rendr::Printer p(cap.fd(), GetParam(), true, false, true, 0);
@@ -132,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(BothFormats, PrinterStructure, ::testing::Values(kForma
                          });
 
 TEST(PrinterStructure, UnknownFormatsAreAssertions) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   for (unsigned format : {0u, 3u}) {
     EXPECT_THROW(rendr::Printer(cap.fd(), format, true, false, true, 0), Mox::InternalException);
     rendr::IntAttrInfo i("i", format);

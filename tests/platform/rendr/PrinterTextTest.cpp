@@ -14,7 +14,7 @@
 #include "platform/mox/Exception.h"
 #include "platform/mox/String8.h"
 #include "platform/rendr/Printer.h"
-#include "tests/platform/rendr/Capture.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ std::string cFormat(const char* fmt, ...) {
 
 template <class... Args>
 std::string viaPrinter(const char* fmt, Args... args) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   {
     rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
     p.addArgs(fmt, args...);
@@ -134,7 +134,7 @@ TEST(PrinterText, LiteralTextLongerThanTheBufferArrivesWhole) {
 // The text of one addAttributes call over the given attributes.
 template <class... A>
 std::string attrText(const char* fmt, const A&... attrs) {
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   {
     rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
     p.addAttributes(fmt, sizeof...(attrs), attrs.getArg()...);
@@ -190,7 +190,7 @@ TEST(PrinterText, StringConversionsOfAttributes) {
 TEST(PrinterText, AttributeTemplateMisuseIsAnAssertion) {
   rendr::StringAttrInfo s("s", kFormatText);
   s.setValue("x");
-  rendr::test::Capture cap;
+  rovatest::MemoryFile cap;
   rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
   EXPECT_THROW(p.addAttributes("%s %s", 1, s.getArg()), Mox::InternalException);
   EXPECT_THROW(p.addAttributes("%d", 1, s.getArg()), Mox::InternalException);

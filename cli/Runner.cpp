@@ -1,4 +1,4 @@
-#include "cli/Command.h"
+#include "cli/Runner.h"
 
 #include <unistd.h>
 
@@ -8,6 +8,7 @@
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
 #include "platform/rendr/Interrupt.h"
+#include "platform/rendr/Printer.h"
 
 namespace cli {
 
@@ -70,7 +71,7 @@ void commandGateIs(CommandGate g) {
 int refuseLine(std::span<const std::string> words, std::string_view message, int status,
                const Context& context) {
   context.error(message);
-  if (Grammar::asksForJson(words)) context.print("{}\n");
+  rendr::writeEmptyOutput(context.out, static_cast<unsigned>(Grammar::formatOf(words)));
   return status;
 }
 

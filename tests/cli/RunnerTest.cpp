@@ -1,4 +1,4 @@
-#include "cli/Command.h"
+#include "cli/Runner.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

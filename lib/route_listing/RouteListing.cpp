@@ -1,0 +1,137 @@
+// The listing model: the page's facts finished from the selection, and each route's row.
+
+#include "lib/route_listing/RouteListing.h"
+
+#include "lib/common/RouteTypes.h"
+#include "lib/route_listing/ListingParts.h"
+
+namespace Rova {
+
+using namespace listing;
+
+const char* defaultRouteStateName(DefaultRouteState state) {
+  switch (state) {
+    case DefaultRouteState::notSet:
+      return "notSet";
+    case DefaultRouteState::reachable:
+      return "reachable";
+    case DefaultRouteState::notReachable:
+      return "notReachable";
+  }
+  return "notSet";
+}
+
+namespace {
+
+// The IPv6 page opens with how many of the table's routes it displays: those selected, less
+// those the interface and protocol filters hide. The sorter keeps the result as its count.
+std::uint32_t countDisplayed(RouteSorter& s) {
+  return s.printCount();
+}
+std::uint32_t countDisplayed(Route6Sorter& s) {
+  if (s.prefix().isNullPrefix()) s.printCountIs(s.printCount() - getFilteredRoutesCount(s));
+  return s.printCount();
+}
+
+}  // namespace
+
+template <class Sorter>
+RouteListing<Sorter>::RouteListing(Sorter& s) : s_(s) {
+  displayed_ = countDisplayed(s);
+  hardwareBanner_ = unprogrammedInHardware(s) != 0;
+  kernelBanner_ = kernelUnprogrammedRoutes(s);
+
+  // The default route has a place of its own on the page (the gateway of last resort), so it
+  // leaves the sorted routes; the model keeps it for the page to show where it belongs.
+  const typename Family::Prefix defaultPrefix(typename Family::Addr(), 0);
+  if (const Route* route = s.sortedRoute().find(defaultPrefix)) {
+    defaultState_ = sorter::isPrintable(s, *route) ? DefaultRouteState::reachable
+                                                   : DefaultRouteState::notReachable;
+    defaultRoute_ = *route;
+    s.sortedRouteDel(defaultPrefix);
+  }
+}
+
+template <class Sorter>
+std::uint32_t RouteListing<Sorter>::tableSize() const {
+  return s_.routingStatus() ? static_cast<std::uint32_t>(s_.routingStatus()->size()) : 0u;
+}
+
+template <class Sorter>
+bool RouteListing<Sorter>::routingDisabled() const {
+  return !s_.routingConfig() || !s_.routingConfig()->routingEnabled();
+}
+
+template <class Sorter>
+const Mox::String8& RouteListing<Sorter>::groupName(std::uint64_t id) const {
+  if (!s_.stats().groupNamesBuilt) {
+    s_.buildNexthopGroupIdToName();
+    s_.stats().groupNamesBuilt = true;
+  }
+  static const Mox::String8 kUnknown("NexthopGroupUnknown");
+  const Mox::String8* name = s_.cachedNexthopGroupIdToName().find(id);
+  return name && !name->empty() ? *name : kUnknown;
+}
+
+template <class Sorter>
+bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
+  const Mox::Ptr<CachedFec>* cached = s_.fec().find(route.fecId);
+  if (!sorter::isPrintable(s_, route, cached) || !protocolMatch(route, s_.protocol())) return false;
+  if constexpr (std::is_same_v<Sorter, Route6Sorter>) {
+    // The interface filter reads the routes the count leaves out, and the listing shows what
+    // it counts.
+    if (s_.intf() && !sorter::passesInterfaceFilter(s_, cached)) return false;
+  }
+  row.type = route.routeType;
+  row.fecId = route.fecId;
+  row.fec = cached ? cached->get() : nullptr;
+  if (!cached) return true;
+
+  RouteLine& line = row.line;
+  line = RouteLine{};
+  line.prefix = Plexa::IpGenPrefix(route.prefix);
+  line.hardwareProgrammed = route.hardwareProgrammed;
+  line.kernelProgrammed = kernelProgrammed(s_, route.prefix);
+  line.preference = route.preference;
+  line.metric = route.metric;
+  line.drop = route.routeType == Family::RouteType::dropRoute;
+
+  if (Brine::Fib::isNexthopGroupFec(route.fecId)) {
+    const std::uint64_t id = Brine::Fib::nexthopGroupIdFromFec(route.fecId);
+    row.groupName = groupName(id);
+    line.groupName = row.groupName.charPtr();
+    line.groupId = id;
+  } else if (Brine::Fib::isSrTePolicyFec(route.fecId)) {
+    row.policy = s_.srTePolicyStatus() ? s_.srTePolicyStatus()->fecIdToPolicyKey(route.fecId)
+                                       : SrTePolicy::PolicyKey();
+    line.policy = &row.policy;
+  }
+
+  const Mox::Ptr<CachedFec>& fec = *cached;
+  prepareFec(s_, fec);
+  // A route is connected on an interface that holds its prefix. A receive route is the
+  // router's own address, so the interface that holds the address is its interface whatever
+  // its FEC points at (the CPU, or a next hop); any other route is connected only through a
+  // first via without a next hop.
+  row.connectedIntf = Mox::String8();
+  if (!line.drop && fec->viaEvpnEntrys() == 0) {
+    const typename Family::AddrWithMask own(route.prefix.address(), route.prefix.len());
+    const Plexa::IntfId* holder =
+        isReceive(route.routeType) ? s_.addrToIntfId().find(own) : nullptr;
+    if (holder) {
+      row.connectedIntf = holder->stringValue();
+    } else if (fec->numEntries() > 0 && fec->lspVias() == 0 && !fec->nexthopAddr().contains(0)) {
+      if (const auto* intf = fec->interface().find(0)) row.connectedIntf = *intf;
+    }
+    line.connected = isDirectlyConnected(s_, route.prefix, row.connectedIntf);
+    line.connectedIntf = row.connectedIntf.charPtr();
+  }
+  // An IPv4 route whose vias are IPv6 next hops takes the IPv6 via layout.
+  row.v6Vias = std::is_same_v<Sorter, Route6Sorter> || Brine::Fib::isV6FecId(route.fecId);
+  return true;
+}
+
+template class RouteListing<RouteSorter>;
+template class RouteListing<Route6Sorter>;
+
+}  // namespace Rova

@@ -1,0 +1,117 @@
+#pragma once
+// The listing model: what the route page shows, finished from a sorter's selection. The page
+// is query, then model, then render: the sorter selects, this model completes what the page
+// needs (the count it displays, the default route and its state, the banners' facts, which
+// routes print and how), and the renderer (RoutePage.cpp) only reads it.
+//
+//   RouteListing<RouteSorter> model(sorter);   // takes the default route out of sortedRoute
+//   if (model.hardwareBanner()) ...
+//   model.forEachRow(true, [&](const auto& row) { ... row.line, *row.fec ... });
+//
+// Building the model is where the listing's own effects on the sorter happen, in the order the
+// page has always had them: the IPv6 page stores the count it displays back into printCount,
+// and the default route leaves sortedRoute (it has a place of its own on the page). A row's
+// FEC columns (next hops, interfaces, labels, resolved tunnels) and the nexthop-group names are
+// prepared the first time a row needs them, once per FEC and once per listing: a million routes
+// share a few thousand FECs, and a listing cut short prepares only what it showed.
+
+#include <cstdint>
+#include <optional>
+
+#include "lib/route_listing/RoutePrinter.h"
+#include "lib/route_listing/RouteSorter.h"
+#include "lib/route_listing/SorterAlgorithms.h"
+
+namespace Rova {
+
+enum class DefaultRouteState { notSet, reachable, notReachable };
+// "notSet", "reachable", "notReachable".
+const char* defaultRouteStateName(DefaultRouteState state);
+
+// One route as the page lists it. A row refers to storage of its own (group name, policy,
+// interface), so it is filled in place and not copied.
+template <class Family>
+struct ListingRow {
+  ListingRow() = default;
+  ListingRow(const ListingRow&) = delete;
+  ListingRow& operator=(const ListingRow&) = delete;
+
+  typename Family::RouteType type{};
+  Brine::Fib::FecId fecId;
+  const CachedFec* fec = nullptr;  // null: the FEC is not in the cache, and the page says so
+  bool v6Vias = false;             // the vias are IPv6 next hops (an IPv4 route may have them)
+  RouteLine line;
+
+  Mox::String8 groupName;
+  Mox::String8 connectedIntf;
+  SrTePolicy::PolicyKey policy;
+};
+
+template <class Sorter>
+class RouteListing {
+ public:
+  using Family = typename Sorter::Family;
+  using Route = typename Family::Route;
+  using Row = ListingRow<Family>;
+
+  explicit RouteListing(Sorter& s);
+  RouteListing(const RouteListing&) = delete;
+  RouteListing& operator=(const RouteListing&) = delete;
+
+  // The sorter's inputs and selection, to read.
+  const Sorter& sorter() const { return s_; }
+
+  // The heading: the IPv6 count line ("Displaying N of M"), the banners and the flags.
+  std::uint32_t displayedCount() const { return displayed_; }
+  std::uint32_t tableSize() const;
+  bool hardwareBanner() const { return hardwareBanner_; }
+  bool kernelBanner() const { return kernelBanner_; }
+  bool routingDisabled() const;
+
+  DefaultRouteState defaultRouteState() const { return defaultState_; }
+  // The default route as selection took it (null when there is none), and whether the page
+  // shows it: printable and of the asked protocol.
+  const Route* defaultRoute() const { return defaultRoute_ ? &*defaultRoute_ : nullptr; }
+
+  // Fills `row` for `route`; false when the page leaves the route out (not printable, another
+  // protocol, not through the asked interface).
+  bool rowOf(const Route& route, Row& row) const;
+
+  // Calls fn(row) for every route listed under "routes", in order, each as the route table
+  // holds it now (a route gone since selection lists from an empty record). The default route
+  // comes first when `withDefault` is set.
+  template <class Fn>
+  void forEachRow(bool withDefault, Fn&& fn) const;
+
+ private:
+  const Mox::String8& groupName(std::uint64_t id) const;
+
+  Sorter& s_;
+  std::uint32_t displayed_ = 0;
+  bool hardwareBanner_ = false;
+  bool kernelBanner_ = false;
+  DefaultRouteState defaultState_ = DefaultRouteState::notSet;
+  std::optional<Route> defaultRoute_;
+};
+
+template <class Sorter>
+template <class Fn>
+void RouteListing<Sorter>::forEachRow(bool withDefault, Fn&& fn) const {
+  // While nothing was written to the route table since selection, the copy selection took is
+  // what the table holds, and reading it again would only cost a random access per route.
+  const auto& table = s_.routingStatus();
+  const bool unchanged = !table || table->generation() == s_.stats().routeTableGeneration;
+  Row row;
+  const auto list = [&](const Route& selected) {
+    if (unchanged) {
+      if (rowOf(selected, row)) fn(row);
+    } else if (rowOf(sorter::readRecord(*table, selected.prefix), row)) {
+      fn(row);
+    }
+  };
+  if (withDefault && defaultRoute_) list(*defaultRoute_);
+  for (const auto& entry : s_.sortedRoute())
+    list(entry.second);
+}
+
+}  // namespace Rova
