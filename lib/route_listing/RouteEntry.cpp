@@ -208,6 +208,11 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   newline[0] = '\n';
   const std::size_t indentChars = std::min(indentLen, kMaxIndent);
   std::memcpy(newline + 1, indent, indentChars);
+  if (const auto* block = a.viaBlocks.find(&fec, indentLen)) {
+    p.replay(*block);
+    return;
+  }
+  const auto recording = p.startRecording();
   const CommonViaTemplates common(newline, indentChars + 1);
   p.startList("vias");
   for (int i = 0; i < fec.numEntries(); ++i) {
@@ -217,6 +222,8 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   }
   p.endList();
   p.addFrills("\n");
+  rendr::Printer::Recording block;
+  if (p.finishRecording(recording, block)) a.viaBlocks.add(&fec, indentLen, std::move(block));
 }
 
 // No vias of its own: a nexthop group or an SR-TE policy forwards it.
@@ -332,6 +339,27 @@ RouteAttrs::RouteAttrs(unsigned f)
       groupId("groupId", f),
       endpoint("endpoint", f),
       color("color", f) {}
+
+const rendr::Printer::Recording* ViaBlockCache::find(const CachedFec* fec,
+                                                     std::size_t indent) const {
+  const auto it = blocks_.find(fec);
+  if (it == blocks_.end()) return nullptr;
+  for (const Block& b : it->second) {
+    if (b.indent == indent) return b.recording.get();
+  }
+  return nullptr;
+}
+
+void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, rendr::Printer::Recording block) {
+  auto& blocks = blocks_[fec];
+  for (const Block& b : blocks) {
+    if (b.recording->bytes() == block.bytes()) {
+      blocks.push_back({indent, b.recording});
+      return;
+    }
+  }
+  blocks.push_back({indent, std::make_shared<const rendr::Printer::Recording>(std::move(block))});
+}
 
 void maybeAddLabelStackToOutput(rendr::Printer& p, RouteAttrs& a, Plexa::MplsLabel label,
                                 const Plexa::MplsLabelOperation& op) {

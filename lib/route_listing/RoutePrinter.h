@@ -1,6 +1,11 @@
 #pragma once
 // Route printing: the IPv4 and IPv6 route listings and their host form, in text and JSON,
-// from what a sorter selected. One printer per listing; every line is a printer call.
+// rendered from the listing model (RouteListing.h). One printer per listing; every line is a
+// printer call.
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
 
 #include "lib/common/RouteAttrs.h"
 #include "lib/route_listing/RouteSorter.h"
@@ -8,9 +13,27 @@
 
 namespace Rova {
 
-// The attributes of one listing, built once and set per route.
+// The via blocks a listing has printed, by FEC and indent: every route through one FEC prints
+// the same vias, lined up under its first line, so a block is printed once and replayed. Blocks
+// of one FEC that came out alike (JSON, which has no indent; a FEC of one via) are kept once.
+class ViaBlockCache {
+ public:
+  const rendr::Printer::Recording* find(const CachedFec* fec, std::size_t indent) const;
+  void add(const CachedFec* fec, std::size_t indent, rendr::Printer::Recording block);
+
+ private:
+  struct Block {
+    std::size_t indent;
+    std::shared_ptr<const rendr::Printer::Recording> recording;
+  };
+  std::unordered_map<const CachedFec*, std::vector<Block>> blocks_;
+};
+
+// The attributes of one listing, built once and set per route, and the blocks it has printed.
 struct RouteAttrs {
   explicit RouteAttrs(unsigned format);
+
+  ViaBlockCache viaBlocks;
 
   rendr::StringAttrInfo prefix;
   rendr::HardwareProgrammedAttrInfo hardwareProgrammed;

@@ -57,6 +57,7 @@ void OutputBuffer::appendSlow(const char* p, std::size_t n) {
 }
 
 void OutputBuffer::flush() {
+  ++flushes_;
   std::size_t n = used_;
   used_ = 0;
   if (state_ == State::open && n) writeAll(buf_.get(), n);

@@ -6,6 +6,7 @@
 // throw, when it is safe to (not in the middle of a va_list, never in a destructor).
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 
@@ -44,6 +45,11 @@ class OutputBuffer {
   void commit(std::size_t n) { used_ += n; }
   char* tail() { return buf_.get() + used_; }
   std::size_t room() const { return kCapacity - used_; }
+  // What is buffered, and how many times the buffer was written out: bytes between two
+  // points are all still here when the count did not change.
+  const char* data() const { return buf_.get(); }
+  std::size_t used() const { return used_; }
+  std::uint64_t flushes() const { return flushes_; }
 
   // Percent of the buffer in use, 0 to 100.
   unsigned fullness() const { return static_cast<unsigned>(used_ * 100 / kCapacity); }
@@ -71,6 +77,7 @@ class OutputBuffer {
 
   std::unique_ptr<char[]> buf_;
   std::size_t used_ = 0;
+  std::uint64_t flushes_ = 0;
   int fd_;
   State state_ = State::open;
   char lastWritten_ = '\n';  // the last byte handed to write()

@@ -112,6 +112,29 @@ void Printer::reportFailure(const std::exception& failure) noexcept {
   }
 }
 
+Printer::RecordingStart Printer::startRecording() const {
+  const bool members = depth_ && stack_[depth_ - 1].hasMembers;
+  return {out_.used(), out_.flushes(), depth_, members};
+}
+
+bool Printer::finishRecording(const RecordingStart& start, Recording& into) const {
+  if (out_.flushes() != start.flushes || depth_ != start.depth || depth_ == 0) return false;
+  into.bytes_.assign(out_.data() + start.at, out_.used() - start.at);
+  into.depth_ = depth_;
+  into.hadMembers_ = start.hadMembers;
+  into.hasMembers_ = stack_[depth_ - 1].hasMembers;
+  return true;
+}
+
+void Printer::replay(const Recording& r) {
+  enter();
+  MOX_ASSERT(depth_ == r.depth_ && stack_[depth_ - 1].hasMembers == r.hadMembers_ &&
+             "a recording replayed where the structure differs");
+  out_.append(r.bytes_.data(), r.bytes_.size());
+  stack_[depth_ - 1].hasMembers = r.hasMembers_;
+  leave();
+}
+
 bool Printer::outputFailed() {
   return detail::OutputBuffer::anyFailed();
 }

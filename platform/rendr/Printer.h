@@ -31,6 +31,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <string>
 
 #include "platform/rendr/AttrInfo.h"
 #include "platform/rendr/Interrupt.h"
@@ -113,6 +114,34 @@ class Printer {
   // Says that the listing ended on `failure`, which escaped it: "exiting <what>" where the user
   // sees it, as reportStop does (a stop is reported as reportStop reports it). Never throws.
   void reportFailure(const std::exception& failure) noexcept;
+
+  // A run of output made once and written again. When entries of a listing share a part (the
+  // vias of one FEC are the same for every route through it), the part is printed once with
+  // the usual calls between startRecording() and finishRecording(), and later entries
+  // replay() its bytes. A recording holds the bytes in the printer's own form and the
+  // structure they left; it replays where the structure is as it was when it was made (the
+  // same depth, and members before it or not), which is an assertion. A run too long for the
+  // buffer is printed but not kept: finishRecording returns false.
+  class Recording {
+   public:
+    const std::string& bytes() const { return bytes_; }
+
+   private:
+    friend class Printer;
+    std::string bytes_;
+    unsigned depth_ = 0;
+    bool hadMembers_ = false;
+    bool hasMembers_ = false;
+  };
+  struct RecordingStart {
+    std::size_t at;
+    std::uint64_t flushes;
+    unsigned depth;
+    bool hadMembers;
+  };
+  RecordingStart startRecording() const;
+  bool finishRecording(const RecordingStart& start, Recording& into) const;
+  void replay(const Recording& recording);
 
   // The output buffer's fill, in percent (0 to 100).
   unsigned fullness();
