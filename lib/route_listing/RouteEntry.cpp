@@ -340,25 +340,34 @@ RouteAttrs::RouteAttrs(unsigned f)
       endpoint("endpoint", f),
       color("color", f) {}
 
-const rendr::Printer::Recording* ViaBlockCache::find(const CachedFec* fec,
-                                                     std::size_t indent) const {
-  const auto it = blocks_.find(fec);
-  if (it == blocks_.end()) return nullptr;
-  for (const Block& b : it->second) {
-    if (b.indent == indent) return b.recording.get();
-  }
-  return nullptr;
-}
-
-void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, rendr::Printer::Recording block) {
-  auto& blocks = blocks_[fec];
-  for (const Block& b : blocks) {
-    if (b.recording->bytes() == block.bytes()) {
-      blocks.push_back({indent, b.recording});
+void ViaBlockCache::insert(const Slot& slot) {
+  for (std::size_t i = slotOf(slot.fec, slot.indent);; i = (i + 1) & (slots_.size() - 1)) {
+    if (!slots_[i].fec) {
+      slots_[i] = slot;
       return;
     }
   }
-  blocks.push_back({indent, std::make_shared<const rendr::Printer::Recording>(std::move(block))});
+}
+
+void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, rendr::Printer::Recording block) {
+  if (2 * (used_ + 1) > slots_.size()) {
+    std::vector<Slot> old(std::max<std::size_t>(64, 2 * slots_.size()));
+    old.swap(slots_);
+    for (const Slot& slot : old) {
+      if (slot.fec) insert(slot);
+    }
+  }
+  auto& kept = blocks_[fec];
+  const rendr::Printer::Recording* same = nullptr;
+  for (const auto& b : kept) {
+    if (b->bytes() == block.bytes()) same = b.get();
+  }
+  if (!same) {
+    kept.push_back(std::make_unique<rendr::Printer::Recording>(std::move(block)));
+    same = kept.back().get();
+  }
+  insert({fec, indent, same});
+  ++used_;
 }
 
 void maybeAddLabelStackToOutput(rendr::Printer& p, RouteAttrs& a, Plexa::MplsLabel label,

@@ -3,6 +3,7 @@
 // rendered from the listing model (RouteListing.h). One printer per listing; every line is a
 // printer call.
 
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -18,15 +19,34 @@ namespace Rova {
 // of one FEC that came out alike (JSON, which has no indent; a FEC of one via) are kept once.
 class ViaBlockCache {
  public:
-  const rendr::Printer::Recording* find(const CachedFec* fec, std::size_t indent) const;
+  const rendr::Printer::Recording* find(const CachedFec* fec, std::size_t indent) const {
+    if (slots_.empty()) return nullptr;
+    for (std::size_t i = slotOf(fec, indent);; i = (i + 1) & (slots_.size() - 1)) {
+      const Slot& slot = slots_[i];
+      if (!slot.fec) return nullptr;
+      if (slot.fec == fec && slot.indent == indent) return slot.block;
+    }
+  }
   void add(const CachedFec* fec, std::size_t indent, rendr::Printer::Recording block);
 
  private:
-  struct Block {
-    std::size_t indent;
-    std::shared_ptr<const rendr::Printer::Recording> recording;
+  // Open addressing over (FEC, indent): a lookup per route must cost next to nothing.
+  struct Slot {
+    const CachedFec* fec = nullptr;
+    std::size_t indent = 0;
+    const rendr::Printer::Recording* block = nullptr;
   };
-  std::unordered_map<const CachedFec*, std::vector<Block>> blocks_;
+  std::size_t slotOf(const CachedFec* fec, std::size_t indent) const {
+    const auto k = (reinterpret_cast<std::uintptr_t>(fec) >> 4) * 0x9e3779b97f4a7c15ull + indent;
+    return static_cast<std::size_t>((k ^ (k >> 29)) & (slots_.size() - 1));
+  }
+  void insert(const Slot& slot);
+
+  std::vector<Slot> slots_;
+  std::size_t used_ = 0;
+  // The blocks themselves; blocks of one FEC that came out alike are kept once.
+  std::unordered_map<const CachedFec*, std::vector<std::unique_ptr<rendr::Printer::Recording>>>
+      blocks_;
 };
 
 // The attributes of one listing, built once and set per route, and the blocks it has printed.
