@@ -20,7 +20,6 @@
 //     summary.routeCountByMaskDel(24);          // or routeCountByMaskDelAll()
 
 #include <algorithm>
-#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -241,56 +240,6 @@ class SetCollection : public CollectionBase<Storage, SetCollection<Storage>> {
 // appended and sorted once, on the next read, so filling costs one sort instead of a tree
 // descent and a node allocation per entry. An entry added again replaces the earlier one, as
 // in the tree map. Removing an entry moves the ones after it.
-// A key type may offer an order key: `orderKey(k)`, found by argument-dependent lookup, an
-// unsigned 64-bit number that orders keys as operator< does and tells them apart. A VectorMap
-// of such keys under std::less sorts by radix instead of by comparison: a million prefixes
-// appended in a hash table's order are put in order in a few passes over their order keys.
-template <class K>
-concept HasOrderKey = requires(const K& k) {
-  { orderKey(k) } -> std::same_as<std::uint64_t>;
-};
-
-namespace detail {
-
-// The permutation that sorts `keys` stably (least significant byte first), applied to `data`
-// in place, cycle by cycle.
-template <class Entry>
-void radixSort(std::vector<Entry>& data, const std::vector<std::uint64_t>& keys) {
-  const std::size_t n = data.size();
-  std::uint64_t all = 0;
-  for (std::uint64_t k : keys)
-    all |= k;
-  std::vector<std::uint32_t> order(n), next(n);
-  for (std::size_t i = 0; i < n; ++i)
-    order[i] = static_cast<std::uint32_t>(i);
-  for (unsigned shift = 0; shift < 64 && (all >> shift) != 0; shift += 8) {
-    std::size_t start[257] = {};
-    for (std::uint32_t i : order)
-      ++start[((keys[i] >> shift) & 255) + 1];
-    for (std::size_t b = 1; b < 257; ++b)
-      start[b] += start[b - 1];
-    for (std::uint32_t i : order)
-      next[start[(keys[i] >> shift) & 255]++] = i;
-    order.swap(next);
-  }
-  // data[j] is to hold the entry now at order[j]: follow each cycle once.
-  for (std::size_t j = 0; j < n; ++j) {
-    if (order[j] == j) continue;
-    Entry held = std::move(data[j]);
-    std::size_t k = j;
-    while (order[k] != j) {
-      const std::size_t from = order[k];
-      data[k] = std::move(data[from]);
-      order[k] = static_cast<std::uint32_t>(k);
-      k = from;
-    }
-    data[k] = std::move(held);
-    order[k] = static_cast<std::uint32_t>(k);
-  }
-}
-
-}  // namespace detail
-
 template <class K, class V, class Compare = std::less<K>>
 class VectorMap {
  public:
@@ -410,15 +359,8 @@ class VectorMap {
   // Sorts what was appended out of order; among equal keys the last added wins.
   void normalize() const {
     if (sorted_ == data_.size()) return;
-    if constexpr (HasOrderKey<K> && std::is_same_v<Compare, std::less<K>>) {
-      std::vector<std::uint64_t> keys(data_.size());
-      for (std::size_t i = 0; i < data_.size(); ++i)
-        keys[i] = orderKey(data_[i].first);
-      detail::radixSort(data_, keys);
-    } else {
-      std::stable_sort(data_.begin(), data_.end(),
-                       [this](const Entry& a, const Entry& b) { return cmp_(a.first, b.first); });
-    }
+    std::stable_sort(data_.begin(), data_.end(),
+                     [this](const Entry& a, const Entry& b) { return cmp_(a.first, b.first); });
     // Keep the last of each run of equal keys.
     std::size_t out = 0;
     for (std::size_t i = 0; i < data_.size(); ++i) {
