@@ -103,20 +103,24 @@ void cachedFecIs(Sorter& s, Brine::Fib::FecId fecId, const FecRecord& record) {
   s.fecIs(fecId, fec);
 }
 
+// Caches the FEC unless it is cached already; returns its cache entry (null for FEC 0), so
+// that the caller does not look it up a second time.
 template <class Sorter>
-void copyAdjacency(Sorter& s, Brine::Fib::FecId fecId) {
-  if (fecId.value() == 0 || s.fec().contains(fecId)) return;
+const Mox::Ptr<CachedFec>* copyAdjacency(Sorter& s, Brine::Fib::FecId fecId) {
+  if (fecId.value() == 0) return nullptr;
+  if (const auto* cached = s.fec().find(fecId)) return cached;
   if constexpr (std::is_same_v<Sorter, RouteSorter>) {
     if (Brine::Fib::isV6FecId(fecId)) {
       Brine::Fib6::Fec record;
       if (s.forwarding6Status()) record = readRecord(*s.forwarding6Status(), fecId);
       cachedFecIs(s, fecId, record);
-      return;
+      return s.fec().find(fecId);
     }
   }
   typename std::remove_cvref_t<decltype(*s.forwardingStatus())>::Record record;
   if (s.forwardingStatus()) record = readRecord(*s.forwardingStatus(), fecId);
   cachedFecIs(s, fecId, record);
+  return s.fec().find(fecId);
 }
 
 // ---- filters ----
@@ -139,13 +143,15 @@ bool isPrintable(const Sorter& s, const typename Sorter::Family::Route& route) {
   return isPrintable(s, route, s.fec().find(route.fecId));
 }
 
+// `cached` is the route's FEC in the cache (null when it is not there).
 template <class Sorter>
-bool filterRoute(Sorter& s, const typename Sorter::Family::Route& route) {
+bool filterRoute(Sorter& s, const typename Sorter::Family::Route& route,
+                 const Mox::Ptr<CachedFec>* cached) {
   using Family = typename Sorter::Family;
   const auto type = route.routeType;
   if (isInvalid(type) || isAttached(type)) return false;
   const bool receive = isReceive(type);
-  if (!receive && !isPrintable(s, route)) return false;
+  if (!receive && !isPrintable(s, route, cached)) return false;
   if (receive) {
     const typename Family::AddrWithMask self(route.prefix.address(), route.prefix.len());
     // The link-local receive route belongs to no one interface; detail shows it anyway.
@@ -162,8 +168,8 @@ bool filterRoute(Sorter& s, const typename Sorter::Family::Route& route) {
 // Taking a route: cache its FEC, then insert it unless the filter rejects it.
 template <class Sorter>
 bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route) {
-  copyAdjacency(s, route.fecId);
-  if (!filterRoute(s, route)) {
+  const Mox::Ptr<CachedFec>* cached = copyAdjacency(s, route.fecId);
+  if (!filterRoute(s, route, cached)) {
     ++s.stats().internalFiltered;
     return false;
   }
