@@ -203,15 +203,15 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   const std::size_t indentLen = 8 + prefixLen + 2 +
                                 decimalDigits(std::uint64_t(std::max(line.preference, 0))) +
                                 (line.preference < 0 ? 1 : 0) + 1 + decimalDigits(line.metric) + 2;
+  if (const auto* block = a.viaBlocks.find(&fec, indentLen)) {
+    p.replay(*block);
+    return;
+  }
   const char* indent = blanks(indentLen);
   char newline[kMaxIndent + 2];
   newline[0] = '\n';
   const std::size_t indentChars = std::min(indentLen, kMaxIndent);
   std::memcpy(newline + 1, indent, indentChars);
-  if (const auto* block = a.viaBlocks.find(&fec, indentLen)) {
-    p.replay(*block);
-    return;
-  }
   const auto recording = p.startRecording();
   const CommonViaTemplates common(newline, indentChars + 1);
   p.startList("vias");
