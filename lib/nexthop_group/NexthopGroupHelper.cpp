@@ -158,14 +158,22 @@ class GroupPrinter {
 
  private:
   void buildRows(std::uint64_t id, const ConfigEntry& group) {
-    rows_.clear();  // keeps its capacity: one group's rows at a time, reused
+    // Every vector keeps its capacity: one group's rows at a time, reused.
+    rows_.clear();
+    indexes_.clear();
     for (const auto& [index, entry] : group.entry()) {
       EntryRow& r = rows_.emplace_back();
       r.index = index;
       r.destination = entry.destination().stringValue();
       r.labels = entry.mplsLabels().empty() ? std::string() : entry.mplsLabels().stringValue();
-      if (counters_) r.counters = h_.counterHelper()->entryCounters(id, index);
+      indexes_.push_back(index);
     }
+    if (!counters_) return;
+    // The whole group's counters in one call, so that their lookups overlap.
+    counts_.resize(rows_.size());
+    h_.counterHelper()->entryCounters(id, indexes_, counts_);
+    for (std::size_t i = 0; i < rows_.size(); ++i)
+      rows_[i].counters = counts_[i];
   }
 
   void printEntries() {
@@ -208,6 +216,8 @@ class GroupPrinter {
   bool counters_;
   bool first_ = true;
   std::vector<EntryRow> rows_;
+  std::vector<std::uint16_t> indexes_;
+  std::vector<std::optional<CounterEntry>> counts_;
 };
 
 // Calls f(name, group) for each selected group, in name order.
