@@ -1,5 +1,6 @@
 #include "lib/nexthop_group/NexthopGroupCounterHelper.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace Rova {
@@ -67,6 +68,49 @@ std::optional<CounterEntry> NexthopGroupCounterHelper::entryCounters(std::uint64
   const auto info = keyInfo(nexthopGroupId, entryIndex);
   if (info == Routing::NexthopGroup::NexthopGroupEntryCounterKeyInfo{}) return std::nullopt;
   return getCounters(CounterIndex(info.counterIndex, info.chipMask));
+}
+
+void NexthopGroupCounterHelper::entryCounters(std::uint64_t nexthopGroupId,
+                                              std::span<const std::uint16_t> entryIndexes,
+                                              std::span<std::optional<CounterEntry>> out) {
+  using Routing::NexthopGroup::NexthopGroupEntryCounterKeyInfo;
+  // Enough keys in flight to keep the memory system busy, few enough to sit on the stack.
+  constexpr std::size_t kBatch = 32;
+  const auto* keys = counterKeyTable().get();
+  const auto* current = counterTable().get();
+  const auto* snapshot = snapshotTable().get();
+  for (std::size_t base = 0; base < entryIndexes.size(); base += kBatch) {
+    const auto indexes = entryIndexes.subspan(base, std::min(kBatch, entryIndexes.size() - base));
+    const std::size_t n = indexes.size();
+    // Each pass starts the misses of the next: slots, then records, of the key table, then of
+    // the two counter tables. Only the last pass reads values, the same way one entry's
+    // reading does.
+    if (keys) {
+      for (std::size_t i = 0; i < n; ++i)
+        keys->prefetchSlot({nexthopGroupId, indexes[i]});
+      for (std::size_t i = 0; i < n; ++i)
+        keys->prefetchRecord({nexthopGroupId, indexes[i]});
+    }
+    NexthopGroupEntryCounterKeyInfo info[kBatch];
+    for (std::size_t i = 0; i < n; ++i) {
+      info[i] = keyInfo(nexthopGroupId, indexes[i]);
+      const FlexCounters::CounterKey key{info[i].counterIndex, info[i].chipMask};
+      if (current) current->prefetchSlot(key);
+      if (snapshot) snapshot->prefetchSlot(key);
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      const FlexCounters::CounterKey key{info[i].counterIndex, info[i].chipMask};
+      if (current) current->prefetchRecord(key);
+      if (snapshot) snapshot->prefetchRecord(key);
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      if (info[i] == NexthopGroupEntryCounterKeyInfo{}) {
+        out[base + i] = std::nullopt;
+      } else {
+        out[base + i] = getCounters(CounterIndex(info[i].counterIndex, info[i].chipMask));
+      }
+    }
+  }
 }
 
 const CounterEntry NexthopGroupCounterHelper::getCounters(CounterIndex index) {

@@ -37,7 +37,10 @@ class NexthopGroupEntry {
                  ROUTING_NHG_ENTRY_ATTRS)
 };
 
-using EntryMap = Mox::OrderedMap<std::uint16_t, NexthopGroupEntry>;
+// A sorted array rather than a tree: groups are filled once, in index order, and then read
+// whole, entry after entry; a large device holds a million entries, and walking them as tree
+// nodes scattered over the heap costs a listing a cache miss per entry.
+using EntryMap = Mox::VectorMap<std::uint16_t, NexthopGroupEntry>;
 #define ROUTING_NHG_CONFIG_ENTRY_ATTRS(F, C)                                       \
   F(name, Name, Mox::String8, Mox::AttrKind::input, {})                            \
   F(type, Type, Routing::NexthopGroup::NexthopGroupType, Mox::AttrKind::value, {}) \

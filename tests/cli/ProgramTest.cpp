@@ -542,6 +542,34 @@ TEST(RovaShell, CompletesHelpsAndRunsCommandsOnTheExampleDevice) {
   EXPECT_EQ(s.exitStatus(), 2);  // the status of the last command
 }
 
+// The shell's commands share one loaded state: counters cleared at the prompt list as zero in
+// the next listing of the same session, in every group that has counters, while entries
+// without a counter keep their dashes.
+TEST(RovaShell, ClearedCountersListAsZeroInTheSameSession) {
+  TerminalSession s(ROVA_PROGRAM);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show nexthop-group\n");
+  ASSERT_TRUE(s.expect("      1  10.0.0.13    -          2500  320000\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("clear nexthop-group counters\n");
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show nexthop-group\n");
+  ASSERT_TRUE(s.expect("Nexthop group NHG-A\n"));
+  ASSERT_TRUE(
+      s.expect("      0  10.0.0.12    -             0      0\n"
+               "      1  10.0.0.13    -             0      0\n"
+               "      2  10.0.0.14    -             0      0\n"
+               "      3  10.0.0.21    -             -      -\n"));
+  ASSERT_TRUE(s.expect("Nexthop group NHG-GRE\n"));
+  ASSERT_TRUE(s.expect("      1  10.0.0.13    -             0      0\n"));
+  ASSERT_TRUE(s.expect("Nexthop group NHG-MPLS-GRE\n"));
+  ASSERT_TRUE(s.expect("      1  2001:db8:0:21::1  push 40022        0      0\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("exit\n");
+  EXPECT_EQ(s.exitStatus(), 0) << s.seen();
+}
+
 // ---- Listings cut short: by the reader, by a signal ----
 
 // A generated state whose listings are far larger than a pipe holds, made once.

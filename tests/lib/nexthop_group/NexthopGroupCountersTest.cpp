@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <optional>
+#include <vector>
 
 #include "lib/nexthop_group/NexthopGroupCounterHelper.h"
 #include "lib/registry/TypeRegistry.h"
@@ -81,6 +83,53 @@ TEST(NexthopGroupCounters, CorruptKeyRecordReadsZeroAndIsReported) {
   auto h = mounted(s);
   EXPECT_EQ(h->getCounters(1, 0), CounterEntry(0, 0));
   EXPECT_EQ(s.keys->corruptionReports(), 1u);
+}
+
+// A whole group asked at once answers entry for entry what one-entry reading answers, in the
+// order asked, with every kind of entry mixed and more entries than one pass takes.
+TEST(NexthopGroupCounters, AGroupAskedAtOnceAnswersAsEntryByEntry) {
+  NhgState s;
+  std::vector<std::uint16_t> asked;
+  for (std::uint16_t e = 0; e < 100; ++e) {
+    asked.push_back(std::uint16_t(99 - e));  // not in index order
+    switch (e % 5) {
+      case 0:  // no key
+        break;
+      case 1:  // a key, no counter row anywhere
+        s.counterKey(3, e, 1000u + e);
+        break;
+      case 2:  // current less snapshot
+        s.counterKey(3, e, 1000u + e);
+        NhgState::row(*s.current, 1000u + e, 500 + e, 64 * (500 + e));
+        NhgState::row(*s.snapshot, 1000u + e, e, 64 * e);
+        break;
+      case 3:  // snapshot above current: wraps
+        s.counterKey(3, e, 1000u + e, 2);
+        NhgState::row(*s.current, 1000u + e, 1, 1, 2);
+        NhgState::row(*s.snapshot, 1000u + e, 2, 2, 2);
+        break;
+      case 4:  // the empty key information
+        s.counterKey(3, e, 0xffffffffu, 0);
+        break;
+    }
+  }
+  s.counterKey(3, 200, 7);
+  NhgState::row(*s.current, 7, 70, 700);
+  s.keys->corruptionInjectedIs({3, 200}, true);
+  asked.push_back(200);
+
+  auto h = mounted(s);
+  std::vector<std::optional<CounterEntry>> batch(asked.size());
+  h->entryCounters(3, asked, batch);
+  for (std::size_t i = 0; i < asked.size(); ++i)
+    EXPECT_EQ(batch[i], h->entryCounters(3, asked[i])) << "entry " << asked[i];
+  constexpr auto kMax = std::numeric_limits<std::uint64_t>::max();
+  EXPECT_EQ(batch[0], std::nullopt);                  // entry 99: empty key information
+  EXPECT_EQ(batch[96], CounterEntry(kMax, kMax));     // entry 3: snapshot above current
+  EXPECT_EQ(batch[97], CounterEntry(500, 64 * 500));  // entry 2
+  EXPECT_EQ(batch[98], CounterEntry(0, 0));           // entry 1: a key, no rows
+  EXPECT_EQ(batch[100], std::nullopt);                // the corrupt record, reported
+  EXPECT_EQ(s.keys->corruptionReports(), 2u);
 }
 
 TEST(NexthopGroupCounters, MountsTheFixedPathsAndRefusesAMissingOne) {
