@@ -111,18 +111,9 @@ void NexthopGroupSummaryHelper::render(std::uint32_t fd, std::uint32_t fmt) {
   try {
     processNexthopGroups();
     printSummary(*this, p);
-  } catch (const rendr::sigintException& e) {
-    p.reportStop(e);
-    throw;
   } catch (const std::exception& e) {
-    // Whatever stopped the summary is said where the summary was going, then passed on. JSON
-    // output carries only the document: there the caller reports it.
-    if (fmt == rendr::kFormatText) {
-      try {
-        p.addFrills("exiting %s\n", e.what());
-      } catch (...) {
-      }
-    }
+    // Whatever stopped the summary is said where the user sees it, then passed on.
+    p.reportFailure(e);
     throw;
   }
 }
