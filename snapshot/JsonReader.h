@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,10 @@ class JsonPath {
   void push(std::string_view key) { steps_.push_back({key, 0, false}); }
   void push(std::size_t index) { steps_.push_back({{}, index, true}); }
   void pop() { steps_.pop_back(); }
+  // How many steps the path has; truncate() goes back to such a depth, for a refusal that
+  // names an earlier element than the one being read.
+  std::size_t depth() const { return steps_.size(); }
+  void truncate(std::size_t depth) { steps_.resize(depth); }
   // "$", then ".key" for plain keys, ["odd key"] for others and [i] for indexes.
   std::string text() const;
 
@@ -51,6 +56,10 @@ constexpr std::uint64_t bit(unsigned i) {
 class JsonReader {
  public:
   JsonPath& path() { return path_; }
+  // Called every few thousand elements of an array with where the reading stands: the text
+  // before it is not read again (only an array's count looks ahead, then reads it from its
+  // start).
+  void readPastIs(std::function<void(const char*)> f) { readPast_ = std::move(f); }
 
   [[noreturn]] void fail(std::string reason) const;
   // A simdjson error: the document is not well-formed JSON at this point.
@@ -105,6 +114,7 @@ class JsonReader {
   [[noreturn]] void failMissing(const std::string_view* keys, std::size_t n, std::uint64_t missing);
 
   JsonPath path_;
+  std::function<void(const char*)> readPast_;
 };
 
 // ---- templates ----
@@ -161,6 +171,10 @@ void JsonReader::elements(od::array arr, F&& f) {
     f(i, v);
     path_.pop();
     ++i;
+    if ((i & 8191) == 0 && readPast_) [[unlikely]] {
+      const char* at = nullptr;
+      if (v.current_location().get(at) == simdjson::SUCCESS) readPast_(at);
+    }
   }
 }
 

@@ -178,6 +178,15 @@ TEST(LoadError, DuplicatesAreRefused) {
                                 {{"prefix", "10.0.0.0/16"}, {"type", "eBgp"}},
                                 {{"prefix", "10.0.0.0/8"}, {"type", "iBgp"}}})),
             "$.vrfs.default.ipv4.routes[2]: duplicate route for 10.0.0.0/8");
+  // A repeated prefix is refused before whatever is wrong further on, as the document reads;
+  // what is wrong before it is refused first.
+  const json again = {{"prefix", "2001:db8::/32"}, {"type", "bgp"}};
+  json doc6 = minimal();
+  doc6["vrfs"]["default"]["ipv6"]["routes"] = {
+      {{"prefix", "2001:db8::/32"}, {"type", "bgp"}}, again, {{"prefix", "::/0"}, {"typo", 1}}};
+  EXPECT_EQ(refusal(doc6), "$.vrfs.default.ipv6.routes[1]: duplicate route for 2001:db8::/32");
+  doc6["vrfs"]["default"]["ipv6"]["routes"][0]["type"] = "eBgp";
+  EXPECT_EQ(refusal(doc6), "$.vrfs.default.ipv6.routes[0].type: unknown IPv6 route type \"eBgp\"");
   EXPECT_EQ(refusal(withFecs({{{"id", "5"}}, {{"id", "5"}}})),
             "$.vrfs.default.ipv4.fecs[1]: duplicate FEC 5");
   json doc = minimal();
