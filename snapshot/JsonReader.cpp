@@ -1,5 +1,7 @@
 #include "snapshot/JsonReader.h"
 
+#include <bit>
+#include <cstdint>
 #include <cstring>
 
 namespace Snapshot {
@@ -25,24 +27,34 @@ std::string quoted(std::string_view s) {
 // The first control character of `s` (C0, DEL, or a C1 control in UTF-8), or npos. Strings of
 // a state end up on the user's terminal, where such a character could act.
 std::size_t controlCharacter(std::string_view s) {
-  // Eight bytes at a time while none of them can start one (below 0x20, 0x7f, 0xc2): nearly
-  // every string of a state is plain text.
-  constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
-  const auto hasZeroByte = [&](std::uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
-  std::size_t i = 0;
-  for (; i + 8 <= s.size(); i += 8) {
-    std::uint64_t w;
-    std::memcpy(&w, s.data() + i, 8);
-    if (((w - kOnes * 0x20) & ~w & kHighs) != 0 || hasZeroByte(w ^ (kOnes * 0x7f)) ||
-        hasZeroByte(w ^ (kOnes * 0xc2)))
-      break;
-  }
-  for (; i < s.size(); ++i) {
+  for (std::size_t i = 0; i < s.size(); ++i) {
     const unsigned char c = static_cast<unsigned char>(s[i]);
     if (c < 0x20 || c == 0x7f) return i;
     if (c == 0xc2 && i + 1 < s.size() && static_cast<unsigned char>(s[i + 1]) < 0xa0) return i;
   }
   return std::string_view::npos;
+}
+
+// Whether the n bytes at p are plain text: no backslash and no byte that may start a control
+// character (below 0x20, 0x7f, 0xc2), eight bytes at a time. Nearly every string of a state is.
+// It reads whole words, up to seven bytes past the end: a string lies inside the document,
+// which is followed by the parser's padding.
+bool plainText(const char* p, std::size_t n) {
+  static_assert(std::endian::native == std::endian::little);
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+  const auto hasZeroByte = [](std::uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
+  for (std::size_t i = 0; i < n; i += 8) {
+    std::uint64_t w;
+    std::memcpy(&w, p + i, 8);
+    if (n - i < 8) {  // the bytes past the end become 'A's
+      const std::uint64_t keep = ~std::uint64_t(0) >> (8 * (8 - (n - i)));
+      w = (w & keep) | (~keep & kOnes * 'A');
+    }
+    if (((w - kOnes * 0x20) & ~w & kHighs) != 0 || hasZeroByte(w ^ (kOnes * '\\')) ||
+        hasZeroByte(w ^ (kOnes * 0x7f)) || hasZeroByte(w ^ (kOnes * 0xc2)))
+      return false;
+  }
+  return true;
 }
 
 const char* typeName(od::json_type t) {
@@ -169,21 +181,20 @@ std::string_view JsonReader::string(od::value& v) {
   // Most strings have no escape: their text is the document's own bytes, taken where they
   // stand instead of copied out by the parser. (The token runs from the opening quote to the
   // next structural character: the closing quote, then perhaps blanks.)
-  std::string_view s = v.raw_json_token();
-  std::size_t end = s.size();
-  while (end > 1 && s[end - 1] != '"')
+  const std::string_view token = v.raw_json_token();
+  std::size_t end = token.size();
+  while (end > 1 && token[end - 1] != '"')
     --end;
-  bool escaped = end <= 1;
-  for (std::size_t i = 1; i + 1 < end; ++i)  // short texts: quicker than a call to memchr
-    escaped |= s[i] == '\\';
-  if (!escaped) {
-    s = s.substr(1, end - 2);
+  std::string_view s;
+  if (end >= 2) s = token.substr(1, end - 2);
+  const bool plain = end >= 2 && plainText(s.data(), s.size());
+  if (end < 2 || (!plain && s.find('\\') != std::string_view::npos)) {
+    check(v.get_string().get(s));  // escapes: the parser's copy, unescaped
+  } else {
     od::raw_json_string consumed;
     check(v.get_raw_json_string().get(consumed));
-  } else {
-    check(v.get_string().get(s));
   }
-  refuseControls(s);
+  if (!plain) refuseControls(s);
   return s;
 }
 
