@@ -144,6 +144,53 @@ void JsonReader::failKey(od::field& field, const char* what, const std::string_v
   fail(reason);
 }
 
+bool JsonReader::nextField(ObjectWalk& w, const std::string_view* keys, std::size_t n,
+                           std::uint64_t& seen, unsigned& i) {
+  if (w.started) ++w.it;
+  w.started = true;
+  if (!(w.it != w.end)) return false;
+  check((*w.it).get(w.field));
+  const od::raw_json_string key = w.field.key();
+  i = 0;
+  while (i < n && !(key == keys[i]))
+    ++i;
+  if (i == n) failKey(w.field, "unknown key", keys, n);
+  if (seen & bit(i)) failKey(w.field, "duplicate key", nullptr, 0);
+  seen |= bit(i);
+  path_.push(keys[i]);
+  return true;
+}
+
+bool JsonReader::nextEntry(ObjectWalk& w, std::vector<std::string>& seen, std::string_view& key) {
+  if (w.started) ++w.it;
+  w.started = true;
+  if (!(w.it != w.end)) return false;
+  check((*w.it).get(w.field));
+  check(w.field.unescaped_key().get(key));
+  path_.push(key);
+  refuseControls(key);
+  for (const auto& s : seen) {
+    if (s == key) fail("duplicate key " + Mox::shownWord(key, '"'));
+  }
+  seen.emplace_back(key);
+  return true;
+}
+
+bool JsonReader::nextElement(ArrayWalk& w) {
+  if (w.started) {
+    ++w.it;
+    if ((w.index & 8191) == 0 && readPast_) [[unlikely]] {
+      const char* at = nullptr;
+      if (w.value.current_location().get(at) == simdjson::SUCCESS) readPast_(at);
+    }
+  }
+  w.started = true;
+  if (!(w.it != w.end)) return false;
+  check((*w.it).get(w.value));
+  path_.push(w.index);
+  return true;
+}
+
 void JsonReader::failMissing(const std::string_view* keys, std::size_t n, std::uint64_t missing) {
   for (std::size_t i = 0; i < n; ++i) {
     if (missing & bit(unsigned(i))) fail("missing required key \"" + std::string(keys[i]) + "\"");
