@@ -391,4 +391,46 @@ TEST(LoadError, AFileLoadsLikeText) {
             1u);
 }
 
+// A large file is mapped and let go behind the reader: it loads as its text does, whatever its
+// size against the page size, and what is refused near its end is refused with its path.
+TEST(LoadError, ALargeFileLoadsLikeTextAndIsRefusedWhereItIsWrong) {
+  json routes = json::array();
+  for (std::uint32_t i = 0; i < 40000; ++i) {
+    routes.push_back(
+        {{"prefix", Plexa::Prefix(Plexa::IpAddr(0x0b000000u | i << 8), 24).stringValue()},
+         {"type", i % 3 ? "eBgp" : "iBgp"},
+         {"fec", std::to_string(i % 7 + 1)}});
+  }
+  const std::string path = ::testing::TempDir() + "snapshot_large_test.json";
+  const auto load = [&](const json& doc, std::size_t pageMultiple) {
+    std::string text = doc.dump(1);
+    if (pageMultiple) text.resize((text.size() / pageMultiple + 1) * pageMultiple, ' ');
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    std::fwrite(text.data(), 1, text.size(), f);
+    std::fclose(f);
+    EXPECT_GT(text.size(), 1u << 20);
+    try {
+      auto em = Snapshot::loadFile(path);
+      auto table = em->mount<Brine::Fib::RouteStatus>(
+          Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute));
+      return std::to_string(table->size()) + " " +
+             table->lookup(Plexa::Prefix::fromString("11.156.63.0/24")).fecId.stringValue() + " " +
+             std::string(Routing::Fib::routeTypeName(
+                 table->lookup(Plexa::Prefix::fromString("11.0.3.0/24")).routeType));
+    } catch (const Snapshot::LoadError& e) {
+      return std::string(e.what());
+    }
+  };
+  json doc = withRoutes(routes);
+  EXPECT_EQ(load(doc, 0), "40000 2 iBgp");
+  EXPECT_EQ(load(doc, 4096), "40000 2 iBgp");
+  doc["vrfs"]["default"]["ipv4"]["routes"][39999]["prefix"] = "11.0.7.0/24";
+  EXPECT_EQ(load(doc, 0), "$.vrfs.default.ipv4.routes[39999]: duplicate route for 11.0.7.0/24");
+  doc["vrfs"]["default"]["ipv4"]["routes"][39999]["prefix"] = "11.0.7.1/24";
+  EXPECT_EQ(load(doc, 0),
+            "$.vrfs.default.ipv4.routes[39999].prefix: \"11.0.7.1/24\" has host "
+            "bits set; the prefix is 11.0.7.0/24");
+  std::remove(path.c_str());
+}
+
 }  // namespace
