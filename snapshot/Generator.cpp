@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/brine/FecId.h"
@@ -724,19 +725,25 @@ class Generator {
     return set;
   }
 
-  // The public table's IPv4 length mix, per thousand.
+  // The public table's IPv4 length mix: how many prefixes of each length it holds, in round
+  // numbers (about a million in all, three in five /24s; very few shorter than /16).
   int internetLength4() {
-    const auto r = rng_.below(1000);
-    if (r < 600) return 24;
-    if (r < 710) return 22;
-    if (r < 800) return 23;
-    if (r < 845) return 20;
-    if (r < 890) return 21;
-    if (r < 920) return 19;
-    if (r < 940) return 16;
-    if (r < 955) return 18;
-    if (r < 965) return 17;
-    return 8 + int(rng_.below(8));
+    static constexpr std::pair<int, std::uint32_t> kMix[] = {
+        {24, 590000}, {22, 120000}, {23, 100000}, {21, 52000}, {20, 45000}, {19, 26000},
+        {18, 14000},  {16, 13500},  {17, 8300},   {15, 2000},  {14, 1100},  {13, 570},
+        {12, 290},    {11, 100},    {10, 37},     {8, 15},     {9, 13}};
+    static constexpr std::uint32_t kTotal = [] {
+      std::uint32_t t = 0;
+      for (const auto& [len, n] : kMix)
+        t += n;
+      return t;
+    }();
+    auto r = rng_.below(kTotal);
+    for (const auto& [len, n] : kMix) {
+      if (r < n) return len;
+      r -= n;
+    }
+    return 24;
   }
 
   // The public table's IPv6 length mix, per thousand.
