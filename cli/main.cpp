@@ -98,11 +98,11 @@ int parseOptions(int argc, char** argv, Options& options, const cli::Context& co
   return -1;
 }
 
-// The process does not take its state apart record by record on the way out: the
-// kernel frees the memory at once, where destructors would walk a full table's million
-// records (most of the time between a closed pipe and the exit). Output is flushed first.
-// The state is still referenced from a global when the process ends, so the leak checker
-// counts it as reachable rather than lost, and a leak anywhere else is still found.
+// The process leaves its state to the kernel on the way out instead of taking it apart: the
+// kernel frees all the memory in one go, where destructors would first walk every structure
+// of the state (many small records on a large configuration). Output is flushed first. The
+// state is still referenced from a global when the process ends, so the leak checker counts
+// it as reachable rather than lost, and a leak anywhere else is still found.
 int leaveStateToExit(int status) {
   std::fflush(stdout);
   std::fflush(stderr);
