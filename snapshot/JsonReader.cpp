@@ -1,5 +1,9 @@
 #include "snapshot/JsonReader.h"
 
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
 namespace Snapshot {
 
 namespace {
@@ -29,6 +33,28 @@ std::size_t controlCharacter(std::string_view s) {
     if (c == 0xc2 && i + 1 < s.size() && static_cast<unsigned char>(s[i + 1]) < 0xa0) return i;
   }
   return std::string_view::npos;
+}
+
+// Whether the n bytes at p are plain text: no backslash and no byte that may start a control
+// character (below 0x20, 0x7f, 0xc2), eight bytes at a time. Nearly every string of a state is.
+// It reads whole words, up to seven bytes past the end: a string lies inside the document,
+// which is followed by the parser's padding.
+bool plainText(const char* p, std::size_t n) {
+  static_assert(std::endian::native == std::endian::little);
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+  const auto hasZeroByte = [](std::uint64_t x) { return ((x - kOnes) & ~x & kHighs) != 0; };
+  for (std::size_t i = 0; i < n; i += 8) {
+    std::uint64_t w;
+    std::memcpy(&w, p + i, 8);
+    if (n - i < 8) {  // the bytes past the end become 'A's
+      const std::uint64_t keep = ~std::uint64_t(0) >> (8 * (8 - (n - i)));
+      w = (w & keep) | (~keep & kOnes * 'A');
+    }
+    if (((w - kOnes * 0x20) & ~w & kHighs) != 0 || hasZeroByte(w ^ (kOnes * '\\')) ||
+        hasZeroByte(w ^ (kOnes * 0x7f)) || hasZeroByte(w ^ (kOnes * 0xc2)))
+      return false;
+  }
+  return true;
 }
 
 const char* typeName(od::json_type t) {
@@ -118,6 +144,53 @@ void JsonReader::failKey(od::field& field, const char* what, const std::string_v
   fail(reason);
 }
 
+bool JsonReader::nextField(ObjectWalk& w, const std::string_view* keys, std::size_t n,
+                           std::uint64_t& seen, unsigned& i) {
+  if (w.started) ++w.it;
+  w.started = true;
+  if (!(w.it != w.end)) return false;
+  check((*w.it).get(w.field));
+  const od::raw_json_string key = w.field.key();
+  i = 0;
+  while (i < n && !(key == keys[i]))
+    ++i;
+  if (i == n) failKey(w.field, "unknown key", keys, n);
+  if (seen & bit(i)) failKey(w.field, "duplicate key", nullptr, 0);
+  seen |= bit(i);
+  path_.push(keys[i]);
+  return true;
+}
+
+bool JsonReader::nextEntry(ObjectWalk& w, std::vector<std::string>& seen, std::string_view& key) {
+  if (w.started) ++w.it;
+  w.started = true;
+  if (!(w.it != w.end)) return false;
+  check((*w.it).get(w.field));
+  check(w.field.unescaped_key().get(key));
+  path_.push(key);
+  refuseControls(key);
+  for (const auto& s : seen) {
+    if (s == key) fail("duplicate key " + Mox::shownWord(key, '"'));
+  }
+  seen.emplace_back(key);
+  return true;
+}
+
+bool JsonReader::nextElement(ArrayWalk& w) {
+  if (w.started) {
+    ++w.it;
+    if ((w.index & 8191) == 0 && readPast_) [[unlikely]] {
+      const char* at = nullptr;
+      if (w.value.current_location().get(at) == simdjson::SUCCESS) readPast_(at);
+    }
+  }
+  w.started = true;
+  if (!(w.it != w.end)) return false;
+  check((*w.it).get(w.value));
+  path_.push(w.index);
+  return true;
+}
+
 void JsonReader::failMissing(const std::string_view* keys, std::size_t n, std::uint64_t missing) {
   for (std::size_t i = 0; i < n; ++i) {
     if (missing & bit(unsigned(i))) fail("missing required key \"" + std::string(keys[i]) + "\"");
@@ -152,9 +225,23 @@ od::array JsonReader::array(od::value& v) {
 std::string_view JsonReader::string(od::value& v) {
   const od::json_type t = typeOf(*this, v);
   if (t != od::json_type::string) fail(std::string("expected a string, found ") + typeName(t));
+  // Most strings have no escape: their text is the document's own bytes, taken where they
+  // stand instead of copied out by the parser. (The token runs from the opening quote to the
+  // next structural character: the closing quote, then perhaps blanks.)
+  const std::string_view token = v.raw_json_token();
+  std::size_t end = token.size();
+  while (end > 1 && token[end - 1] != '"')
+    --end;
   std::string_view s;
-  check(v.get_string().get(s));
-  refuseControls(s);
+  if (end >= 2) s = token.substr(1, end - 2);
+  const bool plain = end >= 2 && plainText(s.data(), s.size());
+  if (end < 2 || (!plain && s.find('\\') != std::string_view::npos)) {
+    check(v.get_string().get(s));  // escapes: the parser's copy, unescaped
+  } else {
+    od::raw_json_string consumed;
+    check(v.get_raw_json_string().get(consumed));
+  }
+  if (!plain) refuseControls(s);
   return s;
 }
 

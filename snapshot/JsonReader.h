@@ -11,8 +11,10 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/mox/Exception.h"
@@ -27,6 +29,10 @@ class JsonPath {
   void push(std::string_view key) { steps_.push_back({key, 0, false}); }
   void push(std::size_t index) { steps_.push_back({{}, index, true}); }
   void pop() { steps_.pop_back(); }
+  // How many steps the path has; truncate() goes back to such a depth, for a refusal that
+  // names an earlier element than the one being read.
+  std::size_t depth() const { return steps_.size(); }
+  void truncate(std::size_t depth) { steps_.resize(depth); }
   // "$", then ".key" for plain keys, ["odd key"] for others and [i] for indexes.
   std::string text() const;
 
@@ -51,6 +57,10 @@ constexpr std::uint64_t bit(unsigned i) {
 class JsonReader {
  public:
   JsonPath& path() { return path_; }
+  // Called every few thousand elements of an array with where the reading stands: the text
+  // before it is not read again (only an array's count looks ahead, then reads it from its
+  // start).
+  void readPastIs(std::function<void(const char*)> f) { readPast_ = std::move(f); }
 
   [[noreturn]] void fail(std::string reason) const;
   // A simdjson error: the document is not well-formed JSON at this point.
@@ -100,32 +110,56 @@ class JsonReader {
 
  private:
   void refuseControls(std::string_view s) const;
+
+  // Where a walk over an object or an array stands.
+  struct ObjectWalk {
+    explicit ObjectWalk(od::object o) : object(o), it(object.begin()), end(object.end()) {}
+    od::object object;
+    decltype(std::declval<od::object&>().begin()) it;
+    decltype(std::declval<od::object&>().end()) end;
+    od::field field;
+    bool started = false;
+  };
+  struct ArrayWalk {
+    explicit ArrayWalk(od::array a) : array(a), it(array.begin()), end(array.end()) {}
+    od::array array;
+    decltype(std::declval<od::array&>().begin()) it;
+    decltype(std::declval<od::array&>().end()) end;
+    od::value value;
+    std::size_t index = 0;
+    bool started = false;
+  };
+  // Each moves to the next field or element and puts it on the path; false at the end.
+  // nextField also checks that the key is one of `keys` and not seen before, and gives its
+  // number; nextEntry checks that the key is printable and new.
+  bool nextField(ObjectWalk& w, const std::string_view* keys, std::size_t n, std::uint64_t& seen,
+                 unsigned& i);
+  bool nextEntry(ObjectWalk& w, std::vector<std::string>& seen, std::string_view& key);
+  bool nextElement(ArrayWalk& w);
+
   [[noreturn]] void failKey(od::field& field, const char* what, const std::string_view* keys,
                             std::size_t n);
   [[noreturn]] void failMissing(const std::string_view* keys, std::size_t n, std::uint64_t missing);
 
   JsonPath path_;
+  std::function<void(const char*)> readPast_;
 };
 
 // ---- templates ----
+//
+// Each walk is a small loop around an out-of-line step (JsonReader.cpp): the parser's
+// iteration, the key checks and the path are compiled once there, not at every place that
+// reads an object or an array, which kept the loader slow to build.
 
 template <std::size_t N, class F>
 std::uint64_t JsonReader::fields(od::object obj, const Keys<N>& keys, std::uint64_t required,
                                  F&& f) {
   static_assert(N <= 64);
+  ObjectWalk w(obj);
   std::uint64_t seen = 0;
-  for (auto r : obj) {
-    od::field field;
-    check(std::move(r).get(field));
-    const od::raw_json_string key = field.key();
-    unsigned i = 0;
-    while (i < N && !(key == keys[i]))
-      ++i;
-    if (i == N) failKey(field, "unknown key", keys.data(), N);
-    if (seen & bit(i)) failKey(field, "duplicate key", nullptr, 0);
-    seen |= bit(i);
-    path_.push(keys[i]);
-    f(i, field.value());
+  unsigned i = 0;
+  while (nextField(w, keys.data(), N, seen, i)) {
+    f(i, w.field.value());
     path_.pop();
   }
   if (const std::uint64_t missing = required & ~seen) failMissing(keys.data(), N, missing);
@@ -134,33 +168,22 @@ std::uint64_t JsonReader::fields(od::object obj, const Keys<N>& keys, std::uint6
 
 template <class F>
 void JsonReader::entries(od::object obj, F&& f) {
+  ObjectWalk w(obj);
   std::vector<std::string> seen;
-  for (auto r : obj) {
-    od::field field;
-    check(std::move(r).get(field));
-    std::string_view key;
-    check(field.unescaped_key().get(key));
-    path_.push(key);
-    refuseControls(key);
-    for (const auto& s : seen) {
-      if (s == key) fail("duplicate key " + Mox::shownWord(key, '"'));
-    }
-    seen.emplace_back(key);
-    f(key, field.value());
+  std::string_view key;
+  while (nextEntry(w, seen, key)) {
+    f(key, w.field.value());
     path_.pop();
   }
 }
 
 template <class F>
 void JsonReader::elements(od::array arr, F&& f) {
-  std::size_t i = 0;
-  for (auto r : arr) {
-    od::value v;
-    check(std::move(r).get(v));
-    path_.push(i);
-    f(i, v);
+  ArrayWalk w(arr);
+  while (nextElement(w)) {
+    f(w.index, w.value);
     path_.pop();
-    ++i;
+    ++w.index;
   }
 }
 

@@ -1,6 +1,8 @@
 // rova-load-check FILE: loads a state snapshot and prints, per VRF, how many routes and FECs
 // it holds. It exists to measure the loader alone (time, peak memory) and to check a file.
 
+#include <simdjson.h>
+
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -35,6 +37,8 @@ int main(int argc, char** argv) {
                 em->mount<Brine::Fib6::RouteStatus>(p::vrfPath(name, p::kFib6Route))->size(),
                 em->mount<Brine::Fib6::ForwardingStatus>(p::vrfPath(name, p::kFib6Fec))->size());
   }
-  std::printf("loaded in %.3f s\n", took.count());
+  std::printf("loaded in %.3f s (parser kernel: %s, %s)\n", took.count(),
+              simdjson::get_active_implementation()->name().c_str(),
+              simdjson::get_active_implementation()->description().c_str());
   return 0;
 }

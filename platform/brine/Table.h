@@ -14,6 +14,7 @@
 #include <bit>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -119,6 +120,7 @@ class Table : public Mox::Entity, public CorruptionReporter {
     if ((records_.size() + 1) * 2 > slots_.size())
       rehash(std::max<std::size_t>(16, slots_.size() * 2));
     records_.push_back(v);
+    ++indexed_;
     insertSlot(k, static_cast<std::uint32_t>(records_.size() - 1));
   }
   bool recordDel(const K& k) {
@@ -134,16 +136,70 @@ class Table : public Mox::Entity, public CorruptionReporter {
       slots_[slotOf(records_[i].key())] = i + 1;
     }
     records_.pop_back();
+    --indexed_;
     return true;
   }
   void recordDelAll() {
     ++generation_;
     records_.clear();
+    indexed_ = 0;
     std::fill(slots_.begin(), slots_.end(), 0);
   }
   void reserve(std::size_t n) {
     records_.reserve(n);
     if (n * 2 > slots_.size()) rehash(std::bit_ceil(n * 2));
+  }
+
+  // ---- bulk loading ----
+  //
+  // A loader writing a whole table appends the records first and indexes them in one pass.
+  // On a table of a million records nearly all of a write is the wait for its index slot and
+  // the record it probes to come from memory; one pass over many records fetches them ahead
+  // of use, where recordIs() waits for each in turn.
+  //
+  //   table.reserve(n);
+  //   for (...) table.recordAppend(record);   // not yet found by lookup()
+  //   if (auto dup = table.indexAppended()) refuse(dup->position, dup->key);
+  //
+  // Until indexAppended(), the appended records are neither found nor replaced: write nothing
+  // else to the table in between.
+  void recordAppend(const V& v) { records_.push_back(v); }
+
+  struct Duplicate {
+    std::size_t position;  // where the record was in the table's order
+    K key;
+  };
+  // Indexes the records appended since the last call, in order. The first one whose key an
+  // earlier record already has is not taken: it and every record appended after it are
+  // dropped, and it is returned. Without such a record, every appended record is indexed.
+  std::optional<Duplicate> indexAppended() {
+    const std::size_t n = records_.size();
+    if (indexed_ == n) return std::nullopt;
+    ++generation_;
+    if (n * 2 > slots_.size()) rehash(std::bit_ceil(n * 2));
+    const std::size_t mask = slots_.size() - 1;
+    // Two stages ahead: the slot of the record kAhead on, then the record that slot holds,
+    // so that both are in cache when their turn comes.
+    constexpr std::size_t kAhead = 16;
+    for (std::size_t i = indexed_; i < n; ++i) {
+      if (i + kAhead < n) __builtin_prefetch(&slots_[home(records_[i + kAhead].key())]);
+      if (i + kAhead / 2 < n) {
+        const std::uint32_t v = slots_[home(records_[i + kAhead / 2].key())];
+        if (v != 0) __builtin_prefetch(&records_[v - 1]);
+      }
+      const K k = records_[i].key();
+      std::size_t s = home(k);
+      for (; slots_[s] != 0; s = (s + 1) & mask) {
+        if (records_[slots_[s] - 1].key() == k) {
+          records_.resize(i);
+          indexed_ = i;
+          return Duplicate{i, k};
+        }
+      }
+      slots_[s] = static_cast<std::uint32_t>(i + 1);
+    }
+    indexed_ = n;
+    return std::nullopt;
   }
 
   // ---- fault injection ----
@@ -207,13 +263,17 @@ class Table : public Mox::Entity, public CorruptionReporter {
     }
     slots_[s] = 0;
   }
+  // Indexes the records already indexed in `n` slots; appended ones wait for indexAppended().
   void rehash(std::size_t n) {
     slots_.assign(n, 0);
-    for (std::uint32_t i = 0; i < records_.size(); ++i)
+    for (std::uint32_t i = 0; i < indexed_; ++i)
       insertSlot(records_[i].key(), i);
   }
 
   std::vector<V> records_;
+  // The records before this position are in the index; those after it were appended and wait
+  // for indexAppended().
+  std::size_t indexed_ = 0;
   std::vector<std::uint32_t> slots_;
   std::vector<K> corrupt_;
   std::uint64_t generation_ = 0;

@@ -2,11 +2,13 @@
 // from a string, a file, a pipe or standard input.
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
 #include "snapshot/loader/Loader.h"
 
@@ -208,13 +210,17 @@ namespace Snapshot {
 
 namespace {
 
-Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json) {
+// `readPast` (if any) hears now and then how far the reader has come: the text before that
+// point is not needed again.
+Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
+                                           std::function<void(const char*)> readPast = {}) {
   od::parser parser;
   od::document doc;
   loader::Loader loader;
   const auto err = parser.iterate(json).get(doc);
   if (err != simdjson::SUCCESS)
     throw LoadError("$", std::string("malformed JSON: ") + simdjson::error_message(err));
+  loader.readPastIs(std::move(readPast));
   return loader.run(doc, json.data());
 }
 
@@ -268,6 +274,55 @@ class FileText {
   std::size_t capacity_ = 0;
 };
 
+// A regular file's bytes, mapped rather than copied: the pages are the kernel's page cache,
+// and those the reader has gone past are let go as it goes, so that the file's text and the
+// tables built from it are not all held at once. The padding the parser reads beyond the end is
+// zero pages of an anonymous mapping under the file's. (The file must not be cut short while
+// it is read: rova itself only ever replaces a state file with a new one.)
+class MappedText {
+ public:
+  MappedText(int fd, std::size_t size, const std::string& path) : size_(size) {
+    const std::size_t page = pageSize();
+    length_ = (size + simdjson::SIMDJSON_PADDING + page - 1) / page * page;
+    void* base = ::mmap(nullptr, length_, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (base == MAP_FAILED) failFile(path, errno);
+    base_ = static_cast<char*>(base);
+    if (::mmap(base_, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0) == MAP_FAILED) {
+      const int e = errno;
+      ::munmap(base_, length_);
+      failFile(path, e);
+    }
+    ::madvise(base_, size, MADV_SEQUENTIAL);
+  }
+  MappedText(const MappedText&) = delete;
+  MappedText& operator=(const MappedText&) = delete;
+  ~MappedText() { ::munmap(base_, length_); }
+
+  simdjson::padded_string_view view() const {
+    return simdjson::padded_string_view(base_, size_, length_);
+  }
+  // Lets go of the whole pages before `at`; read again, they come back from the file.
+  void readPast(const char* at) {
+    const std::size_t page = pageSize();
+    const std::size_t upTo = std::min<std::size_t>(at - base_, size_) / page * page;
+    if (upTo > released_) {
+      ::madvise(base_ + released_, upTo - released_, MADV_DONTNEED);
+      released_ = upTo;
+    }
+  }
+
+ private:
+  static std::size_t pageSize() { return static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)); }
+
+  char* base_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t length_ = 0;
+  std::size_t released_ = 0;
+};
+
+// Below this a file is simply read: a mapping saves nothing worth its set-up.
+constexpr std::size_t kMapFrom = 1 << 20;
+
 }  // namespace
 
 Mox::Ptr<Statum::EntityManager> load(std::string_view json) {
@@ -292,6 +347,10 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
   const std::size_t expected = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) : 0;
   if (expected > kMaxDocumentBytes)
     throw LoadError("", "larger than 4 GiB, the most a state may be", path);
+  if (expected >= kMapFrom) {
+    MappedText text(fd, expected, path);
+    return loadPadded(text.view(), [&text](const char* at) { text.readPast(at); });
+  }
   const FileText text(fd, expected, path);
   return loadPadded(text.view());
 }

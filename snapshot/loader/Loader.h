@@ -14,6 +14,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -143,6 +144,8 @@ class Loader {
  public:
   // `text` is the document's first byte, for offsets in messages.
   Ptr<Statum::EntityManager> run(od::document& doc, const char* text);
+  // Told now and then how far into the document the reading has come.
+  void readPastIs(std::function<void(const char*)> f) { r_.readPastIs(std::move(f)); }
 
  private:
   // ---- sections ----
@@ -159,6 +162,8 @@ class Loader {
   void fecs(od::value& v, VrfState& vrf);
   template <class Fam>
   typename Fam::Via fecVia(od::value& v);
+  template <class Fam>
+  typename Fam::RouteType routeType(od::value& v);
   void staticRoutes(od::value& v, VrfState& vrf);
   Routing::Via staticVia(od::value& v, bool& trackBfd, std::string& name);
   void interfaces(od::value& v);
@@ -239,6 +244,15 @@ class Loader {
   Ptr<FlexCounters::CounterTable> counters_ = makePtr<FlexCounters::CounterTable>();
   Ptr<FlexCounters::CounterTable> counterSnapshot_ = makePtr<FlexCounters::CounterTable>();
   std::map<std::uint64_t, std::string> nhgIds_;
+  // The route type words last read, per family: a table's million routes repeat a handful of
+  // words, and comparing with those is quicker than hashing each. The views point into the
+  // document, which outlives the loader's work.
+  struct TypeWord {
+    std::string_view word;
+    unsigned type = 0;
+  };
+  std::array<std::array<TypeWord, 4>, 2> recentTypes_{};
+  std::array<unsigned, 2> nextRecentType_{};
 };
 
 // ---- values every section reads ----
@@ -272,6 +286,20 @@ AddrWithMask Loader::addressWithMask(od::value& v, const char* what) {
     r_.fail("bad " + std::string(what) + " address with mask " + quote(text) +
             " (expected address/length)");
   return a;
+}
+
+template <class Fam>
+typename Fam::RouteType Loader::routeType(od::value& v) {
+  const std::string_view word = r_.string(v);
+  constexpr std::size_t f = std::is_same_v<Fam, V6> ? 1 : 0;
+  for (const TypeWord& w : recentTypes_[f]) {
+    if (w.word == word && !word.empty()) return static_cast<typename Fam::RouteType>(w.type);
+  }
+  typename Fam::RouteType type;
+  if (!routeTypeWords<Fam>().find(word, type))
+    r_.fail("unknown " + std::string(Fam::kName) + " route type " + quote(word));
+  recentTypes_[f][nextRecentType_[f]++ % 4] = {word, static_cast<unsigned>(type)};
+  return type;
 }
 
 // The IPv6 tables hold IPv6 FECs only, so "12" there can mean nothing but "ip6:12"; taking

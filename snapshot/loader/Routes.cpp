@@ -82,48 +82,61 @@ template <class Fam>
 void Loader::routes(od::value& v, VrfState& vrf) {
   od::array arr = r_.array(v);
   auto& table = vrf.routes<Fam>();
-  table.reserve(table.size() + r_.count(arr));
+  const std::size_t first = table.size();
+  table.reserve(first + r_.count(arr));
+  // The routes are appended as they are read and indexed once the array is read, which is
+  // when a prefix given twice is found. So that the first error in the document is still the
+  // one reported, an error further on first looks for a repeated prefix before it.
+  const std::size_t depth = r_.path().depth();
+  const auto refuseDuplicate = [&] {
+    if (const auto dup = table.indexAppended()) {
+      r_.path().truncate(depth);
+      r_.path().push(dup->position - first);
+      r_.fail("duplicate route for " + dup->key.stringValue());
+    }
+  };
   std::uint32_t unprogrammed = 0;
-  r_.elements(arr, [&](std::size_t, od::value& e) {
-    typename Fam::Route route;
-    int preference = -1;
-    bool kernelProgrammed = true;
-    r_.fields(r_.object(e), kRouteKeys, bit(kPrefix) | bit(kType), [&](unsigned k, od::value& f) {
-      switch (k) {
-        case kPrefix:
-          route.prefix = prefix<Fam>(f);
-          break;
-        case kType: {
-          const std::string_view word = r_.string(f);
-          if (!routeTypeWords<Fam>().find(word, route.routeType))
-            r_.fail("unknown " + std::string(Fam::kName) + " route type " + quote(word));
-          break;
+  try {
+    r_.elements(arr, [&](std::size_t, od::value& e) {
+      typename Fam::Route route;
+      int preference = -1;
+      bool kernelProgrammed = true;
+      r_.fields(r_.object(e), kRouteKeys, bit(kPrefix) | bit(kType), [&](unsigned k, od::value& f) {
+        switch (k) {
+          case kPrefix:
+            route.prefix = prefix<Fam>(f);
+            break;
+          case kType:
+            route.routeType = routeType<Fam>(f);
+            break;
+          case kFec:
+            route.fecId = familyFecRef<Fam>(f);
+            break;
+          case kPreference:
+            preference = int(r_.number(f, 255));
+            break;
+          case kMetric:
+            route.metric = std::uint32_t(r_.number(f, kU32Max));
+            break;
+          case kHwProgrammed:
+            route.hardwareProgrammed = r_.boolean(f);
+            break;
+          case kKernelProgrammed:
+            kernelProgrammed = r_.boolean(f);
+            break;
         }
-        case kFec:
-          route.fecId = familyFecRef<Fam>(f);
-          break;
-        case kPreference:
-          preference = int(r_.number(f, 255));
-          break;
-        case kMetric:
-          route.metric = std::uint32_t(r_.number(f, kU32Max));
-          break;
-        case kHwProgrammed:
-          route.hardwareProgrammed = r_.boolean(f);
-          break;
-        case kKernelProgrammed:
-          kernelProgrammed = r_.boolean(f);
-          break;
-      }
+      });
+      route.preference =
+          preference >= 0 ? std::uint8_t(preference) : Fam::defaultPreference(route.routeType);
+      table.recordAppend(route);
+      if (!route.hardwareProgrammed) ++unprogrammed;
+      if (!kernelProgrammed) vrf.kernel<Fam>().recordIs({Plexa::IpGenPrefix(route.prefix)});
     });
-    route.preference =
-        preference >= 0 ? std::uint8_t(preference) : Fam::defaultPreference(route.routeType);
-    const std::size_t before = table.size();
-    table.recordIs(route);
-    if (table.size() == before) r_.fail("duplicate route for " + route.prefix.stringValue());
-    if (!route.hardwareProgrammed) ++unprogrammed;
-    if (!kernelProgrammed) vrf.kernel<Fam>().recordIs({Plexa::IpGenPrefix(route.prefix)});
-  });
+  } catch (...) {
+    refuseDuplicate();
+    throw;
+  }
+  refuseDuplicate();
   vrf.countUnprogrammed<Fam>(unprogrammed);
 }
 

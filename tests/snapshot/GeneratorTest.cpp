@@ -2,7 +2,10 @@
 // come out the same for the same seed.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <set>
+#include <string>
 
 #include "platform/brine/Fib.h"
 #include "platform/brine/Neighbor.h"
@@ -107,6 +110,53 @@ TEST(Generator, ExtraVrfsAreSmallAndHaveTheirOwnIds) {
   const auto n = em->mount<Brine::Fib::RouteStatus>(p::vrfPath("vrf3", p::kFibRoute))->size();
   EXPECT_GT(n, 0u);
   EXPECT_LT(n, 100u);
+}
+
+// The internet profile: the public table's shape over four peers.
+TEST(Generator, TheInternetProfileIsShapedLikeTheInternetTable) {
+  Snapshot::GeneratorOptions o;
+  o.profile = Snapshot::GeneratorProfile::internet;
+  o.ipv4Routes = 40000;
+  o.ipv6Routes = 8000;
+  const std::string text = Snapshot::generate(o);
+  EXPECT_EQ(text, Snapshot::generate(o));
+  auto em = Snapshot::load(text);
+  auto routes = em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute));
+  auto fecs = em->mount<Brine::Fib::ForwardingStatus>(p::vrfPath("default", p::kFibFec));
+  auto routes6 = em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route));
+  ASSERT_EQ(routes->size(), 40000u);
+  ASSERT_EQ(routes6->size(), 8000u);
+
+  std::map<int, int> v4, v6, ecmpSizes;
+  std::size_t vias = 0;
+  std::set<std::string> interfaces;
+  for (const auto& r : *routes) {
+    ++v4[r.prefix.len()];
+    const auto fec = fecs->lookup(r.fecId);
+    ASSERT_GT(fec.via.size(), 0u) << r.prefix.stringValue();
+    vias += fec.via.size();
+    if (fec.via.size() > 1) ++ecmpSizes[int(fec.via.size())];
+    for (const auto& v : fec.via)
+      interfaces.insert(v.intfId.stringValue());
+  }
+  for (const auto& r : *routes6)
+    ++v6[r.prefix.len()];
+  EXPECT_NEAR(v4[24] / 40000.0, 0.6, 0.03);
+  EXPECT_NEAR(double(vias) / 40000, 1.14, 0.04);
+  int ecmp = 0;
+  for (const auto& [size, n] : ecmpSizes)
+    ecmp += n;
+  EXPECT_NEAR(ecmp / 40000.0, 0.1, 0.01);
+  EXPECT_EQ(ecmpSizes.begin()->first, 2);
+  EXPECT_EQ(ecmpSizes.rbegin()->first, 4);
+  EXPECT_GT(ecmpSizes[2], ecmpSizes[3]);
+  EXPECT_GT(ecmpSizes[3], ecmpSizes[4]);
+  EXPECT_EQ(interfaces,
+            (std::set<std::string>{"Cpu", "Ethernet1", "Ethernet2", "Ethernet3", "Ethernet4"}));
+  const auto largest6 = std::max_element(
+      v6.begin(), v6.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
+  EXPECT_EQ(largest6->first, 48);
+  EXPECT_NEAR(v6[48] / 8000.0, 0.5, 0.03);
 }
 
 TEST(Generator, TheSameSeedGivesTheSameState) {

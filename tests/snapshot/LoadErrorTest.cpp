@@ -178,6 +178,15 @@ TEST(LoadError, DuplicatesAreRefused) {
                                 {{"prefix", "10.0.0.0/16"}, {"type", "eBgp"}},
                                 {{"prefix", "10.0.0.0/8"}, {"type", "iBgp"}}})),
             "$.vrfs.default.ipv4.routes[2]: duplicate route for 10.0.0.0/8");
+  // A repeated prefix is refused before whatever is wrong further on, as the document reads;
+  // what is wrong before it is refused first.
+  const json again = {{"prefix", "2001:db8::/32"}, {"type", "bgp"}};
+  json doc6 = minimal();
+  doc6["vrfs"]["default"]["ipv6"]["routes"] = {
+      {{"prefix", "2001:db8::/32"}, {"type", "bgp"}}, again, {{"prefix", "::/0"}, {"typo", 1}}};
+  EXPECT_EQ(refusal(doc6), "$.vrfs.default.ipv6.routes[1]: duplicate route for 2001:db8::/32");
+  doc6["vrfs"]["default"]["ipv6"]["routes"][0]["type"] = "eBgp";
+  EXPECT_EQ(refusal(doc6), "$.vrfs.default.ipv6.routes[0].type: unknown IPv6 route type \"eBgp\"");
   EXPECT_EQ(refusal(withFecs({{{"id", "5"}}, {{"id", "5"}}})),
             "$.vrfs.default.ipv4.fecs[1]: duplicate FEC 5");
   json doc = minimal();
@@ -380,6 +389,48 @@ TEST(LoadError, AFileLoadsLikeText) {
                   Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute))
                 ->size(),
             1u);
+}
+
+// A large file is mapped and let go behind the reader: it loads as its text does, whatever its
+// size against the page size, and what is refused near its end is refused with its path.
+TEST(LoadError, ALargeFileLoadsLikeTextAndIsRefusedWhereItIsWrong) {
+  json routes = json::array();
+  for (std::uint32_t i = 0; i < 40000; ++i) {
+    routes.push_back(
+        {{"prefix", Plexa::Prefix(Plexa::IpAddr(0x0b000000u | i << 8), 24).stringValue()},
+         {"type", i % 3 ? "eBgp" : "iBgp"},
+         {"fec", std::to_string(i % 7 + 1)}});
+  }
+  const std::string path = ::testing::TempDir() + "snapshot_large_test.json";
+  const auto load = [&](const json& doc, std::size_t pageMultiple) {
+    std::string text = doc.dump(1);
+    if (pageMultiple) text.resize((text.size() / pageMultiple + 1) * pageMultiple, ' ');
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    std::fwrite(text.data(), 1, text.size(), f);
+    std::fclose(f);
+    EXPECT_GT(text.size(), 1u << 20);
+    try {
+      auto em = Snapshot::loadFile(path);
+      auto table = em->mount<Brine::Fib::RouteStatus>(
+          Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute));
+      return std::to_string(table->size()) + " " +
+             table->lookup(Plexa::Prefix::fromString("11.156.63.0/24")).fecId.stringValue() + " " +
+             std::string(Routing::Fib::routeTypeName(
+                 table->lookup(Plexa::Prefix::fromString("11.0.3.0/24")).routeType));
+    } catch (const Snapshot::LoadError& e) {
+      return std::string(e.what());
+    }
+  };
+  json doc = withRoutes(routes);
+  EXPECT_EQ(load(doc, 0), "40000 2 iBgp");
+  EXPECT_EQ(load(doc, 4096), "40000 2 iBgp");
+  doc["vrfs"]["default"]["ipv4"]["routes"][39999]["prefix"] = "11.0.7.0/24";
+  EXPECT_EQ(load(doc, 0), "$.vrfs.default.ipv4.routes[39999]: duplicate route for 11.0.7.0/24");
+  doc["vrfs"]["default"]["ipv4"]["routes"][39999]["prefix"] = "11.0.7.1/24";
+  EXPECT_EQ(load(doc, 0),
+            "$.vrfs.default.ipv4.routes[39999].prefix: \"11.0.7.1/24\" has host "
+            "bits set; the prefix is 11.0.7.0/24");
+  std::remove(path.c_str());
 }
 
 }  // namespace

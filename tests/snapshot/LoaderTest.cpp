@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/brine/Fib.h"
 #include "platform/brine/FlexCounters.h"
@@ -379,6 +381,24 @@ TEST(HandWritten, ShapesWithAMeaningLoad) {
             ip6Fec);
   EXPECT_EQ(em->mount<Routing::NexthopGroup::Config>(p::kNhgConfig)->nexthopGroup("G0")->type(),
             Routing::NexthopGroup::NexthopGroupType::invalid);
+}
+
+// Strings are taken from the document as they stand when they can be, and unescaped when they
+// must: either way they hold what the document says, however long, wherever the escape is.
+TEST(HandWritten, StringsHoldTheirTextWithOrWithoutEscapes) {
+  for (const auto& [written, text] : std::vector<std::pair<std::string, std::string>>{
+           {"leaf1", "leaf1"},
+           {"", ""},
+           {"a long name \xc2\xa9 caf\xc3\xa9 and more",
+            "a long name \xc2\xa9 caf\xc3\xa9 and more"},
+           {R"(quote\" and backslash\\ and \u00e9)", "quote\" and backslash\\ and \xc3\xa9"},
+           {R"(\u0041BCDEFGHIJ)", "ABCDEFGHIJ"},
+           {R"(ABCDEFGHI\/)", "ABCDEFGHI/"}}) {
+    SCOPED_TRACE(written);
+    const auto em = Snapshot::load(R"({"version": 1, "hostname": ")" + written +
+                                   R"(" , "vrfs": {"default": {}}})");
+    EXPECT_EQ(em->find<Snapshot::DeviceInfo>(p::kDevice)->hostname().stringValue(), text);
+  }
 }
 
 }  // namespace

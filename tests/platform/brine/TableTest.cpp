@@ -72,6 +72,45 @@ TEST(Table, AgreesWithAMapUnderRandomWritesAndDeletes) {
   EXPECT_FALSE(t.contains(model.begin()->first));
 }
 
+// Appended records are indexed in one pass that stops at the first key already taken, by an
+// earlier record of the table or of the same batch; the table stays consistent either way.
+TEST(Table, AppendedRecordsAreIndexedUpToTheFirstRepeatedKey) {
+  Brine::Fib::RouteStatus t;
+  t.recordIs(route("10.0.0.0/8", 1));
+  t.reserve(40000);
+  for (std::uint32_t i = 0; i < 30000; ++i)
+    t.recordAppend(
+        route(Prefix(Plexa::IpAddr(i << 8 | 0x0b000000u), 24).stringValue().c_str(), i + 2));
+  EXPECT_FALSE(t.indexAppended());
+  EXPECT_EQ(t.size(), 30001u);
+  EXPECT_EQ(t.lookup(Prefix::fromString("11.0.117.0/24")).fecId, FecId(119));
+  EXPECT_EQ(t.lookup(Prefix::fromString("10.0.0.0/8")).fecId, FecId(1));
+
+  t.recordAppend(route("12.0.0.0/8", 7));
+  t.recordAppend(route("11.0.5.0/24", 8));  // taken by the first batch
+  t.recordAppend(route("13.0.0.0/8", 9));
+  const auto dup = t.indexAppended();
+  ASSERT_TRUE(dup);
+  EXPECT_EQ(dup->position, 30002u);
+  EXPECT_EQ(dup->key, Prefix::fromString("11.0.5.0/24"));
+  EXPECT_EQ(t.size(), 30002u);
+  EXPECT_EQ(t.lookup(Prefix::fromString("11.0.5.0/24")).fecId, FecId(7));
+  EXPECT_TRUE(t.contains(Prefix::fromString("12.0.0.0/8")));
+  EXPECT_FALSE(t.contains(Prefix::fromString("13.0.0.0/8")));
+
+  // Within one batch, the second of two equal keys is the one refused; ordinary writes and
+  // deletions go on from there.
+  t.recordAppend(route("14.0.0.0/8", 10));
+  t.recordAppend(route("14.0.0.0/8", 11));
+  EXPECT_EQ(t.indexAppended()->position, 30003u);
+  EXPECT_EQ(t.lookup(Prefix::fromString("14.0.0.0/8")).fecId, FecId(10));
+  EXPECT_TRUE(t.recordDel(Prefix::fromString("11.0.5.0/24")));
+  t.recordIs(route("15.0.0.0/8", 12));
+  EXPECT_EQ(t.size(), 30003u);
+  EXPECT_EQ(t.lookup(Prefix::fromString("15.0.0.0/8")).fecId, FecId(12));
+  EXPECT_EQ(t.lookup(Prefix::fromString("14.0.0.0/8")).fecId, FecId(10));
+}
+
 TEST(Table, InjectedCorruptionRaisesOnReadAndIsReported) {
   Brine::Fib::RouteStatus t;
   t.recordIs(route("10.1.0.0/16", 1));
