@@ -2,14 +2,17 @@
 // from a string, a file, a pipe or standard input.
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 
+#include "platform/mox/Exception.h"
 #include "snapshot/loader/Loader.h"
 
 namespace Snapshot::loader {
@@ -277,8 +280,7 @@ class FileText {
 // A regular file's bytes, mapped rather than copied: the pages are the kernel's page cache,
 // and those the reader has gone past are let go as it goes, so that the file's text and the
 // tables built from it are not all held at once. The padding the parser reads beyond the end is
-// zero pages of an anonymous mapping under the file's. (The file must not be cut short while
-// it is read: rova itself only ever replaces a state file with a new one.)
+// zero pages of an anonymous mapping under the file's.
 class MappedText {
  public:
   MappedText(int fd, std::size_t size, const std::string& path) : size_(size) {
@@ -320,6 +322,38 @@ class MappedText {
   std::size_t released_ = 0;
 };
 
+// A mapped file cut short under the reader makes the missing pages fault (SIGBUS) instead of
+// reading as an early end. That is the file changing under the program, not a fault of its
+// own: while a mapped file is read, the signal ends the program with the message and status
+// of a state that cannot be loaded, not with a crash.
+class CutShortGuard {
+ public:
+  explicit CutShortGuard(const std::string& path) {
+    std::string text = "% Cannot load state " + Mox::shownWord(path, '\0') +
+                       ": the file was cut short while it was read\n";
+    length_ = std::min(text.size(), sizeof message_);
+    std::memcpy(message_, text.data(), length_);
+    struct sigaction action {};
+    action.sa_handler = &CutShortGuard::cutShort;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGBUS, &action, &previous_);
+  }
+  CutShortGuard(const CutShortGuard&) = delete;
+  CutShortGuard& operator=(const CutShortGuard&) = delete;
+  ~CutShortGuard() { ::sigaction(SIGBUS, &previous_, nullptr); }
+
+ private:
+  static void cutShort(int) {
+    ssize_t ignored = ::write(STDERR_FILENO, message_, length_);
+    (void)ignored;
+    ::_exit(2);
+  }
+
+  static inline char message_[512];
+  static inline std::size_t length_ = 0;
+  struct sigaction previous_ {};
+};
+
 // Below this a file is simply read: a mapping saves nothing worth its set-up.
 constexpr std::size_t kMapFrom = 1 << 20;
 
@@ -348,6 +382,7 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
   if (expected > kMaxDocumentBytes)
     throw LoadError("", "larger than 4 GiB, the most a state may be", path);
   if (expected >= kMapFrom) {
+    const CutShortGuard guard(path);
     MappedText text(fd, expected, path);
     return loadPadded(text.view(), [&text](const char* at) { text.readPast(at); });
   }
