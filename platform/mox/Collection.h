@@ -20,6 +20,7 @@
 //     summary.routeCountByMaskDel(24);          // or routeCountByMaskDelAll()
 
 #include <algorithm>
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -240,6 +241,60 @@ class SetCollection : public CollectionBase<Storage, SetCollection<Storage>> {
 // appended and sorted once, on the next read, so filling costs one sort instead of a tree
 // descent and a node allocation per entry. An entry added again replaces the earlier one, as
 // in the tree map. Removing an entry moves the ones after it.
+// A key type may offer an order key: `orderKey(k)`, found by argument-dependent lookup, an
+// unsigned number below 2^40 that orders keys as operator< does and tells them apart. A
+// VectorMap of such keys under std::less sorts by radix instead of by comparison: a million
+// IPv4 prefixes appended in a hash table's order are put in order in a few sequential passes
+// over 8-byte keys, and each entry is moved once.
+template <class K>
+concept HasOrderKey = requires(const K& k) {
+  { orderKey(k) } -> std::same_as<std::uint64_t>;
+};
+
+namespace detail {
+
+// Sorts `data` by `keyOf`, stably, when every key is below 2^40 and there are fewer than 2^24
+// entries; returns false (and leaves `data` alone) otherwise. Each key is packed with its
+// entry's index, the packed words sorted by their key bits (least significant byte first,
+// which keeps equal keys in index order), and the entries gathered in that order.
+template <class Entry, class KeyOf>
+bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
+  constexpr unsigned kIndexBits = 24;
+  const std::size_t n = data.size();
+  if (n >= (std::size_t(1) << kIndexBits)) return false;
+  std::vector<std::uint64_t> words(n), spare(n);
+  std::uint64_t all = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint64_t key = keyOf(data[i]);
+    if (key >> (64 - kIndexBits)) return false;
+    words[i] = key << kIndexBits | i;
+    all |= key;
+  }
+  for (unsigned shift = kIndexBits; shift < 64 && (all >> (shift - kIndexBits)) != 0; shift += 8) {
+    std::size_t start[257] = {};
+    for (std::uint64_t w : words)
+      ++start[((w >> shift) & 255) + 1];
+    for (std::size_t b = 1; b < 257; ++b)
+      start[b] += start[b - 1];
+    for (std::uint64_t w : words)
+      spare[start[(w >> shift) & 255]++] = w;
+    words.swap(spare);
+  }
+  spare = {};
+  constexpr std::uint64_t kIndexMask = (std::uint64_t(1) << kIndexBits) - 1;
+  std::vector<Entry> sorted;
+  sorted.reserve(n);
+  for (std::size_t j = 0; j < n; ++j) {
+    // The reads are scattered: ask for the ones a little ahead while this one is moved.
+    if (j + 8 < n) __builtin_prefetch(&data[words[j + 8] & kIndexMask]);
+    sorted.push_back(std::move(data[words[j] & kIndexMask]));
+  }
+  data.swap(sorted);
+  return true;
+}
+
+}  // namespace detail
+
 template <class K, class V, class Compare = std::less<K>>
 class VectorMap {
  public:
@@ -359,8 +414,14 @@ class VectorMap {
   // Sorts what was appended out of order; among equal keys the last added wins.
   void normalize() const {
     if (sorted_ == data_.size()) return;
-    std::stable_sort(data_.begin(), data_.end(),
-                     [this](const Entry& a, const Entry& b) { return cmp_(a.first, b.first); });
+    bool done = false;
+    if constexpr (HasOrderKey<K> && std::is_same_v<Compare, std::less<K>>) {
+      done = detail::radixSort(data_, [](const Entry& e) { return orderKey(e.first); });
+    }
+    if (!done) {
+      std::stable_sort(data_.begin(), data_.end(),
+                       [this](const Entry& a, const Entry& b) { return cmp_(a.first, b.first); });
+    }
     // Keep the last of each run of equal keys.
     std::size_t out = 0;
     for (std::size_t i = 0; i < data_.size(); ++i) {

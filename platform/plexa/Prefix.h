@@ -63,6 +63,11 @@ class BasicPrefix {
 
   // Address first, then mask length: 10.0.0.0/8 before 10.0.0.0/16 before 10.0.1.0/24.
   friend auto operator<=>(const BasicPrefix&, const BasicPrefix&) = default;
+  // The same order as one number, for sorting by radix (IPv4 only: an IPv6 prefix does not
+  // fit): the address, then the length, the null prefix's -1 first.
+  friend std::uint64_t orderKey(const BasicPrefix& p) requires(kMaxLen <= 32) {
+    return std::uint64_t(p.addr_.value()) << 8 | std::uint64_t(p.len_ + 1);
+  }
 
  private:
   Addr addr_;
