@@ -10,7 +10,9 @@
 #   bench/route-listing.sh            # both tables; uses build/ (run ./rova once first)
 #   PROFILE=internet RUNS=5 bench/route-listing.sh
 #   STATE=/tmp/mine.json bench/route-listing.sh      # any state file instead
-set -eo pipefail
+set -euo pipefail
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${BUILD:-$root/build}
 rova=$build/cli/rova
@@ -19,22 +21,23 @@ profiles=${PROFILE:-spine internet}
 
 # run ARGS...: the best of $runs runs with the output thrown away; sets wall (s), cpu (user +
 # system, s: steadier than the wall clock on a shared machine) and rss (KiB).
-# With `quantify` in ARGS, one more run reads the program's own selection and printing times.
+# With `quantify` in ARGS, one more run reads the program's own selection time (its printing
+# time is not used: that run's output goes through a pipe, which costs more than /dev/null, so
+# the table's "print" is the best run's wall less the load and the selection).
 run() {
   local best="" w r u s
   for _ in $(seq "$runs"); do
-    /usr/bin/time -f "%e %M %U %S" -o /tmp/rova-bench-time "$rova" --state "$state" "$@" > /dev/null
-    read -r w r u s < /tmp/rova-bench-time
+    /usr/bin/time -f "%e %M %U %S" -o "$tmp/time" "$rova" --state "$state" "$@" > /dev/null
+    read -r w r u s < "$tmp/time"
     if [ -z "$best" ] || awk "BEGIN{exit !($w < $best)}"; then
       best=$w wall=$w rss=$r cpu=$(awk "BEGIN{print $u + $s}")
     fi
   done
-  select="" print=""
+  select=""
   case " $* " in
     *" quantify "*)
-      "$rova" --state "$state" "$@" | tail -n 4 > /tmp/rova-bench-tail
-      select=$(sed -n 's/.*Time taken to create the routeSorter: \([0-9.]*\).*/\1/p;s/.*"quantify": \([0-9.e+-]*\).*/\1/p' /tmp/rova-bench-tail)
-      print=$(sed -n 's/.*Time taken for the routes to be printed: \([0-9.]*\).*/\1/p;s/.*"rsTime": \([0-9.e+-]*\).*/\1/p' /tmp/rova-bench-tail)
+      "$rova" --state "$state" "$@" | tail -n 4 > "$tmp/tail"
+      select=$(sed -n 's/.*Time taken to create the routeSorter: \([0-9.]*\).*/\1/p;s/.*"quantify": \([0-9.e+-]*\).*/\1/p' "$tmp/tail")
       ;;
   esac
 }
@@ -87,14 +90,14 @@ row() {  # label ARGS...
   run "$@"
   if [ -n "$select" ]; then
     printf '%-40s %8.2f %9.2f %9.3f %9.3f %9.0f %7.2f\n' "$label" "$wall" "$load" "$select" \
-      "$print" "$((rss / 1024))" "$cpu"
+      "$(awk "BEGIN{print $wall - $load - $select}")" "$((rss / 1024))" "$cpu"
   else
     printf '%-40s %8.2f %9.2f %9s %9.3f %9.0f %7.2f\n' "$label" "$wall" "$load" - \
       "$(awk "BEGIN{print $wall - $load}")" "$((rss / 1024))" "$cpu"
   fi
 }
 
-if [ -n "$STATE" ]; then
+if [ -n "${STATE:-}" ]; then
   table "$STATE"
   exit 0
 fi
