@@ -111,13 +111,49 @@ Ip6Addr Ip6Addr::masked(int len) const {
   return r;
 }
 
+// The RFC 5952 form, as the C library's inet_ntop writes it (a listing writes one per route,
+// and inet_ntop goes through sprintf): lower-case groups without leading zeros, the first of
+// the longest runs of two or more zero groups as "::", and an IPv4 address in the last two
+// groups written dotted when all before it are zero (::a.b.c.d) or are zero then ffff
+// (::ffff:a.b.c.d).
 char* Ip6Addr::write(char* out) const {
-  // inet_ntop writes the RFC 5952 form: lower case, the longest run of zero groups as "::".
-  char buf[INET6_ADDRSTRLEN];
-  inet_ntop(AF_INET6, bytes_.data(), buf, sizeof buf);
-  const std::size_t n = std::strlen(buf);
-  std::memcpy(out, buf, n);
-  return out + n;
+  std::uint16_t words[8];
+  for (int i = 0; i < 8; ++i)
+    words[i] = static_cast<std::uint16_t>(bytes_[2 * i] << 8 | bytes_[2 * i + 1]);
+  int bestBase = -1, bestLen = 0, curBase = -1, curLen = 0;
+  for (int i = 0; i < 8; ++i) {
+    if (words[i] == 0) {
+      if (curBase < 0) curBase = i, curLen = 0;
+      ++curLen;
+      if (curLen > bestLen) bestBase = curBase, bestLen = curLen;
+    } else {
+      curBase = -1;
+    }
+  }
+  if (bestLen < 2) bestBase = -1;
+  static constexpr char kHex[] = "0123456789abcdef";
+  for (int i = 0; i < 8; ++i) {
+    if (bestBase >= 0 && i >= bestBase && i < bestBase + bestLen) {
+      if (i == bestBase) *out++ = ':';
+      continue;
+    }
+    if (i != 0) *out++ = ':';
+    if (i == 6 && bestBase == 0 && (bestLen == 6 || (bestLen == 5 && words[5] == 0xffff))) {
+      IpAddr v4(bytes_[12], bytes_[13], bytes_[14], bytes_[15]);
+      return v4.write(out);
+    }
+    const unsigned w = words[i];
+    bool started = false;
+    for (int shift = 12; shift >= 0; shift -= 4) {
+      const unsigned nibble = (w >> shift) & 0xf;
+      if (nibble || started || shift == 0) {
+        *out++ = kHex[nibble];
+        started = true;
+      }
+    }
+  }
+  if (bestBase >= 0 && bestBase + bestLen == 8) *out++ = ':';
+  return out;
 }
 
 std::string Ip6Addr::stringValue() const {

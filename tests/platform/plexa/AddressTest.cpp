@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,6 +32,29 @@ TEST(IpAddr, OrdersNumericallyNotByText) {
   EXPECT_EQ(v[0].stringValue(), "9.255.0.1");
   EXPECT_EQ(v[1].stringValue(), "10.0.0.9");
   EXPECT_EQ(v[2].stringValue(), "10.0.0.10");
+}
+
+// The text is the C library's: every pattern of zero groups, with the IPv4-mapped and
+// IPv4-compatible forms and groups of every width, written as inet_ntop writes it.
+TEST(Ip6Addr, WritesWhatInetNtopWrites) {
+  std::uint32_t x = 7;
+  const auto rnd = [&] { return x = x * 1103515245 + 12345, x >> 8; };
+  const std::uint16_t widths[] = {0x1, 0xf, 0xab, 0xfff, 0xffff};
+  for (unsigned zeros = 0; zeros < 256; ++zeros) {
+    for (int round = 0; round < 12; ++round) {
+      Ip6Addr::Bytes b{};
+      for (int g = 0; g < 8; ++g) {
+        std::uint16_t w = 0;
+        if (!(zeros & (1u << g))) w = static_cast<std::uint16_t>(rnd() & widths[rnd() % 5]);
+        if (g == 5 && round % 4 == 0) w = 0xffff;
+        b[2 * g] = static_cast<std::uint8_t>(w >> 8);
+        b[2 * g + 1] = static_cast<std::uint8_t>(w);
+      }
+      char expected[INET6_ADDRSTRLEN];
+      ASSERT_NE(inet_ntop(AF_INET6, b.data(), expected, sizeof expected), nullptr);
+      EXPECT_EQ(Ip6Addr(b).stringValue(), expected);
+    }
+  }
 }
 
 TEST(Ip6Addr, WritesTheCanonicalShortForm) {
