@@ -167,24 +167,31 @@ class Generator {
   }
 
  private:
+  // One point-to-point link: the i-th uplink's name, a description naming what is at the other
+  // end ("spine3", "peer2"), its /31 and its /127.
+  void linkInterface(int i, const char* far) {
+    char a4[24], a6[64];
+    *uplinkAddr(i, false).write(a4) = 0;
+    *uplinkAddr6(i, false).write(a6) = 0;
+    out_.raw("    {\"name\": \"")
+        .raw(uplinkName(i))
+        .raw("\", \"description\": \"")
+        .raw(far)
+        .num(i + 1)
+        .raw("\", \"ipv4\": {\"primary\": \"")
+        .raw(a4)
+        .raw("/31\"}, \"ipv6\": [\"")
+        .raw(a6)
+        .raw("/127\"]},\n");
+  }
+
   void interfaces() {
     out_.raw("  \"interfaces\": [\n");
     out_.raw("    {\"name\": \"Loopback0\", \"ipv4\": {\"primary\": \"10.255.0.1/32\"}, ")
         .raw("\"ipv6\": [\"2001:db8:ffff::1/128\"]},\n");
     out_.raw("    {\"name\": \"Management1\", \"ipv4\": {\"primary\": \"192.168.0.10/24\"}},\n");
     for (int i = 0; i < kUplinks; ++i) {
-      char a4[24], a6[64];
-      *uplinkAddr(i, false).write(a4) = 0;
-      *uplinkAddr6(i, false).write(a6) = 0;
-      out_.raw("    {\"name\": \"")
-          .raw(uplinkName(i))
-          .raw("\", \"description\": \"spine")
-          .num(i + 1)
-          .raw("\", \"ipv4\": {\"primary\": \"")
-          .raw(a4)
-          .raw("/31\"}, \"ipv6\": [\"")
-          .raw(a6)
-          .raw("/127\"]},\n");
+      linkInterface(i, "spine");
     }
     for (unsigned k = 1; k <= o_.extraVrfs; ++k) {
       out_.raw("    {\"name\": \"Vlan")
@@ -657,18 +664,7 @@ class Generator {
     out_.raw("    {\"name\": \"Loopback0\", \"ipv4\": {\"primary\": \"10.255.0.1/32\"}, ")
         .raw("\"ipv6\": [\"2001:db8:ffff::1/128\"]},\n");
     for (int i = 0; i < kPeers; ++i) {
-      char a4[24], a6[64];
-      *uplinkAddr(i, false).write(a4) = 0;
-      *uplinkAddr6(i, false).write(a6) = 0;
-      out_.raw("    {\"name\": \"")
-          .raw(uplinkName(i))
-          .raw("\", \"description\": \"peer")
-          .num(i + 1)
-          .raw("\", \"ipv4\": {\"primary\": \"")
-          .raw(a4)
-          .raw("/31\"}, \"ipv6\": [\"")
-          .raw(a6)
-          .raw("/127\"]},\n");
+      linkInterface(i, "peer");
     }
     out_.endList("  ],\n");
     out_.raw("  \"neighbors\": [\n");
