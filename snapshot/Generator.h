@@ -20,8 +20,8 @@
 // The internet profile is shaped like a border router's full Internet table instead: four
 // routed interfaces (Ethernet1-4, one eBGP peer on each) and the loopback; IPv4 routes with
 // the public table's length mix (about 60% /24, then /22, /23, /21, /20, /19, /18, /16, /17 and
-// very few shorter); 90% of the routes over one peer (the peers carry unequal shares), 10% ECMP over 2
-// to 4 of them (2 most often), about 1.14 vias per route; IPv6 routes with /48 the largest
+// very few shorter); 90% of the routes over one peer (the peers carry unequal shares), 10% ECMP
+// over 2 to 4 of them (2 most often), about 1.14 vias per route; IPv6 routes with /48 the largest
 // share (about half), then /32, /44, /40, /36, /29; no tunnels or nexthop groups.
 //
 // The same options give the same text, byte for byte.
