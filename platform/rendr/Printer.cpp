@@ -69,25 +69,8 @@ void Printer::throwInterrupt(int sig) {
 }
 
 void Printer::reportStop(const sigintException& stop) noexcept {
-  if (stop.signal() == 0) return;
-  const std::string_view exiting = "exiting ";
-  const std::string_view reason = stop.what();
-  if (json()) {
-    char line[64];
-    const std::size_t n = std::min(sizeof line - 1, exiting.size() + reason.size());
-    std::memcpy(line, exiting.data(), exiting.size());
-    std::memcpy(line + exiting.size(), reason.data(), n - exiting.size());
-    line[n] = '\n';
-    ssize_t ignored = ::write(STDERR_FILENO, line, n + 1);
-    (void)ignored;
-    return;
-  }
-  // A listing is cut wherever the signal found it, often within a line.
-  if (!out_.atLineStart()) out_.put('\n');
-  out_.append(exiting.data(), exiting.size());
-  out_.append(reason.data(), reason.size());
-  out_.put('\n');
-  out_.flush();
+  if (stop.signal() == 0) return;  // a reader gone, or output failed: nothing more to say
+  sayExiting(stop.what());
 }
 
 void Printer::reportFailure(const std::exception& failure) noexcept {
@@ -95,9 +78,15 @@ void Printer::reportFailure(const std::exception& failure) noexcept {
     reportStop(*stop);
     return;
   }
+  sayExiting(failure.what());
+}
+
+// "exiting <reason>" where the user sees it: on a line of its own in text (a listing is cut
+// wherever it was, often within a line); on stderr in JSON, whose output is the document alone.
+void Printer::sayExiting(std::string_view reason) noexcept {
   try {
     std::string line = "exiting ";
-    line += failure.what();
+    line += reason;
     line += '\n';
     if (json()) {
       ssize_t ignored = ::write(STDERR_FILENO, line.data(), line.size());

@@ -32,6 +32,7 @@
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "platform/rendr/AttrInfo.h"
 #include "platform/rendr/Interrupt.h"
@@ -180,6 +181,7 @@ class Printer {
       throwStopped();
   }
   [[noreturn]] void throwStopped() const;
+  void sayExiting(std::string_view reason) noexcept;
   [[noreturn]] static void throwInterrupt(int sig);
 
   bool json() const { return format_ == kFormatJson; }
