@@ -69,8 +69,8 @@ class RouteListing {
   bool routingDisabled() const;
 
   DefaultRouteState defaultRouteState() const { return defaultState_; }
-  // The default route as selection took it (null when there is none), and whether the page
-  // shows it: printable and of the asked protocol.
+  // The default route as selection took it (null when there is none); rowOf says whether the
+  // page shows it.
   const Route* defaultRoute() const { return defaultRoute_ ? &*defaultRoute_ : nullptr; }
 
   // Fills `row` for `route`; false when the page leaves the route out (not printable, another

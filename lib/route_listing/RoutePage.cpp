@@ -26,7 +26,8 @@ void printRow(const ListingRow<Family>& row, rendr::Printer& p, RouteAttrs& a) {
 
 // The gateway of last resort. Its state is an attribute of the page; in text the route itself
 // prints here, above the others, and the JSON document lists it under "routes" instead.
-// Returns whether the route printed here.
+// Returns whether the gateway lines stood for the route (printed it, or said it is not
+// reachable), so that the routes below leave it out.
 template <class Sorter>
 bool printDefaultRoute(const RouteListing<Sorter>& model, rendr::Printer& p, RouteAttrs& a) {
   rendr::StringAttrInfo state("defaultRouteState", p.format());

@@ -236,11 +236,6 @@ class SetCollection : public CollectionBase<Storage, SetCollection<Storage>> {
   bool get(const Key& k) const { return this->contains(k); }
 };
 
-// An ordered map kept as one sorted array: the same operations as OrderedMap, for maps that are
-// filled in bulk (a million routes) and then read in order. Entries added out of order are
-// appended and sorted once, on the next read, so filling costs one sort instead of a tree
-// descent and a node allocation per entry. An entry added again replaces the earlier one, as
-// in the tree map. Removing an entry moves the ones after it.
 // A key type may offer an order key: `orderKey(k)`, found by argument-dependent lookup, an
 // unsigned number below 2^40 that orders keys as operator< does and tells them apart. A
 // VectorMap of such keys under std::less sorts by radix instead of by comparison: a million
@@ -295,6 +290,11 @@ bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
 
 }  // namespace detail
 
+// An ordered map kept as one sorted array: the same operations as OrderedMap, for maps that are
+// filled in bulk (a million routes) and then read in order. Entries added out of order are
+// appended and sorted once, on the next read, so filling costs one sort instead of a tree
+// descent and a node allocation per entry. An entry added again replaces the earlier one, as
+// in the tree map. Removing an entry moves the ones after it.
 template <class K, class V, class Compare = std::less<K>>
 class VectorMap {
  public:
