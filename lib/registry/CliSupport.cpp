@@ -68,19 +68,19 @@ TypeEntry nhgSummaryType() {
       .op("vrfNameIs", &S::vrfNameIs, {"vrfName"})
       .op("processNexthopGroups", &S::processNexthopGroups)
       .op("render", &S::render, {"fd", "fmt"})
-      .op("newNhgPerType", &S::newNhgPerType, {"type", "count"})
+      .op("newNhgPerType", &S::newNhgPerType<>, {"type", "count"})
       .op("nhgPerTypeIs",
           static_cast<void (S::*)(const Type&, const std::uint32_t&)>(&S::nhgPerTypeIs),
           {"type", "count"})
       .op("nhgPerTypeDel", static_cast<bool (S::*)(const Type&)>(&S::nhgPerTypeDel), {"type"})
-      .op("nhgPerTypeDelAll", &S::nhgPerTypeDelAll)
-      .op("newNhgPerSize", &S::newNhgPerSize, {"size", "count"})
+      .op("nhgPerTypeDelAll", &S::nhgPerTypeDelAll<>)
+      .op("newNhgPerSize", &S::newNhgPerSize<>, {"size", "count"})
       .op("nhgPerSizeIs",
           static_cast<void (S::*)(const std::uint32_t&, const std::uint32_t&)>(&S::nhgPerSizeIs),
           {"size", "count"})
       .op("nhgPerSizeDel", static_cast<bool (S::*)(const std::uint32_t&)>(&S::nhgPerSizeDel),
           {"size"})
-      .op("nhgPerSizeDelAll", &S::nhgPerSizeDelAll)
+      .op("nhgPerSizeDelAll", &S::nhgPerSizeDelAll<>)
       .build();
 }
 
@@ -103,7 +103,7 @@ void registerTypes(TypeRegistry& r) {
   r.add(sorterType<Route6Sorter>("Rova::Route6Sorter"));
   r.add(TypeBuilder<StaticRoutesRibCommon>("Rova::StaticRoutesRibCommon")
             .constructor<RibAllIntfConfigPtr>({"allIntfConfig"})
-            .op("newRouteInputConf", &StaticRoutesRibCommon::newRouteInputConf,
+            .op("newRouteInputConf", &StaticRoutesRibCommon::newRouteInputConf<>,
                 {"routeInput", "flag"})
             .op("dump", &StaticRoutesRibCommon::dump, {"rovaConsts"})
             .op("legend", &StaticRoutesRibCommon::legend)
