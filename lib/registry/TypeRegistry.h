@@ -1,8 +1,8 @@
 #pragma once
 // The type registry: one entry per library type, in registration order, built when the
 // library is loaded from the classes' own attribute lists and the constructors and operations
-// named in CliSupport.cpp. Through it the front end looks a type up by name, constructs it from
-// an ordered list of Values, reads and writes attributes, iterates collections, calls
+// named in the CliSupport files. Through it the front end looks a type up by name, constructs it
+// from an ordered list of Values, reads and writes attributes, iterates collections, calls
 // operations by name, and converts values to and from their text form; it never needs a class
 // header of the library.
 //
