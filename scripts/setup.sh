@@ -21,10 +21,11 @@ ROVA_TEST_PACKAGES=(
 )
 
 # The sanitizer build of ./run-tests, also the one tests/fuzz/fuzz.sh runs the fuzzers in:
-# clang with AddressSanitizer, UndefinedBehaviorSanitizer and libFuzzer.
+# clang with AddressSanitizer, UndefinedBehaviorSanitizer and libFuzzer. It compiles every file
+# on its own (no unity batches), so that a file missing an include fails there.
 ROVA_SANITIZER_BUILD=(
   Debug all -DROVA_WERROR=ON -DROVA_TESTS=ON -DROVA_BENCH=OFF -DROVA_SANITIZE=ON -DROVA_FUZZ=ON
-  -DCMAKE_CXX_COMPILER=clang++
+  -DROVA_UNITY=OFF -DCMAKE_CXX_COMPILER=clang++
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }
