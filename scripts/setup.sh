@@ -79,7 +79,13 @@ rova_build() {
   local args="$type $*"
   if [ ! -f "$dir/build.ninja" ] || { [ "${ROVA_RECONFIGURE:-0}" = 1 ] &&
        [ "$(cat "$dir/.rova-configured" 2>/dev/null)" != "$args" ]; }; then
-    [ -f "$dir/build.ninja" ] || rova_log "rova: first build in $dir (a few minutes on two cores) ..."
+    if [ ! -f "$dir/build.ninja" ]; then
+      if [ "$target" = all ]; then
+        rova_log "rova: first build in $dir (a few minutes on two cores) ..."
+      else
+        rova_log "rova: first build in $dir (about a minute on two cores) ..."
+      fi
+    fi
     rm -rf "$dir/CMakeCache.txt" "$dir/CMakeFiles"
     if cmake -S "$ROVA_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" "$@" >"$log" 2>&1; then
       printf '%s' "$args" >"$dir/.rova-configured"
