@@ -198,13 +198,24 @@ TEST(VectorMap, LastOfEqualKeysWinsAndDeleteWhileIterating) {
 
 namespace {
 
-TEST(DenseMap, AgreesWithTheTreeMapAndDeletesWhileIterating) {
-  Mox::DenseMap<std::uint16_t, std::string> d;
+// The array-backed maps must hold what the tree map holds under any mix of operations (the
+// open-addressing one over a key range that makes it grow and reuse removed slots), and let an
+// iteration delete as it goes. The flat hash map iterates in no key order, so contents are
+// compared as ordered copies.
+template <class Map>
+void agreesWithTheTreeMapAndDeletesWhileIterating(unsigned keys) {
+  Map d;
   std::map<std::uint16_t, std::string> m;
+  const auto contents = [](const Map& map) {
+    std::map<std::uint16_t, std::string> copy;
+    for (const auto& [k, v] : map)
+      EXPECT_TRUE(copy.emplace(k, v).second);
+    return copy;
+  };
   std::uint32_t x = 7;
   for (int i = 0; i < 3000; ++i) {
     x = x * 1103515245 + 12345;
-    const auto k = static_cast<std::uint16_t>((x >> 16) % 64);
+    const auto k = static_cast<std::uint16_t>((x >> 16) % keys);
     const std::string v = std::to_string(i);
     switch ((x >> 8) % 3) {
       case 0:
@@ -217,23 +228,34 @@ TEST(DenseMap, AgreesWithTheTreeMapAndDeletesWhileIterating) {
       default:
         EXPECT_EQ(d.del(k), m.erase(k) == 1);
     }
+    if (i % 101 == 0) {
+      ASSERT_EQ(d.size(), m.size());
+      EXPECT_EQ(contents(d), m);
+    }
   }
-  ASSERT_EQ(d.size(), m.size());
-  auto mi = m.begin();
-  for (const auto& [k, v] : d) {
-    EXPECT_EQ(k, mi->first);
-    EXPECT_EQ(v, mi->second);
-    ++mi;
-  }
+  EXPECT_EQ(contents(d), m);
   std::size_t visited = 0;
   for (auto it = d.iterator(); it; ++it) {
     ++visited;
     if (it.key() % 2) it.deleteCurrent();
   }
   EXPECT_EQ(visited, m.size());
-  for (const auto& [k, v] : d)
-    EXPECT_EQ(k % 2, 0);
-  EXPECT_EQ(d.get(63), m.count(63) && 63 % 2 == 0 ? m[63] : "");
+  std::erase_if(m, [](const auto& e) { return e.first % 2; });
+  EXPECT_EQ(contents(d), m);
+  EXPECT_EQ(d.get(62), m.count(62) ? m[62] : "");
+  d.delAll();
+  EXPECT_TRUE(d.empty());
+  EXPECT_FALSE(d.contains(62));
+}
+
+TEST(DenseMap, AgreesWithTheTreeMapAndDeletesWhileIterating) {
+  agreesWithTheTreeMapAndDeletesWhileIterating<Mox::DenseMap<std::uint16_t, std::string>>(64);
+}
+
+TEST(FlatHashMap, AgreesWithTheTreeMapAndDeletesWhileIterating) {
+  using Map = Mox::FlatHashMap<std::uint16_t, std::string>;
+  agreesWithTheTreeMapAndDeletesWhileIterating<Map>(64);
+  agreesWithTheTreeMapAndDeletesWhileIterating<Map>(1000);
 }
 
 }  // namespace
