@@ -20,6 +20,7 @@
 //     summary.routeCountByMaskDel(24);          // or routeCountByMaskDelAll()
 
 #include <algorithm>
+#include <array>
 #include <concepts>
 #include <cstdint>
 #include <functional>
@@ -247,6 +248,13 @@ template <class K>
 concept HasOrderKey = requires(const K& k) {
   { orderKey(k) } -> std::same_as<std::uint64_t>;
 };
+// The same for keys wider than a word (an IPv6 prefix): three words, the most significant
+// first.
+using WideOrderKey = std::array<std::uint64_t, 3>;
+template <class K>
+concept HasWideOrderKey = requires(const K& k) {
+  { orderKey(k) } -> std::same_as<WideOrderKey>;
+};
 
 namespace detail {
 
@@ -285,6 +293,49 @@ bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
     // The reads are scattered: ask for the ones a little ahead while this one is moved.
     if (j + 8 < n) Mox::prefetch(&data[words[j + 8] & kIndexMask]);
     sorted.push_back(std::move(data[words[j] & kIndexMask]));
+  }
+  data.swap(sorted);
+  return true;
+}
+
+// Sorts `data` by `keyOf`'s wide keys, stably (fewer than 2^32 entries; returns false
+// otherwise). The keys are copied beside their entries' indices and sorted a byte at a time,
+// least significant first, skipping the bytes every key shares: a table's prefixes differ in a
+// few of their sixteen address bytes, so a few passes do. Then the entries are gathered.
+template <class Entry, class KeyOf>
+bool radixSortWide(std::vector<Entry>& data, KeyOf keyOf) {
+  const std::size_t n = data.size();
+  if (n == 0 || n >= (std::size_t(1) << 32)) return n == 0;
+  struct Item {
+    WideOrderKey key;
+    std::uint32_t index;
+  };
+  std::vector<Item> items(n), spare(n);
+  WideOrderKey varies{};
+  for (std::size_t i = 0; i < n; ++i) {
+    items[i] = {keyOf(data[i]), static_cast<std::uint32_t>(i)};
+    for (std::size_t w = 0; w < varies.size(); ++w)
+      varies[w] |= items[i].key[w] ^ items[0].key[w];
+  }
+  for (std::size_t w = varies.size(); w-- > 0;) {
+    for (unsigned shift = 0; shift < 64; shift += 8) {
+      if (((varies[w] >> shift) & 255) == 0) continue;
+      std::size_t start[257] = {};
+      for (const Item& it : items)
+        ++start[((it.key[w] >> shift) & 255) + 1];
+      for (std::size_t b = 1; b < 257; ++b)
+        start[b] += start[b - 1];
+      for (const Item& it : items)
+        spare[start[(it.key[w] >> shift) & 255]++] = it;
+      items.swap(spare);
+    }
+  }
+  spare = {};
+  std::vector<Entry> sorted;
+  sorted.reserve(n);
+  for (std::size_t j = 0; j < n; ++j) {
+    if (j + 8 < n) Mox::prefetch(&data[items[j + 8].index]);
+    sorted.push_back(std::move(data[items[j].index]));
   }
   data.swap(sorted);
   return true;
@@ -419,6 +470,8 @@ class VectorMap {
     bool done = false;
     if constexpr (HasOrderKey<K> && std::is_same_v<Compare, std::less<K>>) {
       done = detail::radixSort(data_, [](const Entry& e) { return orderKey(e.first); });
+    } else if constexpr (HasWideOrderKey<K> && std::is_same_v<Compare, std::less<K>>) {
+      done = detail::radixSortWide(data_, [](const Entry& e) { return orderKey(e.first); });
     }
     if (!done) {
       std::stable_sort(data_.begin(), data_.end(),

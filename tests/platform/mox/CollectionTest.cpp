@@ -131,6 +131,13 @@ struct RadixKey {
   friend std::uint64_t orderKey(const RadixKey& k) { return k.v; }
 };
 static_assert(Mox::HasOrderKey<RadixKey> && !Mox::HasOrderKey<int>);
+// The same with a key three words wide, as an IPv6 prefix's.
+struct WideKey {
+  Mox::WideOrderKey v{};
+  friend auto operator<=>(const WideKey&, const WideKey&) = default;
+  friend Mox::WideOrderKey orderKey(const WideKey& k) { return k.v; }
+};
+static_assert(Mox::HasWideOrderKey<WideKey> && !Mox::HasWideOrderKey<RadixKey>);
 
 // The sorted-array map must behave exactly like the tree map under any mix of operations,
 // sorted by comparison or by radix.
@@ -176,6 +183,11 @@ TEST(VectorMap, AgreesWithTheTreeMap) {
   agreesWithTheTreeMap<int>([](int k) { return k; });
   agreesWithTheTreeMap<RadixKey>(
       [](int k) { return RadixKey{std::uint64_t(k % 7) << 32 | std::uint64_t(k) * 0x10101}; });
+  // Keys that differ in the first and last words only, in bytes far apart: the passes over
+  // the bytes every key shares are skipped.
+  agreesWithTheTreeMap<WideKey>([](int k) {
+    return WideKey{{std::uint64_t(k % 3) << 40, 0x20010db800000000ull, std::uint64_t(k) * 0x10001}};
+  });
 }
 
 TEST(VectorMap, LastOfEqualKeysWinsAndDeleteWhileIterating) {

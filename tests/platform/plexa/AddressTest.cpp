@@ -129,6 +129,27 @@ TEST(Ip6Prefix, ParsesMasksAndOrders) {
   EXPECT_FALSE(Ip6Prefix::parse("2001:db8::/129", p));
 }
 
+// Sorting by radix relies on the order key ordering prefixes exactly as their comparison does:
+// the address first (IPv6 across both of its words), then the length, the null prefix first.
+TEST(Prefix, OrderKeyOrdersAsTheComparisonDoes) {
+  const auto check = [](const auto& prefixes) {
+    for (const auto& a : prefixes) {
+      for (const auto& b : prefixes)
+        EXPECT_EQ(orderKey(a) <=> orderKey(b), a <=> b)
+            << a.stringValue() << " " << b.stringValue();
+    }
+  };
+  check(std::vector<Prefix>{Prefix(), Prefix::fromString("0.0.0.0/0"),
+                            Prefix::fromString("10.0.0.0/8"), Prefix::fromString("10.0.0.0/24"),
+                            Prefix::fromString("9.255.255.255/32"),
+                            Prefix::fromString("255.255.255.255/32")});
+  check(std::vector<Ip6Prefix>{
+      Ip6Prefix(), Ip6Prefix::fromString("::/0"), Ip6Prefix::fromString("2001:db8::/32"),
+      Ip6Prefix::fromString("2001:db8::/64"), Ip6Prefix::fromString("2001:db8::1:0:0:0/80"),
+      Ip6Prefix::fromString("2001:db8::ffff/128"), Ip6Prefix::fromString("2001:db9::/32"),
+      Ip6Prefix::fromString("ffff::/16")});
+}
+
 TEST(IpGenAddr, CarriesEitherFamily) {
   IpGenAddr empty;
   EXPECT_TRUE(empty.isZero());
