@@ -29,15 +29,6 @@ State basicState() {
   return st;
 }
 
-TEST(Selection, NoPrefixListsEveryPrintableRouteInPrefixOrder) {
-  auto s = basicState().sorter4();
-  EXPECT_EQ(selected(*s), (Strings{"1.1.1.1/32", "10.0.0.0/24", "10.1.0.0/16", "10.1.1.0/24",
-                                   "10.1.1.128/25", "10.2.0.0/16"}));
-  EXPECT_EQ(s->printCount(), 6u);
-  EXPECT_TRUE(s->initialized());
-  EXPECT_EQ(s->addrToIntfIds(), 2u);
-}
-
 TEST(Selection, ExactPrefixOrElseTheLongestMatchThatPassesTheFilter) {
   State st = basicState();
   EXPECT_EQ(selected(*st.sorter4({.prefix = "10.1.1.0/24"})), (Strings{"10.1.1.0/24"}));
@@ -54,11 +45,6 @@ TEST(Selection, ExactPrefixOrElseTheLongestMatchThatPassesTheFilter) {
   EXPECT_EQ(selected(*st.sorter4({.prefix = "10.1.1.200/32"})), (Strings{"10.1.1.128/25"}));
   EXPECT_EQ(selected(*st.sorter4({.prefix = "10.1.1.200/32", .detail = true})),
             (Strings{"10.1.1.192/26"}));
-}
-
-TEST(Selection, LongerPrefixesListsThePrefixAndEverythingInsideIt) {
-  auto s = basicState().sorter4({.prefix = "10.1.0.0/16", .longerPrefixes = true});
-  EXPECT_EQ(selected(*s), (Strings{"10.1.0.0/16", "10.1.1.0/24", "10.1.1.128/25"}));
 }
 
 TEST(Selection, ALargeTableSelectsCompletelyAcrossTheYields) {
@@ -86,14 +72,6 @@ TEST(Filter, ReceiveRoutesOnlyForTheVrfsOwnAddresses) {
   // Hidden in the default VRF: the address belongs to an interface of VRF red.
   EXPECT_EQ(selected(*st.sorter4({.prefix = "5.5.5.5/32"})), Strings{});
   EXPECT_EQ(selected(*st.sorter4({.prefix = "5.5.5.5/32", .vrf = "red"})), (Strings{"5.5.5.5/32"}));
-}
-
-TEST(Filter, LinkLocalReceiveRouteOnlyInDetail) {
-  State st;
-  st.fec6(1, {{"", "Ethernet1"}});
-  st.route6("fe80::/10", RT6::receive, 1);
-  EXPECT_EQ(selected(*st.sorter6()), Strings{});
-  EXPECT_EQ(selected(*st.sorter6({.detail = true})), (Strings{"fe80::/10"}));
 }
 
 TEST(Filter, MartianAttachedInvalidAndPrintability) {
