@@ -134,13 +134,6 @@ TEST(NexthopGroupCounters, AGroupAskedAtOnceAnswersAsEntryByEntry) {
 
 TEST(NexthopGroupCounters, MountsTheFixedPathsAndRefusesAMissingOne) {
   NhgState s;
-  auto h = mounted(s);
-  EXPECT_EQ(h->counterKeyTable().get(), s.keys.get());
-  EXPECT_EQ(h->counterTable().get(), s.current.get());
-  EXPECT_EQ(h->snapshotTable().get(), s.snapshot.get());
-  EXPECT_FALSE(h->counterEnabled());
-
-  auto em = s.entityManager();
   auto partial = Mox::makePtr<Statum::EntityManager>();
   partial->entityIs("tunnel/nexthop/counterkeyinfo", s.keys);
   partial->entityIs("flexCounter/counterTable/16/4294967295", s.current);
