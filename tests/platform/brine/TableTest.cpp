@@ -210,24 +210,4 @@ TEST(Bounds, ViasIndicesLabelsTunnelIdsAndNames) {
             "PodArray::set expected size <=");
 }
 
-TEST(Records, AreFixedSizeAndTriviallyCopyable) {
-  static_assert(std::is_trivially_copyable_v<Brine::Fib::Route>);
-  static_assert(std::is_trivially_copyable_v<Brine::Fib6::Fec>);
-  static_assert(std::is_trivially_copyable_v<Tunnel::TunnelFib::MplsTunnelFibEntry>);
-  static_assert(std::is_trivially_copyable_v<Arp::Table::ArpEntry>);
-  EXPECT_LE(sizeof(Brine::Fib::Route), 32u);
-}
-
-TEST(RouteTypeNames, RoundTripPerFamily) {
-  Routing::Fib::RouteType t4;
-  EXPECT_TRUE(Routing::Fib::routeTypeFromName("ospfInterArea", t4));
-  EXPECT_EQ(static_cast<int>(t4), 16);
-  EXPECT_EQ(Routing::Fib::routeTypeName(Routing::Fib::RouteType::martian), "martian");
-  Routing6::Fib::RouteType t6;
-  EXPECT_TRUE(Routing6::Fib::routeTypeFromName("martian", t6));
-  EXPECT_EQ(static_cast<int>(t6), 18);
-  EXPECT_FALSE(Routing6::Fib::routeTypeFromName("ospfInterArea", t6));
-  EXPECT_EQ(Routing::Fib::routeTypeName(static_cast<Routing::Fib::RouteType>(6)), "");
-}
-
 }  // namespace

@@ -109,16 +109,6 @@ TEST(Collection, SetTakesAFlagAndHashMapCounts) {
   EXPECT_EQ(h.count("y"), 0u);
 }
 
-TEST(Collection, OutOfOrderInsertsStaySorted) {
-  LabelMap m;
-  for (int k : {5, 9, 1, 7, 3, 9, 0})
-    m.set(k, "v");
-  std::vector<int> keys;
-  for (const auto& [k, v] : m)
-    keys.push_back(k);
-  EXPECT_EQ(keys, (std::vector<int>{0, 1, 3, 5, 7, 9}));
-}
-
 }  // namespace
 
 namespace {

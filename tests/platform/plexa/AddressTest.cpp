@@ -25,15 +25,6 @@ TEST(IpAddr, ParsesOnlyPlainDottedQuads) {
   EXPECT_THROW(IpAddr::fromString("300.1.1.1"), Mox::RangeException);
 }
 
-TEST(IpAddr, OrdersNumericallyNotByText) {
-  std::vector<IpAddr> v = {IpAddr::fromString("10.0.0.10"), IpAddr::fromString("9.255.0.1"),
-                           IpAddr::fromString("10.0.0.9")};
-  std::sort(v.begin(), v.end());
-  EXPECT_EQ(v[0].stringValue(), "9.255.0.1");
-  EXPECT_EQ(v[1].stringValue(), "10.0.0.9");
-  EXPECT_EQ(v[2].stringValue(), "10.0.0.10");
-}
-
 // The text is the C library's: every pattern of zero groups, with the IPv4-mapped and
 // IPv4-compatible forms and groups of every width, written as inet_ntop writes it.
 TEST(Ip6Addr, WritesWhatInetNtopWrites) {
