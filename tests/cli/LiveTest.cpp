@@ -23,8 +23,6 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -176,15 +174,6 @@ bool makeDevice(Namespace& ns) {
 // ---- the golden cases ----
 
 using Case = rovatest::GoldenCase;
-using rovatest::firstDifference;
-
-std::vector<Case> readCases() {
-  return rovatest::readGoldenCases(ROVA_GOLDEN_DIR "/live/cases.txt");
-}
-
-std::string readFile(const std::string& path) {
-  return rovatest::readText(path);
-}
 
 class LiveGolden : public testing::TestWithParam<Case> {
  protected:
@@ -204,36 +193,14 @@ class LiveGolden : public testing::TestWithParam<Case> {
 Namespace* LiveGolden::ns_ = nullptr;
 
 TEST_P(LiveGolden, OutputIsExactlyTheGoldenFile) {
-  const Case& c = GetParam();
-  const clitest::Captured r = ns_->rova(cli::splitWords(c.command));
-  const std::string base = std::string(ROVA_GOLDEN_DIR "/live/") + c.name;
-  if (std::getenv("ROVA_UPDATE_GOLDEN")) {
-    std::ofstream(base + ".out") << r.out;
-    if (r.err.empty()) {
-      std::remove((base + ".err").c_str());
-    } else {
-      std::ofstream(base + ".err") << r.err;
-    }
-  }
-  EXPECT_EQ(r.status, c.status) << c.command << "\n" << r.err;
-  const std::string wantOut = readFile(base + ".out");
-  EXPECT_TRUE(r.out == wantOut) << c.command << "\n" << firstDifference(wantOut, r.out);
-  EXPECT_EQ(r.err, readFile(base + ".err")) << c.command;
-  if (c.name.size() > 5 && c.name.compare(c.name.size() - 5, 5, ".json") == 0) {
-    nlohmann::json parsed;
-    EXPECT_NO_THROW(parsed = nlohmann::json::parse(r.out)) << c.command;
-    EXPECT_TRUE(parsed.is_object());
-  }
+  const clitest::Captured r = ns_->rova(cli::splitWords(GetParam().command));
+  rovatest::expectGolden(ROVA_GOLDEN_DIR "/live", GetParam(), r.status, r.out, r.err);
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, LiveGolden, testing::ValuesIn(readCases()),
-                         [](const testing::TestParamInfo<Case>& info) {
-                           std::string n = info.param.name;
-                           for (char& ch : n) {
-                             if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-                           }
-                           return n;
-                         });
+INSTANTIATE_TEST_SUITE_P(Commands, LiveGolden,
+                         testing::ValuesIn(rovatest::readGoldenCases(ROVA_GOLDEN_DIR
+                                                                     "/live/cases.txt")),
+                         rovatest::goldenTestName);
 
 // ---- the shell ----
 
@@ -353,13 +320,5 @@ TEST(Live, WithoutNetlinkTheStateCannotBeRead) {
   EXPECT_EQ(r.out, "");
 }
 #endif
-
-TEST(Live, LiveAndStateExcludeEachOther) {
-  const auto r =
-      clitest::runProgram(ROVA_PROGRAM, {"--live", "--state", "x.json", "show", "version"});
-  EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(r.err.substr(0, r.err.find('\n')),
-            "rova: --live and --state name two states; give one");
-}
 
 }  // namespace
