@@ -31,12 +31,7 @@ State basicState() {
 
 TEST(Selection, ExactPrefixOrElseTheLongestMatchThatPassesTheFilter) {
   State st = basicState();
-  EXPECT_EQ(selected(*st.sorter4({.prefix = "10.1.1.0/24"})), (Strings{"10.1.1.0/24"}));
-  // No exact route: the longest covering one.
-  EXPECT_EQ(selected(*st.sorter4({.prefix = "10.1.1.7/32"})), (Strings{"10.1.1.0/24"}));
   EXPECT_EQ(selected(*st.sorter4({.prefix = "10.1.1.200/32"})), (Strings{"10.1.1.128/25"}));
-  // Nothing covers it.
-  EXPECT_EQ(selected(*st.sorter4({.prefix = "192.168.0.1/32"})), Strings{});
   // The protocol is the printing's filter, not the selection's.
   EXPECT_EQ(selected(*st.sorter4({.prefix = "10.1.1.200/32", .protocol = "O"})),
             (Strings{"10.1.1.128/25"}));
@@ -181,22 +176,6 @@ TEST(Operations, ViasForPrefixCopiesTheCachedVias) {
   EXPECT_EQ(s->viasForPrefix(Plexa::Prefix::fromString("172.16.0.0/16")), nullptr);
   EXPECT_EQ(s->viasForPrefix(Plexa::Prefix::fromString("10.8.0.0/16"))->vias(), 0u);
   EXPECT_EQ(s->protocolString(Plexa::Prefix::fromString("10.1.0.0/16")), "O IA");
-}
-
-TEST(Operations, NexthopGroupNamesAndKernelUnprogrammedRoutes) {
-  State st = basicState();
-  NexthopGroup::EntryStatusRecord rec;
-  rec.entryKey = NexthopGroup::NexthopGroupEntryKey("NHG-A");
-  rec.nhgId = 12;
-  st.nhEntry->recordIs(rec);
-  auto s = st.sorter4();
-  EXPECT_FALSE(kernelUnprogrammedRoutes(*s));
-  s->buildNexthopGroupIdToName();
-  EXPECT_EQ(s->cachedNexthopGroupIdToName(12), "NHG-A");
-  Brine::KernelUnprogrammedRoute::Entry k;
-  k.prefix = Plexa::IpGenPrefix::fromString("10.1.0.0/16");
-  st.kernel->recordIs(k);
-  EXPECT_TRUE(kernelUnprogrammedRoutes(*s));
 }
 
 TEST(Counts, Ipv6InterfaceFilterAndRejectedRoutes) {
