@@ -6,6 +6,7 @@
 #include "lib/nexthop_group/NexthopGroupHelper.h"
 #include "platform/rendr/Printer.h"
 #include "tests/lib/nexthop_group/NexthopGroupFixture.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ struct Listing : testing::Test {
     return Rova::nexthopGroupHelperFactory(s.config, s.ids, s.hw, s.limits, counters, name);
   }
   static std::string rendered(Rova::NexthopGroupHelper& h, unsigned fmt) {
-    return nhgtest::renderedBy([&](std::uint32_t fd) { h.render(fd, fmt); });
+    return rovatest::writtenBy([&](int fd) { h.render(static_cast<std::uint32_t>(fd), fmt); });
   }
 
   NhgState s;

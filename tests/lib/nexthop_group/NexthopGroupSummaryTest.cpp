@@ -7,6 +7,7 @@
 #include "platform/rendr/Printer.h"
 #include "platform/state/NexthopGroupSize.h"
 #include "tests/lib/nexthop_group/NexthopGroupFixture.h"
+#include "tests/support/Capture.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ Mox::Ptr<NexthopGroupSummaryHelper> summaryOf(const NhgState& s, const char* vrf
 }
 
 std::string rendered(NexthopGroupSummaryHelper& h, unsigned fmt) {
-  return nhgtest::renderedBy([&](std::uint32_t fd) { h.render(fd, fmt); });
+  return rovatest::writtenBy([&](int fd) { h.render(static_cast<std::uint32_t>(fd), fmt); });
 }
 
 TEST(NexthopGroupSummary, NoGroupsPrintsBothHeadersWithoutRows) {
