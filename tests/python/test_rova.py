@@ -155,23 +155,16 @@ def summary(s, v6, vrf):
     return s.construct("Rova::Route6Summary" if v6 else "Rova::RouteSummary", vrfName=vrf)
 
 
-def ex_route_summary(s):
-    sm = summary(s, False, "red")
-    sm.loadInternalStructures()
-    sm.loadAttachedRoutes()
-    counts = dict(sm.routeCountByType)
-    assert counts["bgpTotal"] == counts["bgpInternal"] + counts["bgpExternal"] > 0
-    doc = rova.run(s, "show ip route vrf red summary", json=True)
-    assert sm.totalNumRoutes == doc["totalNumRoutes"]
-
-
-def ex_route6_summary(s):
-    sm = summary(s, True, "default")
-    sm.loadInternalStructures()
-    sm.loadAttachedRoutes()
-    doc = rova.run(s, "show ipv6 route summary", json=True)
-    assert sm.totalNumRoutes == doc["totalNumRoutes"]
-    assert dict(sm.routeCountByMask)
+def ex_summary(v6, vrf):
+    def exercise(s):
+        sm = summary(s, v6, vrf)
+        sm.loadInternalStructures()
+        sm.loadAttachedRoutes()
+        doc = rova.run(s, f"show {'ipv6' if v6 else 'ip'} route vrf {vrf} summary", json=True)
+        assert dict(sm.routeCountByType) == doc["routeCountByType"]
+        assert {str(k): n for k, n in sm.routeCountByMask} == doc["routeCountByMask"]
+        assert sm.totalNumRoutes == doc["totalNumRoutes"]
+    return exercise
 
 
 def ex_static_routes_saver(s):
@@ -250,12 +243,12 @@ EXERCISES = {
     "Rova::InvalidNextHop6Checker": ex_invalid_next_hop6,
     "Rova::Address6AssignmentChecker": ex_address6_query_params,
     "Rova::StaticRoutesCliSaver": ex_static_routes_saver,
-    "Rova::RouteSummary": ex_route_summary,
+    "Rova::RouteSummary": ex_summary(False, "red"),
     "Rova::InvalidNextHopChecker": ex_invalid_next_hop,
     "Rova::AddrMatchType": ex_addr_match_type,
     "Rova::RouteSorter": ex_route_sorter,
     "Rova::RdAssignmentChecker": ex_rd_checker,
-    "Rova::Route6Summary": ex_route6_summary,
+    "Rova::Route6Summary": ex_summary(True, "default"),
     "Rova::CachedFec": ex_cached_fec,
     "Rova::ClearIntfRoutesAndViasHelper": ex_clear_intf_routes,
     **{type_name: ex_value(type_name) for type_name in VALUES},

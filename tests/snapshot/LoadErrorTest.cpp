@@ -314,16 +314,6 @@ TEST(LoadError, LongBadWordsAreCutInMessages) {
   EXPECT_EQ(message.substr(message.size() - 7), "ooo...\"");
 }
 
-TEST(LoadError, AFileThatCannotBeReadIsNamed) {
-  try {
-    Snapshot::loadFile("/nonexistent/state.json");
-    FAIL();
-  } catch (const Snapshot::LoadError& e) {
-    EXPECT_EQ(std::string(e.what()), "/nonexistent/state.json: No such file or directory");
-    EXPECT_EQ(e.jsonPath(), "");
-  }
-}
-
 // A pipe or a FIFO has no size and cannot seek: it is read as it comes, in pieces.
 TEST(LoadError, PipesAndFifosAreReadToTheirEnd) {
   const std::string text = withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}}}).dump(1);

@@ -80,20 +80,6 @@ TEST(Collection, ChangeHookSeesEveryChange) {
   EXPECT_EQ(changed, (std::vector<int>{1, 1, 3, 1, 3}));
 }
 
-TEST(Collection, IsTakesCopiesAndMovedValuesAlike) {
-  Holder h;
-  const std::string kept(40, 'k');
-  h.labelIs(5, kept);
-  EXPECT_EQ(kept, std::string(40, 'k'));
-  h.labelIs(5, std::string(40, 'm'));  // replaces
-  h.labelIs(9, std::string(40, 'a'));  // appends after the last key
-  h.labelIs(1, std::string(40, 'b'));  // lands before it
-  EXPECT_EQ(h.label(5), std::string(40, 'm'));
-  EXPECT_EQ(h.label(9), std::string(40, 'a'));
-  EXPECT_EQ(h.label(1), std::string(40, 'b'));
-  EXPECT_EQ(h.labels(), 3u);
-}
-
 TEST(Collection, SetTakesAFlagAndHashMapCounts) {
   Holder h;
   h.newColour("red", true);
