@@ -228,8 +228,6 @@ TEST_F(LiveBuilder, TheProtocolGivesTheRouteTypeAndItsUsualDistance) {
   const Case cases[] = {
       {k::proto::kernel, "", T4::connected, T6::connected, 0},
       {k::proto::kernel, "gw", T4::kernel, T6::kernel, 0},
-      {k::proto::boot, "gw", T4::kernel, T6::kernel, 0},
-      {k::proto::ra, "gw", T4::kernel, T6::kernel, 0},
       {42 /* babel */, "gw", T4::kernel, T6::kernel, 0},
       {k::proto::staticRoute, "gw", T4::staticConfig, T6::staticConfig, 1},
       {k::proto::zstatic, "gw", T4::staticConfig, T6::staticConfig, 1},

@@ -75,16 +75,6 @@ TEST(NexthopGroupCounters, TheEmptyKeyInformationMeansNoCounter) {
   EXPECT_EQ(h->getCounters(1, 1), CounterEntry(3, 30));
 }
 
-TEST(NexthopGroupCounters, CorruptKeyRecordReadsZeroAndIsReported) {
-  NhgState s;
-  s.counterKey(1, 0, 5);
-  NhgState::row(*s.current, 5, 10, 100);
-  s.keys->corruptionInjectedIs({1, 0}, true);
-  auto h = mounted(s);
-  EXPECT_EQ(h->getCounters(1, 0), CounterEntry(0, 0));
-  EXPECT_EQ(s.keys->corruptionReports(), 1u);
-}
-
 // A whole group asked at once answers entry for entry what one-entry reading answers, in the
 // order asked, with every kind of entry mixed and more entries than one pass takes.
 TEST(NexthopGroupCounters, AGroupAskedAtOnceAnswersAsEntryByEntry) {

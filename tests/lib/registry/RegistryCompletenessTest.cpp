@@ -1,7 +1,8 @@
 // The registry against what scripts and the value text form rely on. The order of the types and
-// the full description of the types `show type` is run on are pinned by the golden files; here
-// are the attribute orders of the others (a reordered attribute breaks every text written
-// before) and the rules every type keeps.
+// the full description of the types `show type` is run on are pinned by the golden files, and
+// the operations scripts call are called positionally by the Python suite; here are the
+// attribute orders of the other types (a reordered attribute breaks every text written
+// before) and the construction rules.
 
 #include <gtest/gtest.h>
 
@@ -82,32 +83,6 @@ TEST(RegistryCompleteness, TheConstructionRules) {
   for (const char* type : {"Rova::AddressQueryParams", "Rova::Address6QueryParams"}) {
     for (const auto& a : reg().type(type).attrs)
       EXPECT_NE(reg().type(type).op(a.name + "Is"), nullptr) << type << "::" << a.name;
-  }
-}
-
-// The operations scripts call positionally, as "name(Type, ...) -> Result".
-TEST(RegistryCompleteness, OperationSignatures) {
-  const std::map<std::string, Names> expected = {
-      {"Rova::AddressAssignmentChecker",
-       {"check(Rova::AddressQueryParams) -> Rova::AddressQueryResult"}},
-      {"Rova::Address6AssignmentChecker",
-       {"check(Rova::Address6QueryParams) -> Rova::AddressQueryResult"}},
-      {"Rova::InvalidNextHopChecker", {"check(Ip::Config, Plexa::IpAddr, L3::VrfName) -> bool"}},
-      {"Rova::InvalidNextHop6Checker", {"check(Ip6::Config, Plexa::Ip6Addr, L3::VrfName) -> bool"}},
-      {"Rova::StaticRoutesCliSaver",
-       {"save(Routing::ConfigGen, bool, Mox::String8, Rova::RovaConsts) -> Mox::String8"}},
-      {"Rova::ClearIntfRoutesAndViasHelper",
-       {"clearIntfRoutesAndViasHelper(Routing::ConfigGen, Mox::String8) -> void"}},
-  };
-  for (const auto& [type, want] : expected) {
-    Names got;
-    for (const auto& o : reg().type(type).ops) {
-      std::string s = o.name + "(";
-      for (std::size_t i = 0; i < o.params.size(); ++i)
-        s += (i ? ", " : "") + o.params[i].typeName;
-      got.push_back(s + ") -> " + o.resultType);
-    }
-    EXPECT_EQ(got, want) << type;
   }
 }
 

@@ -21,16 +21,6 @@ std::vector<std::string> viasOf(const CachedFec& fec) {
   return out;
 }
 
-TEST(CachedFec, RoutesSharingAFecShareOneCopy) {
-  State st;
-  st.fec4(7, {{"10.0.0.1", "Ethernet1"}});
-  st.route4("10.1.0.0/16", RT4::ospfInterArea, 7);
-  st.route4("10.2.0.0/16", RT4::ospfInterArea, 7);
-  auto s = st.sorter4();
-  EXPECT_EQ(s->fecs(), 1u);
-  EXPECT_EQ(selected(*s).size(), 2u);
-}
-
 // The host listing says "to cpu" for these entries: the mark must follow the via to its place
 // in the cached (sorted) order, not its place in the FEC record.
 TEST(CachedFec, EntriesToTheCpuAreMarkedWhereTheyLand) {
