@@ -50,15 +50,7 @@ TEST_F(RdAssignment, EmptyDirectoryAndEmptyInputsAreAcceptable) {
 TEST_F(RdAssignment, EntryOfAnotherTypeBreaksTheDirectoryInvariant) {
   input("bgp");
   dir->entityIs("stray", Mox::makePtr<Ip::Config>());
-  try {
-    checker("red", "100:1");
-    FAIL() << "no assertion";
-  } catch (const Mox::InternalException& e) {
-    EXPECT_EQ(e.assertion(), "__null != routeDistinguisherInput");
-    EXPECT_NE(e.function().find("Rova::RdAssignmentChecker::handleInitialized()"),
-              std::string::npos)
-        << e.function();
-  }
+  EXPECT_THROW(checker("red", "100:1"), Mox::InternalException);
 }
 
 TEST_F(RdAssignment, RunningAgainGivesAFreshAnswer) {

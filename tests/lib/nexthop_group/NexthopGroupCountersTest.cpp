@@ -160,12 +160,7 @@ TEST(NexthopGroupCounters, TheBaseClassStopsTheCommandWithItsAssertion) {
   Rova::Value base = reg.construct("Rova::NexthopGroupCliCounterInterface", {});
   const Rova::Value index[] = {Rova::Value(1u), Rova::Value(2u)};
   const Rova::Value args[] = {reg.construct("Rova::CounterIndex", index)};
-  try {
-    reg.call(base, "getCounters", args);
-    FAIL() << "the base answered";
-  } catch (const Mox::InternalException& e) {
-    EXPECT_STREQ(e.what(), "0 && \"Need to implement getCounters in a derived class\"");
-  }
+  EXPECT_THROW(reg.call(base, "getCounters", args), Mox::InternalException);
   // A derived helper answers the same question by counter index.
   NhgState s;
   NhgState::row(*s.current, 1, 8, 80, 2);

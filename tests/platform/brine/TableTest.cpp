@@ -175,13 +175,7 @@ TEST(FecId, EncodesAdjacencyTypeAndIndex) {
 
 TEST(FecId, TypeOfSixteenOrMoreIsABrokenInvariant) {
   const Brine::Fib::FecId bad(std::uint64_t(16) << Brine::Fib::adjTypePos());
-  EXPECT_EQ(internalMessage([&] { bad.adjType(); }),
-            "(value_ >> Fib::adjTypePos()) < Fib::adjTypeMax()");
-  try {
-    bad.adjType();
-  } catch (const Mox::InternalException& e) {
-    EXPECT_EQ(e.function(), "Brine::Fib::AdjType Brine::Fib::FecId::adjType() const");
-  }
+  EXPECT_THROW(bad.adjType(), Mox::InternalException);
   EXPECT_THROW(Brine::Fib::isV6FecId(bad), Mox::InternalException);
 }
 
