@@ -6,8 +6,8 @@
 // packet leaves a namespace: nothing is sent at all beyond what the kernel does by itself
 // when a link comes up.
 //
-// The namespaces need root; what the kernel may lack (VRF devices, dummy interfaces, MPLS
-// encapsulation) is tried first, and a test that needs it is skipped with the reason.
+// The namespaces need root; what the kernel may lack (VRF devices, MPLS encapsulation) is
+// tried first, and a test that needs it is skipped with the reason.
 //
 // ROVA_UPDATE_GOLDEN=1 rewrites the golden files; read every changed line before committing.
 
@@ -252,20 +252,6 @@ TEST(Live, VrfDevicesAreVrfsWithTheirOwnTables) {
   // The address is the VRF's: a next hop in the default VRF may use it.
   EXPECT_EQ(ns.rova({"check", "ip", "nexthop", "10.0.3.1", "vrf", "red"}).status, 1);
   EXPECT_EQ(ns.rova({"check", "ip", "nexthop", "10.0.3.1"}).status, 0);
-}
-
-TEST(Live, ADummyInterfaceHoldsTheLoopbackAddress) {
-  Namespace ns("dummy");
-  if (ns.ready()) makeDevice(ns);
-  if (!ns.ready()) GTEST_SKIP() << ns.error();
-  if (!ns.run("ip link add lo1 type dummy", false))
-    GTEST_SKIP() << "the kernel has no dummy interfaces (CONFIG_DUMMY)";
-  ns.ip("link set lo1 up");
-  ns.ip("addr add 10.0.0.11/32 dev lo1");
-  ASSERT_TRUE(ns.ready()) << ns.error();
-  const auto r = ns.rova({"show", "ip", "route", "10.0.0.11"});
-  EXPECT_NE(r.out.find(" C      10.0.0.11/32 is directly connected, lo1\n"), std::string::npos)
-      << r.out;
 }
 
 TEST(Live, MplsEncapsulationPushesItsLabels) {
