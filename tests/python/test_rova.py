@@ -87,17 +87,14 @@ def ex_address6_query_params(s):
     assert params.intfName == "Ethernet1"
 
 
-def ex_invalid_next_hop(s):
-    checker = rova.construct("Rova::InvalidNextHopChecker")
-    assert checker.check(s["ip/config"], "10.2.3.1", "default") is True
-    assert checker.check(s["ip/config"], "10.2.3.77", "default") is False
-
-
-def ex_invalid_next_hop6(s):
-    checker = rova.construct("Rova::InvalidNextHop6Checker")
-    assert checker.check(ip6Config=s["ip6/config"], nexthop="2001:db8:100::2",
-                         vrfName="default") is True
-    assert checker.check(s["ip6/config"], "2001:db8:100::9", "default") is False
+def ex_invalid_next_hop(v6, config, own, free):
+    def exercise(s):
+        checker = rova.construct("Rova::InvalidNextHop6Checker" if v6 else
+                                 "Rova::InvalidNextHopChecker")
+        assert checker.check(s[config], own, "default") is True
+        by_name = {"ip6Config" if v6 else "ipConfig": s[config], "nexthop": free}
+        assert checker.check(vrfName="default", **by_name) is False
+    return exercise
 
 
 def ex_rd_checker(s):
@@ -240,11 +237,13 @@ EXERCISES = {
     "Rova::StaticRoutesRibCommon": ex_static_routes_rib,
     "Rova::AddressAssignmentChecker": ex_address_query_params,
     "Rova::AddressQueryParams": ex_address_query_params,
-    "Rova::InvalidNextHop6Checker": ex_invalid_next_hop6,
+    "Rova::InvalidNextHop6Checker": ex_invalid_next_hop(True, "ip6/config", "2001:db8:100::2",
+                                                        "2001:db8:100::9"),
     "Rova::Address6AssignmentChecker": ex_address6_query_params,
     "Rova::StaticRoutesCliSaver": ex_static_routes_saver,
     "Rova::RouteSummary": ex_summary(False, "red"),
-    "Rova::InvalidNextHopChecker": ex_invalid_next_hop,
+    "Rova::InvalidNextHopChecker": ex_invalid_next_hop(False, "ip/config", "10.2.3.1",
+                                                       "10.2.3.77"),
     "Rova::AddrMatchType": ex_addr_match_type,
     "Rova::RouteSorter": ex_route_sorter,
     "Rova::RdAssignmentChecker": ex_rd_checker,
@@ -385,6 +384,8 @@ def test_lines_stream_the_same_output(state):
     assert "\n".join(lines) + "\n" == whole
     doc = json.loads("\n".join(rova.run(state, "show ip route", json=True, lines=True)))
     assert doc == rova.run(state, "show ip route json", json=True)
+    with pytest.raises(rova.CommandError, match="VRF 'nope' does not exist"):
+        list(rova.run(state, "show ip route vrf nope", lines=True))  # at the end of its lines
 
 
 def test_one_command_at_a_time(state):
@@ -397,11 +398,6 @@ def test_one_command_at_a_time(state):
     with rova.run(state, "show ip route", lines=True) as more:
         next(more)
     assert rova.run(state, "show version").startswith("rova ")
-
-
-def test_a_failed_command_raises_at_the_end_of_its_lines(state):
-    with pytest.raises(rova.CommandError, match="VRF 'nope' does not exist"):
-        list(rova.run(state, "show ip route vrf nope", lines=True))
 
 
 def test_states_are_separate(state):

@@ -166,15 +166,6 @@ TEST(IpGenAddr, CarriesEitherFamily) {
   EXPECT_LT(IpGenAddr::fromString("10.0.0.9"), IpGenAddr::fromString("10.0.0.10"));
 }
 
-TEST(IpGenPrefix, ConvertsBothWays) {
-  const IpGenPrefix g(Prefix::fromString("10.0.0.0/8"));
-  EXPECT_EQ(g.stringValue(), "10.0.0.0/8");
-  EXPECT_EQ(g.v4Prefix(), Prefix::fromString("10.0.0.0/8"));
-  EXPECT_EQ(IpGenPrefix::fromString("2001:db8::/32").v6Prefix(),
-            Ip6Prefix::fromString("2001:db8::/32"));
-  EXPECT_TRUE(IpGenPrefix(Prefix()).isNullPrefix());
-}
-
 TEST(AddrWithMask, KeepsHostBits) {
   const IpAddrWithMask a = IpAddrWithMask::fromString("10.1.1.5/16");
   EXPECT_EQ(a.stringValue(), "10.1.1.5/16");
