@@ -8,15 +8,6 @@ using namespace Rova;
 using RT4 = Routing::Fib::RouteType;
 using RT6 = Routing6::Fib::RouteType;
 
-std::string assertionOf(auto&& f) {
-  try {
-    f();
-  } catch (const Mox::InternalException& e) {
-    return e.what();
-  }
-  return "no assertion";
-}
-
 TEST(RouteTypeTables, EmptyRowsAreLegalAndGiveEmptyTexts) {
   for (int t : {0, 12, 31}) {
     const auto& s = routeTypeStringsLookup(RT4(t));
@@ -46,10 +37,9 @@ TEST(RouteTypeTables, FamiliesKeepTheirOwnWords) {
 
 TEST(RouteTypeTables, TypesWithoutARowAreBrokenInvariants) {
   for (int t : {6, 30, 32}) {
-    EXPECT_EQ(assertionOf([&] { routeTypeStringsLookup(RT4(t)); }),
-              "0 && \"unexpected RouteType\"");
+    EXPECT_THROW(routeTypeStringsLookup(RT4(t)), Mox::InternalException);
   }
-  EXPECT_EQ(assertionOf([] { pcode(RT6(19)); }), "0 && \"unexpected RouteType\"");
+  EXPECT_THROW(pcode(RT6(19)), Mox::InternalException);
 }
 
 TEST(ProtocolMatch, EmptyFilterTakesAllAndCodesSelectTheirRows) {
@@ -79,13 +69,12 @@ TEST(WordToCode, FirstWordInTypeOrderThatBeginsTheArgumentWins) {
   EXPECT_STREQ(Rova_protocolCodeWordToCode("OSPFv3"), "O");  // the "OSPF" row comes first
   EXPECT_STREQ(Rova_protocolCodeWordToCode("connectedAnything"), "C");
   EXPECT_STREQ(Rova_protocolCodeWordToCode("eBGP"), "B E");
-  EXPECT_EQ(assertionOf([] { Rova_protocolCodeWordToCode("nothing"); }), "0 && \"Invalid string\"");
-  EXPECT_EQ(assertionOf([] { Rova_protocolCodeWordToCode(""); }), "0 && \"Invalid string\"");
+  EXPECT_THROW(Rova_protocolCodeWordToCode("nothing"), Mox::InternalException);
+  EXPECT_THROW(Rova_protocolCodeWordToCode(""), Mox::InternalException);
 }
 
 TEST(RibTypes, AnUnknownValueIsABrokenInvariant) {
-  EXPECT_EQ(assertionOf([] { ribRouteType(Routing::RouteType(3)); }),
-            "0 && \"Invalid Routing::RouteType argument\"");
+  EXPECT_THROW(ribRouteType(Routing::RouteType(3)), Mox::InternalException);
 }
 
 }  // namespace
