@@ -352,13 +352,6 @@ TEST(RovaProgram, JsonMayComeAfterAnyKeywordOfTheCommand) {
   EXPECT_TRUE(nlohmann::json::accept(quantify.out)) << quantify.out;
 }
 
-TEST(RovaProgram, ReadsCommandsFromAPipeWithoutACommand) {
-  clitest::Captured r = runRova({}, "show version\nshow nothing\n");
-  EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(r.out.rfind("rova ", 0), 0u) << r.out;
-  EXPECT_EQ(r.err, "% Invalid input at 'nothing'\n");
-}
-
 // ---- Changing the state: configuration mode, clearing, writing back ----
 
 // A copy of the example device in a fresh directory, removed afterwards.

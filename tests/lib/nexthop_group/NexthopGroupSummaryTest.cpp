@@ -66,13 +66,12 @@ TEST(NexthopGroupSummary, UnprogrammedIsPerVrfAndAGroupWithoutIdIsUnprogrammed) 
   EXPECT_EQ(blue->nhgUnprogrammedCount(), 3u);
 }
 
-TEST(NexthopGroupSummary, EveryTypeByCodeWithUnknownCodesAsInvalid) {
+// Types are listed by code (the golden files show every known one); a code the table does not
+// know is listed as Invalid after the known ones.
+TEST(NexthopGroupSummary, UnknownTypeCodesAreListedAsInvalidAfterTheKnownOnes) {
   NhgState s;
   s.group("a", 1, T::mplsOverGre, 1, 1, {});
   s.group("b", 2, T::ip, 1, 1, {});
-  s.group("c", 3, T::mpls, 1, 1, {});
-  s.group("d", 4, T::gre, 1, 1, {});
-  s.group("e", 5, T::ipInIp, 1, 1, {});
   s.group("f", 6, T::invalid, 1, 1, {});
   s.group("g", 7, static_cast<T>(9), 1, 1, {});
   auto h = summaryOf(s);
@@ -80,9 +79,6 @@ TEST(NexthopGroupSummary, EveryTypeByCodeWithUnknownCodesAsInvalid) {
   const auto rows = text.substr(text.find("------------\n") + 13);
   EXPECT_EQ(rows.substr(0, rows.find("\n\n") + 1),
             "             Invalid            1\n"
-            "            IP in IP            1\n"
-            "                 GRE            1\n"
-            "                MPLS            1\n"
             "                  IP            1\n"
             "       MPLS over GRE            1\n"
             "             Invalid            1\n");
