@@ -32,13 +32,6 @@ namespace {
 namespace paths = Snapshot::paths;
 using Rova::Value;
 
-const Rova::TypeRegistry& registry() {
-  return Rova::TypeRegistry::instance();
-}
-DeviceState& state() {
-  return DeviceState::instance();
-}
-
 // ---- printing ----
 
 // Whether the running command has begun its output. A command that fails before writing

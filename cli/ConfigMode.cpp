@@ -30,13 +30,6 @@ using Rova::Value;
 constexpr const char* kRdInputName = "config";
 constexpr const char* kMgmtPrefix = "Management";
 
-DeviceState& state() {
-  return DeviceState::instance();
-}
-const Rova::TypeRegistry& registry() {
-  return Rova::TypeRegistry::instance();
-}
-
 // ---- where the shell is ----
 
 enum class Mode { exec, config, interface, vrf };

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "lib/registry/TypeRegistry.h"
 #include "lib/registry/Value.h"
 #include "platform/statum/EntityManager.h"
 
@@ -68,5 +69,13 @@ class DeviceState {
 
   void use(Mox::Ptr<Statum::EntityManager> em, std::string source);
 };
+
+// The state of this process and the library's types, as the commands' files reach them.
+inline DeviceState& state() {
+  return DeviceState::instance();
+}
+inline const Rova::TypeRegistry& registry() {
+  return Rova::TypeRegistry::instance();
+}
 
 }  // namespace cli

@@ -32,7 +32,7 @@ void writeAll(int fd, std::string_view text) {
   }
 }
 
-bool isBlank(char c) {
+bool isSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
@@ -103,12 +103,12 @@ std::vector<std::string> splitWords(std::string_view line) {
   std::vector<std::string> words;
   std::size_t i = 0;
   while (i < line.size()) {
-    while (i < line.size() && isBlank(line[i]))
+    while (i < line.size() && isSpace(line[i]))
       ++i;
     if (i >= line.size()) break;
     std::string word;
     bool quoted = false;
-    while (i < line.size() && (quoted || !isBlank(line[i]))) {
+    while (i < line.size() && (quoted || !isSpace(line[i]))) {
       if (line[i] == '"') {
         quoted = !quoted;
       } else {

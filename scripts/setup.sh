@@ -21,10 +21,11 @@ ROVA_TEST_PACKAGES=(
 )
 
 # The sanitizer build of ./run-tests, also the one tests/fuzz/fuzz.sh runs the fuzzers in:
-# clang with AddressSanitizer, UndefinedBehaviorSanitizer and libFuzzer.
+# clang with AddressSanitizer, UndefinedBehaviorSanitizer and libFuzzer. It compiles every file
+# on its own (no unity batches), so that a file missing an include fails there.
 ROVA_SANITIZER_BUILD=(
   Debug all -DROVA_WERROR=ON -DROVA_TESTS=ON -DROVA_BENCH=OFF -DROVA_SANITIZE=ON -DROVA_FUZZ=ON
-  -DCMAKE_CXX_COMPILER=clang++
+  -DROVA_UNITY=OFF -DCMAKE_CXX_COMPILER=clang++
 )
 
 rova_log() { printf '%s\n' "$*" >&2; }
@@ -78,7 +79,13 @@ rova_build() {
   local args="$type $*"
   if [ ! -f "$dir/build.ninja" ] || { [ "${ROVA_RECONFIGURE:-0}" = 1 ] &&
        [ "$(cat "$dir/.rova-configured" 2>/dev/null)" != "$args" ]; }; then
-    [ -f "$dir/build.ninja" ] || rova_log "rova: first build in $dir (a few minutes on two cores) ..."
+    if [ ! -f "$dir/build.ninja" ]; then
+      if [ "$target" = all ]; then
+        rova_log "rova: first build in $dir (a few minutes on two cores) ..."
+      else
+        rova_log "rova: first build in $dir (about a minute on two cores) ..."
+      fi
+    fi
     rm -rf "$dir/CMakeCache.txt" "$dir/CMakeFiles"
     if cmake -S "$ROVA_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" "$@" >"$log" 2>&1; then
       printf '%s' "$args" >"$dir/.rova-configured"

@@ -12,7 +12,7 @@ namespace Rova {
 
 namespace {
 
-Mox::TraceHandle traceHandle("CliSupport");
+Mox::TraceHandle address6Trace("CliSupport");
 
 // One of the two subnets contains the other.
 bool overlaps(const Plexa::Ip6AddrWithMask& a, const Plexa::Ip6AddrWithMask& b) {
@@ -28,7 +28,7 @@ AddressQueryResult Address6AssignmentChecker::check(const Address6QueryParams& p
   if (msg.empty()) {
     result.acceptableIs(true);
   } else {
-    MOX_TRACE(traceHandle, 5, msg);
+    MOX_TRACE(address6Trace, 5, msg);
     result.msgIs(std::move(msg));
   }
   return result;

@@ -11,7 +11,7 @@ namespace Rova {
 
 namespace {
 
-Mox::TraceHandle traceHandle("CliSupport");
+Mox::TraceHandle addressTrace("CliSupport");
 
 // The host bits are cleared by a shift right and back left with the count taken modulo 32, as
 // a 32-bit shift on the hardware does. A length of 0 therefore leaves the address as it was,
@@ -139,7 +139,7 @@ AddressQueryResult AddressAssignmentChecker::check(const AddressQueryParams& par
       os << "Address " << wanted.address().stringValue() << " is already assigned to interface "
          << name;
       result.msgIs(os.str());
-      MOX_TRACE(traceHandle, 5, result.msg());
+      MOX_TRACE(addressTrace, 5, result.msg());
       return result;
     }
     if (f.overlap) {
@@ -152,7 +152,7 @@ AddressQueryResult AddressAssignmentChecker::check(const AddressQueryParams& par
          << Plexa::IpAddr(hostBitsCleared(f.existing.address(), f.existing.len())).stringValue()
          << " of interface " << name;
       result.msgIs(os.str());
-      MOX_TRACE(traceHandle, 5, result.msg());
+      MOX_TRACE(addressTrace, 5, result.msg());
       return result;
     }
   }

@@ -11,7 +11,7 @@
 namespace Rova {
 
 namespace {
-Mox::TraceHandle traceHandle("CliSupport");
+Mox::TraceHandle rdTrace("CliSupport");
 }
 
 RdAssignmentChecker::RdAssignmentChecker(Mox::Ptr<Mox::Dir const> routeDistinguisherInputDir,
@@ -35,7 +35,7 @@ void RdAssignmentChecker::handleInitialized() {
   // rewritten) never leaves the message of an earlier refusal behind.
   acceptable_ = false;
   errorMessage_ = Mox::String8();
-  MOX_TRACE(traceHandle, 8, "RD ", routeDistinguisher_.stringValue(), " for VRF ", vrfName_);
+  MOX_TRACE(rdTrace, 8, "RD ", routeDistinguisher_.stringValue(), " for VRF ", vrfName_);
 
   if (routeDistinguisherInputDir_) {
     for (const auto& [name, entity] : routeDistinguisherInputDir_->entries()) {
@@ -48,7 +48,7 @@ void RdAssignmentChecker::handleInitialized() {
           acceptable_ = false;
           errorMessage_ = "RD " + routeDistinguisher_.stringValue() + " already in use by VRF " +
                           vrf.stringValue();
-          MOX_TRACE(traceHandle, 5, errorMessage_, " (input ", name, ")");
+          MOX_TRACE(rdTrace, 5, errorMessage_, " (input ", name, ")");
           return;
         }
       }

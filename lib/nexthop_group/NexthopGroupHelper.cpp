@@ -18,7 +18,7 @@ namespace Rova {
 
 namespace {
 
-Mox::TraceHandle& trace() {
+Mox::TraceHandle& groupTrace() {
   static Mox::TraceHandle h("CliSupport");
   return h;
 }
@@ -257,7 +257,7 @@ bool NexthopGroupHelper::programmed(std::uint64_t nhgId) const {
 
 void NexthopGroupHelper::processNexthopVias() {
   if (processed()) return;
-  MOX_TRACE(trace(), 8, "Selecting nexthop groups: ",
+  MOX_TRACE(groupTrace(), 8, "Selecting nexthop groups: ",
             nhgName().empty() ? "all" : std::string(nhgName().view()));
   std::uint32_t selected = 0;
   forEachSelected(*this, [&](const Mox::String8&, const ConfigEntry&) { ++selected; });
@@ -271,7 +271,7 @@ void NexthopGroupHelper::processNexthopVias() {
 
 void NexthopGroupHelper::render(std::uint32_t fd, std::uint32_t fmt) {
   processNexthopVias();
-  MOX_TRACE(trace(), 8, "Printing all nexthop groups");
+  MOX_TRACE(groupTrace(), 8, "Printing all nexthop groups");
   rendr::Printer p(static_cast<int>(fd), fmt, true, false, true, 0);
   try {
     GroupPrinter groups(*this, p);

@@ -12,7 +12,7 @@ using Routing::NexthopGroup::NexthopGroupType;
 
 namespace {
 
-Mox::TraceHandle& trace() {
+Mox::TraceHandle& summaryTrace() {
   static Mox::TraceHandle h("CliSupport");
   return h;
 }
@@ -37,7 +37,7 @@ const char* nhgTypeText(NexthopGroupType type) {
 }
 
 void NexthopGroupSummaryHelper::processNexthopGroups() {
-  MOX_TRACE(trace(), 8, "Counting nexthop groups of VRF ", vrfName().stringValue());
+  MOX_TRACE(summaryTrace(), 8, "Counting nexthop groups of VRF ", vrfName().stringValue());
   if (!nhgConfig()) return;
   const auto& groups = nhgConfig()->nexthopGroup();
   nhgCountIs(static_cast<std::uint32_t>(groups.size()));

@@ -1,5 +1,7 @@
 #include "lib/registry/TypeRegistry.h"
 
+#include <string>
+
 #include "platform/mox/Exception.h"
 
 namespace Rova {
@@ -97,7 +99,7 @@ const TypeEntry& TypeRegistry::typeOf(const Value& v) const {
 Value TypeRegistry::construct(std::string_view name, std::span<const Value> args) const {
   const TypeEntry& t = type(name);
   if (!t.construct) throw Mox::RangeException(t.name + " cannot be constructed");
-  return t.construct(args);
+  return t.construct(t, args);
 }
 
 Value TypeRegistry::construct(std::string_view name, std::initializer_list<NamedValue> args) const {
@@ -106,11 +108,11 @@ Value TypeRegistry::construct(std::string_view name, std::initializer_list<Named
 
 Value TypeRegistry::constructNamed(std::string_view name, std::span<const NamedValue> args) const {
   const TypeEntry& t = type(name);
-  if (t.constructNamed) return t.constructNamed(args);
+  if (t.constructNamed) return t.constructNamed(t, args);
   if (!t.construct) throw Mox::RangeException(t.name + " cannot be constructed");
   if (!args.empty())
     throw Mox::RangeException(t.name + " has no constructor input '" + args.front().name + "'");
-  return t.construct({});
+  return t.construct(t, {});
 }
 
 Value TypeRegistry::attribute(const Value& obj, std::string_view name) const {
@@ -144,7 +146,7 @@ Value TypeRegistry::call(Value& obj, std::string_view name, std::span<const Valu
   const TypeEntry& t = typeOf(obj);
   const OpEntry* o = t.op(name);
   if (!o) throw Mox::RangeException(t.name + " has no operation " + Mox::shownWord(name));
-  return o->call(obj, args);
+  return o->call(t, *o, obj, args);
 }
 
 std::string TypeRegistry::text(const Value& v) const {
@@ -164,5 +166,82 @@ Value TypeRegistry::parse(std::string_view text) const {
   if (!t.parse) throw Mox::RangeException(t.name + " has no text form to parse");
   return t.parse(text);
 }
+
+namespace detail {
+
+void argumentError(const std::string& name, const Mox::RangeException& e) {
+  throw Mox::RangeException("argument '" + name + "': " + e.what());
+}
+
+void arityError(const std::string& what, std::size_t given, std::size_t n) {
+  throw Mox::RangeException(what + " takes " + std::to_string(n) + " argument" +
+                            (n == 1 ? "" : "s") + ", got " + std::to_string(given));
+}
+
+const NamedValue* findNamed(std::span<const NamedValue> args, std::string_view name) {
+  for (const NamedValue& a : args) {
+    if (a.name == name) return &a;
+  }
+  return nullptr;
+}
+
+void checkNames(const std::string& type, const std::vector<Param>& params,
+                std::span<const NamedValue> args) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    bool known = false;
+    for (const Param& p : params)
+      known = known || p.name == args[i].name;
+    if (!known)
+      throw Mox::RangeException(type + " has no constructor input '" + args[i].name + "'");
+    for (std::size_t j = 0; j < i; ++j) {
+      if (args[j].name == args[i].name)
+        throw Mox::RangeException(type + ": constructor input '" + args[i].name + "' given twice");
+    }
+  }
+}
+
+void missingInputError(const std::string& type, const char* input) {
+  throw Mox::RangeException(type + " needs the constructor input '" + input + "'");
+}
+
+Value constructInOrder(const TypeEntry& self, std::span<const NamedValue> args) {
+  checkNames(self.name, self.constructorInputs, args);
+  std::vector<Value> ordered;
+  for (const Param& p : self.constructorInputs) {
+    const NamedValue* given = findNamed(args, p.name);
+    if (!given) missingInputError(self.name, p.name.c_str());
+    ordered.push_back(given->value);
+  }
+  return self.construct(self, ordered);
+}
+
+std::vector<Param> namedParams(std::initializer_list<const char*> names,
+                               std::initializer_list<const char*> types) {
+  std::vector<Param> p;
+  std::size_t i = 0;
+  for (const char* n : names) {
+    p.push_back({n, i < types.size() ? types.begin()[i] : "?"});
+    ++i;
+  }
+  return p;
+}
+
+void addAttr(std::vector<AttrEntry>& attrs, const char* name, const char* typeName,
+             Mox::AttrKind kind, const char* keyType, const char* valueType,
+             Thunk<Value(const Value&)> get, Thunk<void(Value&, const Value&)> set,
+             Thunk<std::unique_ptr<CollectionCursor>(Value&)> iterate) {
+  AttrEntry& a = attrs.emplace_back();
+  a.name = name;
+  a.typeName = typeName;
+  a.kind = kind;
+  a.writable = Mox::isWritable(kind);
+  a.keyType = keyType;
+  a.valueType = valueType;
+  a.get = get;
+  a.set = set;
+  a.iterate = iterate;
+}
+
+}  // namespace detail
 
 }  // namespace Rova

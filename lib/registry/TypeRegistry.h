@@ -1,8 +1,8 @@
 #pragma once
 // The type registry: one entry per library type, in registration order, built when the
 // library is loaded from the classes' own attribute lists and the constructors and operations
-// named in CliSupport.cpp. Through it the front end looks a type up by name, constructs it from
-// an ordered list of Values, reads and writes attributes, iterates collections, calls
+// named in the CliSupport files. Through it the front end looks a type up by name, constructs it
+// from an ordered list of Values, reads and writes attributes, iterates collections, calls
 // operations by name, and converts values to and from their text form; it never needs a class
 // header of the library.
 //
@@ -26,12 +26,15 @@
 // raises Mox::RangeException naming it ("Rova::CounterEntry needs the constructor input
 // 'bytes'").
 
-#include <functional>
+#include <cstddef>
 #include <initializer_list>
 #include <memory>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "lib/registry/Value.h"
@@ -63,6 +66,39 @@ struct Param {
   std::string typeName;
 };
 
+// A callable kept as a plain function and the few bytes it was made with (a member pointer, an
+// attribute's descriptor), which must be trivially copyable. It stands where std::function
+// would: that one compiles a manager for each callable it holds, and registering the library's
+// types makes some five hundred callables, which were then most of the registry's build time.
+template <class Sig>
+class Thunk;
+
+template <class R, class... A>
+class Thunk<R(A...)> {
+ public:
+  Thunk() = default;
+  template <class F>
+  requires(!std::is_same_v<F, Thunk>) Thunk(F f)  // NOLINT: implicit, like std::function
+      : call_(&invoke<F>) {
+    static_assert(std::is_trivially_copyable_v<F> && sizeof(F) <= sizeof(data_) &&
+                      alignof(F) <= alignof(void*),
+                  "a thunk holds a small trivially copyable callable");
+    ::new (static_cast<void*>(data_)) F(f);
+  }
+
+  explicit operator bool() const { return call_ != nullptr; }
+  R operator()(A... a) const { return call_(data_, std::forward<A>(a)...); }
+
+ private:
+  template <class F>
+  static R invoke(const unsigned char* data, A... a) {
+    return (*std::launder(reinterpret_cast<const F*>(data)))(std::forward<A>(a)...);
+  }
+
+  alignas(void*) unsigned char data_[32] = {};
+  R (*call_)(const unsigned char*, A...) = nullptr;
+};
+
 struct AttrEntry {
   std::string name;
   std::string typeName;
@@ -71,16 +107,20 @@ struct AttrEntry {
   // A collection's key and value types ("bool" for a set); empty for other attributes.
   std::string keyType;
   std::string valueType;
-  std::function<Value(const Value& obj)> get;
-  std::function<void(Value& obj, const Value& v)> set;
-  std::function<std::unique_ptr<CollectionCursor>(Value& obj)> iterate;  // collections only
+  Thunk<Value(const Value& obj)> get;
+  Thunk<void(Value& obj, const Value& v)> set;
+  Thunk<std::unique_ptr<CollectionCursor>(Value& obj)> iterate;  // collections only
 };
+
+struct TypeEntry;
 
 struct OpEntry {
   std::string name;
   std::vector<Param> params;
   std::string resultType;
-  std::function<Value(Value& obj, std::span<const Value> args)> call;
+  // Given the entries, which name the operation and its parameters in errors.
+  Thunk<Value(const TypeEntry& type, const OpEntry& op, Value& obj, std::span<const Value> args)>
+      call;
 };
 
 // A constructor input given by name.
@@ -97,13 +137,14 @@ struct TypeEntry {
   std::vector<AttrEntry> attrs;
   std::vector<OpEntry> ops;
   std::vector<std::string> enumNames;
-  std::function<Value(std::span<const Value>)> construct;
+  // Construction from inputs in order, given this entry (which names the inputs in errors).
+  Thunk<Value(const TypeEntry& self, std::span<const Value>)> construct;
   // Construction from inputs given by name; an unknown name, one given twice or a required one
   // left out is refused with the name.
-  std::function<Value(std::span<const NamedValue>)> constructNamed;
-  std::function<Value(std::string_view)> parse;
+  Thunk<Value(const TypeEntry& self, std::span<const NamedValue>)> constructNamed;
+  Thunk<Value(std::string_view)> parse;
   // The value text form, Value('Ns::Type', ** {...}), for a type with an attribute list.
-  std::function<std::string(const Value&)> write;
+  Thunk<std::string(const Value&)> write;
 
   const AttrEntry* attr(std::string_view n) const;
   const OpEntry* op(std::string_view n) const;
@@ -152,6 +193,10 @@ class TypeRegistry {
 void registerTypes(TypeRegistry& r);
 
 // ---- building entries from a class's declarations ----
+//
+// Everything that does not depend on the class (error texts, named construction over a
+// positional constructor, filling an attribute's entry) is written once, in TypeRegistry.cpp:
+// what a TypeBuilder compiles for each class is only the conversions its members need.
 
 namespace detail {
 
@@ -198,6 +243,11 @@ class MoxCursor final : public CollectionCursor {
   typename Coll::Iterator it_;
 };
 
+// "argument 'name': <what the conversion said>".
+[[noreturn]] void argumentError(const std::string& name, const Mox::RangeException& e);
+// "<what> takes n arguments, got m".
+[[noreturn]] void arityError(const std::string& what, std::size_t given, std::size_t n);
+
 // An argument converted to the parameter's type. An entity parameter (an operation taking
 // `const Rova::AddressQueryParams&`) is the object the handle holds, passed by reference.
 template <class T>
@@ -210,58 +260,54 @@ decltype(auto) argument(std::span<const Value> args, std::size_t i,
       return fromValue<T>(args[i]);
     }
   } catch (const Mox::RangeException& e) {
-    throw Mox::RangeException("argument '" + params[i].name + "': " + e.what());
+    argumentError(params[i].name, e);
   }
 }
 
 inline void checkArity(const std::string& what, std::span<const Value> args, std::size_t n) {
-  if (args.size() != n) {
-    throw Mox::RangeException(what + " takes " + std::to_string(n) + " argument" +
-                              (n == 1 ? "" : "s") + ", got " + std::to_string(args.size()));
-  }
+  if (args.size() != n) arityError(what, args.size(), n);
 }
 
-inline const NamedValue* findNamed(std::span<const NamedValue> args, std::string_view name) {
-  for (const NamedValue& a : args) {
-    if (a.name == name) return &a;
-  }
-  return nullptr;
+inline void checkOpArity(const TypeEntry& type, const OpEntry& op, std::span<const Value> args,
+                         std::size_t n) {
+  if (args.size() != n) arityError(type.name + "::" + op.name, args.size(), n);
 }
+
+// The argument given by `name`, or null.
+const NamedValue* findNamed(std::span<const NamedValue> args, std::string_view name);
 
 // Every given name must be an input of the type, and given once.
-inline void checkNames(const std::string& type, const std::vector<Param>& params,
-                       std::span<const NamedValue> args) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    bool known = false;
-    for (const Param& p : params)
-      known = known || p.name == args[i].name;
-    if (!known)
-      throw Mox::RangeException(type + " has no constructor input '" + args[i].name + "'");
-    for (std::size_t j = 0; j < i; ++j) {
-      if (args[j].name == args[i].name)
-        throw Mox::RangeException(type + ": constructor input '" + args[i].name + "' given twice");
-    }
-  }
-}
+void checkNames(const std::string& type, const std::vector<Param>& params,
+                std::span<const NamedValue> args);
+
+// "<type> needs the constructor input '<input>'".
+[[noreturn]] void missingInputError(const std::string& type, const char* input);
+
+// Named construction over a positional constructor: the names put in order, none left out.
+Value constructInOrder(const TypeEntry& self, std::span<const NamedValue> args);
 
 template <class T>
 T namedArgument(const NamedValue& a) {
   try {
     return fromValue<T>(a.value);
   } catch (const Mox::RangeException& e) {
-    throw Mox::RangeException("argument '" + a.name + "': " + e.what());
+    argumentError(a.name, e);
   }
 }
 
+// The parameters named `names`, typed from Args in order.
+std::vector<Param> namedParams(std::initializer_list<const char*> names,
+                               std::initializer_list<const char*> types);
+
 template <class... Args>
 std::vector<Param> params(std::initializer_list<const char*> names) {
-  std::vector<Param> p;
-  const char* const types[] = {typeNameOf<std::decay_t<Args>>()..., nullptr};
-  std::size_t i = 0;
-  for (const char* n : names)
-    p.push_back({n, types[i++] ? types[i - 1] : "?"});
-  return p;
+  return namedParams(names, {typeNameOf<std::decay_t<Args>>()...});
 }
+
+void addAttr(std::vector<AttrEntry>& attrs, const char* name, const char* typeName,
+             Mox::AttrKind kind, const char* keyType, const char* valueType,
+             Thunk<Value(const Value&)> get, Thunk<void(Value&, const Value&)> set,
+             Thunk<std::unique_ptr<CollectionCursor>(Value&)> iterate);
 
 template <class T>
 Value wrap(T&& v) {
@@ -293,11 +339,12 @@ class TypeBuilder {
   template <class... Args>
   TypeBuilder& constructor(std::initializer_list<const char*> names = {}) {
     e_.constructorInputs = detail::params<Args...>(names);
-    e_.construct = [inputs = e_.constructorInputs, name = e_.name](std::span<const Value> args) {
-      detail::checkArity(name, args, sizeof...(Args));
-      return constructWith<Args...>(args, inputs, std::index_sequence_for<Args...>{});
+    e_.construct = [](const TypeEntry& self, std::span<const Value> args) {
+      detail::checkArity(self.name, args, sizeof...(Args));
+      return constructWith<Args...>(args, self.constructorInputs,
+                                    std::index_sequence_for<Args...>{});
     };
-    namedFromPositional();
+    e_.constructNamed = &detail::constructInOrder;
     return *this;
   }
 
@@ -310,19 +357,18 @@ class TypeBuilder {
       using M = std::decay_t<decltype(std::declval<Inputs&>().*member)>;
       e_.constructorInputs.push_back({name, typeNameOf<M>()});
     });
-    e_.construct = [params = e_.constructorInputs, name = e_.name](std::span<const Value> args) {
-      detail::checkArity(name, args, params.size());
+    e_.construct = [](const TypeEntry& self, std::span<const Value> args) {
+      detail::checkArity(self.name, args, self.constructorInputs.size());
       Inputs in;
       std::size_t i = 0;
       Inputs::forEach([&](const char*, auto member, bool) {
         using M = std::decay_t<decltype(in.*member)>;
-        in.*member = detail::argument<M>(args, i++, params);
+        in.*member = detail::argument<M>(args, i++, self.constructorInputs);
       });
       return toValue(Mox::makePtr<T>(std::move(in)));
     };
-    e_.constructNamed = [params = e_.constructorInputs,
-                         name = e_.name](std::span<const NamedValue> args) {
-      detail::checkNames(name, params, args);
+    e_.constructNamed = [](const TypeEntry& self, std::span<const NamedValue> args) {
+      detail::checkNames(self.name, self.constructorInputs, args);
       Inputs in;
       Inputs::forEach([&](const char* input, auto member, bool required) {
         using M = std::decay_t<decltype(in.*member)>;
@@ -330,7 +376,7 @@ class TypeBuilder {
         if (given) {
           in.*member = detail::namedArgument<M>(*given);
         } else if (required) {
-          throw Mox::RangeException(name + " needs the constructor input '" + input + "'");
+          detail::missingInputError(self.name, input);
         }
       });
       return toValue(Mox::makePtr<T>(std::move(in)));
@@ -344,12 +390,12 @@ class TypeBuilder {
                        std::initializer_list<const char*> names) {
     e_.factory = factoryName;
     e_.constructorInputs = detail::params<Args...>(names);
-    e_.construct = [f, inputs = e_.constructorInputs,
-                    fn = std::string(factoryName)](std::span<const Value> args) {
-      detail::checkArity(fn, args, sizeof...(Args));
-      return callFactory<R, Args...>(f, args, inputs, std::index_sequence_for<Args...>{});
+    e_.construct = [f](const TypeEntry& self, std::span<const Value> args) {
+      detail::checkArity(self.factory, args, sizeof...(Args));
+      return callFactory<R, Args...>(f, args, self.constructorInputs,
+                                     std::index_sequence_for<Args...>{});
     };
-    namedFromPositional();
+    e_.constructNamed = &detail::constructInOrder;
     return *this;
   }
 
@@ -391,22 +437,6 @@ class TypeBuilder {
   TypeEntry build() { return std::move(e_); }
 
  private:
-  // Named construction over a positional constructor: the names put in order, none left out.
-  void namedFromPositional() {
-    e_.constructNamed = [params = e_.constructorInputs, name = e_.name,
-                         construct = e_.construct](std::span<const NamedValue> args) {
-      detail::checkNames(name, params, args);
-      std::vector<Value> ordered;
-      for (const Param& p : params) {
-        const NamedValue* given = detail::findNamed(args, p.name);
-        if (!given)
-          throw Mox::RangeException(name + " needs the constructor input '" + p.name + "'");
-        ordered.push_back(given->value);
-      }
-      return construct(ordered);
-    };
-  }
-
   template <class... Args, std::size_t... I>
   static Value constructWith(std::span<const Value> args, const std::vector<Param>& inputs,
                              std::index_sequence<I...>) {
@@ -426,7 +456,7 @@ class TypeBuilder {
 
   template <class R, class... Args, class Invoke>
   TypeBuilder& addOp(const char* name, std::initializer_list<const char*> names, Invoke invoke) {
-    OpEntry op;
+    OpEntry& op = e_.ops.emplace_back();
     op.name = name;
     op.params = detail::params<Args...>(names);
     if constexpr (std::is_void_v<R>) {
@@ -434,18 +464,17 @@ class TypeBuilder {
     } else {
       op.resultType = typeNameOf<std::decay_t<R>>();
     }
-    op.call = [invoke, params = op.params, what = e_.name + "::" + name](
-                  Value& obj, std::span<const Value> args) -> Value {
-      detail::checkArity(what, args, sizeof...(Args));
-      return invokeWith<R, Args...>(invoke, detail::mutableObject<T>(obj), args, params,
+    op.call = [invoke](const TypeEntry& type, const OpEntry& self, Value& obj,
+                       std::span<const Value> args) -> Value {
+      detail::checkOpArity(type, self, args, sizeof...(Args));
+      return invokeWith<R, Args...>(invoke, detail::mutableObject<T>(obj), args, self.params,
                                     std::index_sequence_for<Args...>{});
     };
-    e_.ops.push_back(std::move(op));
     return *this;
   }
 
   template <class R, class... Args, class Invoke, std::size_t... I>
-  static Value invokeWith(Invoke& invoke, T& obj, std::span<const Value> args,
+  static Value invokeWith(const Invoke& invoke, T& obj, std::span<const Value> args,
                           const std::vector<Param>& params, std::index_sequence<I...>) {
     if constexpr (std::is_void_v<R>) {
       invoke(obj, detail::argument<std::decay_t<Args>>(args, I, params)...);
@@ -458,24 +487,27 @@ class TypeBuilder {
   void addAttributes() {
     Mox::forEachAttr<T>([&](const auto& d) {
       using M = typename std::decay_t<decltype(d)>::Type;
-      AttrEntry a;
-      a.name = d.name;
-      a.typeName = typeNameOf<M>();
-      a.kind = d.kind;
-      a.writable = Mox::isWritable(d.kind);
-      a.get = [d](const Value& obj) { return toValue(d.get(detail::constObject<T>(obj))); };
+      Thunk<void(Value&, const Value&)> set;
+      Thunk<std::unique_ptr<CollectionCursor>(Value&)> iterate;
+      const char* keyType = "";
+      const char* valueType = "";
       if constexpr (Mox::Collection<M>) {
-        a.keyType = typeNameOf<std::decay_t<typename M::Key>>();
-        a.valueType = typeNameOf<std::decay_t<typename M::Value>>();
-        a.iterate = [d](Value& obj) -> std::unique_ptr<CollectionCursor> {
+        keyType = typeNameOf<std::decay_t<typename M::Key>>();
+        valueType = typeNameOf<std::decay_t<typename M::Value>>();
+        iterate = [d](Value& obj) -> std::unique_ptr<CollectionCursor> {
           return std::make_unique<detail::MoxCursor<M>>(obj, d.ref(detail::mutableObject<T>(obj)));
         };
-      } else if (a.writable) {
-        a.set = [d](Value& obj, const Value& v) {
-          d.ref(detail::mutableObject<T>(obj)) = fromValue<M>(v);
-        };
+      } else {
+        if (Mox::isWritable(d.kind)) {
+          set = [d](Value& obj, const Value& v) {
+            d.ref(detail::mutableObject<T>(obj)) = fromValue<M>(v);
+          };
+        }
       }
-      e_.attrs.push_back(std::move(a));
+      detail::addAttr(
+          e_.attrs, d.name, typeNameOf<M>(), d.kind, keyType, valueType,
+          [d](const Value& obj) { return toValue(d.get(detail::constObject<T>(obj))); }, set,
+          iterate);
     });
   }
 

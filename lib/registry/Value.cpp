@@ -14,6 +14,12 @@ Overload(Fs...) -> Overload<Fs...>;
 
 }  // namespace
 
+Value::Value(const Value& other) = default;
+Value::Value(Value&& other) noexcept = default;
+Value& Value::operator=(const Value& other) = default;
+Value& Value::operator=(Value&& other) noexcept = default;
+Value::~Value() = default;
+
 std::string Value::kindName() const {
   return std::visit(
       Overload{

@@ -177,6 +177,13 @@ class Value {
                    Mox::Ptr<BoxedValue>, Mox::Ptr<Mox::Entity>>;
 
   Value() = default;
+  // Out of line: copying or destroying the variant visits its two dozen alternatives, code
+  // that would otherwise be written out wherever a Value is copied or goes out of scope.
+  Value(const Value& other);
+  Value(Value&& other) noexcept;
+  Value& operator=(const Value& other);
+  Value& operator=(Value&& other) noexcept;
+  ~Value();
   template <class T>
   requires std::is_constructible_v<Variant, T> &&
       (!std::is_integral_v<std::decay_t<T>> || std::is_same_v<std::decay_t<T>, bool>)Value(T v)

@@ -202,6 +202,10 @@ bool kernelUnprogrammedRoutes(const Sorter& sorter);
 // IPv4: always 0 (only the IPv6 listing takes an interface filter).
 template <class Sorter>
 std::uint32_t getFilteredRoutesCount(const Sorter& sorter);
+template <>
+std::uint32_t getFilteredRoutesCount(const RouteSorter& sorter);
+template <>
+std::uint32_t getFilteredRoutesCount(const Route6Sorter& sorter);
 // The routes that selection examined and the filter rejected.
 std::uint64_t getInternalFilteredRoutesCount(const Route6Sorter& sorter);
 

@@ -6,7 +6,7 @@
 namespace Rova {
 
 namespace {
-Mox::TraceHandle traceHandle("CliSupport");
+Mox::TraceHandle clearTrace("CliSupport");
 
 bool leavesThrough(const Routing::Via& via, const Plexa::IntfId& intf) {
   return via.intfId().isValid() && via.intfId() == intf;
@@ -16,7 +16,7 @@ bool leavesThrough(const Routing::Via& via, const Plexa::IntfId& intf) {
 void ClearIntfRoutesAndViasHelper::clearIntfRoutesAndViasHelper(Mox::Ptr<Routing::ConfigGen> config,
                                                                 Mox::String8 intf) {
   if (!config) return;
-  MOX_TRACE(traceHandle, 5, "Clearing static routes and vias of ", intf.view());
+  MOX_TRACE(clearTrace, 5, "Clearing static routes and vias of ", intf.view());
   const Plexa::IntfId intfId(intf.view());
   // The iterator steps past an entry it deletes, so removing a route does not end the walk.
   for (auto it = config->routeIterator(); it; ++it) {

@@ -13,7 +13,7 @@ namespace Rova {
 
 namespace {
 
-Mox::TraceHandle traceHandle("CliSupport");
+Mox::TraceHandle saverTrace("CliSupport");
 
 // Writers of the configuration agents must not wait for a whole large configuration to be read.
 constexpr unsigned kRoutesPerYield = 2000;
@@ -110,7 +110,7 @@ StaticRoutesCliSaver::StaticRoutesCliSaver(std::string_view text) {
 
 Mox::String8 StaticRoutesCliSaver::save(Mox::Ptr<Routing::ConfigGen const> config, bool saveAll,
                                         Mox::String8 routeCmd, Rova::RovaConsts rovaConsts) {
-  MOX_TRACE(traceHandle, 5, "Saving static routes", saveAll ? " (all values)" : "");
+  MOX_TRACE(saverTrace, 5, "Saving static routes", saveAll ? " (all values)" : "");
   // No configuration (a VRF the state has no routing configuration for) has no static routes.
   if (config) collect(*config, saveAll, rovaConsts);
   // Writing reads only our own collection, so the agents may change the state meanwhile.

@@ -13,7 +13,7 @@ namespace Rova {
 
 namespace {
 
-Mox::TraceHandle traceHandle("CliSupport");
+Mox::TraceHandle ribTrace("CliSupport");
 
 // Above this fill the printer's buffer is written out before the next via, so that a long
 // listing streams instead of growing.
@@ -70,7 +70,7 @@ Mox::String8 StaticRoutesRibCommon::legend() {
 }
 
 void StaticRoutesRibCommon::dump(Rova::RovaConsts rovaConsts) {
-  MOX_TRACE(traceHandle, 5, "Dumping static routes", dynamic_ ? " (dynamic)" : "");
+  MOX_TRACE(ribTrace, 5, "Dumping static routes", dynamic_ ? " (dynamic)" : "");
   collect();
   print(rovaConsts);
 }

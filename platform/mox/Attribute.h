@@ -132,49 +132,63 @@ std::size_t attrHash(const C& v) {
     name##_ = v;                                 \
   }
 
-#define MOX_OPS_C_(name, Name, Type)                                           \
-  using Name##Collection = Type;                                               \
-  const Type& name() const {                                                   \
-    return name##_;                                                            \
-  }                                                                            \
-  Type& name##Mutable() {                                                      \
-    return name##_;                                                            \
-  }                                                                            \
-  typename Type::Value name(const typename Type::Key& k) const {               \
-    return name##_.get(k);                                                     \
-  }                                                                            \
-  bool new##Name(const typename Type::Key& k, const typename Type::Value& v) { \
-    return name##_.newEntry(k, v);                                             \
-  }                                                                            \
-  void name##Is(const typename Type::Key& k, const typename Type::Value& v) {  \
-    name##_.set(k, v);                                                         \
-  }                                                                            \
-  void name##Is(const typename Type::Key& k, typename Type::Value&& v) {       \
-    name##_.set(k, std::move(v));                                              \
-  }                                                                            \
-  bool name##Del(const typename Type::Key& k) {                                \
-    return name##_.del(k);                                                     \
-  }                                                                            \
-  void name##Del(typename Type::Iterator& it) {                                \
-    it.deleteCurrent();                                                        \
-  }                                                                            \
-  void name##DelAll() {                                                        \
-    name##_.delAll();                                                          \
-  }                                                                            \
-  /* Maps of counts only: a template, so other collections never compile */    \
-  /* it. Adds n; an absent key starts from zero. */                            \
-  template <class Coll = Type>                                                 \
-  void name##Inc(const typename Coll::Key& k, typename Coll::Value n) {        \
-    static_cast<Coll&>(name##_).inc(k, n);                                     \
-  }                                                                            \
-  std::size_t name##s() const {                                                \
-    return name##_.size();                                                     \
-  }                                                                            \
-  typename Type::Iterator name##Iterator() {                                   \
-    return name##_.iterator();                                                 \
-  }                                                                            \
-  void name##NotifyIs(::Mox::ChangeHook<typename Type::Key> h) {               \
-    name##_.notifyIs(std::move(h));                                            \
+#define MOX_OPS_C_(name, Name, Type)                                                      \
+  using Name##Collection = Type;                                                          \
+  const Type& name() const {                                                              \
+    return name##_;                                                                       \
+  }                                                                                       \
+  Type& name##Mutable() {                                                                 \
+    return name##_;                                                                       \
+  }                                                                                       \
+  /* The operation family is made of templates (over the collection type, which no */     \
+  /* caller gives) so that a file compiles only the operations it calls: the state */     \
+  /* headers declare dozens of collections, and a file uses a few of their operations. */ \
+  /* Taking an operation's address names it with <>: &Class::newX<>. */                   \
+  template <class Coll = Type>                                                            \
+  typename Coll::Value name(const typename Coll::Key& k) const {                          \
+    return name##_.get(k);                                                                \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  bool new##Name(const typename Coll::Key& k, const typename Coll::Value& v) {            \
+    return name##_.newEntry(k, v);                                                        \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  void name##Is(const typename Coll::Key& k, const typename Coll::Value& v) {             \
+    name##_.set(k, v);                                                                    \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  void name##Is(const typename Coll::Key& k, typename Coll::Value&& v) {                  \
+    name##_.set(k, std::move(v));                                                         \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  bool name##Del(const typename Coll::Key& k) {                                           \
+    return name##_.del(k);                                                                \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  void name##Del(typename Coll::Iterator& it) {                                           \
+    it.deleteCurrent();                                                                   \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  void name##DelAll() {                                                                   \
+    name##_.delAll();                                                                     \
+  }                                                                                       \
+  /* Maps of counts only: other collections have no inc. Adds n; an absent key starts */  \
+  /* from zero. */                                                                        \
+  template <class Coll = Type>                                                            \
+  void name##Inc(const typename Coll::Key& k, typename Coll::Value n) {                   \
+    static_cast<Coll&>(name##_).inc(k, n);                                                \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  std::size_t name##s() const {                                                           \
+    return name##_.size();                                                                \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  typename Coll::Iterator name##Iterator() {                                              \
+    return name##_.iterator();                                                            \
+  }                                                                                       \
+  template <class Coll = Type>                                                            \
+  void name##NotifyIs(::Mox::ChangeHook<typename Coll::Key> h) {                          \
+    name##_.notifyIs(std::move(h));                                                       \
   }
 
 #define MOX_DESC_F_(name, Name, Type, kind, init) \
@@ -194,6 +208,8 @@ std::size_t attrHash(const C& v) {
                                                                                         \
  public:                                                                                \
   LIST(MOX_OPS_F_, MOX_OPS_C_)                                                          \
+  /* A template too: its descriptors are made only where attributes are walked. */      \
+  template <class Self = MoxSelf>                                                       \
   static constexpr auto moxAttributes() {                                               \
     return ::Mox::makeAttrList(::Mox::AttrListStart {} LIST(MOX_DESC_F_, MOX_DESC_C_)); \
   }
