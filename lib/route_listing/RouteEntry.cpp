@@ -1,6 +1,8 @@
 // One route entry: the line with its codes, prefix, preference and metric, then the layout its
 // forwarding takes (dropped, connected, vias, or a nexthop group or SR-TE policy).
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "lib/common/RouteTypes.h"
@@ -203,8 +205,8 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   const std::size_t indentLen = 8 + prefixLen + 2 +
                                 decimalDigits(std::uint64_t(std::max(line.preference, 0))) +
                                 (line.preference < 0 ? 1 : 0) + 1 + decimalDigits(line.metric) + 2;
-  if (const auto* block = a.viaBlocks.find(&fec, indentLen)) {
-    p.replay(*block);
+  if (const auto block = a.viaBlocks.find(&fec, indentLen)) {
+    p.replay(block->bytes, block->shape);
     return;
   }
   const char* indent = blanks(indentLen);
@@ -222,8 +224,9 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   }
   p.endList();
   p.addFrills("\n");
-  rendr::Printer::Recording block;
-  if (p.finishRecording(recording, block)) a.viaBlocks.add(&fec, indentLen, std::move(block));
+  rendr::Printer::RecordedShape shape;
+  if (const auto bytes = p.finishRecording(recording, shape))
+    a.viaBlocks.add(&fec, indentLen, *bytes, shape);
 }
 
 // No vias of its own: a nexthop group or an SR-TE policy forwards it.
@@ -349,7 +352,11 @@ void ViaBlockCache::insert(const Slot& slot) {
   }
 }
 
-void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, rendr::Printer::Recording block) {
+void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, std::string_view bytes,
+                        rendr::Printer::RecordedShape shape) {
+  // The slots keep 32-bit places and a 16-bit indent: a listing that would need more keeps
+  // printing its blocks instead.
+  if (indent > UINT16_MAX || bytes_.size() + bytes.size() > UINT32_MAX) return;
   if (2 * (used_ + 1) > slots_.size()) {
     std::vector<Slot> old(std::max<std::size_t>(64, 2 * slots_.size()));
     old.swap(slots_);
@@ -357,16 +364,20 @@ void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, rendr::Printer
       if (slot.fec) insert(slot);
     }
   }
-  auto& kept = blocks_[fec];
-  const rendr::Printer::Recording* same = nullptr;
-  for (const auto& b : kept) {
-    if (b->bytes() == block.bytes()) same = b.get();
+  auto& kept = kept_[fec];
+  Slot slot{fec, 0, static_cast<std::uint32_t>(bytes.size()), static_cast<std::uint16_t>(indent),
+            shape};
+  const auto same = std::find_if(kept.begin(), kept.end(), [&](const auto& at) {
+    return std::string_view(bytes_.data() + at.first, at.second) == bytes;
+  });
+  if (same != kept.end()) {
+    slot.at = same->first;
+  } else {
+    slot.at = static_cast<std::uint32_t>(bytes_.size());
+    bytes_.append(bytes);
+    kept.emplace_back(slot.at, slot.size);
   }
-  if (!same) {
-    kept.push_back(std::make_unique<rendr::Printer::Recording>(std::move(block)));
-    same = kept.back().get();
-  }
-  insert({fec, indent, same});
+  insert(slot);
   ++used_;
 }
 

@@ -5,6 +5,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -15,26 +18,35 @@
 namespace Rova {
 
 // The via blocks a listing has printed, by FEC and indent: every route through one FEC prints
-// the same vias, lined up under its first line, so a block is printed once and replayed. Blocks
-// of one FEC that came out alike (JSON, which has no indent; a FEC of one via) are kept once.
+// the same vias, lined up under its first line, so a block is printed once and replayed. The
+// lookup is per route, so it is kept to one cache line where it can be: open addressing over
+// (FEC, indent) with the block's place in one array of bytes in the slot. Blocks of one FEC
+// that came out alike (JSON, which has no indent; a FEC of one via) are kept once.
 class ViaBlockCache {
  public:
-  const rendr::Printer::Recording* find(const CachedFec* fec, std::size_t indent) const {
-    if (slots_.empty()) return nullptr;
+  struct Block {
+    std::string_view bytes;
+    rendr::Printer::RecordedShape shape;
+  };
+  std::optional<Block> find(const CachedFec* fec, std::size_t indent) const {
+    if (slots_.empty()) return {};
     for (std::size_t i = slotOf(fec, indent);; i = (i + 1) & (slots_.size() - 1)) {
       const Slot& slot = slots_[i];
-      if (!slot.fec) return nullptr;
-      if (slot.fec == fec && slot.indent == indent) return slot.block;
+      if (!slot.fec) return {};
+      if (slot.fec == fec && slot.indent == indent)
+        return Block{std::string_view(bytes_.data() + slot.at, slot.size), slot.shape};
     }
   }
-  void add(const CachedFec* fec, std::size_t indent, rendr::Printer::Recording block);
+  void add(const CachedFec* fec, std::size_t indent, std::string_view bytes,
+           rendr::Printer::RecordedShape shape);
 
  private:
-  // Open addressing over (FEC, indent): a lookup per route must cost next to nothing.
   struct Slot {
     const CachedFec* fec = nullptr;
-    std::size_t indent = 0;
-    const rendr::Printer::Recording* block = nullptr;
+    std::uint32_t at = 0;
+    std::uint32_t size = 0;
+    std::uint16_t indent = 0;
+    rendr::Printer::RecordedShape shape;
   };
   std::size_t slotOf(const CachedFec* fec, std::size_t indent) const {
     const auto k = (reinterpret_cast<std::uintptr_t>(fec) >> 4) * 0x9e3779b97f4a7c15ull + indent;
@@ -44,9 +56,9 @@ class ViaBlockCache {
 
   std::vector<Slot> slots_;
   std::size_t used_ = 0;
-  // The blocks themselves; blocks of one FEC that came out alike are kept once.
-  std::unordered_map<const CachedFec*, std::vector<std::unique_ptr<rendr::Printer::Recording>>>
-      blocks_;
+  std::string bytes_;
+  // Where each FEC's distinct blocks are in bytes_, to keep blocks that came out alike once.
+  std::unordered_map<const CachedFec*, std::vector<std::pair<std::uint32_t, std::uint32_t>>> kept_;
 };
 
 // The attributes of one listing, built once and set per route, and the blocks it has printed.

@@ -43,7 +43,7 @@ using StaticTunnelTablePtr = Mox::Ptr<Tunnel::TunnelTable::StaticTunnelTable con
 using LdpTunnelTablePtr = Mox::Ptr<Tunnel::TunnelTable::LdpTunnelTable const>;
 using BgpLuTunnelTablePtr = Mox::Ptr<Tunnel::TunnelTable::BgpLuTunnelTable const>;
 
-using FecMap = Mox::HashMap<Brine::Fib::FecId, Mox::Ptr<CachedFec>>;
+using FecMap = Mox::FlatHashMap<Brine::Fib::FecId, Mox::Ptr<CachedFec>>;
 using NexthopGroupNameMap = Mox::HashMap<std::uint64_t, Mox::String8>;
 
 // ---------------------------------------------------------------------------------------------

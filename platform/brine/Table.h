@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/mox/Exception.h"
+#include "platform/mox/Prefetch.h"
 #include "platform/mox/Ptr.h"
 
 namespace Brine {
@@ -94,17 +95,14 @@ class Table : public Mox::Entity, public CorruptionReporter {
   // prefetchSlot() for every key, then prefetchRecord() for every key, then lookup() as
   // usual. Both are hints: they change nothing, raise nothing, and a key that is missing or
   // lives past its home slot is merely not prefetched.
-  //
-  // Always inlined: g++ finds a function whose only effect is a prefetch free of side
-  // effects, and drops every call to it before it would inline it.
 
-  [[gnu::always_inline]] void prefetchSlot(const K& k) const {
-    if (!slots_.empty()) __builtin_prefetch(&slots_[home(k)]);
+  void prefetchSlot(const K& k) const {
+    if (!slots_.empty()) Mox::prefetch(&slots_[home(k)]);
   }
-  [[gnu::always_inline]] void prefetchRecord(const K& k) const {
+  void prefetchRecord(const K& k) const {
     if (slots_.empty()) return;
     const std::uint32_t v = slots_[home(k)];
-    if (v != 0) __builtin_prefetch(&records_[v - 1]);
+    if (v != 0) Mox::prefetch(&records_[v - 1]);
   }
 
   // ---- writing (loaders and tests) ----
@@ -182,10 +180,10 @@ class Table : public Mox::Entity, public CorruptionReporter {
     // so that both are in cache when their turn comes.
     constexpr std::size_t kAhead = 16;
     for (std::size_t i = indexed_; i < n; ++i) {
-      if (i + kAhead < n) __builtin_prefetch(&slots_[home(records_[i + kAhead].key())]);
+      if (i + kAhead < n) Mox::prefetch(&slots_[home(records_[i + kAhead].key())]);
       if (i + kAhead / 2 < n) {
         const std::uint32_t v = slots_[home(records_[i + kAhead / 2].key())];
-        if (v != 0) __builtin_prefetch(&records_[v - 1]);
+        if (v != 0) Mox::prefetch(&records_[v - 1]);
       }
       const K k = records_[i].key();
       std::size_t s = home(k);

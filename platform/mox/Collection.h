@@ -20,6 +20,7 @@
 //     summary.routeCountByMaskDel(24);          // or routeCountByMaskDelAll()
 
 #include <algorithm>
+#include <array>
 #include <concepts>
 #include <cstdint>
 #include <functional>
@@ -30,6 +31,8 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "platform/mox/Prefetch.h"
 
 namespace Mox {
 
@@ -245,6 +248,13 @@ template <class K>
 concept HasOrderKey = requires(const K& k) {
   { orderKey(k) } -> std::same_as<std::uint64_t>;
 };
+// The same for keys wider than a word (an IPv6 prefix): three words, the most significant
+// first.
+using WideOrderKey = std::array<std::uint64_t, 3>;
+template <class K>
+concept HasWideOrderKey = requires(const K& k) {
+  { orderKey(k) } -> std::same_as<WideOrderKey>;
+};
 
 namespace detail {
 
@@ -281,8 +291,51 @@ bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
   sorted.reserve(n);
   for (std::size_t j = 0; j < n; ++j) {
     // The reads are scattered: ask for the ones a little ahead while this one is moved.
-    if (j + 8 < n) __builtin_prefetch(&data[words[j + 8] & kIndexMask]);
+    if (j + 8 < n) Mox::prefetch(&data[words[j + 8] & kIndexMask]);
     sorted.push_back(std::move(data[words[j] & kIndexMask]));
+  }
+  data.swap(sorted);
+  return true;
+}
+
+// Sorts `data` by `keyOf`'s wide keys, stably (fewer than 2^32 entries; returns false
+// otherwise). The keys are copied beside their entries' indices and sorted a byte at a time,
+// least significant first, skipping the bytes every key shares: a table's prefixes differ in a
+// few of their sixteen address bytes, so a few passes do. Then the entries are gathered.
+template <class Entry, class KeyOf>
+bool radixSortWide(std::vector<Entry>& data, KeyOf keyOf) {
+  const std::size_t n = data.size();
+  if (n == 0 || n >= (std::size_t(1) << 32)) return n == 0;
+  struct Item {
+    WideOrderKey key;
+    std::uint32_t index;
+  };
+  std::vector<Item> items(n), spare(n);
+  WideOrderKey varies{};
+  for (std::size_t i = 0; i < n; ++i) {
+    items[i] = {keyOf(data[i]), static_cast<std::uint32_t>(i)};
+    for (std::size_t w = 0; w < varies.size(); ++w)
+      varies[w] |= items[i].key[w] ^ items[0].key[w];
+  }
+  for (std::size_t w = varies.size(); w-- > 0;) {
+    for (unsigned shift = 0; shift < 64; shift += 8) {
+      if (((varies[w] >> shift) & 255) == 0) continue;
+      std::size_t start[257] = {};
+      for (const Item& it : items)
+        ++start[((it.key[w] >> shift) & 255) + 1];
+      for (std::size_t b = 1; b < 257; ++b)
+        start[b] += start[b - 1];
+      for (const Item& it : items)
+        spare[start[(it.key[w] >> shift) & 255]++] = it;
+      items.swap(spare);
+    }
+  }
+  spare = {};
+  std::vector<Entry> sorted;
+  sorted.reserve(n);
+  for (std::size_t j = 0; j < n; ++j) {
+    if (j + 8 < n) Mox::prefetch(&data[items[j + 8].index]);
+    sorted.push_back(std::move(data[items[j].index]));
   }
   data.swap(sorted);
   return true;
@@ -417,6 +470,8 @@ class VectorMap {
     bool done = false;
     if constexpr (HasOrderKey<K> && std::is_same_v<Compare, std::less<K>>) {
       done = detail::radixSort(data_, [](const Entry& e) { return orderKey(e.first); });
+    } else if constexpr (HasWideOrderKey<K> && std::is_same_v<Compare, std::less<K>>) {
+      done = detail::radixSortWide(data_, [](const Entry& e) { return orderKey(e.first); });
     }
     if (!done) {
       std::stable_sort(data_.begin(), data_.end(),
@@ -587,6 +642,206 @@ class DenseMap {
   HookSlot<K> hook_;
 };
 
+// An unordered map kept in one array with open addressing: for maps read once or more per
+// route of a million-route listing, where a lookup in the node-based hash map costs a chain of
+// cache misses (bucket, node, value). A slot holds the key and the value side by side, so a
+// lookup touches one cache line in the common case. Removed entries leave a marker until the next
+// growth, so that iteration may delete the current entry and still visit every other entry once.
+// Iteration order is the slots' order, not the keys'. The same operations as HashMap.
+template <class K, class V, class Hash = std::hash<K>>
+class FlatHashMap {
+ public:
+  using Key = K;
+  using Value = V;
+
+  class Iterator {
+   public:
+    Iterator(FlatHashMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
+    explicit operator bool() const { return i_ < owner_->slots_.size(); }
+    Iterator& operator++() {
+      if (advanced_) {
+        advanced_ = false;
+      } else {
+        ++i_;
+        skip();
+      }
+      return *this;
+    }
+    const K& key() const { return owner_->slots_[i_].key; }
+    V& value() const { return owner_->slots_[i_].value; }
+    void deleteCurrent() {
+      owner_->erase(i_);
+      ++i_;
+      skip();
+      advanced_ = true;
+    }
+
+   private:
+    void skip() {
+      while (i_ < owner_->slots_.size() && owner_->slots_[i_].state != State::used)
+        ++i_;
+    }
+    FlatHashMap* owner_;
+    std::size_t i_;
+    bool advanced_ = false;
+  };
+
+  class const_iterator {
+   public:
+    const_iterator(const FlatHashMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
+    std::pair<const K&, const V&> operator*() const {
+      return {owner_->slots_[i_].key, owner_->slots_[i_].value};
+    }
+    const_iterator& operator++() {
+      ++i_;
+      skip();
+      return *this;
+    }
+    bool operator==(const const_iterator& o) const { return i_ == o.i_; }
+
+   private:
+    void skip() {
+      while (i_ < owner_->slots_.size() && owner_->slots_[i_].state != State::used)
+        ++i_;
+    }
+    const FlatHashMap* owner_;
+    std::size_t i_;
+  };
+
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  bool contains(const K& k) const { return find(k) != nullptr; }
+  const_iterator begin() const { return const_iterator(this, 0); }
+  const_iterator end() const { return const_iterator(this, slots_.size()); }
+  Iterator iterator() { return Iterator(this, 0); }
+
+  const V* find(const K& k) const {
+    if (slots_.empty()) return nullptr;
+    for (std::size_t i = home(k);; i = (i + 1) & mask()) {
+      const Slot& s = slots_[i];
+      if (s.state == State::empty) return nullptr;
+      if (s.state == State::used && s.key == k) return &s.value;
+    }
+  }
+  V* findMutable(const K& k) { return const_cast<V*>(std::as_const(*this).find(k)); }
+  V get(const K& k) const {
+    const V* v = find(k);
+    return v ? *v : V{};
+  }
+
+  bool newEntry(const K& k, const V& v) {
+    if (contains(k)) return false;
+    slotFor(k) = v;
+    notify(k);
+    return true;
+  }
+  void set(const K& k, const V& v) {
+    slotFor(k) = v;
+    notify(k);
+  }
+  void set(const K& k, V&& v) {
+    slotFor(k) = std::move(v);
+    notify(k);
+  }
+  bool del(const K& k) {
+    if (slots_.empty()) return false;
+    for (std::size_t i = home(k);; i = (i + 1) & mask()) {
+      const Slot& s = slots_[i];
+      if (s.state == State::empty) return false;
+      if (s.state == State::used && s.key == k) {
+        erase(i);
+        return true;
+      }
+    }
+  }
+  void del(Iterator& it) { it.deleteCurrent(); }
+  void delAll() {
+    std::vector<K> keys;
+    if (hook_) {
+      for (const Slot& s : slots_) {
+        if (s.state == State::used) keys.push_back(s.key);
+      }
+    }
+    slots_.clear();
+    size_ = removed_ = 0;
+    for (const K& k : keys)
+      hook_(k);
+  }
+  void notifyIs(ChangeHook<K> hook) { hook_ = std::move(hook); }
+
+  friend bool operator==(const FlatHashMap& a, const FlatHashMap& b) {
+    if (a.size_ != b.size_) return false;
+    for (const auto& [k, v] : a) {
+      const V* other = b.find(k);
+      if (!other || !(*other == v)) return false;
+    }
+    return true;
+  }
+
+ private:
+  enum class State : std::uint8_t { empty, used, removed };
+  struct Slot {
+    K key{};
+    V value{};
+    State state = State::empty;
+  };
+
+  std::size_t mask() const { return slots_.size() - 1; }
+  // The table's size is a power of two: the top bits of a multiplicative mix pick the slot,
+  // so keys that differ only in their high bits still spread.
+  std::size_t home(const K& k) const {
+    const std::uint64_t h = static_cast<std::uint64_t>(Hash{}(k)) * 0x9e3779b97f4a7c15ull;
+    return static_cast<std::size_t>(h >> 32) & mask();
+  }
+  void erase(std::size_t i) {
+    Slot& s = slots_[i];
+    const K k = s.key;
+    s.state = State::removed;
+    s.value = V{};
+    --size_;
+    ++removed_;
+    notify(k);
+  }
+  // The slot of k, made if it is absent; at most half the slots are in use or removed.
+  V& slotFor(const K& k) {
+    if (V* v = findMutable(k)) return *v;
+    if (2 * (size_ + removed_ + 1) > slots_.size()) grow();
+    std::size_t i = home(k);
+    while (slots_[i].state == State::used)
+      i = (i + 1) & mask();
+    if (slots_[i].state == State::removed) --removed_;
+    slots_[i].key = k;
+    slots_[i].state = State::used;
+    ++size_;
+    return slots_[i].value;
+  }
+  void grow() {
+    // A power of two at least four times what is in use: half full at most after the next
+    // as many insertions again.
+    std::size_t n = 16;
+    while (n < 4 * (size_ + 1))
+      n *= 2;
+    std::vector<Slot> old(n);
+    old.swap(slots_);
+    removed_ = 0;
+    for (Slot& s : old) {
+      if (s.state != State::used) continue;
+      std::size_t i = home(s.key);
+      while (slots_[i].state == State::used)
+        i = (i + 1) & mask();
+      slots_[i] = std::move(s);
+    }
+  }
+  void notify(const K& k) {
+    if (hook_) hook_(k);
+  }
+
+  std::vector<Slot> slots_;
+  std::size_t size_ = 0;
+  std::size_t removed_ = 0;
+  HookSlot<K> hook_;
+};
+
 template <class K, class V, class Compare = std::less<K>>
 using OrderedMap = MapCollection<std::map<K, V, Compare>>;
 
@@ -606,6 +861,8 @@ template <class K, class V, class C>
 struct IsCollection<VectorMap<K, V, C>> : std::true_type {};
 template <class K, class V>
 struct IsCollection<DenseMap<K, V>> : std::true_type {};
+template <class K, class V, class H>
+struct IsCollection<FlatHashMap<K, V, H>> : std::true_type {};
 template <class T>
 concept Collection = IsCollection<T>::value;
 

@@ -81,7 +81,7 @@ class Ip6Addr {
     return a.word(1) <=> b.word(1);
   }
 
- private:
+  // Bytes 0-7 (i = 0) or 8-15 (i = 1) as one big-endian number: the address's order.
   std::uint64_t word(int i) const {
     std::uint64_t w;
     std::memcpy(&w, bytes_.data() + 8 * i, 8);

@@ -2,6 +2,7 @@
 // Prefixes (a network: host bits cleared) and addresses with a mask length (an interface
 // address: host bits kept). Ordered by address, then mask length.
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -67,6 +68,10 @@ class BasicPrefix {
   // fit): the address, then the length, the null prefix's -1 first.
   friend std::uint64_t orderKey(const BasicPrefix& p) requires(kMaxLen <= 32) {
     return std::uint64_t(p.addr_.value()) << 8 | std::uint64_t(p.len_ + 1);
+  }
+  // An IPv6 prefix's, in three words: the address's two, then the length as above.
+  friend std::array<std::uint64_t, 3> orderKey(const BasicPrefix& p) requires(kMaxLen > 32) {
+    return {p.addr_.word(0), p.addr_.word(1), std::uint64_t(p.len_ + 1)};
   }
 
  private:

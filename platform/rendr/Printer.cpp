@@ -106,21 +106,21 @@ Printer::RecordingStart Printer::startRecording() const {
   return {out_.used(), out_.flushes(), depth_, members};
 }
 
-bool Printer::finishRecording(const RecordingStart& start, Recording& into) const {
-  if (out_.flushes() != start.flushes || depth_ != start.depth || depth_ == 0) return false;
-  into.bytes_.assign(out_.data() + start.at, out_.used() - start.at);
-  into.depth_ = depth_;
-  into.hadMembers_ = start.hadMembers;
-  into.hasMembers_ = stack_[depth_ - 1].hasMembers;
-  return true;
+std::optional<std::string_view> Printer::finishRecording(const RecordingStart& start,
+                                                         RecordedShape& shape) const {
+  if (out_.flushes() != start.flushes || depth_ != start.depth || depth_ == 0) return {};
+  shape.depth = static_cast<std::uint16_t>(depth_);
+  shape.hadMembers = start.hadMembers;
+  shape.hasMembers = stack_[depth_ - 1].hasMembers;
+  return std::string_view(out_.data() + start.at, out_.used() - start.at);
 }
 
-void Printer::replay(const Recording& r) {
+void Printer::replay(std::string_view bytes, RecordedShape shape) {
   enter();
-  MOX_ASSERT(depth_ == r.depth_ && stack_[depth_ - 1].hasMembers == r.hadMembers_ &&
+  MOX_ASSERT(depth_ == shape.depth && stack_[depth_ - 1].hasMembers == shape.hadMembers &&
              "a recording replayed where the structure differs");
-  out_.append(r.bytes_.data(), r.bytes_.size());
-  stack_[depth_ - 1].hasMembers = r.hasMembers_;
+  out_.append(bytes.data(), bytes.size());
+  stack_[depth_ - 1].hasMembers = shape.hasMembers;
   leave();
 }
 

@@ -31,6 +31,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -119,30 +120,28 @@ class Printer {
   // A run of output made once and written again. When entries of a listing share a part (the
   // vias of one FEC are the same for every route through it), the part is printed once with
   // the usual calls between startRecording() and finishRecording(), and later entries
-  // replay() its bytes. A recording holds the bytes in the printer's own form and the
-  // structure they left; it replays where the structure is as it was when it was made (the
-  // same depth, and members before it or not), which is an assertion. A run too long for the
-  // buffer is printed but not kept: finishRecording returns false.
-  class Recording {
-   public:
-    const std::string& bytes() const { return bytes_; }
-
-   private:
-    friend class Printer;
-    std::string bytes_;
-    unsigned depth_ = 0;
-    bool hadMembers_ = false;
-    bool hasMembers_ = false;
-  };
+  // replay() its bytes. The caller keeps the bytes (many runs in one array of its own reads
+  // faster than one allocation each); the shape is the structure they were made in and left
+  // (the depth, and members before and after), and a run replays only where the structure is
+  // as it was when it was made, which is an assertion. A run that did not stay in the buffer
+  // (it was written out in between) is printed but cannot be kept: finishRecording returns
+  // nothing.
   struct RecordingStart {
     std::size_t at;
     std::uint64_t flushes;
     unsigned depth;
     bool hadMembers;
   };
+  struct RecordedShape {
+    std::uint16_t depth = 0;
+    bool hadMembers = false;
+    bool hasMembers = false;
+  };
   RecordingStart startRecording() const;
-  bool finishRecording(const RecordingStart& start, Recording& into) const;
-  void replay(const Recording& recording);
+  // The bytes since `start` (valid until the next output) and their shape.
+  std::optional<std::string_view> finishRecording(const RecordingStart& start,
+                                                  RecordedShape& shape) const;
+  void replay(std::string_view bytes, RecordedShape shape);
 
   // The output buffer's fill, in percent (0 to 100).
   unsigned fullness();

@@ -8,10 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,15 +18,6 @@
 namespace {
 
 using Case = rovatest::GoldenCase;
-using rovatest::firstDifference;
-
-std::vector<Case> readCases() {
-  return rovatest::readGoldenCases(ROVA_GOLDEN_DIR "/cases.txt");
-}
-
-std::string readFile(const std::string& path) {
-  return rovatest::readText(path);
-}
 
 class Golden : public testing::TestWithParam<Case> {};
 
@@ -42,35 +29,11 @@ TEST_P(Golden, OutputIsExactlyTheGoldenFile) {
     if (w.rfind("states/", 0) == 0) w = ROVA_GOLDEN_DIR "/" + w;
   }
   const clitest::Captured r = clitest::runProgram(ROVA_PROGRAM, words);
-  const std::string outPath = std::string(ROVA_GOLDEN_DIR "/") + c.name + ".out";
-  const std::string errPath = std::string(ROVA_GOLDEN_DIR "/") + c.name + ".err";
-  if (std::getenv("ROVA_UPDATE_GOLDEN")) {
-    std::ofstream(outPath) << r.out;
-    if (r.err.empty()) {
-      std::remove(errPath.c_str());
-    } else {
-      std::ofstream(errPath) << r.err;
-    }
-  }
-  EXPECT_EQ(r.status, c.status) << c.command << "\n" << r.err;
-  const std::string wantOut = readFile(outPath);
-  EXPECT_TRUE(r.out == wantOut) << c.command << "\n" << firstDifference(wantOut, r.out);
-  const std::string wantErr = readFile(errPath);
-  EXPECT_EQ(r.err, wantErr) << c.command;
-  if (c.name.size() > 5 && c.name.compare(c.name.size() - 5, 5, ".json") == 0) {
-    nlohmann::json parsed;
-    EXPECT_NO_THROW(parsed = nlohmann::json::parse(r.out)) << c.command << "\n" << r.out;
-    EXPECT_TRUE(parsed.is_object()) << c.command;
-  }
+  rovatest::expectGolden(ROVA_GOLDEN_DIR, c, r.status, r.out, r.err);
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, Golden, testing::ValuesIn(readCases()),
-                         [](const testing::TestParamInfo<Case>& info) {
-                           std::string n = info.param.name;
-                           for (char& ch : n) {
-                             if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-                           }
-                           return n;
-                         });
+INSTANTIATE_TEST_SUITE_P(Commands, Golden,
+                         testing::ValuesIn(rovatest::readGoldenCases(ROVA_GOLDEN_DIR "/cases.txt")),
+                         rovatest::goldenTestName);
 
 }  // namespace

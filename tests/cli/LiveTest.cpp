@@ -6,8 +6,8 @@
 // packet leaves a namespace: nothing is sent at all beyond what the kernel does by itself
 // when a link comes up.
 //
-// The namespaces need root; what the kernel may lack (VRF devices, dummy interfaces, MPLS
-// encapsulation) is tried first, and a test that needs it is skipped with the reason.
+// The namespaces need root; what the kernel may lack (VRF devices, MPLS encapsulation) is
+// tried first, and a test that needs it is skipped with the reason.
 //
 // ROVA_UPDATE_GOLDEN=1 rewrites the golden files; read every changed line before committing.
 
@@ -23,8 +23,6 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -176,15 +174,6 @@ bool makeDevice(Namespace& ns) {
 // ---- the golden cases ----
 
 using Case = rovatest::GoldenCase;
-using rovatest::firstDifference;
-
-std::vector<Case> readCases() {
-  return rovatest::readGoldenCases(ROVA_GOLDEN_DIR "/live/cases.txt");
-}
-
-std::string readFile(const std::string& path) {
-  return rovatest::readText(path);
-}
 
 class LiveGolden : public testing::TestWithParam<Case> {
  protected:
@@ -204,36 +193,14 @@ class LiveGolden : public testing::TestWithParam<Case> {
 Namespace* LiveGolden::ns_ = nullptr;
 
 TEST_P(LiveGolden, OutputIsExactlyTheGoldenFile) {
-  const Case& c = GetParam();
-  const clitest::Captured r = ns_->rova(cli::splitWords(c.command));
-  const std::string base = std::string(ROVA_GOLDEN_DIR "/live/") + c.name;
-  if (std::getenv("ROVA_UPDATE_GOLDEN")) {
-    std::ofstream(base + ".out") << r.out;
-    if (r.err.empty()) {
-      std::remove((base + ".err").c_str());
-    } else {
-      std::ofstream(base + ".err") << r.err;
-    }
-  }
-  EXPECT_EQ(r.status, c.status) << c.command << "\n" << r.err;
-  const std::string wantOut = readFile(base + ".out");
-  EXPECT_TRUE(r.out == wantOut) << c.command << "\n" << firstDifference(wantOut, r.out);
-  EXPECT_EQ(r.err, readFile(base + ".err")) << c.command;
-  if (c.name.size() > 5 && c.name.compare(c.name.size() - 5, 5, ".json") == 0) {
-    nlohmann::json parsed;
-    EXPECT_NO_THROW(parsed = nlohmann::json::parse(r.out)) << c.command;
-    EXPECT_TRUE(parsed.is_object());
-  }
+  const clitest::Captured r = ns_->rova(cli::splitWords(GetParam().command));
+  rovatest::expectGolden(ROVA_GOLDEN_DIR "/live", GetParam(), r.status, r.out, r.err);
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, LiveGolden, testing::ValuesIn(readCases()),
-                         [](const testing::TestParamInfo<Case>& info) {
-                           std::string n = info.param.name;
-                           for (char& ch : n) {
-                             if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-                           }
-                           return n;
-                         });
+INSTANTIATE_TEST_SUITE_P(Commands, LiveGolden,
+                         testing::ValuesIn(rovatest::readGoldenCases(ROVA_GOLDEN_DIR
+                                                                     "/live/cases.txt")),
+                         rovatest::goldenTestName);
 
 // ---- the shell ----
 
@@ -285,20 +252,6 @@ TEST(Live, VrfDevicesAreVrfsWithTheirOwnTables) {
   // The address is the VRF's: a next hop in the default VRF may use it.
   EXPECT_EQ(ns.rova({"check", "ip", "nexthop", "10.0.3.1", "vrf", "red"}).status, 1);
   EXPECT_EQ(ns.rova({"check", "ip", "nexthop", "10.0.3.1"}).status, 0);
-}
-
-TEST(Live, ADummyInterfaceHoldsTheLoopbackAddress) {
-  Namespace ns("dummy");
-  if (ns.ready()) makeDevice(ns);
-  if (!ns.ready()) GTEST_SKIP() << ns.error();
-  if (!ns.run("ip link add lo1 type dummy", false))
-    GTEST_SKIP() << "the kernel has no dummy interfaces (CONFIG_DUMMY)";
-  ns.ip("link set lo1 up");
-  ns.ip("addr add 10.0.0.11/32 dev lo1");
-  ASSERT_TRUE(ns.ready()) << ns.error();
-  const auto r = ns.rova({"show", "ip", "route", "10.0.0.11"});
-  EXPECT_NE(r.out.find(" C      10.0.0.11/32 is directly connected, lo1\n"), std::string::npos)
-      << r.out;
 }
 
 TEST(Live, MplsEncapsulationPushesItsLabels) {
@@ -353,13 +306,5 @@ TEST(Live, WithoutNetlinkTheStateCannotBeRead) {
   EXPECT_EQ(r.out, "");
 }
 #endif
-
-TEST(Live, LiveAndStateExcludeEachOther) {
-  const auto r =
-      clitest::runProgram(ROVA_PROGRAM, {"--live", "--state", "x.json", "show", "version"});
-  EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(r.err.substr(0, r.err.find('\n')),
-            "rova: --live and --state name two states; give one");
-}
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/mox/Exception.h"
@@ -54,26 +55,21 @@ class FailingActions : public testing::Test {
   cli::Grammar g;
 };
 
-TEST_F(FailingActions, InternalErrorNamesTheAssertionAndExits70) {
-  clitest::Captured r = run("internal");
-  EXPECT_EQ(r.status, 70);
-  EXPECT_EQ(r.err, "% Internal error: 1 + 1 == 3\n");
-  EXPECT_EQ(r.out, "");
-}
-
-TEST_F(FailingActions, RangeAndOtherErrorsShowTheirOwnTextAndExit1) {
-  clitest::Captured range = run("range");
-  EXPECT_EQ(range.status, 1);
-  EXPECT_EQ(range.err, "% VrfName::bytes > 100 not allowed\n");
-  clitest::Captured other = run("other");
-  EXPECT_EQ(other.status, 1);
-  EXPECT_EQ(other.err, "% no such FEC\n");
-}
-
-TEST_F(FailingActions, SomethingThatIsNoExceptionIsInternal) {
-  clitest::Captured r = run("foreign");
-  EXPECT_EQ(r.status, 70);
-  EXPECT_EQ(r.err, "% Internal error: unknown exception\n");
+// A broken invariant, or anything that is no exception, is internal (status 70) and says so;
+// range and other errors show their own text (status 1). Nothing goes to standard output.
+TEST_F(FailingActions, EachKindOfFailureHasItsStatusAndMessage) {
+  const std::tuple<const char*, int, const char*> cases[] = {
+      {"internal", 70, "% Internal error: 1 + 1 == 3\n"},
+      {"foreign", 70, "% Internal error: unknown exception\n"},
+      {"range", 1, "% VrfName::bytes > 100 not allowed\n"},
+      {"other", 1, "% no such FEC\n"},
+  };
+  for (const auto& [line, status, err] : cases) {
+    clitest::Captured r = run(line);
+    EXPECT_EQ(r.status, status) << line;
+    EXPECT_EQ(r.err, err);
+    EXPECT_EQ(r.out, "");
+  }
 }
 
 TEST_F(FailingActions, ActionStatusAndOutputPassThrough) {

@@ -38,35 +38,30 @@ def round_trip(v, state=None):
 # Each exercise constructs the type, reads an attribute, calls an operation where it has one
 # and takes the value text form there and back where the type has one.
 
-
-def ex_counter_index(s):
-    v = rova.construct("Rova::CounterIndex", counterIndex=7, chipMask=3)
-    assert (v.counterIndex, v.chipMask) == (7, 3)
-    assert round_trip(v) == v
-
-
-def ex_counter_entry(s):
-    v = rova.construct("Rova::CounterEntry", 1, 64)
-    assert str(v) == "Value('Rova::CounterEntry', ** {'packets': 1, 'bytes': 64})"
-    v.packets = 2**64 - 1
-    assert round_trip(v).packets == 2**64 - 1
-
-
-def ex_cached_via(s):
-    v = rova.construct("Rova::CachedVia")
-    v.hop = "10.1.1.1"
-    v.intfId = "Ethernet1"
-    v.isBackup = True
-    assert (v.hop, v.intfId, v.isBackup) == ("10.1.1.1", "Ethernet1", True)
-    assert round_trip(v) == v
+# Value types: constructor inputs, attributes written after, each read back and the value
+# taken through its text form.
+VALUES = {
+    "Rova::CounterIndex": ({"counterIndex": 7, "chipMask": 3}, {}),
+    "Rova::CounterEntry": ({"packets": 1, "bytes": 64}, {"packets": 2**64 - 1}),
+    "Rova::RouteSortKey": ({"prefix": "10.0.0.0/8", "preference": 200}, {}),
+    "Rova::CachedVia": ({}, {"hop": "10.1.1.1", "intfId": "Ethernet1", "isBackup": True}),
+    "Rova::CachedLspVia": ({}, {"tunnelIndex": 4}),
+    "Rova::AddressQueryResult": ({}, {"acceptable": True, "msg": "x"}),
+    "Rova::RovaConsts": ({}, {"defaultStaticRouteName": "core"}),
+    "Rova::NexthopInfo": ({}, {"nexthopCmd": "10.0.0.1 Ethernet1"}),
+}
 
 
-def ex_address_query_result(s):
-    v = rova.construct("Rova::AddressQueryResult")
-    v.acceptable = True
-    v.msg = "x"
-    assert str(v) == "Value('Rova::AddressQueryResult', ** {'acceptable': True, 'msg': 'x'})"
-    assert round_trip(v) == v
+def ex_value(type_name):
+    def exercise(s):
+        inputs, attrs = VALUES[type_name]
+        v = rova.construct(type_name, **inputs)
+        for name, value in attrs.items():
+            setattr(v, name, value)
+        for name, value in {**inputs, **attrs}.items():
+            assert getattr(v, name) == value, name
+        assert round_trip(v) == v
+    return exercise
 
 
 def ex_address_query_params(s):
@@ -92,17 +87,14 @@ def ex_address6_query_params(s):
     assert params.intfName == "Ethernet1"
 
 
-def ex_invalid_next_hop(s):
-    checker = rova.construct("Rova::InvalidNextHopChecker")
-    assert checker.check(s["ip/config"], "10.2.3.1", "default") is True
-    assert checker.check(s["ip/config"], "10.2.3.77", "default") is False
-
-
-def ex_invalid_next_hop6(s):
-    checker = rova.construct("Rova::InvalidNextHop6Checker")
-    assert checker.check(ip6Config=s["ip6/config"], nexthop="2001:db8:100::2",
-                         vrfName="default") is True
-    assert checker.check(s["ip6/config"], "2001:db8:100::9", "default") is False
+def ex_invalid_next_hop(v6, config, own, free):
+    def exercise(s):
+        checker = rova.construct("Rova::InvalidNextHop6Checker" if v6 else
+                                 "Rova::InvalidNextHopChecker")
+        assert checker.check(s[config], own, "default") is True
+        by_name = {"ip6Config" if v6 else "ipConfig": s[config], "nexthop": free}
+        assert checker.check(vrfName="default", **by_name) is False
+    return exercise
 
 
 def ex_rd_checker(s):
@@ -118,40 +110,12 @@ def ex_rd_checker(s):
     assert rova.type_name(back.routeDistinguisherInputDir) == "Mox::Dir"
 
 
-def ex_route_sort_key(s):
-    v = rova.construct("Rova::RouteSortKey", prefix="10.0.0.0/8", preference=200)
-    assert (v.prefix, v.preference) == ("10.0.0.0/8", 200)
-    assert round_trip(v) == v
-
-
-def ex_rova_consts(s):
-    v = rova.construct("Rova::RovaConsts")
-    assert v.defaultStaticRoutePreference == 1
-    v.defaultStaticRouteName = "core"
-    assert round_trip(v).defaultStaticRouteName == "core"
-
-
-def ex_nexthop_info(s):
-    v = rova.construct("Rova::NexthopInfo")
-    v.nexthopCmd = "10.0.0.1 Ethernet1"
-    assert list(v.sortedVia) == []
-    back = round_trip(v)
-    assert back.nexthopCmd == "10.0.0.1 Ethernet1"
-
-
 def ex_addr_match_type(s):
     by_name = rova.construct("Rova::AddrMatchType", "allowAddressMatch")
     assert by_name == rova.construct("Rova::AddrMatchType", value=2)
     assert str(by_name) == "'allowAddressMatch'"
     with pytest.raises(rova.RangeError):
         rova.construct("Rova::AddrMatchType", 3)
-
-
-def ex_cached_lsp_via(s):
-    v = rova.construct("Rova::CachedLspVia")
-    v.tunnelIndex = 4
-    assert v.tunnelIndex == 4 and list(v.viaLabelStack) == []
-    assert round_trip(v) == v
 
 
 def sorter(s, v6=False, **inputs):
@@ -168,7 +132,6 @@ def ex_route_sorter(s):
     assert printed(r.printRoutes, 1) == rova.run(s, "show ip route vrf red")
     fec = r.viasForPrefix("10.23.0.0/16")
     assert rova.type_name(fec) == "Rova::CachedFec"
-    assert "Codes:" in r.legend() or r.legend()
 
 
 def ex_route6_sorter(s):
@@ -189,23 +152,16 @@ def summary(s, v6, vrf):
     return s.construct("Rova::Route6Summary" if v6 else "Rova::RouteSummary", vrfName=vrf)
 
 
-def ex_route_summary(s):
-    sm = summary(s, False, "red")
-    sm.loadInternalStructures()
-    sm.loadAttachedRoutes()
-    counts = dict(sm.routeCountByType)
-    assert counts["bgpTotal"] == counts["bgpInternal"] + counts["bgpExternal"] > 0
-    doc = rova.run(s, "show ip route vrf red summary", json=True)
-    assert sm.totalNumRoutes == doc["totalNumRoutes"]
-
-
-def ex_route6_summary(s):
-    sm = summary(s, True, "default")
-    sm.loadInternalStructures()
-    sm.loadAttachedRoutes()
-    doc = rova.run(s, "show ipv6 route summary", json=True)
-    assert sm.totalNumRoutes == doc["totalNumRoutes"]
-    assert dict(sm.routeCountByMask)
+def ex_summary(v6, vrf):
+    def exercise(s):
+        sm = summary(s, v6, vrf)
+        sm.loadInternalStructures()
+        sm.loadAttachedRoutes()
+        doc = rova.run(s, f"show {'ipv6' if v6 else 'ip'} route vrf {vrf} summary", json=True)
+        assert dict(sm.routeCountByType) == doc["routeCountByType"]
+        assert {str(k): n for k, n in sm.routeCountByMask} == doc["routeCountByMask"]
+        assert sm.totalNumRoutes == doc["totalNumRoutes"]
+    return exercise
 
 
 def ex_static_routes_saver(s):
@@ -276,30 +232,25 @@ EXERCISES = {
     "Rova::NexthopGroupCliCounterInterface": ex_nexthop_group_cli_counter_interface,
     "Rova::NexthopGroupSummaryHelper": ex_nexthop_group_summary_helper,
     "Rova::NexthopGroupHelper": ex_nexthop_group_helper,
-    "Rova::CounterIndex": ex_counter_index,
-    "Rova::CachedVia": ex_cached_via,
-    "Rova::AddressQueryResult": ex_address_query_result,
     "Rova::Address6QueryParams": ex_address6_query_params,
     "Rova::Route6Sorter": ex_route6_sorter,
     "Rova::StaticRoutesRibCommon": ex_static_routes_rib,
-    "Rova::CounterEntry": ex_counter_entry,
     "Rova::AddressAssignmentChecker": ex_address_query_params,
-    "Rova::RouteSortKey": ex_route_sort_key,
-    "Rova::RovaConsts": ex_rova_consts,
-    "Rova::NexthopInfo": ex_nexthop_info,
     "Rova::AddressQueryParams": ex_address_query_params,
-    "Rova::InvalidNextHop6Checker": ex_invalid_next_hop6,
+    "Rova::InvalidNextHop6Checker": ex_invalid_next_hop(True, "ip6/config", "2001:db8:100::2",
+                                                        "2001:db8:100::9"),
     "Rova::Address6AssignmentChecker": ex_address6_query_params,
     "Rova::StaticRoutesCliSaver": ex_static_routes_saver,
-    "Rova::RouteSummary": ex_route_summary,
-    "Rova::InvalidNextHopChecker": ex_invalid_next_hop,
+    "Rova::RouteSummary": ex_summary(False, "red"),
+    "Rova::InvalidNextHopChecker": ex_invalid_next_hop(False, "ip/config", "10.2.3.1",
+                                                       "10.2.3.77"),
     "Rova::AddrMatchType": ex_addr_match_type,
     "Rova::RouteSorter": ex_route_sorter,
-    "Rova::CachedLspVia": ex_cached_lsp_via,
     "Rova::RdAssignmentChecker": ex_rd_checker,
-    "Rova::Route6Summary": ex_route6_summary,
+    "Rova::Route6Summary": ex_summary(True, "default"),
     "Rova::CachedFec": ex_cached_fec,
     "Rova::ClearIntfRoutesAndViasHelper": ex_clear_intf_routes,
+    **{type_name: ex_value(type_name) for type_name in VALUES},
 }
 
 
@@ -321,11 +272,7 @@ def test_type_info_matches_show_type(state):
         assert rova.type_info(name) == rova.run(state, f"show type {name}", json=True)
 
 
-def test_type_info_kinds():
-    info = rova.type_info("Rova::RdAssignmentChecker")
-    kinds = {a["name"]: (a["kind"], a["writable"]) for a in info["attributes"]}
-    assert kinds["routeDistinguisher"] == ("input", True)
-    assert kinds["errorMessage"] == ("state", False)
+def test_type_info_of_a_factory_built_type():
     fec = {a["name"]: a for a in rova.type_info("Rova::CachedFec")["attributes"]}
     assert fec["via"]["kind"] == "collection" and fec["via"]["keyType"] != ""
     assert rova.type_info("Rova::CachedFec")["constructedBy"] == "cachedFecFactory"
@@ -337,7 +284,7 @@ def test_type_info_kinds():
 
 
 def test_values_keep_value_semantics():
-    a = rova.construct("Rova::CounterEntry", packets=1, bytes=2)
+    a = rova.construct("Rova::CounterEntry", 1, 2)
     b = rova.Value.parse(str(a))
     b.bytes = 3
     assert a.bytes == 2 and a != b
@@ -355,39 +302,17 @@ def test_unknown_and_read_only_attributes(state):
     assert set(dir(checker)) >= {"vrfName", "acceptable", "handleInitialized"}
 
 
-def test_delete_current_while_iterating(state):
-    sm = summary(state, False, "red")
-    sm.loadInternalStructures()
-    keys = [k for k, _ in sm.routeCountByType]
-    it = iter(sm.routeCountByType)
-    seen = []
-    for key, _ in it:
-        seen.append(key)
-        if key.startswith("bgp"):
-            it.delete_current()
-    assert seen == keys  # deleting never skips the entry after
-    assert [k for k, _ in sm.routeCountByType] == [k for k in keys if not k.startswith("bgp")]
-    fresh = iter(sm.routeCountByType)
-    with pytest.raises(rova.RangeError, match="no current entry"):
-        fresh.delete_current()
-
-
 # ---- construction refusals ----
 
 
 def test_named_construction_refusals(state):
-    with pytest.raises(rova.RangeError, match="has no constructor input 'packet'"):
-        rova.construct("Rova::CounterEntry", packet=1, bytes=2)
-    with pytest.raises(rova.RangeError, match="needs the constructor input 'bytes'"):
-        rova.construct("Rova::CounterEntry", packets=1)
+    """What the registry refuses is checked in C++; here, what Python's arguments bring."""
     with pytest.raises(rova.RangeError, match="argument 'packets': expected U64"):
         rova.construct("Rova::CounterEntry", packets=-1, bytes=2)
     with pytest.raises(rova.RangeError, match="in order or by name, not both"):
         rova.construct("Rova::CounterEntry", 1, bytes=2)
     with pytest.raises(rova.RangeError, match="VrfName::bytes > 100 not allowed"):
         summary(state, False, "v" * 101)
-    with pytest.raises(rova.RangeError, match="unknown type"):
-        rova.construct("Rova::Nothing")
     with pytest.raises(TypeError):
         rova.construct("Rova::CounterEntry", packets=[1], bytes=2)
 
@@ -417,12 +342,8 @@ def test_a_record_by_path_or_from_the_state(state):
 
 
 def test_text_refusals_name_the_attribute():
-    with pytest.raises(rova.RangeError, match="msg"):
-        rova.Value.parse("Value('Rova::AddressQueryResult', ** {'acceptable': True 'msg': 'x'})")
     with pytest.raises(rova.RangeError, match="counterIndex"):
         rova.Value.parse("Value('Rova::CounterIndex', ** {'counterIndex': x, 'chipMask': 1})")
-    with pytest.raises(rova.RangeError, match="unknown type"):
-        rova.Value.parse("Value('Rova::Nothing', ** {})")
 
 
 # ---- commands ----
@@ -463,6 +384,8 @@ def test_lines_stream_the_same_output(state):
     assert "\n".join(lines) + "\n" == whole
     doc = json.loads("\n".join(rova.run(state, "show ip route", json=True, lines=True)))
     assert doc == rova.run(state, "show ip route json", json=True)
+    with pytest.raises(rova.CommandError, match="VRF 'nope' does not exist"):
+        list(rova.run(state, "show ip route vrf nope", lines=True))  # at the end of its lines
 
 
 def test_one_command_at_a_time(state):
@@ -475,11 +398,6 @@ def test_one_command_at_a_time(state):
     with rova.run(state, "show ip route", lines=True) as more:
         next(more)
     assert rova.run(state, "show version").startswith("rova ")
-
-
-def test_a_failed_command_raises_at_the_end_of_its_lines(state):
-    with pytest.raises(rova.CommandError, match="VRF 'nope' does not exist"):
-        list(rova.run(state, "show ip route vrf nope", lines=True))
 
 
 def test_states_are_separate(state):
@@ -584,6 +502,8 @@ def test_delete_current_on_every_collection_kind(state):
         pick = (lambda k: str(k) in doomed) if kind == "ordered set" else (lambda k: k in doomed)
         assert drain(getattr(owner, name), pick) == before, kind
         assert [k for k, _ in getattr(owner, name)] == [k for k in before if not pick(k)], kind
+    with pytest.raises(rova.RangeError, match="no current entry"):
+        iter(sm.routeCountByType).delete_current()
 
 
 def test_the_documented_example_runs(capsys):

@@ -298,11 +298,6 @@ TEST(LoadError, ControlCharactersAreRefusedInEveryString) {
   EXPECT_EQ(refusal(doc),
             "$.vrfs[\"red\\nblue\"]: control character \\n at byte 3 of \"red\\nblue\"; "
             "strings hold printable text");
-  doc = minimal();
-  doc["routeDistinguisherInputs"] = {{"bgp", {{"r\te\td", "100:1"}}}};
-  EXPECT_EQ(
-      refusal(doc).rfind("$.routeDistinguisherInputs.bgp[\"r\\te\\td\"]: control character", 0),
-      0u);
   // Tabs in a description are refused like the rest; printable UTF-8 is welcome.
   doc = minimal();
   doc["hostname"] = "caf\u00e9-\u00a0leaf";
@@ -317,27 +312,6 @@ TEST(LoadError, LongBadWordsAreCutInMessages) {
   EXPECT_EQ(message.rfind("$.vrfs.default.ipv4.routes[0].type: unknown IPv4 route type \"ooo", 0),
             0u);
   EXPECT_EQ(message.substr(message.size() - 7), "ooo...\"");
-}
-
-TEST(LoadError, AFileThatCannotBeReadIsNamed) {
-  try {
-    Snapshot::loadFile("/nonexistent/state.json");
-    FAIL();
-  } catch (const Snapshot::LoadError& e) {
-    EXPECT_EQ(std::string(e.what()), "/nonexistent/state.json: No such file or directory");
-    EXPECT_EQ(e.jsonPath(), "");
-  }
-}
-
-// What the path is decides how it is read, before anything is sized by it.
-TEST(LoadError, ADirectoryIsNoState) {
-  try {
-    Snapshot::loadFile(::testing::TempDir());
-    FAIL();
-  } catch (const Snapshot::LoadError& e) {
-    EXPECT_EQ(e.reason(), "Is a directory");
-    EXPECT_EQ(e.file(), ::testing::TempDir());
-  }
 }
 
 // A pipe or a FIFO has no size and cannot seek: it is read as it comes, in pieces.
@@ -374,21 +348,6 @@ TEST(LoadError, PipesAndFifosAreReadToTheirEnd) {
   fifoWriter.join();
   ::unlink(fifo.c_str());
   EXPECT_EQ(routes(em), 1u);
-}
-
-TEST(LoadError, AFileLoadsLikeText) {
-  const std::string path = ::testing::TempDir() + "snapshot_file_test.json";
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  ASSERT_NE(f, nullptr);
-  const std::string text = withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}}}).dump();
-  std::fwrite(text.data(), 1, text.size(), f);
-  std::fclose(f);
-  auto em = Snapshot::loadFile(path);
-  std::remove(path.c_str());
-  EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(
-                  Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute))
-                ->size(),
-            1u);
 }
 
 // A large file is mapped and let go behind the reader: it loads as its text does, whatever its

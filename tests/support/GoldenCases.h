@@ -1,8 +1,14 @@
 #pragma once
 // Golden cases: "name | status | command" lines of a cases file, the expected output files
-// beside it, and the first line where output and file differ, for a readable failure.
+// beside it, and the check of one run against them.
 
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -61,6 +67,41 @@ inline std::string firstDifference(const std::string& want, const std::string& g
       return "line " + std::to_string(n) + ":\n  want: " + (ma ? la : "<end>") +
              "\n  got:  " + (mb ? lb : "<end>");
     }
+  }
+}
+
+// A case's name as a test name.
+inline std::string goldenTestName(const testing::TestParamInfo<GoldenCase>& info) {
+  std::string n = info.param.name;
+  for (char& ch : n) {
+    if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
+  }
+  return n;
+}
+
+// What a run of case `c` gave against the case's files in `dir`: the status, standard output
+// and standard error exactly, and a .json case's output parsed back as an object. With
+// ROVA_UPDATE_GOLDEN set the files are rewritten first; read every changed line before
+// committing them.
+inline void expectGolden(const std::string& dir, const GoldenCase& c, int status,
+                         const std::string& out, const std::string& err) {
+  const std::string base = dir + "/" + c.name;
+  if (std::getenv("ROVA_UPDATE_GOLDEN")) {
+    std::ofstream(base + ".out") << out;
+    if (err.empty()) {
+      std::remove((base + ".err").c_str());
+    } else {
+      std::ofstream(base + ".err") << err;
+    }
+  }
+  EXPECT_EQ(status, c.status) << c.command << "\n" << err;
+  const std::string wantOut = readText(base + ".out");
+  EXPECT_TRUE(out == wantOut) << c.command << "\n" << firstDifference(wantOut, out);
+  EXPECT_EQ(err, readText(base + ".err")) << c.command;
+  if (c.name.size() > 5 && c.name.compare(c.name.size() - 5, 5, ".json") == 0) {
+    nlohmann::json parsed;
+    EXPECT_NO_THROW(parsed = nlohmann::json::parse(out)) << c.command << "\n" << out;
+    EXPECT_TRUE(parsed.is_object()) << c.command;
   }
 }
 

@@ -2,22 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 namespace {
 
 using namespace Rova;
 using RT4 = Routing::Fib::RouteType;
 using RT6 = Routing6::Fib::RouteType;
-
-std::string assertionOf(auto&& f) {
-  try {
-    f();
-  } catch (const Mox::InternalException& e) {
-    return e.what();
-  }
-  return "no assertion";
-}
 
 TEST(RouteTypeTables, EmptyRowsAreLegalAndGiveEmptyTexts) {
   for (int t : {0, 12, 31}) {
@@ -33,8 +22,6 @@ TEST(RouteTypeTables, EmptyRowsAreLegalAndGiveEmptyTexts) {
   EXPECT_STREQ(pcode(RT4::attached), "");
   EXPECT_STREQ(routeTypeStringsLookup(RT4::attached).summaryKey, "attached");
   EXPECT_STREQ(routeTypeStringsLookup(RT6::attached).summaryKey, "attached");
-  EXPECT_EQ(routeTypeStrings4().size(), 30u);
-  EXPECT_EQ(routeTypeStrings6().size(), 20u);
 }
 
 TEST(RouteTypeTables, FamiliesKeepTheirOwnWords) {
@@ -50,10 +37,9 @@ TEST(RouteTypeTables, FamiliesKeepTheirOwnWords) {
 
 TEST(RouteTypeTables, TypesWithoutARowAreBrokenInvariants) {
   for (int t : {6, 30, 32}) {
-    EXPECT_EQ(assertionOf([&] { routeTypeStringsLookup(RT4(t)); }),
-              "0 && \"unexpected RouteType\"");
+    EXPECT_THROW(routeTypeStringsLookup(RT4(t)), Mox::InternalException);
   }
-  EXPECT_EQ(assertionOf([] { pcode(RT6(19)); }), "0 && \"unexpected RouteType\"");
+  EXPECT_THROW(pcode(RT6(19)), Mox::InternalException);
 }
 
 TEST(ProtocolMatch, EmptyFilterTakesAllAndCodesSelectTheirRows) {
@@ -83,38 +69,12 @@ TEST(WordToCode, FirstWordInTypeOrderThatBeginsTheArgumentWins) {
   EXPECT_STREQ(Rova_protocolCodeWordToCode("OSPFv3"), "O");  // the "OSPF" row comes first
   EXPECT_STREQ(Rova_protocolCodeWordToCode("connectedAnything"), "C");
   EXPECT_STREQ(Rova_protocolCodeWordToCode("eBGP"), "B E");
-  EXPECT_EQ(assertionOf([] { Rova_protocolCodeWordToCode("nothing"); }), "0 && \"Invalid string\"");
-  EXPECT_EQ(assertionOf([] { Rova_protocolCodeWordToCode(""); }), "0 && \"Invalid string\"");
+  EXPECT_THROW(Rova_protocolCodeWordToCode("nothing"), Mox::InternalException);
+  EXPECT_THROW(Rova_protocolCodeWordToCode(""), Mox::InternalException);
 }
 
-TEST(HostCodes, ConnectedIsRInTextButFibInJson) {
-  EXPECT_EQ(hcode(RT4::connected), 'R');
-  EXPECT_STREQ(hcodeWord(RT4::connected), "FIB");
-  EXPECT_EQ(hcode(RT6::connected), 'R');
-  EXPECT_STREQ(hcodeWord(RT6::connected), "FIB");
-  EXPECT_EQ(hcode(RT4::directedBcast), 'D');
-  EXPECT_STREQ(hcodeWord(RT4::broadcast), "broadcast");
-  EXPECT_EQ(hcode(RT4::invalid), '-');
-  EXPECT_EQ(hcode(RT4::ospfInterArea), 'F');
-  EXPECT_EQ(hcode(RT6::attached), 'A');
-}
-
-TEST(RibTypes, CodesWordsAndTheInvalidValue) {
-  EXPECT_STREQ(ribRouteTypeCode(Routing::RouteType::nexthopGroup), "NG");
-  EXPECT_STREQ(ribRouteType(Routing::RouteType::drop), "drop");
-  EXPECT_EQ(assertionOf([] { ribRouteType(Routing::RouteType(3)); }),
-            "0 && \"Invalid Routing::RouteType argument\"");
-}
-
-TEST(Legends, KeepTheirExactText) {
-  EXPECT_EQ(std::string(kRouteLegend4).substr(0, 47),
-            "Codes: C - connected, S - static, K - kernel, \n");
-  EXPECT_NE(std::string(kRouteLegend4).find("N2 - OSPF NSSA external type2, B I"),
-            std::string::npos);
-  EXPECT_EQ(std::count(kRouteLegend4, kRouteLegend4 + std::strlen(kRouteLegend4), '\n'), 8);
-  EXPECT_EQ(std::count(kRouteLegend6, kRouteLegend6 + std::strlen(kRouteLegend6), '\n'), 1);
-  EXPECT_STREQ(kHostLegend6, "R - receive, F - FIB, A - attached\n");
-  EXPECT_STREQ(kRibLegend, "Codes: F - forward, D - drop, NG - nexthop group\n");
+TEST(RibTypes, AnUnknownValueIsABrokenInvariant) {
+  EXPECT_THROW(ribRouteType(Routing::RouteType(3)), Mox::InternalException);
 }
 
 }  // namespace

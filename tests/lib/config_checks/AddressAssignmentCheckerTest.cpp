@@ -1,4 +1,5 @@
-// The IPv4 address assignment check, rule by rule.
+// The IPv4 address assignment check, rule by rule, beyond the cases the golden files of
+// `check ip address` run on the example device.
 #include "lib/config_checks/AddressAssignmentChecker.h"
 
 #include <gtest/gtest.h>
@@ -33,28 +34,11 @@ class AddressAssignment : public ::testing::Test {
 
 TEST_F(AddressAssignment, NullConfigurationHasNoInterfaces) {
   EXPECT_EQ(check(nullptr, {"Ethernet1", "10.1.1.1/24"}), refused("No interfaces"));
-  // The missing configuration is reported before the 0.0.0.0 shortcut.
+  // The missing configuration is reported before the 0.0.0.0 shortcut, which accepts any
+  // length.
   EXPECT_EQ(check(nullptr, {"Ethernet1", "0.0.0.0/0"}), refused("No interfaces"));
-}
-
-TEST_F(AddressAssignment, ZeroAddressIsAlwaysAcceptable) {
   ip.intf("Ethernet1", "10.0.0.1/8");
-  // A /0 would overlap everything; 0.0.0.0 is accepted before any comparison.
-  EXPECT_EQ(check(ip.config, {"Ethernet2", "0.0.0.0/0"}), accepted());
   EXPECT_EQ(check(ip.config, {"Ethernet2", "0.0.0.0/8"}), accepted());
-}
-
-TEST_F(AddressAssignment, OverlapNamesBothNetworksWithHostBitsCleared) {
-  ip.intf("Ethernet1", "10.1.1.5/16");
-  EXPECT_EQ(check(ip.config, {"Ethernet2", "10.1.1.1/24"}),
-            refused("Subnet 10.1.1.0 overlaps with existing subnet 10.1.0.0 of interface "
-                    "Ethernet1"));
-  // The new subnet may also be the larger one.
-  EXPECT_EQ(check(ip.config, {"Ethernet2", "10.200.3.4/8"}),
-            refused("Subnet 10.0.0.0 overlaps with existing subnet 10.1.0.0 of interface "
-                    "Ethernet1"));
-  EXPECT_EQ(check(ip.config, {"Ethernet2", "10.2.0.1/16"}), accepted());
-  EXPECT_EQ(check(ip.config, {"Ethernet2", "11.1.1.1/24"}), accepted());
 }
 
 TEST_F(AddressAssignment, HostAddressIsWordedAsAddress) {
@@ -90,15 +74,6 @@ TEST_F(AddressAssignment, EqualAddressIsAConflictBeforeAnOverlap) {
   // On another interface the match rules do not apply.
   EXPECT_EQ(check(ip.config, {"Ethernet3", "10.1.1.1/24", AddrMatchType::allowAddressMatch,
                               AddrMatchType::allowAddressMatch}),
-            refused("Address 10.1.1.1 is already assigned to interface Ethernet2"));
-}
-
-TEST_F(AddressAssignment, OtherVrfsNeverConflict) {
-  ip.intf("Ethernet1", "10.9.9.9/24");
-  ip.intf("Ethernet2", "10.1.1.1/24", "red");
-  EXPECT_EQ(check(ip.config, {"Ethernet1", "10.1.1.1/24"}), accepted());
-  ip.intf("Ethernet3", "", "red");
-  EXPECT_EQ(check(ip.config, {"Ethernet3", "10.1.1.1/24"}),
             refused("Address 10.1.1.1 is already assigned to interface Ethernet2"));
 }
 
@@ -183,16 +158,14 @@ TEST_F(AddressAssignment, VirtualPrimaryStandsInOnlyForAnUnsetPrimary) {
   EXPECT_EQ(check(ip.config, {"Ethernet2", "10.1.1.1/24"}), accepted());
 }
 
-TEST_F(AddressAssignment, ManagementInterfacesMayOverlapButNeverShareAnAddress) {
+// Management interfaces may overlap each other (the golden files show it on the example
+// device), but only a management query is let off, and only against other management
+// interfaces.
+TEST_F(AddressAssignment, OnlyManagementMayOverlapManagement) {
   ip.intf("Management1", "10.0.0.1/24");
-  EXPECT_EQ(check(ip.config, {"Management2", "10.0.0.2/24"}), accepted());
-  EXPECT_EQ(check(ip.config, {"Management2", "10.0.0.1/24"}),
-            refused("Address 10.0.0.1 is already assigned to interface Management1"));
-  const auto overlap =
-      refused("Subnet 10.0.0.0 overlaps with existing subnet 10.0.0.0 of interface Management1");
-  EXPECT_EQ(check(ip.config, {"Ethernet1", "10.0.0.2/24"}), overlap);
-
-  // Only a management query is let off, and only against other management interfaces.
+  EXPECT_EQ(check(ip.config, {"Ethernet1", "10.0.0.2/24"}),
+            refused("Subnet 10.0.0.0 overlaps with existing subnet 10.0.0.0 of interface "
+                    "Management1"));
   ip.intf("Ethernet1", "10.5.0.1/16");
   EXPECT_EQ(check(ip.config, {"Management2", "10.5.1.1/24"}),
             refused("Subnet 10.5.1.0 overlaps with existing subnet 10.5.0.0 of interface "

@@ -2,9 +2,6 @@
 // A device's nexthop-group state built in memory: configured groups, their ids, which VRFs'
 // hardware holds them, and the counter tables at their state paths.
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <initializer_list>
 #include <string>
 
@@ -89,19 +86,5 @@ struct NhgState {
     return em;
   }
 };
-
-// What a render(fd, fmt) call wrote.
-template <class F>
-std::string renderedBy(F&& render) {
-  std::FILE* f = std::tmpfile();
-  render(static_cast<std::uint32_t>(fileno(f)));
-  std::string out;
-  std::rewind(f);
-  char buf[4096];
-  for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;)
-    out.append(buf, n);
-  std::fclose(f);
-  return out;
-}
 
 }  // namespace nhgtest

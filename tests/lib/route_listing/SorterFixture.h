@@ -116,62 +116,46 @@ class State {
   }
 
   // ---- sorters ----
-  Mox::Ptr<RouteSorter> sorter4(const Options& o = {}) const {
-    return Mox::makePtr<RouteSorter>(
-        RouteSorter::Inputs{.routingConfig = config,
-                            .routingStatus = routes4,
-                            .forwardingStatus = fecs4,
-                            .forwarding6Status = fecs6,
-                            .tunnelFib = tunnelFib,
-                            .arpBrine = arp,
-                            .vrfIdMap = vrfIdMap,
-                            .allIntfConfig = intfConfig,
-                            .ipStatus = ipStatus,
-                            .routingHwStatus = hwVrf,
-                            .routingHardwareStatus = hw,
-                            .nhEntryStatus = nhEntry,
-                            .kernelUnprogrammedRoute = kernel,
-                            .evpnVxlanTunnelTable = evpn,
-                            .tunnelTableDir = tunnelTables,
-                            .prefix = Plexa::Prefix::fromString(o.prefix),
-                            .intfStatus = intfStatusOf(o.intfName),
-                            .protocol = o.protocol,
-                            .detail = o.detail,
-                            .longerPrefixes = o.longerPrefixes,
-                            .vrfName = L3::VrfName(o.vrf),
-                            .host = o.host,
-                            .fd = 1,
-                            .originalMask = true,
-                            .srTePolicyStatus = srte});
+  template <class Sorter>
+  Mox::Ptr<Sorter> sorter(const Options& o) const {
+    typename Sorter::Inputs in;
+    if constexpr (Sorter::Family::kIsV6) {
+      in.routingStatus = routes6;
+      in.forwardingStatus = fecs6;
+      in.ipStatus = ip6Status;
+      in.routingHardwareStatus = hw6;
+      in.intf = o.intf;
+    } else {
+      in.routingStatus = routes4;
+      in.forwardingStatus = fecs4;
+      in.forwarding6Status = fecs6;
+      in.ipStatus = ipStatus;
+      in.routingHardwareStatus = hw;
+    }
+    in.routingConfig = config;
+    in.tunnelFib = tunnelFib;
+    in.arpBrine = arp;
+    in.vrfIdMap = vrfIdMap;
+    in.allIntfConfig = intfConfig;
+    in.routingHwStatus = hwVrf;
+    in.nhEntryStatus = nhEntry;
+    in.kernelUnprogrammedRoute = kernel;
+    in.evpnVxlanTunnelTable = evpn;
+    in.tunnelTableDir = tunnelTables;
+    in.prefix = decltype(in.prefix)::fromString(o.prefix);
+    in.intfStatus = intfStatusOf(o.intfName);
+    in.protocol = o.protocol;
+    in.detail = o.detail;
+    in.longerPrefixes = o.longerPrefixes;
+    in.vrfName = L3::VrfName(o.vrf);
+    in.host = o.host;
+    in.fd = 1;
+    in.originalMask = true;
+    in.srTePolicyStatus = srte;
+    return Mox::makePtr<Sorter>(std::move(in));
   }
-  Mox::Ptr<Route6Sorter> sorter6(const Options& o = {}) const {
-    return Mox::makePtr<Route6Sorter>(
-        Route6Sorter::Inputs{.routingConfig = config,
-                             .routingStatus = routes6,
-                             .forwardingStatus = fecs6,
-                             .tunnelFib = tunnelFib,
-                             .arpBrine = arp,
-                             .vrfIdMap = vrfIdMap,
-                             .allIntfConfig = intfConfig,
-                             .ipStatus = ip6Status,
-                             .routingHwStatus = hwVrf,
-                             .routingHardwareStatus = hw6,
-                             .nhEntryStatus = nhEntry,
-                             .kernelUnprogrammedRoute = kernel,
-                             .evpnVxlanTunnelTable = evpn,
-                             .tunnelTableDir = tunnelTables,
-                             .prefix = Plexa::Ip6Prefix::fromString(o.prefix),
-                             .intfStatus = intfStatusOf(o.intfName),
-                             .protocol = o.protocol,
-                             .detail = o.detail,
-                             .longerPrefixes = o.longerPrefixes,
-                             .vrfName = L3::VrfName(o.vrf),
-                             .host = o.host,
-                             .fd = 1,
-                             .originalMask = true,
-                             .intf = o.intf,
-                             .srTePolicyStatus = srte});
-  }
+  Mox::Ptr<RouteSorter> sorter4(const Options& o = {}) const { return sorter<RouteSorter>(o); }
+  Mox::Ptr<Route6Sorter> sorter6(const Options& o = {}) const { return sorter<Route6Sorter>(o); }
   IntfStatusPtr intfStatusOf(const char* name) const {
     if (!*name) return nullptr;
     return Mox::makePtr<Interface::IntfStatus>(Plexa::IntfId(name));

@@ -35,20 +35,6 @@ TEST(RouteSortKey, FamilyTakesNoPartInTheOrder) {
   EXPECT_NE(v4, v6);
 }
 
-TEST(RouteSortKey, TheOtherComparisonsFollow) {
-  const RouteSortKey a = key("10.0.0.0/8", 1), b = key("10.0.0.0/8", 2);
-  EXPECT_TRUE(a <= b);
-  EXPECT_TRUE(a <= a);
-  EXPECT_FALSE(b <= a);
-  EXPECT_TRUE(b > a);
-  EXPECT_FALSE(a > a);
-  EXPECT_TRUE(b >= a);
-  EXPECT_TRUE(a >= a);
-  EXPECT_FALSE(a >= b);
-  EXPECT_TRUE(a != b);
-  EXPECT_EQ(a, key("10.0.0.0/8", 1));
-}
-
 TEST(NexthopInfo, EqualOnlyWhenTextAndEveryViaAgree) {
   Routing::Via v1, v2;
   v1.hopIs(Plexa::IpGenAddr::fromString("10.0.0.1"));

@@ -1,4 +1,5 @@
-// The running-configuration text of static routes, as the front end gets it from save().
+// The running-configuration text of static routes, as the front end gets it from save(): the
+// cases the golden files of `show running-config static-routes` do not reach.
 #include "lib/static_routes/StaticRoutesCliSaver.h"
 
 #include <gtest/gtest.h>
@@ -62,37 +63,6 @@ std::string save(const Config& c, bool saveAll = false, const RovaConsts& consts
   return saver->save(c.get(), saveAll, kRouteCmd, consts).stringValue();
 }
 
-// ---- the documented examples ----
-
-TEST(StaticRouteExamples, EachKindOfRouteWithTheUsualDefaults) {
-  Config c;
-  c.route("10.0.0.0/8", RouteType::drop);
-  c.route("10.0.0.0/8", RouteType::drop, 200).tagIs(5);
-  c.route("10.1.0.0/16", RouteType::nexthopGroup).nexthopGroupNameIs("G1");
-  Routing::Via labelled = via("10.2.2.2", "E1");
-  labelled.mplsLabelIs(Plexa::MplsLabel(100));
-  Routing::Route& r = c.forward("10.3.0.0/16", labelled);
-  r.viaTrackBfdIs(labelled, true);
-  r.viaNextHopNameIs(labelled, "core");
-  Routing::Via vxlan;
-  vxlan.vtepAddrIs(IpGenAddr::fromString("1.1.1.1"));
-  vxlan.vniIs(Vxlan::VniOrNone(10));
-  vxlan.routerMacIs(Plexa::EthAddr::fromString("00:11:22:33:44:55"));
-  c.forward("10.4.0.0/16", vxlan);
-  EXPECT_EQ(save(c),
-            "ip route 10.0.0.0/8 Null0\n"
-            "ip route 10.0.0.0/8 Null0 200 tag 5\n"
-            "ip route 10.1.0.0/16 Nexthop-Group G1\n"
-            "ip route 10.3.0.0/16 E1 10.2.2.2 label 100 track bfd name core\n"
-            "ip route 10.4.0.0/16 vtep 1.1.1.1 vni 10 router-mac-address 00:11:22:33:44:55\n");
-}
-
-TEST(StaticRouteExamples, SaveAllWritesDefaultPreferenceAndTag) {
-  Config c;
-  c.route("10.0.0.0/8", RouteType::drop);
-  EXPECT_EQ(save(c, true), "ip route 10.0.0.0/8 Null0 1 tag 0\n");
-}
-
 // ---- order of the lines ----
 
 TEST(StaticRouteOrder, ByAddressThenShorterMaskThenLowerPreference) {
@@ -113,28 +83,6 @@ TEST(StaticRouteOrder, ByAddressThenShorterMaskThenLowerPreference) {
             "ip route 192.168.1.0/24 Null0\n");
 }
 
-TEST(StaticRouteOrder, ViasOfOneRouteGiveOneLineEachInViaOrder) {
-  Config c;
-  Routing::Route& r = c.forward("10.0.0.0/8", via("10.0.0.10"));
-  r.viaIs(via("10.0.0.9", "Ethernet2"), true);
-  r.viaIs(via("", "Ethernet1"), true);
-  EXPECT_EQ(save(c),
-            "ip route 10.0.0.0/8 Ethernet1\n"
-            "ip route 10.0.0.0/8 Ethernet2 10.0.0.9\n"
-            "ip route 10.0.0.0/8 10.0.0.10\n");
-}
-
-TEST(StaticRouteOrder, Ipv6RoutesAndVias) {
-  Config c;
-  c.forward("2001:db8:1::/48", via("2001:db8::1", "Ethernet3/1"));
-  c.forward("2001:db8::/32", via("fe80::1", "Vlan100"), 7);
-  c.route("::/0", RouteType::drop);
-  EXPECT_EQ(save(c),
-            "ip route ::/0 Null0\n"
-            "ip route 2001:db8::/32 Vlan100 fe80::1 7\n"
-            "ip route 2001:db8:1::/48 Ethernet3/1 2001:db8::1\n");
-}
-
 // ---- the pieces of a via line ----
 
 TEST(StaticRouteVia, LabelIsWrittenUpToTheLargestAndOnlyWithAGateway) {
@@ -150,18 +98,6 @@ TEST(StaticRouteVia, LabelIsWrittenUpToTheLargestAndOnlyWithAGateway) {
             "ip route 10.0.0.0/8 Ethernet1\n"
             "ip route 10.0.0.0/8 10.0.0.1\n"
             "ip route 10.0.0.0/8 10.0.0.2 label 1048575\n");
-}
-
-TEST(StaticRouteVia, BfdOnlyWhenTheFlagIsSet) {
-  Config c;
-  const Routing::Via on = via("10.0.0.1"), off = via("10.0.0.2");
-  Routing::Route& r = c.forward("10.0.0.0/8", on);
-  r.viaIs(off, true);
-  r.viaTrackBfdIs(on, true);
-  r.viaTrackBfdIs(off, false);
-  EXPECT_EQ(save(c),
-            "ip route 10.0.0.0/8 10.0.0.1 track bfd\n"
-            "ip route 10.0.0.0/8 10.0.0.2\n");
 }
 
 TEST(StaticRouteVia, ClausesComeInTheirFixedOrder) {
@@ -182,108 +118,35 @@ TEST(StaticRouteVia, GatewayAndVxlanEndPointTogetherIsAnInternalError) {
   Routing::Via v = via("10.0.0.1");
   v.vtepAddrIs(IpGenAddr::fromString("1.1.1.1"));
   c.forward("10.0.0.0/8", v);
-  auto saver = Mox::makePtr<StaticRoutesCliSaver>();
-  try {
-    saver->save(c.get(), false, kRouteCmd, defaults());
-    FAIL() << "no assertion";
-  } catch (const Mox::InternalException& e) {
-    EXPECT_EQ(std::string(e.what()), "!via.vtepAddr()");
-  }
+  EXPECT_THROW(save(c), Mox::InternalException);
 }
 
-// ---- names and defaults ----
+// ---- names ----
 
-TEST(StaticRouteNames, ViaNameEqualToTheDefaultOrEmptyIsLeftOut) {
+// Names equal to the default are left out, as the golden files show; an empty name is left
+// out of a via line but written, as an empty clause, on a drop route; a nexthop-group route
+// has no name clause at all.
+TEST(StaticRouteNames, EmptyNamesOfViasAndOfDropRoutesDiffer) {
   Config c;
-  const Routing::Via a = via("10.0.0.1"), b = via("10.0.0.2"), d = via("10.0.0.3");
+  const Routing::Via a = via("10.0.0.1"), b = via("10.0.0.2");
   Routing::Route& r = c.forward("10.0.0.0/8", a);
   r.viaIs(b, true);
-  r.viaIs(d, true);
-  r.viaNextHopNameIs(a, "x");
   r.viaNextHopNameIs(b, "");
-  r.viaNextHopNameIs(d, "y");
+  c.route("12.0.0.0/8", RouteType::drop);
+  c.route("13.0.0.0/8", RouteType::nexthopGroup).dropNextHopNameIs("ignored");
   EXPECT_EQ(save(c, false, defaults("x")),
             "ip route 10.0.0.0/8 10.0.0.1\n"
             "ip route 10.0.0.0/8 10.0.0.2\n"
-            "ip route 10.0.0.0/8 10.0.0.3 name y\n");
-}
-
-TEST(StaticRouteNames, DropRouteNames) {
-  Config c;
-  c.route("10.0.0.0/8", RouteType::drop).dropNextHopNameIs("x");
-  c.route("11.0.0.0/8", RouteType::drop).dropNextHopNameIs("blackhole");
-  // An empty name against a non-empty default keeps its (empty) name clause.
-  c.route("12.0.0.0/8", RouteType::drop);
-  EXPECT_EQ(save(c, false, defaults("x")),
-            "ip route 10.0.0.0/8 Null0\n"
-            "ip route 11.0.0.0/8 Null0 name blackhole\n"
-            "ip route 12.0.0.0/8 Null0 name \n");
-}
-
-TEST(StaticRouteNames, NexthopGroupRoutesHaveNoNameClause) {
-  Config c;
-  Routing::Route& r = c.route("10.0.0.0/8", RouteType::nexthopGroup, 3);
-  r.dropNextHopNameIs("ignored");
-  r.tagIs(9);
-  c.route("11.0.0.0/8", RouteType::nexthopGroup);
-  EXPECT_EQ(save(c, false, defaults("x")),
-            "ip route 10.0.0.0/8 Nexthop-Group 3 tag 9\n"
-            "ip route 11.0.0.0/8 Nexthop-Group\n");
-}
-
-TEST(StaticRouteNames, SaveAllForcesPreferenceAndTagButNotNames) {
-  Config c;
-  const Routing::Via v = via("10.0.0.1");
-  c.forward("10.0.0.0/8", v).viaNextHopNameIs(v, "x");
-  c.route("11.0.0.0/8", RouteType::drop).dropNextHopNameIs("x");
-  c.route("12.0.0.0/8", RouteType::nexthopGroup).nexthopGroupNameIs("G");
-  Routing::Route& other = c.route("13.0.0.0/8", RouteType::drop, 2);
-  other.tagIs(3);
-  other.dropNextHopNameIs("x");
-  EXPECT_EQ(save(c, true, defaults("x")),
-            "ip route 10.0.0.0/8 10.0.0.1 1 tag 0\n"
-            "ip route 11.0.0.0/8 Null0 1 tag 0\n"
-            "ip route 12.0.0.0/8 Nexthop-Group G 1 tag 0\n"
-            "ip route 13.0.0.0/8 Null0 2 tag 3\n");
-}
-
-TEST(StaticRouteNames, DefaultsOtherThanTheUsualOnesAreHonoured) {
-  Config c;
-  c.route("10.0.0.0/8", RouteType::drop, 5).tagIs(7);
-  c.route("11.0.0.0/8", RouteType::drop, 1);
-  RovaConsts consts;
-  consts.defaultStaticRoutePreferenceIs(5);
-  consts.defaultStaticRouteTagIs(7);
-  EXPECT_EQ(save(c, false, consts),
-            "ip route 10.0.0.0/8 Null0\n"
-            "ip route 11.0.0.0/8 Null0 1 tag 0\n");
+            "ip route 12.0.0.0/8 Null0 name \n"
+            "ip route 13.0.0.0/8 Nexthop-Group\n");
 }
 
 // ---- what is saved, and across calls ----
-
-TEST(StaticRouteSelection, DynamicRoutesAreNotSaved) {
-  Config c;
-  c.route("10.0.0.0/8", RouteType::drop).dynamicIs(true);
-  c.forward("11.0.0.0/8", via("10.0.0.1")).dynamicIs(true);
-  EXPECT_EQ(save(c), "");
-  c.route("12.0.0.0/8", RouteType::drop);
-  EXPECT_EQ(save(c), "ip route 12.0.0.0/8 Null0\n");
-}
 
 TEST(StaticRouteSelection, ForwardRouteWithoutViasWritesNothing) {
   Config c;
   c.route("10.0.0.0/8", RouteType::forward);
   EXPECT_EQ(save(c), "");
-}
-
-TEST(StaticRouteSelection, RouteCmdOpensEveryLineAsItStands) {
-  Config c;
-  c.route("10.0.0.0/8", RouteType::drop);
-  c.forward("11.0.0.0/8", via("10.0.0.1"));
-  auto saver = Mox::makePtr<StaticRoutesCliSaver>();
-  EXPECT_EQ(saver->save(c.get(), false, "ip route vrf red ", defaults()).stringValue(),
-            "ip route vrf red 10.0.0.0/8 Null0\n"
-            "ip route vrf red 11.0.0.0/8 10.0.0.1\n");
 }
 
 TEST(StaticRouteSelection, SecondSaveMergesAndReplacesEqualKeys) {

@@ -49,50 +49,14 @@ TEST(StaticRoutesRegistry, SaverIsBuiltByNameAndSaves) {
                       "' Null0', 'sortedVia': None})"}));
 }
 
-TEST(StaticRoutesRegistry, SaveIsDeclaredWithItsArguments) {
-  const auto& t = reg().type("Rova::StaticRoutesCliSaver");
-  EXPECT_EQ(t.kind, Rova::TypeKind::entity);
-  EXPECT_TRUE(t.constructorInputs.empty());
-  const auto* save = t.op("save");
-  ASSERT_NE(save, nullptr);
-  std::vector<std::string> params;
-  for (const auto& p : save->params)
-    params.push_back(p.name + ":" + p.typeName);
-  EXPECT_EQ(params,
-            (std::vector<std::string>{"config:Routing::ConfigGen", "saveAll:bool",
-                                      "routeCmd:Mox::String8", "rovaConsts:Rova::RovaConsts"}));
-  EXPECT_EQ(save->resultType, "Mox::String8");
-  ASSERT_EQ(t.attrs.size(), 1u);
-  EXPECT_EQ(t.attrs[0].name, "sortedRoute");
-  EXPECT_FALSE(t.attrs[0].writable);
-}
-
 TEST(StaticRoutesRegistry, SaverParsesFromItsTextForm) {
   Value saver = reg().parse("Value('Rova::StaticRoutesCliSaver', ** {'sortedRoute': None})");
   EXPECT_EQ(saver.kindName(), "Rova::StaticRoutesCliSaver");
   EXPECT_THROW(reg().parse("Value('Rova::StaticRoutesCliSaver', ** {'sortedRoute': 1})"),
                Mox::RangeException);
-}
-
-TEST(StaticRoutesRegistry, RouteSortKeyTextFormRoundTrips) {
-  const Value args[] = {Value("2001:db8::/32"), Value(200u)};
-  Value k = reg().construct("Rova::RouteSortKey", args);
-  const std::string text = k.text();
-  EXPECT_EQ(text, "Value('Rova::RouteSortKey', ** {'prefix': '2001:db8::/32', 'preference': 200})");
-  EXPECT_EQ(reg().parse(text), k);
   EXPECT_THROW(
       reg().parse("Value('Rova::RouteSortKey', ** {'prefix': '10.0.0.0/8', 'preference': 256})"),
       Mox::RangeException);
-}
-
-TEST(StaticRoutesRegistry, NexthopInfoTextFormLeavesOutItsVias) {
-  Value info = reg().construct("Rova::NexthopInfo", {});
-  reg().attributeIs(info, "nexthopCmd", Value(" Nexthop-Group G1"));
-  const std::string text = info.text();
-  EXPECT_EQ(text,
-            "Value('Rova::NexthopInfo', ** {'nexthopCmd': ' Nexthop-Group G1', "
-            "'sortedVia': None})");
-  EXPECT_EQ(reg().parse(text), info);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// The attribute list of a class gives its text form, its parser, its equality and access by
-// name. Two small value types of the tests' own prove it; the library's types use the same
-// mechanism.
+// The attribute list of a class gives its text form, its parser and its equality. Two small
+// value types of the tests' own prove it; the library's types use the same mechanism, and the
+// registry's tests show access by name through it.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -123,28 +123,6 @@ TEST(AttributeList, ParseErrorsNameTheAttribute) {
     EXPECT_EQ(std::string(e.what()).rfind("attribute 'acceptable': expected True or False", 0), 0u)
         << e.what();
   }
-}
-
-TEST(AttributeList, NamesKindsAndAccessByName) {
-  std::vector<std::string> names;
-  std::vector<Mox::AttrKind> kinds;
-  Mox::forEachAttr<Result>([&](const auto& d) {
-    names.push_back(d.name);
-    kinds.push_back(d.kind);
-  });
-  EXPECT_EQ(names,
-            (std::vector<std::string>{"acceptable", "msg", "shade", "sample", "dir", "tag"}));
-  EXPECT_EQ(kinds.back(), Mox::AttrKind::collection);
-
-  Result r;
-  bool found = Mox::visitAttr<Result>("msg", [&](const auto& d) {
-    if constexpr (std::is_same_v<typename std::decay_t<decltype(d)>::Type, Mox::String8>) {
-      d.ref(r) = "set by name";
-    }
-  });
-  EXPECT_TRUE(found);
-  EXPECT_EQ(r.msg(), "set by name");
-  EXPECT_FALSE(Mox::visitAttr<Result>("nope", [](const auto&) {}));
 }
 
 TEST(AttributeList, HandlesResolveThroughTheStatePath) {

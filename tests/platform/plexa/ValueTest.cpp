@@ -63,8 +63,6 @@ TEST(IntfId, EmptyInvalidAndManagement) {
   // Odd forms still work, as interned names.
   EXPECT_EQ(IntfId("Ethernet01").stringValue(), "Ethernet01");
   EXPECT_EQ(IntfId("Ethernet1/1.100").stringValue(), "Ethernet1/1.100");
-  EXPECT_EQ(IntfId("eth0"), IntfId("eth0"));
-  EXPECT_NE(IntfId("eth0"), IntfId("eth1"));
 }
 
 TEST(IntfId, DynamicTunnelsEncodeTheirTunnelId) {
