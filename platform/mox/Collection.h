@@ -501,6 +501,81 @@ class VectorMap {
   HookSlot<K> hook_;
 };
 
+namespace detail {
+
+// Iteration over a map kept in an array of cells, some of them empty: the array-backed maps
+// below give their cells' count, which are in use, each cell's key and value, and removal of
+// one cell (which leaves it empty and moves nothing), through `CellAccess<Map>`.
+template <class Map>
+struct CellAccess;
+
+// Visits the cells in use in array order; deleteCurrent() empties the current cell, the
+// iterator then stands on the next one, and the next ++ does not move it again.
+template <class Map>
+class CellIterator {
+  using Access = CellAccess<Map>;
+
+ public:
+  CellIterator(Map* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
+  explicit operator bool() const { return i_ < Access::count(*owner_); }
+  CellIterator& operator++() {
+    if (advanced_) {
+      advanced_ = false;
+    } else {
+      ++i_;
+      skip();
+    }
+    return *this;
+  }
+  decltype(auto) key() const { return Access::key(*owner_, i_); }
+  auto& value() const { return Access::value(*owner_, i_); }
+  void deleteCurrent() {
+    Access::erase(*owner_, i_);
+    ++i_;
+    skip();
+    advanced_ = true;
+  }
+
+ private:
+  void skip() {
+    while (i_ < Access::count(*owner_) && !Access::used(*owner_, i_))
+      ++i_;
+  }
+  Map* owner_;
+  std::size_t i_;
+  bool advanced_ = false;
+};
+
+// The same for reading: *it is the pair (key, value).
+template <class Map>
+class ConstCellIterator {
+  using Access = CellAccess<Map>;
+
+ public:
+  ConstCellIterator(const Map* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
+  auto operator*() const {
+    using KeyRef = decltype(Access::key(*owner_, i_));
+    using ValueRef = decltype(Access::value(*owner_, i_));
+    return std::pair<KeyRef, ValueRef>(Access::key(*owner_, i_), Access::value(*owner_, i_));
+  }
+  ConstCellIterator& operator++() {
+    ++i_;
+    skip();
+    return *this;
+  }
+  bool operator==(const ConstCellIterator& o) const { return i_ == o.i_; }
+
+ private:
+  void skip() {
+    while (i_ < Access::count(*owner_) && !Access::used(*owner_, i_))
+      ++i_;
+  }
+  const Map* owner_;
+  std::size_t i_;
+};
+
+}  // namespace detail
+
 // An ordered map from small unsigned indices (0, 1, 2, ...) to values, kept as an array: for
 // per-entry columns numbered densely from 0, where a lookup is an array access instead of a
 // tree descent. The same operations as OrderedMap; iteration in ascending key order.
@@ -512,59 +587,8 @@ class DenseMap {
   using Key = K;
   using Value = V;
 
-  class Iterator {
-   public:
-    Iterator(DenseMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
-    explicit operator bool() const { return i_ < owner_->cells_.size(); }
-    Iterator& operator++() {
-      if (advanced_) {
-        advanced_ = false;
-      } else {
-        ++i_;
-        skip();
-      }
-      return *this;
-    }
-    K key() const { return static_cast<K>(i_); }
-    V& value() const { return owner_->cells_[i_].value; }
-    void deleteCurrent() {
-      owner_->del(key());
-      ++i_;
-      skip();
-      advanced_ = true;
-    }
-
-   private:
-    void skip() {
-      while (i_ < owner_->cells_.size() && !owner_->cells_[i_].present)
-        ++i_;
-    }
-    DenseMap* owner_;
-    std::size_t i_;
-    bool advanced_ = false;
-  };
-
-  class const_iterator {
-   public:
-    const_iterator(const DenseMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
-    std::pair<K, const V&> operator*() const {
-      return {static_cast<K>(i_), owner_->cells_[i_].value};
-    }
-    const_iterator& operator++() {
-      ++i_;
-      skip();
-      return *this;
-    }
-    bool operator==(const const_iterator& o) const { return i_ == o.i_; }
-
-   private:
-    void skip() {
-      while (i_ < owner_->cells_.size() && !owner_->cells_[i_].present)
-        ++i_;
-    }
-    const DenseMap* owner_;
-    std::size_t i_;
-  };
+  using Iterator = detail::CellIterator<DenseMap>;
+  using const_iterator = detail::ConstCellIterator<DenseMap>;
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
@@ -640,6 +664,18 @@ class DenseMap {
   std::vector<Cell> cells_;
   std::uint32_t size_ = 0;
   HookSlot<K> hook_;
+  friend struct detail::CellAccess<DenseMap>;
+};
+
+template <class K, class V>
+struct detail::CellAccess<DenseMap<K, V>> {
+  using Map = DenseMap<K, V>;
+  static std::size_t count(const Map& m) { return m.cells_.size(); }
+  static bool used(const Map& m, std::size_t i) { return m.cells_[i].present; }
+  static K key(const Map&, std::size_t i) { return static_cast<K>(i); }
+  static V& value(Map& m, std::size_t i) { return m.cells_[i].value; }
+  static const V& value(const Map& m, std::size_t i) { return m.cells_[i].value; }
+  static void erase(Map& m, std::size_t i) { m.del(static_cast<K>(i)); }
 };
 
 // An unordered map kept in one array with open addressing: for maps read once or more per
@@ -654,59 +690,8 @@ class FlatHashMap {
   using Key = K;
   using Value = V;
 
-  class Iterator {
-   public:
-    Iterator(FlatHashMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
-    explicit operator bool() const { return i_ < owner_->slots_.size(); }
-    Iterator& operator++() {
-      if (advanced_) {
-        advanced_ = false;
-      } else {
-        ++i_;
-        skip();
-      }
-      return *this;
-    }
-    const K& key() const { return owner_->slots_[i_].key; }
-    V& value() const { return owner_->slots_[i_].value; }
-    void deleteCurrent() {
-      owner_->erase(i_);
-      ++i_;
-      skip();
-      advanced_ = true;
-    }
-
-   private:
-    void skip() {
-      while (i_ < owner_->slots_.size() && owner_->slots_[i_].state != State::used)
-        ++i_;
-    }
-    FlatHashMap* owner_;
-    std::size_t i_;
-    bool advanced_ = false;
-  };
-
-  class const_iterator {
-   public:
-    const_iterator(const FlatHashMap* owner, std::size_t i) : owner_(owner), i_(i) { skip(); }
-    std::pair<const K&, const V&> operator*() const {
-      return {owner_->slots_[i_].key, owner_->slots_[i_].value};
-    }
-    const_iterator& operator++() {
-      ++i_;
-      skip();
-      return *this;
-    }
-    bool operator==(const const_iterator& o) const { return i_ == o.i_; }
-
-   private:
-    void skip() {
-      while (i_ < owner_->slots_.size() && owner_->slots_[i_].state != State::used)
-        ++i_;
-    }
-    const FlatHashMap* owner_;
-    std::size_t i_;
-  };
+  using Iterator = detail::CellIterator<FlatHashMap>;
+  using const_iterator = detail::ConstCellIterator<FlatHashMap>;
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
@@ -840,6 +825,18 @@ class FlatHashMap {
   std::size_t size_ = 0;
   std::size_t removed_ = 0;
   HookSlot<K> hook_;
+  friend struct detail::CellAccess<FlatHashMap>;
+};
+
+template <class K, class V, class H>
+struct detail::CellAccess<FlatHashMap<K, V, H>> {
+  using Map = FlatHashMap<K, V, H>;
+  static std::size_t count(const Map& m) { return m.slots_.size(); }
+  static bool used(const Map& m, std::size_t i) { return m.slots_[i].state == Map::State::used; }
+  static const K& key(const Map& m, std::size_t i) { return m.slots_[i].key; }
+  static V& value(Map& m, std::size_t i) { return m.slots_[i].value; }
+  static const V& value(const Map& m, std::size_t i) { return m.slots_[i].value; }
+  static void erase(Map& m, std::size_t i) { m.erase(i); }
 };
 
 template <class K, class V, class Compare = std::less<K>>
