@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "platform/mox/Exception.h"
 #include "platform/rendr/Copy.h"
@@ -328,6 +329,21 @@ void Printer::requireAttributeContext(int n) {
   MOX_ASSERT(isObject(top()) && "attributes outside an object");
 }
 
+template <class Text>
+void Printer::writeAttributes(const Text& text, const AttrInfo* const* attrs, int n,
+                              bool complete) {
+  MOX_ASSERT(complete && "a null attribute");
+  requireAttributeContext(n);
+  if (json()) {
+    addJson(attrs, n);
+  } else if constexpr (std::is_same_v<Text, Template>) {
+    if (!text.empty()) detail::formatAttributes(out_, text, attrs, n);
+  } else if (text && *text) {
+    detail::formatAttributes(out_, text, attrs, n);
+  }
+  leave();
+}
+
 void Printer::addAttributes(const char* fmt, int n, ...) {
   enter();
   MOX_ASSERT(n >= 0 && n <= kMaxAttributes);
@@ -336,13 +352,24 @@ void Printer::addAttributes(const char* fmt, int n, ...) {
   va_start(ap, n);
   bool complete = collectAttributes(ap, n, attrs);
   va_end(ap);
-  MOX_ASSERT(complete && "a null attribute");
-  requireAttributeContext(n);
-  if (json()) {
-    addJson(attrs, n);
-  } else if (fmt && *fmt) {
-    detail::formatAttributes(out_, fmt, attrs, n);
-  }
+  writeAttributes(fmt, attrs, n, complete);
+}
+
+void Printer::addAttributes(const Template& t, int n, ...) {
+  enter();
+  MOX_ASSERT(n >= 0 && n <= kMaxAttributes);
+  const AttrInfo* attrs[kMaxAttributes];
+  va_list ap;
+  va_start(ap, n);
+  bool complete = collectAttributes(ap, n, attrs);
+  va_end(ap);
+  writeAttributes(t, attrs, n, complete);
+}
+
+void Printer::addText(std::string_view text) {
+  enter();
+  if (json()) return;
+  out_.append(text.data(), text.size());
   leave();
 }
 

@@ -38,6 +38,7 @@
 #include "platform/rendr/AttrInfo.h"
 #include "platform/rendr/Interrupt.h"
 #include "platform/rendr/OutputBuffer.h"
+#include "platform/rendr/Template.h"
 
 namespace rendr {
 
@@ -89,7 +90,11 @@ class Printer {
   // n attributes, passed as their getArg(). Text: fmt is a printf template over them. JSON:
   // each becomes "name": value in the current object.
   void addAttributes(const char* fmt, int n, ...);
+  // The same, with a template parsed once (a row's template, used on every row).
+  void addAttributes(const Template& t, int n, ...);
   void addAttributesJson(int n, ...);
+  // Text only: these bytes as they are, with nothing to format (a row's prefix).
+  void addText(std::string_view text);
   // Text only: printf-style decoration (headers, legends, separators) and plain arguments.
   // Neither is formatted at all in JSON.
   void addFrills(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
@@ -200,6 +205,9 @@ class Printer {
   void jsonKeyFromValue(const AttrInfo& a);
   void jsonValue(const AttrInfo& a);
   void addJson(const AttrInfo* const* attrs, int n);
+  // What both addAttributes do once their attributes are gathered (`complete`: none is null).
+  template <class Text>
+  void writeAttributes(const Text& text, const AttrInfo* const* attrs, int n, bool complete);
   void requireAttributeContext(int n);
 
   StopSignalHold hold_;

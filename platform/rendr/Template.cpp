@@ -578,6 +578,22 @@ const char* nextSign(const char* p) {
   return strchrnul(p, '%');
 }
 
+// The conversion after a '%' that is neither "%%" nor a bare one: parsed, then written.
+// Returns the position after it.
+template <class Source>
+const char* writeConversion(OutputBuffer& out, const char* p, Source& src) {
+  Conv c;
+  p = parseConv(p, c);
+  if (c.conv == '%' && !c.widthStar && !c.precStar) {
+    out.put('%');  // "%5%": glibc ignores the field and takes no argument
+    return p;
+  }
+  if (c.widthStar) applyStarWidth(c, src.nextInt());
+  if (c.precStar) applyStarPrecision(c, src.nextInt());
+  src.emit(out, c);
+  return p;
+}
+
 template <class Source>
 void interpret(OutputBuffer& out, const char* p, Source& src) {
   for (;;) {
@@ -596,15 +612,7 @@ void interpret(OutputBuffer& out, const char* p, Source& src) {
       if (!*p) return;
       continue;
     }
-    Conv c;
-    p = parseConv(p, c);
-    if (c.conv == '%' && !c.widthStar && !c.precStar) {
-      out.put('%');  // "%5%": glibc ignores the field and takes no argument
-      continue;
-    }
-    if (c.widthStar) applyStarWidth(c, src.nextInt());
-    if (c.precStar) applyStarPrecision(c, src.nextInt());
-    src.emit(out, c);
+    p = writeConversion(out, p, src);
     if (!*p) return;
   }
 }
@@ -670,4 +678,57 @@ void formatAttributes(OutputBuffer& out, const char* fmt, const AttrInfo* const*
   interpret(out, fmt, src);
 }
 
+void formatAttributes(OutputBuffer& out, const Template& t, const AttrInfo* const* attrs, int n) {
+  AttrSource src{attrs, n};
+  for (const Template::Piece& piece : t.pieces_) {
+    if (piece.textLen) out.append(t.text_.data() + piece.textAt, piece.textLen);
+    if (piece.conversion == Template::Conversion::bare) {
+      src.emitBare(out, piece.bare);
+    } else if (piece.conversion == Template::Conversion::parsed) {
+      writeConversion(out, t.source_.c_str() + piece.conversionAt, src);
+    }
+  }
+}
+
 }  // namespace rendr::detail
+
+namespace rendr {
+
+// The same walk as the interpreter's, kept as pieces: where it would write text, the text
+// joins the current run; where it would write a conversion, the run ends with it.
+Template::Template(std::string_view text) : source_(text.substr(0, text.find('\0'))) {
+  const char* base = source_.c_str();
+  const char* p = base;
+  Piece piece;
+  const auto finish = [&] {
+    piece.textLen = static_cast<std::uint32_t>(text_.size() - piece.textAt);
+    if (piece.textLen || piece.conversion != Conversion::none) pieces_.push_back(piece);
+    piece = Piece{};
+    piece.textAt = static_cast<std::uint32_t>(text_.size());
+  };
+  for (;;) {
+    const char* q = detail::nextSign(p);
+    text_.append(p, static_cast<std::size_t>(q - p));
+    if (!*q) break;
+    p = q + 1;
+    if (detail::isPercent(p)) {
+      text_ += '%';
+      ++p;
+      continue;
+    }
+    if (*p == 's' || *p == 'd' || *p == 'u') {
+      piece.conversion = Conversion::bare;
+      piece.bare = *p++;
+    } else {
+      piece.conversion = Conversion::parsed;
+      piece.conversionAt = static_cast<std::uint32_t>(p - base);
+      detail::Conv c;
+      p = detail::parseConv(p, c);
+    }
+    finish();
+    if (!*p) break;
+  }
+  finish();
+}
+
+}  // namespace rendr

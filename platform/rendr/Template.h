@@ -8,9 +8,55 @@
 // Output is byte for byte what glibc's printf writes for the same template and arguments.
 
 #include <cstdarg>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "platform/rendr/AttrInfo.h"
 #include "platform/rendr/OutputBuffer.h"
+
+namespace rendr {
+
+class Template;
+
+namespace detail {
+void formatAttributes(OutputBuffer& out, const Template& t, const AttrInfo* const* attrs, int n);
+}  // namespace detail
+
+// An attribute template read once and written many times: a row's template, whose text does
+// not change from one row to the next, is split into its runs of text and its conversions when
+// it is built, and printing it does not look for a '%' again. It prints exactly what the same
+// text given to addAttributes prints.
+class Template {
+ public:
+  explicit Template(std::string_view text);
+
+  // The template as it was given (up to a NUL, as a C string would end).
+  const std::string& text() const { return source_; }
+  bool empty() const { return source_.empty(); }
+
+ private:
+  friend void detail::formatAttributes(detail::OutputBuffer&, const Template&,
+                                       const AttrInfo* const*, int);
+
+  // A run of text, then at most one conversion: a bare "%s"/"%d"/"%u" (nothing to parse), or
+  // any other, parsed from the source when it prints.
+  enum class Conversion : std::uint8_t { none, bare, parsed };
+  struct Piece {
+    std::uint32_t textAt = 0;
+    std::uint32_t textLen = 0;
+    std::uint32_t conversionAt = 0;  // in source_, after the '%'
+    Conversion conversion = Conversion::none;
+    char bare = 0;
+  };
+
+  std::string source_;
+  std::string text_;  // the runs of text, "%%" already made '%'
+  std::vector<Piece> pieces_;
+};
+
+}  // namespace rendr
 
 namespace rendr::detail {
 

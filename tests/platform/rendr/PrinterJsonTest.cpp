@@ -115,7 +115,11 @@ TEST(PrinterJson, DoublesUseTheShortestExactForm) {
 TEST(PrinterJson, RootObjectIsOpenedOnDemandAndClosedOnce) {
   auto json = [](auto body) { return render(kFormatJson, body); };
   EXPECT_EQ(json([](auto&, unsigned) {}), "{}\n");
-  EXPECT_EQ(json([](auto& p, unsigned) { p.addFrills("only text\n"); }), "{}\n");
+  EXPECT_EQ(json([](auto& p, unsigned) {
+              p.addFrills("only text\n");
+              p.addText("and more\n");
+            }),
+            "{}\n");
   EXPECT_EQ(json([](auto& p, unsigned) { p.end(); }), "{}\n");
   EXPECT_EQ(json([](auto& p, unsigned) {
               p.start();

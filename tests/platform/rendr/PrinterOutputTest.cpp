@@ -33,7 +33,7 @@ TEST(PrinterOutput, BufferFillsThenGoesOutOnFlushOrWhenFull) {
   EXPECT_EQ(cap.contents().size(), 67u * 655);
   // Filling past the end writes the full buffer and keeps the rest.
   for (int i = 0; i < 101; ++i)
-    p.addFrills("%s", line.c_str());
+    p.addText(line);
   EXPECT_EQ(cap.contents().size(), 67u * 655 + rendr::Printer::kBufferSize);
   EXPECT_LT(p.fullness(), 5u);
 }

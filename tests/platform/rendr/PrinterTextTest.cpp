@@ -134,12 +134,18 @@ TEST(PrinterText, LiteralTextLongerThanTheBufferArrivesWhole) {
 // The text of one addAttributes call over the given attributes.
 template <class... A>
 std::string attrText(const char* fmt, const A&... attrs) {
-  rovatest::MemoryFile cap;
-  {
-    rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
-    p.addAttributes(fmt, sizeof...(attrs), attrs.getArg()...);
-  }
-  return cap.contents();
+  const auto print = [&](const auto& text) {
+    rovatest::MemoryFile cap;
+    {
+      rendr::Printer p(cap.fd(), kFormatText, true, false, true, 0);
+      p.addAttributes(text, sizeof...(attrs), attrs.getArg()...);
+    }
+    return cap.contents();
+  };
+  // The same text read once into a Template prints the same.
+  std::string printed = print(fmt);
+  EXPECT_EQ(print(rendr::Template(fmt)), printed) << "template " << fmt;
+  return printed;
 }
 
 TEST(PrinterText, AttributeConversionsMatchPrintfOfTheirValues) {
@@ -185,6 +191,8 @@ TEST(PrinterText, StringConversionsOfAttributes) {
   EXPECT_EQ(attrText("[%s][%4s][%-3d][%c]", unset, unset, unset, unset), "[][    ][   ][]");
   // More attributes than conversions: the rest are for JSON only.
   EXPECT_EQ(attrText("%s!", s, n, b), "Ethernet1!");
+  EXPECT_EQ(attrText("%%%s%%%%", s), "%Ethernet1%%");
+  EXPECT_EQ(attrText("", s), "");
 }
 
 TEST(PrinterText, AttributeTemplateMisuseIsAnAssertion) {
@@ -196,6 +204,8 @@ TEST(PrinterText, AttributeTemplateMisuseIsAnAssertion) {
   EXPECT_THROW(p.addAttributes("%d", 1, s.getArg()), Mox::InternalException);
   EXPECT_THROW(p.addAttributes("%f", 1, s.getArg()), Mox::InternalException);
   EXPECT_THROW(p.addAttributes("%p", 1, s.getArg()), Mox::InternalException);
+  EXPECT_THROW(p.addAttributes(rendr::Template("%s %s"), 1, s.getArg()), Mox::InternalException);
+  EXPECT_THROW(p.addAttributes(rendr::Template("%5d"), 1, s.getArg()), Mox::InternalException);
 }
 
 TEST(PrinterText, StringAttributesCopyTheirText) {
