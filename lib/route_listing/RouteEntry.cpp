@@ -268,40 +268,31 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
   a.routeType.setValue(type);
   a.kernelProgrammed.setValue(line.kernelProgrammed);
   // The marks and the code, then blanks to column 8, where the prefix always starts (codes
-  // are one to four characters). A template is text-only, so the blanks and the prefix (which
-  // holds no '%') are part of it, with the preference and metric where the line has them.
+  // are one to four characters), then the preference and metric where the line has them.
+  // The templates are the same on every line, so they are read once.
+  static const rendr::Template codes[] = {
+      rendr::Template("%s%s%s      "), rendr::Template("%s%s%s     "),
+      rendr::Template("%s%s%s    "),   rendr::Template("%s%s%s   "),
+      rendr::Template("%s%s%s  "),     rendr::Template("%s%s%s "),
+      rendr::Template("%s%s%s")};
+  static const rendr::Template metricThenVias(" [%d/%u] ");
+  static const rendr::Template metricAlone(" [%d/%u]");
   const std::size_t codeLen = std::strlen(pcode(type));
-  char header[32 + sizeof prefixText];
-  std::size_t headerLen = 0;
-  auto put = [&](const char* text, std::size_t n) {
-    std::memcpy(header + headerLen, text, n);
-    headerLen += n;
-    header[headerLen] = '\0';
-  };
-  put("%s%s%s", 6);
-  put(blanks(codeLen < 6 ? 6 - codeLen : 0), codeLen < 6 ? 6 - codeLen : 0);
-  put(prefixText, prefixLen);
-  const bool viaLayout = !line.drop && !line.connected;
-  if (viaLayout) {
+  p.addAttributes(codes[std::min<std::size_t>(codeLen, 6)], 3, a.hardwareProgrammed.getArg(),
+                  a.routeType.getArg(), a.kernelProgrammed.getArg());
+  p.addText(std::string_view(prefixText, prefixLen));
+  if (!line.drop && !line.connected) {
     a.preference.setValue(line.preference);
     a.metric.setValue(line.metric);
-    if (fec.numEntries() > 0) {
-      put(" [%d/%u] ", 9);
-    } else {
-      put(" [%d/%u]", 8);
-    }
-    p.addAttributes(header, 5, a.hardwareProgrammed.getArg(), a.routeType.getArg(),
-                    a.kernelProgrammed.getArg(), a.preference.getArg(), a.metric.getArg());
-  } else {
-    p.addAttributes(header, 3, a.hardwareProgrammed.getArg(), a.routeType.getArg(),
-                    a.kernelProgrammed.getArg());
+    p.addAttributes(line.entries > 0 ? metricThenVias : metricAlone, 2, a.preference.getArg(),
+                    a.metric.getArg());
   }
 
   if (line.drop) {
     printDropLayout(p, a);
   } else if (line.connected) {
     printConnectedLayout(line, p, a);
-  } else if (fec.numEntries() > 0) {
+  } else if (line.entries > 0) {
     printViaLayout(line, prefixLen, fec, p, a);
   } else {
     printGroupOrPolicyLayout(line, p, a);

@@ -74,18 +74,43 @@ const Mox::String8& RouteListing<Sorter>::groupName(std::uint64_t id) const {
 }
 
 template <class Sorter>
-bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
-  const Mox::Ptr<CachedFec>* cached = s_.fec().find(route.fecId);
-  if (!sorter::isPrintable(s_, route, cached) || !protocolMatch(route, s_.protocol())) return false;
+typename RouteListing<Sorter>::FecRow& RouteListing<Sorter>::fecRow(Brine::Fib::FecId fecId) const {
+  if (FecRow* known = fecRows_.findMutable(fecId)) return *known;
+  FecRow facts;
+  const Mox::Ptr<CachedFec>* cached = s_.fec().find(fecId);
+  facts.fec = cached ? cached->get() : nullptr;
+  facts.printable = !cached || sorter::viasPrintable(s_, **cached);
   if constexpr (std::is_same_v<Sorter, Route6Sorter>) {
-    // The interface filter reads the routes the count leaves out, and the listing shows what
-    // it counts.
-    if (s_.intf() && !sorter::passesInterfaceFilter(s_, cached)) return false;
+    facts.passesIntf = !s_.intf() || sorter::passesInterfaceFilter(s_, cached);
   }
+  fecRows_.set(fecId, facts);
+  return *fecRows_.findMutable(fecId);
+}
+
+template <class Sorter>
+bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
+  FecRow& facts = fecRow(route.fecId);
+  if (!sorter::isPrintable(route, facts.printable) || !protocolMatch(route, s_.protocol()))
+    return false;
+  // The interface filter reads the routes the count leaves out, and the listing shows what it
+  // counts.
+  if (!facts.passesIntf) return false;
   row.type = route.routeType;
   row.fecId = route.fecId;
-  row.fec = cached ? cached->get() : nullptr;
-  if (!cached) return true;
+  row.fec = facts.fec;
+  if (!facts.fec) return true;
+
+  // The columns are filled the first time a row needs them (a listing cut short prepares only
+  // what it showed), and the facts the rows read of them with them.
+  if (!facts.prepared) {
+    const Mox::Ptr<CachedFec> fec(facts.fec);
+    prepareFec(s_, fec);
+    facts.prepared = true;
+    facts.evpn = fec->viaEvpnEntrys() != 0;
+    facts.entries = fec->numEntries();
+    if (fec->numEntries() > 0 && fec->lspVias() == 0 && !fec->nexthopAddr().contains(0))
+      facts.hoplessIntf = fec->interface().find(0);
+  }
 
   RouteLine& line = row.line;
   line = RouteLine{};
@@ -95,6 +120,7 @@ bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
   line.preference = route.preference;
   line.metric = route.metric;
   line.drop = route.routeType == Family::RouteType::dropRoute;
+  line.entries = facts.entries;
 
   if (Brine::Fib::isNexthopGroupFec(route.fecId)) {
     const std::uint64_t id = Brine::Fib::nexthopGroupIdFromFec(route.fecId);
@@ -107,21 +133,19 @@ bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
     line.policy = &row.policy;
   }
 
-  const Mox::Ptr<CachedFec>& fec = *cached;
-  prepareFec(s_, fec);
   // A route is connected on an interface that holds its prefix. A receive route is the
   // router's own address, so the interface that holds the address is its interface whatever
   // its FEC points at (the CPU, or a next hop); any other route is connected only through a
   // first via without a next hop.
   row.connectedIntf = Mox::String8();
-  if (!line.drop && fec->viaEvpnEntrys() == 0) {
+  if (!line.drop && !facts.evpn) {
     const typename Family::AddrWithMask own(route.prefix.address(), route.prefix.len());
     const Plexa::IntfId* holder =
         isReceive(route.routeType) ? s_.addrToIntfId().find(own) : nullptr;
     if (holder) {
       row.connectedIntf = holder->stringValue();
-    } else if (fec->numEntries() > 0 && fec->lspVias() == 0 && !fec->nexthopAddr().contains(0)) {
-      if (const auto* intf = fec->interface().find(0)) row.connectedIntf = *intf;
+    } else if (facts.hoplessIntf) {
+      row.connectedIntf = *facts.hoplessIntf;
     }
     line.connected = isDirectlyConnected(s_, route.prefix, row.connectedIntf);
     line.connectedIntf = row.connectedIntf.charPtr();

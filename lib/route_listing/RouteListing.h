@@ -86,6 +86,22 @@ class RouteListing {
  private:
   const Mox::String8& groupName(std::uint64_t id) const;
 
+  // What every row asks of its FEC, kept by FEC id: the same few facts for a million routes
+  // over a few thousand FECs, read from one small table rather than from FEC objects spread
+  // over the heap (see sorter::FecFacts). The FEC cache does not change while a listing runs.
+  struct FecRow {
+    CachedFec* fec = nullptr;  // null: not in the cache
+    bool printable = true;
+    bool passesIntf = true;  // the IPv6 interface filter
+    bool prepared = false;   // the columns are filled, and the facts below with them
+    bool evpn = false;       // a via into an EVPN tunnel: the route is never connected
+    std::int32_t entries = 0;
+    const Mox::String8* hoplessIntf = nullptr;  // a first via's interface, with no next hop
+  };
+  FecRow& fecRow(Brine::Fib::FecId fecId) const;
+
+  mutable Mox::FlatHashMap<Brine::Fib::FecId, FecRow> fecRows_;
+
   Sorter& s_;
   std::uint32_t displayed_ = 0;
   bool hardwareBanner_ = false;

@@ -103,6 +103,7 @@ struct RouteLine {
   int preference = 0;
   std::uint32_t metric = 0;
   bool drop = false;
+  std::int32_t entries = 0;             // the FEC's entries (vias and tunnel vias)
   bool connected = false;               // a connected route on its interface
   const char* connectedIntf = nullptr;  // ... and that interface
   const char* groupName = nullptr;      // a nexthop-group route: the group
