@@ -50,12 +50,6 @@ inline std::uint32_t unprogrammedInHardware(const Route6Sorter& s) {
   return s.routingHwStatus() ? s.routingHwStatus()->unprogrammedRoute6Count() : 0;
 }
 
-template <class Sorter>
-bool kernelProgrammed(const Sorter& s, const typename Sorter::Family::Prefix& prefix) {
-  const auto& table = s.kernelUnprogrammedRoute();
-  return !table || table->empty() || !table->contains(Plexa::IpGenPrefix(prefix));
-}
-
 // The "quantify" lines that close a listing.
 template <class Sorter>
 void addTimingLines(const Sorter& s, double start, rendr::Printer& p) {

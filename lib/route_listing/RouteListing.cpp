@@ -36,7 +36,57 @@ std::uint32_t countDisplayed(Route6Sorter& s) {
 }  // namespace
 
 template <class Sorter>
-RouteListing<Sorter>::RouteListing(Sorter& s) : s_(s) {
+RouteListing<Sorter>::KernelMarks::KernelMarks(const Sorter& s) : s_(s) {
+  const auto& table = s.kernelUnprogrammedRoute();
+  if (!table || table->empty()) return;
+  table_ = table.get();
+  generation_ = table->generation();
+  // Some 64 bits per prefix keeps the bitmap's false positives near 1%.
+  std::size_t bits = 4096;
+  while (bits < 64 * table->size() && bits < (std::size_t(1) << 23))
+    bits *= 2;
+  bits_.assign(bits / 64, 0);
+  for (auto it = table->begin(); it != table->end(); ++it) {
+    const Plexa::IpGenPrefix entry = sorter::readRecord(*table, it).prefix;
+    // Only a prefix of this family can be a route's; a null one is asked of the table.
+    if (entry.isNullPrefix() || !Family::ofFamily(entry.address()) ||
+        entry.len() > Family::Prefix::kMaxLen)
+      continue;
+    const std::size_t bit =
+        bitOf(typename Family::Prefix(Family::addrOf(entry.address()), entry.len()), bits);
+    bits_[bit / 64] |= std::uint64_t(1) << (bit % 64);
+  }
+}
+
+template <class Sorter>
+std::size_t RouteListing<Sorter>::KernelMarks::bitOf(const typename Family::Prefix& prefix,
+                                                     std::size_t bits) {
+  std::uint64_t k;
+  if constexpr (std::is_same_v<decltype(orderKey(prefix)), std::uint64_t>) {
+    k = orderKey(prefix);
+  } else {
+    const auto words = orderKey(prefix);
+    k = words[0] * 0x9e3779b97f4a7c15ull ^ words[1] ^ words[2] << 56;
+  }
+  k *= 0xbf58476d1ce4e5b9ull;
+  return static_cast<std::size_t>(k >> 32) & (bits - 1);
+}
+
+template <class Sorter>
+bool RouteListing<Sorter>::KernelMarks::programmed(const typename Family::Prefix& prefix) const {
+  const auto& table = s_.kernelUnprogrammedRoute();
+  if (!table || table->empty()) return true;
+  const bool current =
+      !bits_.empty() && table.get() == table_ && table->generation() == generation_;
+  if (current && !prefix.isNullPrefix()) {
+    const std::size_t bit = bitOf(prefix, bits_.size() * 64);
+    if (!(bits_[bit / 64] >> (bit % 64) & 1)) return true;
+  }
+  return !table->contains(Plexa::IpGenPrefix(prefix));
+}
+
+template <class Sorter>
+RouteListing<Sorter>::RouteListing(Sorter& s) : s_(s), kernelMarks_(s) {
   displayed_ = countDisplayed(s);
   hardwareBanner_ = unprogrammedInHardware(s) != 0;
   kernelBanner_ = kernelUnprogrammedRoutes(s);
@@ -116,7 +166,7 @@ bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
   line = RouteLine{};
   line.prefix = Plexa::IpGenPrefix(route.prefix);
   line.hardwareProgrammed = route.hardwareProgrammed;
-  line.kernelProgrammed = kernelProgrammed(s_, route.prefix);
+  line.kernelProgrammed = kernelMarks_.programmed(route.prefix);
   line.preference = route.preference;
   line.metric = route.metric;
   line.drop = route.routeType == Family::RouteType::dropRoute;

@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "lib/route_listing/RoutePrinter.h"
 #include "lib/route_listing/RouteSorter.h"
@@ -102,12 +103,32 @@ class RouteListing {
 
   mutable Mox::FlatHashMap<Brine::Fib::FecId, FecRow> fecRows_;
 
+  // Whether the kernel programmed a route, asked of every row. The kernel's table of the
+  // routes it refused is small, but finding a prefix in it hashes a generic prefix each time;
+  // a bitmap of the table's prefixes of this family, made with the model, answers for nearly
+  // every route, and only a route whose bit is set is looked up. A table written since is
+  // asked directly.
+  class KernelMarks {
+   public:
+    explicit KernelMarks(const Sorter& s);
+    bool programmed(const typename Family::Prefix& prefix) const;
+
+   private:
+    static std::size_t bitOf(const typename Family::Prefix& prefix, std::size_t bits);
+
+    const Sorter& s_;
+    const void* table_ = nullptr;
+    std::uint64_t generation_ = 0;
+    std::vector<std::uint64_t> bits_;  // empty: every route is looked up
+  };
+
   Sorter& s_;
   std::uint32_t displayed_ = 0;
   bool hardwareBanner_ = false;
   bool kernelBanner_ = false;
   DefaultRouteState defaultState_ = DefaultRouteState::notSet;
   std::optional<Route> defaultRoute_;
+  KernelMarks kernelMarks_;
 };
 
 template <class Sorter>

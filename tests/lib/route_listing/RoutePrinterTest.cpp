@@ -1,9 +1,13 @@
-// Route printing where the golden listings cannot reach: a nexthop group without a name, and
-// an interrupt between the host listing and the route listing.
+// Route printing where the golden listings cannot reach: a nexthop group without a name, an
+// interrupt between the host listing and the route listing, and the kernel's marks on a table
+// of many refusals that changes under the listing.
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <set>
+#include <string>
 
+#include "lib/route_listing/RouteListing.h"
 #include "lib/route_listing/RoutePrinter.h"
 #include "platform/rendr/Interrupt.h"
 #include "tests/lib/route_listing/SorterFixture.h"
@@ -38,6 +42,43 @@ TEST(Interrupt, HostListingGivesWayToTheRouteListing) {
   EXPECT_EQ(out.rfind("exiting on user interrupt\n", 0), 0u) << out.substr(0, 200);
   EXPECT_NE(out.find("Codes: C - connected"), std::string::npos);
   EXPECT_FALSE(rendr::interruptPending());
+}
+
+TEST(RouteListingModel, KernelMarksFollowTheKernelTable) {
+  State st;
+  st.fec4(1, {{"10.0.0.1", "Ethernet1"}});
+  std::set<std::string> refused;
+  const auto refuse = [&](const std::string& prefix) {
+    st.kernel->recordIs({Plexa::IpGenPrefix::fromString(prefix)});
+    refused.insert(prefix);
+  };
+  // Enough refusals that the bitmap in front of the table has bits shared by several prefixes.
+  for (int i = 0; i < 3000; ++i) {
+    const std::string prefix =
+        "10." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24";
+    st.route4(prefix.c_str(), RT4::ospfIntraArea, 1);
+    if (i % 3 == 0) refuse(prefix);
+  }
+  st.route4("10.0.1.0/25", RT4::ospfIntraArea, 1);
+  // The same bits in IPv6 say nothing of an IPv4 route.
+  st.kernel->recordIs({Plexa::IpGenPrefix::fromString("a00:100::/24")});
+  auto s = st.sorter4();
+  const RouteListing<RouteSorter> model(*s);
+  const auto marked = [&] {
+    std::set<std::string> unprogrammed;
+    model.forEachRow(true, [&](const auto& row) {
+      if (!row.line.kernelProgrammed) unprogrammed.insert(row.line.prefix.stringValue());
+    });
+    return unprogrammed;
+  };
+  EXPECT_EQ(marked(), refused);
+
+  // Written after the model was made: the rows read the table as it is now.
+  st.kernel->recordDel(Plexa::IpGenPrefix::fromString("10.0.0.0/24"));
+  refused.erase("10.0.0.0/24");
+  refuse("10.0.1.0/25");
+  refuse("10.0.2.0/24");
+  EXPECT_EQ(marked(), refused);
 }
 
 }  // namespace
