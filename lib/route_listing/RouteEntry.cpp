@@ -205,14 +205,14 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   const std::size_t indentLen = 8 + prefixLen + 2 +
                                 decimalDigits(std::uint64_t(std::max(line.preference, 0))) +
                                 (line.preference < 0 ? 1 : 0) + 1 + decimalDigits(line.metric) + 2;
-  if (const auto block = a.viaBlocks.find(&fec, indentLen)) {
-    p.replay(block->bytes, block->shape);
+  const std::size_t indentChars = std::min(indentLen, kMaxIndent);
+  if (const auto block = a.viaBlocks.find(&fec)) {
+    p.replayHanging(block->bytes, block->shape, indentChars);
     return;
   }
   const char* indent = blanks(indentLen);
   char newline[kMaxIndent + 2];
   newline[0] = '\n';
-  const std::size_t indentChars = std::min(indentLen, kMaxIndent);
   std::memcpy(newline + 1, indent, indentChars);
   const auto recording = p.startRecording();
   const CommonViaTemplates common(newline, indentChars + 1);
@@ -225,8 +225,8 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   p.endList();
   p.addFrills("\n");
   rendr::Printer::RecordedShape shape;
-  if (const auto bytes = p.finishRecording(recording, shape))
-    a.viaBlocks.add(&fec, indentLen, *bytes, shape);
+  if (const auto bytes = p.finishHangingRecording(recording, shape, indentChars))
+    a.viaBlocks.add(&fec, *bytes, shape);
 }
 
 // No vias of its own: a nexthop group or an SR-TE policy forwards it.
@@ -335,7 +335,7 @@ RouteAttrs::RouteAttrs(unsigned f)
       color("color", f) {}
 
 void ViaBlockCache::insert(const Slot& slot) {
-  for (std::size_t i = slotOf(slot.fec, slot.indent);; i = (i + 1) & (slots_.size() - 1)) {
+  for (std::size_t i = slotOf(slot.fec);; i = (i + 1) & (slots_.size() - 1)) {
     if (!slots_[i].fec) {
       slots_[i] = slot;
       return;
@@ -343,11 +343,10 @@ void ViaBlockCache::insert(const Slot& slot) {
   }
 }
 
-void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, std::string_view bytes,
+void ViaBlockCache::add(const CachedFec* fec, std::string_view bytes,
                         rendr::Printer::RecordedShape shape) {
-  // The slots keep 32-bit places and a 16-bit indent: a listing that would need more keeps
-  // printing its blocks instead.
-  if (indent > UINT16_MAX || bytes_.size() + bytes.size() > UINT32_MAX) return;
+  // The slots keep 32-bit places: a listing that would need more keeps printing its blocks.
+  if (bytes_.size() + bytes.size() > UINT32_MAX) return;
   if (2 * (used_ + 1) > slots_.size()) {
     std::vector<Slot> old(std::max<std::size_t>(64, 2 * slots_.size()));
     old.swap(slots_);
@@ -355,20 +354,9 @@ void ViaBlockCache::add(const CachedFec* fec, std::size_t indent, std::string_vi
       if (slot.fec) insert(slot);
     }
   }
-  auto& kept = kept_[fec];
-  Slot slot{fec, 0, static_cast<std::uint32_t>(bytes.size()), static_cast<std::uint16_t>(indent),
-            shape};
-  const auto same = std::find_if(kept.begin(), kept.end(), [&](const auto& at) {
-    return std::string_view(bytes_.data() + at.first, at.second) == bytes;
-  });
-  if (same != kept.end()) {
-    slot.at = same->first;
-  } else {
-    slot.at = static_cast<std::uint32_t>(bytes_.size());
-    bytes_.append(bytes);
-    kept.emplace_back(slot.at, slot.size);
-  }
-  insert(slot);
+  insert(Slot{fec, static_cast<std::uint32_t>(bytes_.size()),
+              static_cast<std::uint32_t>(bytes.size()), shape});
+  bytes_.append(bytes);
   ++used_;
 }
 

@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "lib/common/RouteAttrs.h"
@@ -17,39 +16,38 @@
 
 namespace Rova {
 
-// The via blocks a listing has printed, by FEC and indent: every route through one FEC prints
-// the same vias, lined up under its first line, so a block is printed once and replayed. The
+// The via blocks a listing has printed, by FEC: every route through one FEC prints the same
+// vias, lined up under its first line, so a block is printed once and replayed. A block is kept
+// without the blanks its lines hang by (the printer takes them out and puts the route's back),
+// so one block serves every indent, and a few thousand FECs' blocks stay in the cache. The
 // lookup is per route, so it is kept to one cache line where it can be: open addressing over
-// (FEC, indent) with the block's place in one array of bytes in the slot. Blocks of one FEC
-// that came out alike (JSON, which has no indent; a FEC of one via) are kept once.
+// the FEC with the block's place in one array of bytes in the slot.
 class ViaBlockCache {
  public:
   struct Block {
     std::string_view bytes;
     rendr::Printer::RecordedShape shape;
   };
-  std::optional<Block> find(const CachedFec* fec, std::size_t indent) const {
+  std::optional<Block> find(const CachedFec* fec) const {
     if (slots_.empty()) return {};
-    for (std::size_t i = slotOf(fec, indent);; i = (i + 1) & (slots_.size() - 1)) {
+    for (std::size_t i = slotOf(fec);; i = (i + 1) & (slots_.size() - 1)) {
       const Slot& slot = slots_[i];
       if (!slot.fec) return {};
-      if (slot.fec == fec && slot.indent == indent)
+      if (slot.fec == fec)
         return Block{std::string_view(bytes_.data() + slot.at, slot.size), slot.shape};
     }
   }
-  void add(const CachedFec* fec, std::size_t indent, std::string_view bytes,
-           rendr::Printer::RecordedShape shape);
+  void add(const CachedFec* fec, std::string_view bytes, rendr::Printer::RecordedShape shape);
 
  private:
   struct Slot {
     const CachedFec* fec = nullptr;
     std::uint32_t at = 0;
     std::uint32_t size = 0;
-    std::uint16_t indent = 0;
     rendr::Printer::RecordedShape shape;
   };
-  std::size_t slotOf(const CachedFec* fec, std::size_t indent) const {
-    const auto k = (reinterpret_cast<std::uintptr_t>(fec) >> 4) * 0x9e3779b97f4a7c15ull + indent;
+  std::size_t slotOf(const CachedFec* fec) const {
+    const auto k = (reinterpret_cast<std::uintptr_t>(fec) >> 4) * 0x9e3779b97f4a7c15ull;
     return static_cast<std::size_t>((k ^ (k >> 29)) & (slots_.size() - 1));
   }
   void insert(const Slot& slot);
@@ -57,8 +55,6 @@ class ViaBlockCache {
   std::vector<Slot> slots_;
   std::size_t used_ = 0;
   std::string bytes_;
-  // Where each FEC's distinct blocks are in bytes_, to keep blocks that came out alike once.
-  std::unordered_map<const CachedFec*, std::vector<std::pair<std::uint32_t, std::uint32_t>>> kept_;
 };
 
 // The attributes of one listing, built once and set per route, and the blocks it has printed.

@@ -118,11 +118,68 @@ std::optional<std::string_view> Printer::finishRecording(const RecordingStart& s
 
 void Printer::replay(std::string_view bytes, RecordedShape shape) {
   enter();
-  MOX_ASSERT(depth_ == shape.depth && stack_[depth_ - 1].hasMembers == shape.hadMembers &&
-             "a recording replayed where the structure differs");
+  requireShape(shape);
   out_.append(bytes.data(), bytes.size());
   stack_[depth_ - 1].hasMembers = shape.hasMembers;
   leave();
+}
+
+// A hanging run, in text, is a list of pieces, each a length byte and up to 255 bytes of text;
+// after a piece that ends a line, unless it is the last, come the blanks of the next line.
+// Replaying it copies pieces of known length, without looking for the line breaks again.
+std::optional<std::string_view> Printer::finishHangingRecording(const RecordingStart& start,
+                                                                RecordedShape& shape,
+                                                                std::size_t hang) const {
+  auto bytes = finishRecording(start, shape);
+  if (!bytes || json()) return bytes;
+  std::string_view rest = *bytes;
+  hanging_.clear();
+  while (!rest.empty()) {
+    const std::size_t lineEnd = rest.find('\n');
+    std::string_view line = rest.substr(0, lineEnd == rest.npos ? rest.npos : lineEnd + 1);
+    rest.remove_prefix(line.size());
+    for (std::string_view piece = line; !piece.empty();) {
+      const std::size_t n = std::min<std::size_t>(piece.size(), 255);
+      hanging_ += static_cast<char>(n);
+      hanging_.append(piece.substr(0, n));
+      piece.remove_prefix(n);
+    }
+    if (rest.empty() || line.back() != '\n') break;
+    if (rest.size() < hang || rest.substr(0, hang).find_first_not_of(' ') != rest.npos) return {};
+    rest.remove_prefix(hang);
+  }
+  return std::string_view(hanging_);
+}
+
+void Printer::replayHanging(std::string_view run, RecordedShape shape, std::size_t hang) {
+  if (json()) {
+    replay(run, shape);
+    return;
+  }
+  enter();
+  requireShape(shape);
+  const char* p = run.data();
+  const char* const end = p + run.size();
+  while (p < end) {
+    const auto n = static_cast<unsigned char>(*p++);
+    out_.append(p, n);
+    p += n;
+    if (p < end && p[-1] == '\n') appendBlanks(hang);
+  }
+  stack_[depth_ - 1].hasMembers = shape.hasMembers;
+  leave();
+}
+
+void Printer::requireShape(RecordedShape shape) const {
+  MOX_ASSERT(depth_ == shape.depth && stack_[depth_ - 1].hasMembers == shape.hadMembers &&
+             "a recording replayed where the structure differs");
+}
+
+void Printer::appendBlanks(std::size_t n) {
+  static constexpr char kBlanks[] = "                                ";  // 32
+  for (; n > 32; n -= 32)
+    out_.append(kBlanks, 32);
+  out_.append(kBlanks, n);
 }
 
 bool Printer::outputFailed() {

@@ -142,11 +142,22 @@ class Printer {
     bool hadMembers = false;
     bool hasMembers = false;
   };
+  //
+  // A run of text lines may hang under its first: each line after it starts with the same
+  // blanks (the vias under a route's first line). finishHangingRecording keeps such a run
+  // without the `hang` blanks of its lines, in a form of the printer's own that only
+  // replayHanging reads (nothing is returned when a line does not start with them), and
+  // replayHanging puts back the blanks it is given, so that one run serves every indent. JSON
+  // has no such blanks: its bytes are kept and replayed as they are.
   RecordingStart startRecording() const;
   // The bytes since `start` (valid until the next output) and their shape.
   std::optional<std::string_view> finishRecording(const RecordingStart& start,
                                                   RecordedShape& shape) const;
   void replay(std::string_view bytes, RecordedShape shape);
+  std::optional<std::string_view> finishHangingRecording(const RecordingStart& start,
+                                                         RecordedShape& shape,
+                                                         std::size_t hang) const;
+  void replayHanging(std::string_view run, RecordedShape shape, std::size_t hang);
 
   // The output buffer's fill, in percent (0 to 100).
   unsigned fullness();
@@ -209,6 +220,8 @@ class Printer {
   template <class Text>
   void writeAttributes(const Text& text, const AttrInfo* const* attrs, int n, bool complete);
   void requireAttributeContext(int n);
+  void appendBlanks(std::size_t n);
+  void requireShape(RecordedShape shape) const;
 
   StopSignalHold hold_;
   detail::OutputBuffer out_;
@@ -216,6 +229,7 @@ class Printer {
   unsigned depth_ = 0;
   enum class Root : std::uint8_t { notStarted, open, ended } root_ = Root::notStarted;
   std::array<Level, kMaxDepth> stack_;
+  mutable std::string hanging_;  // the last hanging run finished
 };
 
 // The output of a command that has nothing to show, or that failed before it showed anything:
