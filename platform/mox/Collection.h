@@ -258,86 +258,134 @@ concept HasWideOrderKey = requires(const K& k) {
 
 namespace detail {
 
-// Sorts `data` by `keyOf`, stably, when every key is below 2^40 and there are fewer than 2^24
-// entries; returns false (and leaves `data` alone) otherwise. Each key is packed with its
-// entry's index, the packed words sorted by their key bits (least significant byte first,
-// which keeps equal keys in index order), and the entries gathered in that order.
-template <class Entry, class KeyOf>
-bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
-  constexpr unsigned kIndexBits = 24;
-  const std::size_t n = data.size();
-  if (n >= (std::size_t(1) << kIndexBits)) return false;
-  std::vector<std::uint64_t> words(n), spare(n);
-  std::uint64_t all = 0;
-  for (std::size_t i = 0; i < n; ++i) {
-    const std::uint64_t key = keyOf(data[i]);
-    if (key >> (64 - kIndexBits)) return false;
-    words[i] = key << kIndexBits | i;
-    all |= key;
+// Sorts `items` stably, least significant digit first: one pass for each entry of `passes`,
+// which digitOf(item, pass) turns into the item's byte for that pass. The counts of every pass
+// are taken in one read of the items before the first.
+template <class Item, class DigitOf>
+void radixPasses(std::vector<Item>& items, const std::vector<unsigned>& passes, DigitOf digitOf) {
+  if (passes.empty()) return;
+  std::vector<std::array<std::size_t, 256>> start(passes.size());
+  for (const Item& item : items) {
+    for (std::size_t p = 0; p < passes.size(); ++p)
+      ++start[p][digitOf(item, passes[p])];
   }
-  for (unsigned shift = kIndexBits; shift < 64 && (all >> (shift - kIndexBits)) != 0; shift += 8) {
-    std::size_t start[257] = {};
-    for (std::uint64_t w : words)
-      ++start[((w >> shift) & 255) + 1];
-    for (std::size_t b = 1; b < 257; ++b)
-      start[b] += start[b - 1];
-    for (std::uint64_t w : words)
-      spare[start[(w >> shift) & 255]++] = w;
-    words.swap(spare);
+  std::vector<Item> spare(items.size());
+  for (std::size_t p = 0; p < passes.size(); ++p) {
+    std::size_t at = 0;
+    for (std::size_t& s : start[p]) {
+      const std::size_t count = s;
+      s = at;
+      at += count;
+    }
+    for (const Item& item : items)
+      spare[start[p][digitOf(item, passes[p])]++] = item;
+    items.swap(spare);
   }
-  spare = {};
-  constexpr std::uint64_t kIndexMask = (std::uint64_t(1) << kIndexBits) - 1;
+}
+
+// Moves the entries of `data` into the order `indexOf` gives for each of `order`.
+template <class Entry, class Order, class IndexOf>
+void gather(std::vector<Entry>& data, const std::vector<Order>& order, IndexOf indexOf) {
+  const std::size_t n = order.size();
   std::vector<Entry> sorted;
   sorted.reserve(n);
   for (std::size_t j = 0; j < n; ++j) {
     // The reads are scattered: ask for the ones a little ahead while this one is moved.
-    if (j + 8 < n) Mox::prefetch(&data[words[j + 8] & kIndexMask]);
-    sorted.push_back(std::move(data[words[j] & kIndexMask]));
+    if (j + 8 < n) Mox::prefetch(&data[indexOf(order[j + 8])]);
+    sorted.push_back(std::move(data[indexOf(order[j])]));
   }
   data.swap(sorted);
+}
+
+// Sorts `data` by `keyOf`, stably, when every key is below 2^40 and there are fewer than 2^24
+// entries; returns false (and leaves `data` alone) otherwise. Each key is packed with its
+// entry's index, the packed words sorted a byte of key at a time (least significant first,
+// which keeps equal keys in index order; a byte that no key changes needs no pass), and the
+// entries gathered in that order.
+template <class Entry, class KeyOf>
+bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
+  constexpr unsigned kIndexBits = 24;
+  const std::size_t n = data.size();
+  if (n == 0 || n >= (std::size_t(1) << kIndexBits)) return n == 0;
+  std::vector<std::uint64_t> words(n);
+  const std::uint64_t first = keyOf(data[0]);
+  std::uint64_t varies = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::uint64_t key = keyOf(data[i]);
+    if (key >> (64 - kIndexBits)) return false;
+    words[i] = key << kIndexBits | i;
+    varies |= key ^ first;
+  }
+  std::vector<unsigned> passes;
+  for (unsigned shift = 0; shift < 64 - kIndexBits; shift += 8) {
+    if ((varies >> shift) & 255) passes.push_back(kIndexBits + shift);
+  }
+  radixPasses(words, passes, [](std::uint64_t w, unsigned shift) { return (w >> shift) & 255; });
+  constexpr std::uint64_t kIndexMask = (std::uint64_t(1) << kIndexBits) - 1;
+  gather(data, words, [](std::uint64_t w) { return w & kIndexMask; });
   return true;
 }
 
 // Sorts `data` by `keyOf`'s wide keys, stably (fewer than 2^32 entries; returns false
 // otherwise). The keys are copied beside their entries' indices and sorted a byte at a time,
 // least significant first, skipping the bytes every key shares: a table's prefixes differ in a
-// few of their sixteen address bytes, so a few passes do. Then the entries are gathered.
+// few of their sixteen address bytes, so a few passes do. Then the entries are gathered. When
+// only one of the first two words varies and the last is a byte (an IPv6 table whose prefixes
+// differ in their first half), an item is that word and the byte beside the index: half the
+// bytes to move on every pass.
 template <class Entry, class KeyOf>
 bool radixSortWide(std::vector<Entry>& data, KeyOf keyOf) {
   const std::size_t n = data.size();
   if (n == 0 || n >= (std::size_t(1) << 32)) return n == 0;
+  const WideOrderKey first = keyOf(data[0]);
+  WideOrderKey varies{};
+  std::uint64_t last = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const WideOrderKey key = keyOf(data[i]);
+    for (std::size_t w = 0; w < varies.size(); ++w)
+      varies[w] |= key[w] ^ first[w];
+    last |= key[2];
+  }
+  if ((varies[0] == 0 || varies[1] == 0) && last < 256 && n < (std::size_t(1) << 24)) {
+    struct Item {
+      std::uint64_t word;
+      std::uint32_t lastAndIndex;  // the last word above the index's 24 bits
+    };
+    const std::size_t w = varies[0] ? 0 : 1;
+    std::vector<Item> items(n);
+    for (std::size_t i = 0; i < n; ++i) {
+      const WideOrderKey key = keyOf(data[i]);
+      items[i] = {key[w], static_cast<std::uint32_t>(key[2] << 24 | i)};
+    }
+    constexpr unsigned kLast = 64;  // the pass over the last word
+    std::vector<unsigned> passes;
+    if (varies[2]) passes.push_back(kLast);
+    for (unsigned shift = 0; shift < 64; shift += 8) {
+      if ((varies[w] >> shift) & 255) passes.push_back(shift);
+    }
+    radixPasses(items, passes, [](const Item& item, unsigned pass) {
+      return pass == kLast ? item.lastAndIndex >> 24 : (item.word >> pass) & 255;
+    });
+    gather(data, items, [](const Item& item) { return item.lastAndIndex & 0xffffff; });
+    return true;
+  }
   struct Item {
     WideOrderKey key;
     std::uint32_t index;
   };
-  std::vector<Item> items(n), spare(n);
-  WideOrderKey varies{};
-  for (std::size_t i = 0; i < n; ++i) {
+  std::vector<Item> items(n);
+  for (std::size_t i = 0; i < n; ++i)
     items[i] = {keyOf(data[i]), static_cast<std::uint32_t>(i)};
-    for (std::size_t w = 0; w < varies.size(); ++w)
-      varies[w] |= items[i].key[w] ^ items[0].key[w];
-  }
+  std::vector<unsigned> passes;  // the word times 64 plus the shift
   for (std::size_t w = varies.size(); w-- > 0;) {
     for (unsigned shift = 0; shift < 64; shift += 8) {
-      if (((varies[w] >> shift) & 255) == 0) continue;
-      std::size_t start[257] = {};
-      for (const Item& it : items)
-        ++start[((it.key[w] >> shift) & 255) + 1];
-      for (std::size_t b = 1; b < 257; ++b)
-        start[b] += start[b - 1];
-      for (const Item& it : items)
-        spare[start[(it.key[w] >> shift) & 255]++] = it;
-      items.swap(spare);
+      if ((varies[w] >> shift) & 255) passes.push_back(static_cast<unsigned>(w) * 64 + shift);
     }
   }
-  spare = {};
-  std::vector<Entry> sorted;
-  sorted.reserve(n);
-  for (std::size_t j = 0; j < n; ++j) {
-    if (j + 8 < n) Mox::prefetch(&data[items[j + 8].index]);
-    sorted.push_back(std::move(data[items[j].index]));
-  }
-  data.swap(sorted);
+  radixPasses(items, passes, [](const Item& item, unsigned pass) {
+    return (item.key[pass / 64] >> (pass % 64)) & 255;
+  });
+  gather(data, items, [](const Item& item) { return item.index; });
   return true;
 }
 

@@ -164,6 +164,15 @@ TEST(VectorMap, AgreesWithTheTreeMap) {
   agreesWithTheTreeMap<WideKey>([](int k) {
     return WideKey{{std::uint64_t(k % 3) << 40, 0x20010db800000000ull, std::uint64_t(k) * 0x10001}};
   });
+  // One of the first two words varies and the last is a byte, as in an IPv6 table (the same
+  // address with several lengths): the sort carries that word alone.
+  agreesWithTheTreeMap<WideKey>([](int k) {
+    return WideKey{{0x20010db800000000ull | std::uint64_t(k % 50) << 56 | std::uint64_t(k / 7) << 8,
+                    7, std::uint64_t(k % 7)}};
+  });
+  agreesWithTheTreeMap<WideKey>([](int k) {
+    return WideKey{{1, std::uint64_t(k / 3) * 0x0101010101ull, std::uint64_t(129 - k % 3)}};
+  });
 }
 
 TEST(VectorMap, LastOfEqualKeysWinsAndDeleteWhileIterating) {
