@@ -258,10 +258,8 @@ void printGroupOrPolicyLayout(const RouteLine& line, rendr::Printer& p, RouteAtt
 template <class RouteType>
 void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fec,
                       rendr::Printer& p, RouteAttrs& a) {
-  char prefixText[Plexa::Ip6Prefix::kMaxTextLen + 1];
-  const std::size_t prefixLen =
-      static_cast<std::size_t>(line.prefix.write(prefixText) - prefixText);
-  a.prefix.setValue(prefixText, prefixLen);
+  const std::size_t prefixLen = line.prefix.size();
+  a.prefix.setValue(line.prefix);
   p.startDictEntry(a.prefix);
 
   a.hardwareProgrammed.setValue(line.hardwareProgrammed);
@@ -280,7 +278,7 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
   const std::size_t codeLen = std::strlen(pcode(type));
   p.addAttributes(codes[std::min<std::size_t>(codeLen, 6)], 3, a.hardwareProgrammed.getArg(),
                   a.routeType.getArg(), a.kernelProgrammed.getArg());
-  p.addText(std::string_view(prefixText, prefixLen));
+  p.addText(line.prefix);
   if (!line.drop && !line.connected) {
     a.preference.setValue(line.preference);
     a.metric.setValue(line.metric);

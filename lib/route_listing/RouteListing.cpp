@@ -164,7 +164,9 @@ bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
 
   RouteLine& line = row.line;
   line = RouteLine{};
-  line.prefix = Plexa::IpGenPrefix(route.prefix);
+  line.prefix = std::string_view(
+      row.prefixText,
+      static_cast<std::size_t>(route.prefix.write(row.prefixText) - row.prefixText));
   line.hardwareProgrammed = route.hardwareProgrammed;
   line.kernelProgrammed = kernelMarks_.programmed(route.prefix);
   line.preference = route.preference;

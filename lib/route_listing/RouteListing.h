@@ -43,6 +43,7 @@ struct ListingRow {
   bool v6Vias = false;             // the vias are IPv6 next hops (an IPv4 route may have them)
   RouteLine line;
 
+  char prefixText[Plexa::Ip6Prefix::kMaxTextLen + 1];
   Mox::String8 groupName;
   Mox::String8 connectedIntf;
   SrTePolicy::PolicyKey policy;

@@ -93,7 +93,7 @@ struct RouteAttrs {
 
 // What one route line shows besides its FEC's vias.
 struct RouteLine {
-  Plexa::IpGenPrefix prefix;
+  std::string_view prefix;  // as text, in storage of the caller's
   bool hardwareProgrammed = true;
   bool kernelProgrammed = true;
   int preference = 0;

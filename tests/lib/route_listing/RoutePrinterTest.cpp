@@ -67,7 +67,7 @@ TEST(RouteListingModel, KernelMarksFollowTheKernelTable) {
   const auto marked = [&] {
     std::set<std::string> unprogrammed;
     model.forEachRow(true, [&](const auto& row) {
-      if (!row.line.kernelProgrammed) unprogrammed.insert(row.line.prefix.stringValue());
+      if (!row.line.kernelProgrammed) unprogrammed.emplace(row.line.prefix);
     });
     return unprogrammed;
   };
