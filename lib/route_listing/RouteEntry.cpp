@@ -80,7 +80,7 @@ void printViaTail(const CachedFec& fec, std::uint16_t i, const char* indent,
   }
   const Mox::String8* viaType = fec.viaTypeString().find(i);
   if (viaType && *viaType == "backup") {
-    a.viaType.setValue("backup");
+    a.viaType.setValue(std::string_view("backup"));
     p.addAttributes(", %s", 1, a.viaType.getArg());
   }
   if (lsp && fec.hierarchicalVia()) {
@@ -167,7 +167,7 @@ void printVia(const CachedFec& fec, std::uint16_t i, const char* indent, const c
 // A dropped route: "is directly connected, Null0" and no vias.
 void printDropLayout(rendr::Printer& p, RouteAttrs& a) {
   a.directlyConnected.setValue(true);
-  a.routeAction.setValue("drop");
+  a.routeAction.setValue(std::string_view("drop"));
   p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
   p.addFrills(" is directly connected, Null0");
   p.startList("vias");
@@ -178,7 +178,7 @@ void printDropLayout(rendr::Printer& p, RouteAttrs& a) {
 // A route on an interface that holds its prefix: the interface, or "<Internal>" without one.
 void printConnectedLayout(const RouteLine& line, rendr::Printer& p, RouteAttrs& a) {
   a.directlyConnected.setValue(true);
-  a.routeAction.setValue("forward");
+  a.routeAction.setValue(std::string_view("forward"));
   p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
   p.addFrills(" is directly connected, ");
   p.startList("vias");
@@ -198,7 +198,7 @@ void printConnectedLayout(const RouteLine& line, rendr::Printer& p, RouteAttrs& 
 void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFec& fec,
                     rendr::Printer& p, RouteAttrs& a) {
   a.directlyConnected.setValue(false);
-  a.routeAction.setValue("forward");
+  a.routeAction.setValue(std::string_view("forward"));
   p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
   // The vias after the first line up under it: column 8, the address and length, and the
   // " [preference/metric] " that the first line carries.
@@ -232,7 +232,7 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
 // No vias of its own: a nexthop group or an SR-TE policy forwards it.
 void printGroupOrPolicyLayout(const RouteLine& line, rendr::Printer& p, RouteAttrs& a) {
   a.directlyConnected.setValue(false);
-  a.routeAction.setValue("forward");
+  a.routeAction.setValue(std::string_view("forward"));
   p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
   // " via" stands even when neither follows (an empty FEC): the line still says the route
   // forwards, through nothing the table can name.
@@ -275,7 +275,7 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
       rendr::Template("%s%s%s")};
   static const rendr::Template metricThenVias(" [%d/%u] ");
   static const rendr::Template metricAlone(" [%d/%u]");
-  const std::size_t codeLen = std::strlen(pcode(type));
+  const std::size_t codeLen = a.routeType.text().size();
   p.addAttributes(codes[std::min<std::size_t>(codeLen, 6)], 3, a.hardwareProgrammed.getArg(),
                   a.routeType.getArg(), a.kernelProgrammed.getArg());
   p.addText(line.prefix);
