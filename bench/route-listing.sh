@@ -19,16 +19,21 @@ rova=$build/cli/rova
 runs=${RUNS:-3}
 profiles=${PROFILE:-spine internet}
 
-# run ARGS...: the best of $runs runs with the output thrown away; sets wall (s), cpu (user +
-# system, s: steadier than the wall clock on a shared machine) and rss (KiB).
+# run ARGS...: the best of $runs runs with the output thrown away; sets wall (s, timed to the
+# microsecond around the run: /usr/bin/time reports only hundredths), cpu (user + system, s:
+# steadier than the wall clock on a shared machine) and rss (KiB).
 # With `quantify` in ARGS, one more run reads the program's own selection time (its printing
 # time is not used: that run's output goes through a pipe, which costs more than /dev/null, so
 # the table's "print" is the best run's wall less the load and the selection).
 run() {
   local best="" w r u s
   for _ in $(seq "$runs"); do
-    /usr/bin/time -f "%e %M %U %S" -o "$tmp/time" "$rova" --state "$state" "$@" > /dev/null
-    read -r w r u s < "$tmp/time"
+    local t0 t1
+    t0=$(date +%s%N)
+    /usr/bin/time -f "%M %U %S" -o "$tmp/time" "$rova" --state "$state" "$@" > /dev/null
+    t1=$(date +%s%N)
+    w=$(awk "BEGIN{printf \"%.4f\", ($t1 - $t0) / 1e9}")
+    read -r r u s < "$tmp/time"
     if [ -z "$best" ] || awk "BEGIN{exit !($w < $best)}"; then
       best=$w wall=$w rss=$r cpu=$(awk "BEGIN{print $u + $s}")
     fi
@@ -52,12 +57,12 @@ table() {
   # pages): a listing's memory stays under it. bench/route_sorter_bench measures what the
   # selection adds per route.
   printf '%-40s %8s %9s %9s %9s %9s %7s\n' command wall load select print 'peak MB' 'cpu s'
-  printf '%-40s %8.2f %9s %9s %9s %9.0f %7.2f\n' "show version (load only)" "$load" "$load" - - \
+  printf '%-40s %8.3f %9.3f %9s %9s %9.0f %7.2f\n' "show version (load only)" "$load" "$load" - - \
     "$((rss / 1024))" "$cpu"
   row "show ip route" show ip route quantify
   row "show ip route json" show ip route quantify json
-  row "show ipv6 route (wall - load)" show ipv6 route
-  row "show ipv6 route json (wall - load)" show ipv6 route json
+  row "show ipv6 route" show ipv6 route quantify
+  row "show ipv6 route json" show ipv6 route quantify json
   row "show ip route summary (wall - load)" show ip route summary
   closed
 }
@@ -89,10 +94,10 @@ row() {  # label ARGS...
   shift
   run "$@"
   if [ -n "$select" ]; then
-    printf '%-40s %8.2f %9.2f %9.3f %9.3f %9.0f %7.2f\n' "$label" "$wall" "$load" "$select" \
+    printf '%-40s %8.3f %9.3f %9.3f %9.3f %9.0f %7.2f\n' "$label" "$wall" "$load" "$select" \
       "$(awk "BEGIN{print $wall - $load - $select}")" "$((rss / 1024))" "$cpu"
   else
-    printf '%-40s %8.2f %9.2f %9s %9.3f %9.0f %7.2f\n' "$label" "$wall" "$load" - \
+    printf '%-40s %8.3f %9.3f %9s %9.3f %9.0f %7.2f\n' "$label" "$wall" "$load" - \
       "$(awk "BEGIN{print $wall - $load}")" "$((rss / 1024))" "$cpu"
   fi
 }
