@@ -129,7 +129,7 @@ typename RouteListing<Sorter>::FecRow& RouteListing<Sorter>::fecRow(Brine::Fib::
   FecRow facts;
   const Mox::Ptr<CachedFec>* cached = s_.fec().find(fecId);
   facts.fec = cached ? cached->get() : nullptr;
-  facts.printable = !cached || sorter::viasPrintable(s_, **cached);
+  facts.printable = sorter::fecPrintable(s_, cached);
   if constexpr (std::is_same_v<Sorter, Route6Sorter>) {
     facts.passesIntf = !s_.intf() || sorter::passesInterfaceFilter(s_, cached);
   }

@@ -90,7 +90,7 @@ class RouteListing {
 
   // What every row asks of its FEC, kept by FEC id: the same few facts for a million routes
   // over a few thousand FECs, read from one small table rather than from FEC objects spread
-  // over the heap (see sorter::FecFacts). The FEC cache does not change while a listing runs.
+  // over the heap (see sorter::PrintableFecs). The FEC cache does not change while a listing runs.
   struct FecRow {
     CachedFec* fec = nullptr;  // null: not in the cache
     bool printable = true;

@@ -127,8 +127,8 @@ std::uint32_t getFilteredRoutesCount(const Route6Sorter& s) {
     const FecVerdict* fec = verdicts.find(route.fecId);
     if (!fec) {
       const Mox::Ptr<CachedFec>* cached = s.fec().find(route.fecId);
-      verdicts.set(route.fecId, {!cached || sorter::viasPrintable(s, **cached),
-                                 sorter::passesInterfaceFilter(s, cached)});
+      verdicts.set(route.fecId,
+                   {sorter::fecPrintable(s, cached), sorter::passesInterfaceFilter(s, cached)});
       fec = verdicts.find(route.fecId);
     }
     n += isRouteFiltered(s, route, *fec);

@@ -143,35 +143,29 @@ bool isPrintable(const Route& route, bool fecPrintable) {
   return fecPrintable;
 }
 
-// Printability when the route's cached FEC was already looked up (null when it is not cached).
+// The same for a FEC looked up in the cache: one that is not there does not hold a route back.
 template <class Sorter>
-bool isPrintable(const Sorter& s, const typename Sorter::Family::Route& route,
-                 const Mox::Ptr<CachedFec>* fec) {
-  return isPrintable(route, !fec || viasPrintable(s, **fec));
+bool fecPrintable(const Sorter& s, const Mox::Ptr<CachedFec>* cached) {
+  return !cached || viasPrintable(s, **cached);
 }
 
 template <class Sorter>
 bool isPrintable(const Sorter& s, const typename Sorter::Family::Route& route) {
-  return isPrintable(s, route, s.fec().find(route.fecId));
+  return isPrintable(route, fecPrintable(s, s.fec().find(route.fecId)));
 }
 
-// What a walk over the whole table asks of a route's FEC, kept by FEC id: its cache entry and
-// whether it lets routes print. A million routes share a few thousand FECs, whose objects lie
-// all over the heap; reading each one's facts from one small table instead of the FEC itself
-// saves a cache miss or two per route. Valid while the FEC cache only grows (one selection).
-struct FecFacts {
-  CachedFec* fec = nullptr;  // null: not in the cache
-  bool printable = true;
-};
-
-class FecFactsMemo {
+// Whether each FEC a walk over the whole table meets lets its routes print, kept by FEC id. A
+// million routes share a few thousand FECs, whose objects lie all over the heap; reading the
+// answer from one small table instead of the FEC saves a cache miss or two per route. Valid
+// while the FEC cache only grows (one selection).
+class PrintableFecs {
  public:
-  // The FEC's facts, caching it (copyAdjacency) the first time it is asked for.
+  // Caches the FEC (copyAdjacency) the first time it is asked about.
   template <class Sorter>
-  const FecFacts& of(Sorter& s, Brine::Fib::FecId fecId);
+  bool printable(Sorter& s, Brine::Fib::FecId fecId);
 
  private:
-  Mox::FlatHashMap<Brine::Fib::FecId, FecFacts> facts_;
+  Mox::FlatHashMap<Brine::Fib::FecId, bool> printable_;
 };
 
 // `fecPrintable`: whether the route's FEC lets it print (see viasPrintable).
@@ -208,22 +202,20 @@ bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route, bool fecP
 // Taking a route: cache its FEC, then insert it unless the filter rejects it.
 template <class Sorter>
 bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route) {
-  const Mox::Ptr<CachedFec>* cached = copyAdjacency(s, route.fecId);
-  return takeRoute(s, route, !cached || viasPrintable(s, **cached));
+  return takeRoute(s, route, fecPrintable(s, copyAdjacency(s, route.fecId)));
 }
 
 template <class Sorter>
-bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route, FecFactsMemo& memo) {
-  return takeRoute(s, route, memo.of(s, route.fecId).printable);
+bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route, PrintableFecs& fecs) {
+  return takeRoute(s, route, fecs.printable(s, route.fecId));
 }
 
 template <class Sorter>
-const FecFacts& FecFactsMemo::of(Sorter& s, Brine::Fib::FecId fecId) {
-  if (const FecFacts* known = facts_.find(fecId)) return *known;
-  const Mox::Ptr<CachedFec>* cached = copyAdjacency(s, fecId);
-  facts_.set(fecId,
-             FecFacts{cached ? cached->get() : nullptr, !cached || viasPrintable(s, **cached)});
-  return *facts_.find(fecId);
+bool PrintableFecs::printable(Sorter& s, Brine::Fib::FecId fecId) {
+  if (const bool* known = printable_.find(fecId)) return *known;
+  const bool answer = fecPrintable(s, copyAdjacency(s, fecId));
+  printable_.set(fecId, answer);
+  return answer;
 }
 
 // Whether a route through this cached FEC (null: not cached) goes through the interface the
@@ -256,7 +248,7 @@ void filterPrefixes(Sorter& s) {
   if (want.isNullPrefix() || s.longerPrefixes()) {
     if (want.isNullPrefix() && s.protocol().empty()) s.sortedRouteMutable().reserve(table.size());
     YieldCounter yield;
-    FecFactsMemo fecs;
+    PrintableFecs fecs;
     for (auto it = table.begin(); it != table.end(); ++it) {
       const auto route = readRecord(table, it);
       if (want.isNullPrefix()) {

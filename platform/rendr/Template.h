@@ -32,8 +32,7 @@ class Template {
  public:
   explicit Template(std::string_view text);
 
-  // The template as it was given (up to a NUL, as a C string would end).
-  const std::string& text() const { return source_; }
+  // Whether it prints nothing (the text ends at a NUL, as a C string would).
   bool empty() const { return source_.empty(); }
 
  private:
