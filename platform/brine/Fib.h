@@ -21,6 +21,8 @@ namespace Brine {
 // An index into a FEC's vias, 0 to 511.
 class ViaIndex {
  public:
+  // The name the FIB knows it by (Brine::Fib::ViaIndex is this class).
+  static constexpr const char* kTypeName = "Brine::Fib::ViaIndex";
   static constexpr std::uint16_t min = 0;
   static constexpr std::uint16_t max = 511;
   static constexpr const char* kRangeMessage =

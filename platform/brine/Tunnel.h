@@ -60,6 +60,7 @@ class BgpLuTunnelTable : public Brine::Table<TunnelId, TunnelTableEntry> {
 };
 
 struct EvpnVxlanTunnelEntry {
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::EvpnVxlanTunnelEntry";
   Plexa::IntfId intfId;
   Plexa::IpGenAddr vtepAddr;
   Vxlan::VniOrNone vni;

@@ -24,6 +24,9 @@ enum class NexthopGroupType : std::uint8_t {
   ip = 4,
   mplsOverGre = 5,
 };
+constexpr const char* moxEnumTypeName(NexthopGroupType) {
+  return "Routing::NexthopGroup::NexthopGroupType";
+}
 const char* moxEnumName(NexthopGroupType t);
 bool moxEnumFromName(std::string_view name, NexthopGroupType& out);
 

@@ -86,4 +86,23 @@ TEST(RegistryCompleteness, TheConstructionRules) {
   }
 }
 
+// `show type` and the conversion errors name every type an entry mentions; one without a name
+// (an enumeration or record the registry was never told about) would read "unregistered".
+TEST(RegistryCompleteness, EveryTypeAnEntryMentionsHasAName) {
+  for (const auto& t : reg().types()) {
+    std::vector<std::string> mentioned;
+    for (const auto& in : t->constructorInputs)
+      mentioned.push_back(in.typeName);
+    for (const auto& a : t->attrs)
+      mentioned.insert(mentioned.end(), {a.typeName, a.keyType, a.valueType});
+    for (const auto& op : t->ops) {
+      mentioned.push_back(op.resultType);
+      for (const auto& p : op.params)
+        mentioned.push_back(p.typeName);
+    }
+    for (const std::string& name : mentioned)
+      EXPECT_NE(name, "unregistered") << t->name;
+  }
+}
+
 }  // namespace
