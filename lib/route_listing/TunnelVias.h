@@ -168,19 +168,29 @@ void updateTunSortedVia(const Mox::Ptr<CachedFec>& fec, const Sorter& s) {
 // followed into it, the inner tunnel's labels going on top of the outer ones, so each final
 // next hop shows the whole stack as it leaves the box, top label first. Eight levels at most:
 // a loop in the tables ends there instead of hanging the listing.
+//
+// The walk is bounded in width too. A tunnel has up to 64 vias, so a tree of tunnels (or a
+// loop, which multiplies its vias at every level) can name more next hops than fit in the
+// biggest FEC, up to 64^8; the walk keeps at most that FEC's 512 per tunnel via and takes at
+// most 4,096 steps, however many of them lead nowhere, so that one entry cannot hold up the
+// listing.
 template <class Sorter>
 void updateTunSortedViaHierarchy(const Mox::Ptr<CachedFec>& fec, const Sorter& s) {
   constexpr int kMaxDepth = 8;
+  constexpr std::size_t kMaxLeaves = Brine::Fib::Fec::kMaxVias;
+  constexpr std::size_t kMaxSteps = kMaxDepth * kMaxLeaves;
   struct Leaf {
     tunnel::MplsVia via;
     Plexa::MplsLabelOperation stack;
   };
   std::vector<Leaf> leaves;
+  std::size_t steps = 0;
   auto resolve = [&](auto& self, tunnel::TunnelId id, const Plexa::MplsLabelOperation& below,
                      int depth) -> void {
     const auto view = tunnel::lookupTunnel(s, id);
     if (!view) return;
     for (const auto& v : view->via) {
+      if (leaves.size() == kMaxLeaves || ++steps > kMaxSteps) return;
       Plexa::MplsLabelOperation stack(v.labelOp.empty() ? below.action() : v.labelOp.action(), {});
       for (std::size_t i = 0; i < v.labelOp.size(); ++i)
         stack.labelPush(v.labelOp.label(i));
@@ -202,6 +212,7 @@ void updateTunSortedViaHierarchy(const Mox::Ptr<CachedFec>& fec, const Sorter& s
     const auto view = tunnel::lookupTunnel(s, id);
     if (!view) continue;
     leaves.clear();
+    steps = 0;
     resolve(resolve, id, Plexa::MplsLabelOperation(), 0);
 
     CachedLspVia lsp;

@@ -77,21 +77,36 @@ TEST(TunnelVias, AMissingTunnelLeavesTheViaAlone) {
   EXPECT_FALSE(tunnel::hasTunnelVia(*cachedFecFactory(Brine::Fib::FecId(5))));
 }
 
-TEST(TunnelVias, ALoopInTheTablesEnds) {
-  State st;
+// A tunnel whose vias ride itself, `width` of them: followed eight levels down, it names
+// width^8 next hops.
+Mox::Ptr<CachedFec> loopOfWidth(State& st, int width) {
   Tunnel::TunnelTable::TunnelTableEntry a;
   a.tunnelId = Tunnel::TunnelTable::TunnelId(kTunnelA);
-  a.via.push(MplsVia{Plexa::IpGenAddr::fromString("10.0.0.100"),
-                     Plexa::DynamicTunnelIntfId::intfId(kTunnelA),
-                     Plexa::MplsLabelOperation::fromString("push 1")});
+  for (int i = 0; i < width; ++i) {
+    a.via.push(MplsVia{Plexa::IpGenAddr::fromString("10.0.0." + std::to_string(100 + i)),
+                       Plexa::DynamicTunnelIntfId::intfId(kTunnelA),
+                       Plexa::MplsLabelOperation::fromString("push 1")});
+  }
   st.ldp->recordIs(a);
   st.fec4(1, {{"", "", 1, Plexa::MplsLabel::kNoLabel, kTunnelA}});
   st.route4("10.9.0.0/16", RT4::iBgp, 1);
   auto s = st.sorter4();
   auto fec = s->fec(Brine::Fib::FecId(1));
   updateTunSortedViaHierarchy(fec, *s);
+  return fec;
+}
+
+TEST(TunnelVias, ALoopInTheTablesEndsEightLevelsDownAndAtTheBiggestFec) {
+  State st;
+  auto fec = loopOfWidth(st, 1);
   EXPECT_EQ(fec->lspVia(0).numEntries(), 1u);
   EXPECT_EQ(fec->lspVia(0).viaLabelStack(0).size(), 9u);
+  // 3^8 = 6,561 next hops: the first 512 are kept, each with its nine labels.
+  State wide;
+  fec = loopOfWidth(wide, 3);
+  ASSERT_EQ(fec->lspVia(0).numEntries(), 512u);
+  EXPECT_EQ(fec->lspVia(0).nexthopAddr(511).stringValue(), "10.0.0.101");  // 511 = ...1 in base 3
+  EXPECT_EQ(fec->lspVia(0).viaLabelStack(511).size(), 9u);
 }
 
 }  // namespace
