@@ -191,10 +191,12 @@ void updateTunSortedViaHierarchy(const Mox::Ptr<CachedFec>& fec, const Sorter& s
     if (!view) return;
     for (const auto& v : view->via) {
       if (leaves.size() == kMaxLeaves || ++steps > kMaxSteps) return;
+      // Each level's stack holds at most 12 labels, but the levels together may name more; the
+      // top 12, those the packet leaves with, are shown rather than failing the listing.
       Plexa::MplsLabelOperation stack(v.labelOp.empty() ? below.action() : v.labelOp.action(), {});
       for (std::size_t i = 0; i < v.labelOp.size(); ++i)
         stack.labelPush(v.labelOp.label(i));
-      for (std::size_t i = 0; i < below.size(); ++i)
+      for (std::size_t i = 0; i < below.size() && stack.size() < stack.kMaxLabels; ++i)
         stack.labelPush(below.label(i));
       if (tunnel::ridesTunnel(v) && depth < kMaxDepth) {
         self(self, tunnel::TunnelId(Plexa::DynamicTunnelIntfId::tunnelId(v.intfId)), stack,

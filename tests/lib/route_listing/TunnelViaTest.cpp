@@ -96,6 +96,27 @@ Mox::Ptr<CachedFec> loopOfWidth(State& st, int width) {
   return fec;
 }
 
+TEST(TunnelVias, LevelsTogetherShowTheirTopTwelveLabels) {
+  State st;
+  const std::uint64_t kTunnelB = (std::uint64_t(2) << 23) | 2;
+  Tunnel::TunnelTable::TunnelTableEntry outer, inner;
+  outer.tunnelId = Tunnel::TunnelTable::TunnelId(kTunnelA);
+  outer.via.push(MplsVia{Plexa::IpGenAddr::fromString("10.0.0.12"),
+                         Plexa::DynamicTunnelIntfId::intfId(kTunnelB),
+                         Plexa::MplsLabelOperation::fromString("push 8 9 10 11 12 13")});
+  inner.tunnelId = Tunnel::TunnelTable::TunnelId(kTunnelB);
+  inner.via.push(tv("10.1.1.2", "Ethernet1", "push 1 2 3 4 5 6 7"));
+  st.ldp->recordIs(outer);
+  st.ldp->recordIs(inner);
+  st.fec4(1, {{"", "", 1, Plexa::MplsLabel::kNoLabel, kTunnelA}});
+  st.route4("10.9.0.0/16", RT4::iBgp, 1);
+  auto s = st.sorter4();
+  auto fec = s->fec(Brine::Fib::FecId(1));
+  updateTunSortedViaHierarchy(fec, *s);
+  ASSERT_EQ(fec->lspVia(0).numEntries(), 1u);
+  EXPECT_EQ(fec->lspVia(0).viaLabelStack(0).stringValue(), "push 1 2 3 4 5 6 7 8 9 10 11 12");
+}
+
 TEST(TunnelVias, ALoopInTheTablesEndsEightLevelsDownAndAtTheBiggestFec) {
   State st;
   auto fec = loopOfWidth(st, 1);
