@@ -131,6 +131,11 @@ void JsonReader::failKey(od::field& field, const char* what, const std::string_v
   const std::string_view raw = rawKeyText(field.key());
   std::string_view key;
   if (field.unescaped_key().get(key) != simdjson::SUCCESS) key = raw;
+  failKeyText(key, what, keys, n);
+}
+
+void JsonReader::failKeyText(std::string_view key, const char* what, const std::string_view* keys,
+                             std::size_t n) {
   path_.push(key);
   std::string reason = std::string(what) + " " + quoted(key);
   if (n > 0) {
@@ -154,8 +159,20 @@ bool JsonReader::nextField(ObjectWalk& w, const std::string_view* keys, std::siz
   i = 0;
   while (i < n && !(key == keys[i]))
     ++i;
-  if (i == n) failKey(w.field, "unknown key", keys, n);
-  if (seen & bit(i)) failKey(w.field, "duplicate key", nullptr, 0);
+  if (i == n) {
+    // A key written with escapes ("pref\u0069x") is the same key as its plain spelling. Known
+    // keys are compared as written first: only a key that matched none is unescaped.
+    if (rawKeyText(key).find('\\') == std::string_view::npos)
+      failKey(w.field, "unknown key", keys, n);
+    std::string_view text;
+    if (w.field.unescaped_key().get(text) != simdjson::SUCCESS)
+      failKeyText(rawKeyText(key), "unknown key", keys, n);
+    i = 0;
+    while (i < n && text != keys[i])
+      ++i;
+    if (i == n) failKeyText(text, "unknown key", keys, n);
+  }
+  if (seen & bit(i)) failKeyText(keys[i], "duplicate key", nullptr, 0);
   seen |= bit(i);
   path_.push(keys[i]);
   return true;

@@ -137,6 +137,8 @@ class JsonReader {
   bool nextEntry(ObjectWalk& w, std::vector<std::string>& seen, std::string_view& key);
   bool nextElement(ArrayWalk& w);
 
+  [[noreturn]] void failKeyText(std::string_view key, const char* what,
+                                const std::string_view* keys, std::size_t n);
   [[noreturn]] void failKey(od::field& field, const char* what, const std::string_view* keys,
                             std::size_t n);
   [[noreturn]] void failMissing(const std::string_view* keys, std::size_t n, std::uint64_t missing);

@@ -127,7 +127,8 @@ void Loader::counterRows(od::value& v, FlexCounters::CounterTable& table) {
     r_.fields(r_.object(e), keys, bit(0), [&](unsigned k, od::value& f) {
       switch (k) {
         case 0:
-          row.counterKey.counterIndex = std::uint32_t(r_.number(f, kU32Max));
+          // 4294967295 is "no counter", which no key can name: a row there is refused too.
+          row.counterKey.counterIndex = std::uint32_t(r_.number(f, kU32Max - 1));
           break;
         case 1:
           row.counterKey.chipMask = std::uint32_t(r_.number(f, kU32Max));

@@ -223,7 +223,8 @@ typename Fam::Via Loader::fecVia(od::value& v) {
   });
   if ((seen & bit(kViaInterface)) && (seen & bit(kViaTunnel)))
     r_.fail("a via names an interface or a tunnel, not both");
-  if (!(seen & (bit(kViaNexthop) | bit(kViaInterface) | bit(kViaTunnel))))
+  // A zero next hop is no next hop (see staticVia).
+  if (via.hop.isZero() && !(seen & (bit(kViaInterface) | bit(kViaTunnel))))
     r_.fail("a via needs a nexthop, an interface or a tunnel");
   return via;
 }

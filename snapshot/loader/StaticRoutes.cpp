@@ -161,7 +161,13 @@ Routing::Via Loader::staticVia(od::value& v, bool& trackBfd, std::string& name) 
             break;
         }
       });
-  const bool hasHop = seen & bit(kSvNexthop), hasVtep = seen & bit(kSvVtep);
+  // A zero address is no address, as everywhere in the state ("0.0.0.0" or "::" is the
+  // same as leaving the key out), so a via that has nothing else is refused here rather than
+  // saved as an empty via the next load would refuse.
+  if (via.hop().isZero()) via.hopIs(Plexa::IpGenAddr());
+  if (via.vtepAddr().isZero()) via.vtepAddrIs(Plexa::IpGenAddr());
+  const bool hasHop = bool(via.hop());
+  const bool hasVtep = bool(via.vtepAddr());
   if (hasHop && hasVtep) r_.fail("a via has a nexthop or a vtep, not both");
   if (!hasHop && !hasVtep && !(seen & bit(kSvInterface)))
     r_.fail("a via needs a nexthop, an interface or a vtep");

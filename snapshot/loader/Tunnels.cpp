@@ -116,7 +116,9 @@ Tunnel::TunnelTable::TunnelViaArray Loader::tunnelVias(od::value& v) {
     });
     if ((seen & bit(1)) && (seen & bit(2)))
       r_.fail("a tunnel via names an interface or a tunnel, not both");
-    if (!(seen & (bit(0) | bit(1) | bit(2))))
+    // A zero next hop is no next hop (see staticVia).
+    if (via.nexthop.isZero()) via.nexthop = Plexa::IpGenAddr();
+    if (!via.nexthop && !(seen & (bit(1) | bit(2))))
       r_.fail("a tunnel via needs a nexthop, an interface or a tunnel");
     vias.push(via);
   });

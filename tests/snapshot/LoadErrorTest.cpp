@@ -63,6 +63,11 @@ TEST(LoadError, UnknownKeysAreRefusedWithTheKeysThatAreKnown) {
   json doc = minimal();
   doc["hostnme"] = "x";
   EXPECT_EQ(refusal(doc).substr(0, 34), "$.hostnme: unknown key \"hostnme\" (");
+  // A known key written with escapes is that key, repeated or not.
+  EXPECT_EQ(refusal(R"({"ver\u0073ion": 1, "vrfs": {"default": {"ipv4": {"rout\u0065s": []}}}})"),
+            "loaded");
+  EXPECT_EQ(refusal(R"({"version": 1, "ver\u0073ion": 1, "vrfs": {}})"),
+            "$.version: duplicate key \"version\"");
 }
 
 TEST(LoadError, WrongTypesMissingAndRepeatedKeysAreRefused) {
@@ -244,6 +249,31 @@ TEST(LoadError, ShapesThatMeanNothingAreRefused) {
   EXPECT_EQ(refusal(doc),
             "$.vrfs.default.staticRoutes[0]: a nexthopGroup route needs "
             "\"nexthopGroup\"");
+  // A zero address is no address: it cannot be a via's only next hop, and beside an interface
+  // it is the same via as the interface alone (what the writer gives back).
+  for (const json& zero : {json{{"nexthop", "0.0.0.0"}, {"label", 5}}, json{{"nexthop", "::"}},
+                           json{{"vtep", "0.0.0.0"}, {"vni", 1}}}) {
+    doc["vrfs"]["default"]["staticRoutes"] = {{{"prefix", "10.0.0.0/8"}, {"vias", {zero}}}};
+    EXPECT_EQ(refusal(doc).substr(0, 40), "$.vrfs.default.staticRoutes[0].vias[0]: ") << zero;
+  }
+  doc["vrfs"]["default"]["staticRoutes"] = {
+      {{"prefix", "10.0.0.0/8"},
+       {"vias",
+        {{{"nexthop", "0.0.0.0"}, {"interface", "Ethernet1"}}, {{"interface", "Ethernet1"}}}}}};
+  EXPECT_EQ(refusal(doc), "$.vrfs.default.staticRoutes[0].vias[1]: duplicate via");
+  EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"vias", {{{"nexthop", "0.0.0.0"}}}}}})),
+            "$.vrfs.default.ipv4.fecs[0].vias[0]: a via needs a nexthop, an interface or a tunnel");
+  doc = minimal();
+  doc["tunnels"]["fib"] = {{{"tunnel", "ldp:1"}, {"vias", {{{"nexthop", "::"}}}}}};
+  EXPECT_EQ(refusal(doc),
+            "$.tunnels.fib[0].vias[0]: a tunnel via needs a nexthop, an interface "
+            "or a tunnel");
+  // 4294967295 is "no counter": no key names it, and no row may sit there.
+  doc = minimal();
+  doc["flexCounters"]["counters"] = {{{"index", 4294967295u}}};
+  EXPECT_EQ(refusal(doc),
+            "$.flexCounters.counters[0].index: expected a whole number from 0 to "
+            "4294967294, found 4294967295");
 }
 
 // A damaged file is refused like any bad document: a path and a message, never a crash (the
