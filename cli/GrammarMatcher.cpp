@@ -36,10 +36,6 @@ const std::string& Grammar::incomplete() {
 
 MatchResult Grammar::match(std::span<const std::string> words) const {
   Format format = Format::text;
-  if (!words.empty() && isJson(words.back())) {
-    format = Format::json;
-    words = words.first(words.size() - 1);
-  }
   MatchResult result;
   if (words.empty()) {
     result.error = incomplete();

@@ -220,7 +220,7 @@ TEST_F(RouteGrammar, EmptyWordIsInvalid) {
 // ---- The output format ----
 
 // "json" may come anywhere the command could already end, and the command go on after it;
-// where an argument is expected it is the argument, and the last word is always the format.
+// where an argument is expected it is the argument, the last word too.
 TEST_F(RouteGrammar, JsonMayComeWhereverTheCommandCouldEnd) {
   for (const char* line :
        {"show ip route json detail", "show ip route json vrf red detail",
@@ -237,10 +237,10 @@ TEST_F(RouteGrammar, JsonMayComeWhereverTheCommandCouldEnd) {
   std::vector<std::string> words = cli::splitWords("show ip route vrf json detail");
   EXPECT_EQ(g.match(words).match->format(), cli::Format::text);
   EXPECT_EQ(g.match(words).match->formatNumber(), 1);
-  EXPECT_EQ(parse(g, "show ip route vrf json"), "% Incomplete command");
+  EXPECT_EQ(parse(g, "show ip route vrf json"), "show ip route vrf NAME=json");
+  words = cli::splitWords("show ip route vrf json");
+  EXPECT_EQ(g.match(words).match->format(), cli::Format::text);
   EXPECT_EQ(parse(g, "show ip route vrf json json"), "show ip route vrf NAME=json");
-  EXPECT_EQ(parse(g, "json"), "% Incomplete command");
-  EXPECT_EQ(parse(g, "show json"), "% Incomplete command");
 }
 
 // Where no command can end yet, the refusal says where json goes.
@@ -249,6 +249,8 @@ TEST_F(RouteGrammar, MisplacedJsonIsRefusedWithWhereItGoes) {
   EXPECT_EQ(where.rfind("% Invalid input at 'json': it goes after the command's keywords", 0), 0u);
   EXPECT_EQ(parse(g, "show ip json route"), where);
   EXPECT_EQ(parse(g, "json show ip route"), where);
+  EXPECT_EQ(parse(g, "show json"), where);
+  EXPECT_EQ(parse(g, "json"), where);
   EXPECT_EQ(complete(g, "show json", "").error, where);
 }
 
