@@ -392,8 +392,14 @@ std::string readAll(int fd) {
 std::vector<std::string> commandWords(const std::string& line, bool& json) {
   std::vector<std::string> words = cli::splitWords(line);
   if (words.empty()) throw Mox::RangeException("no command given");
-  if (json && !cli::Grammar::asksForJson(words)) words.push_back("json");
-  json = cli::Grammar::asksForJson(words);
+  // The format is what the grammar makes of the words ("vrf json" names a VRF); a line it
+  // refuses is answered by the rule for refusals, in JSON when any word is json.
+  auto asksForJson = [&] {
+    const cli::MatchResult r = grammar().match(words);
+    return r.match ? r.match->format() == cli::Format::json : cli::Grammar::asksForJson(words);
+  };
+  if (json && !asksForJson()) words.push_back("json");
+  json = asksForJson();
   return words;
 }
 

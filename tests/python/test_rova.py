@@ -365,6 +365,7 @@ def test_run_gives_what_the_program_writes(state, command):
 
 @pytest.mark.skipif(not PROGRAM, reason="ROVA_PROGRAM not set")
 @pytest.mark.parametrize("command,status", [("show ip route vrf nope", 1),
+                                            ("show ip route vrf json", 1),
                                             ("show ip rout foo", 2),
                                             ("check rd red 100:2", 1)])
 def test_failed_commands_raise_the_programs_message(state, command, status):
