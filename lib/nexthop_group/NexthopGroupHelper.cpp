@@ -147,7 +147,8 @@ class GroupPrinter {
     a_.size.setValue(Routing::NexthopGroup::getNhgSize(group, limit_));
     a_.ttl.setValue(group.ttl());
     a_.source.setValue(group.source() ? group.source().stringValue() : std::string());
-    a_.programmed.setValue(h_.programmed(id));
+    const bool inHardware = h_.programmed(name);
+    a_.programmed.setValue(inHardware);
     p_.addAttributes("  Id %llu, ", 1, a_.id.getArg());
     p_.addFrills("type %s, ", nhgTypeText(group.type()));
     p_.addAttributesJson(1, a_.type.getArg());
@@ -155,7 +156,7 @@ class GroupPrinter {
     p_.addFrills("source %s\n", group.source() ? group.source().stringValue().c_str() : "none");
     p_.addAttributesJson(2, a_.source.getArg(), a_.programmed.getArg());
     p_.addFrills("  Programmed in hardware of VRF %s: %s\n", h_.vrfName().stringValue().c_str(),
-                 h_.programmed(id) ? "yes" : "no");
+                 inHardware ? "yes" : "no");
     printEntries();
     p_.endDictEntry();
     if (p_.fullness() > 66) p_.ioflush();
@@ -249,10 +250,12 @@ std::uint64_t NexthopGroupHelper::nexthopGroupId(const Mox::String8& name) const
   return nhgEntryStatus()->lookup(NexthopGroup::NexthopGroupEntryKey(name.view())).nhgId;
 }
 
-bool NexthopGroupHelper::programmed(std::uint64_t nhgId) const {
-  if (nhgId == 0 || !nhgHwStatus()) return false;
+bool NexthopGroupHelper::programmed(const Mox::String8& name) const {
+  if (!nhgEntryStatus() || !nhgHwStatus()) return false;
+  const NexthopGroup::NexthopGroupEntryKey key(name.view());
+  if (!nhgEntryStatus()->contains(key)) return false;
   const auto* vrf = nhgHwStatus()->vrf().find(vrfName());
-  return vrf && *vrf && (*vrf)->nexthopGroup().contains(nhgId);
+  return vrf && *vrf && (*vrf)->nexthopGroup().contains(nhgEntryStatus()->lookup(key).nhgId);
 }
 
 void NexthopGroupHelper::processNexthopVias() {

@@ -58,10 +58,11 @@ class NexthopGroupHelper : public Mox::Entity {
   // snapshot. Returns how many entries had a counter to clear.
   std::uint32_t clearCounters();
 
-  // The group's id from the entry-status table; 0 (no group has it) when it has no record.
+  // The group's id from the entry-status table; 0 when it has no record (0 is also an id).
   std::uint64_t nexthopGroupId(const Mox::String8& name) const;
-  // Whether the VRF's hardware holds the group with this id.
-  bool programmed(std::uint64_t nhgId) const;
+  // Whether the VRF's hardware holds the group. One without an entry-status record has no
+  // id, and so nothing in hardware.
+  bool programmed(const Mox::String8& name) const;
 };
 
 Mox::Ptr<NexthopGroupHelper> nexthopGroupHelperFactory(

@@ -50,13 +50,12 @@ void NexthopGroupSummaryHelper::processNexthopGroups() {
     if (!group) continue;
     nhgPerTypeInc(group->type(), 1);
     nhgPerSizeInc(getNhgSize(*group, limit), 1);
-    // A group without an entry-status record has no id, and so nothing programmed; the
-    // table's empty record says id 0, which no programmed group has.
-    NexthopGroup::EntryStatusRecord status;
-    if (nhgEntryStatus())
-      status = nhgEntryStatus()->lookup(NexthopGroup::NexthopGroupEntryKey(name.view()));
+    // A group without an entry-status record has no id, and so nothing programmed; one whose
+    // id is 0 is looked up like any other.
+    const NexthopGroup::NexthopGroupEntryKey key(name.view());
     const bool inHardware =
-        programmed && status.nhgId != 0 && programmed->nexthopGroup().contains(status.nhgId);
+        programmed && nhgEntryStatus() && nhgEntryStatus()->contains(key) &&
+        programmed->nexthopGroup().contains(nhgEntryStatus()->lookup(key).nhgId);
     if (!inHardware) nhgUnprogrammedCountIs(nhgUnprogrammedCount() + 1);
   }
 }

@@ -423,7 +423,6 @@ void buildNexthopGroupIdToName(Sorter& s) {
   const auto& table = *s.nhEntryStatus();
   for (auto it = table.begin(); it != table.end(); ++it) {
     const auto record = readRecord(table, it);
-    if (record.nhgId == 0) continue;
     s.cachedNexthopGroupIdToNameIs(record.nhgId, Mox::String8(record.entryKey.name.view()));
   }
 }

@@ -64,6 +64,16 @@ TEST(NexthopGroupSummary, UnprogrammedIsPerVrfAndAGroupWithoutIdIsUnprogrammed) 
   auto blue = summaryOf(s, "blue");
   blue->processNexthopGroups();
   EXPECT_EQ(blue->nhgUnprogrammedCount(), 3u);
+
+  // A group whose id is 0 has a record, and the hardware's 0 is its own.
+  s.group("Z", 0, T::gre, 2, 2, {});
+  NexthopGroup::EntryStatusRecord zero;
+  zero.entryKey = NexthopGroup::NexthopGroupEntryKey("Z");
+  s.ids->recordIs(zero);
+  auto withZero = summaryOf(s);
+  withZero->processNexthopGroups();
+  EXPECT_EQ(withZero->nhgCount(), 4u);
+  EXPECT_EQ(withZero->nhgUnprogrammedCount(), 1u);  // C alone
 }
 
 // Types are listed by code (the golden files show every known one); a code the table does not
