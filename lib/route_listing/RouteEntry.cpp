@@ -194,12 +194,23 @@ void printConnectedLayout(const RouteLine& line, rendr::Printer& p, RouteAttrs& 
   p.addFrills("\n");
 }
 
+// " [preference/metric]", with the blank that leads to the first via when there is one. The
+// templates are the same on every line, so they are read once.
+void printPreferenceAndMetric(const RouteLine& line, bool vias, rendr::Printer& p, RouteAttrs& a) {
+  static const rendr::Template metricThenVias(" [%d/%u] ");
+  static const rendr::Template metricAlone(" [%d/%u]");
+  a.preference.setValue(line.preference);
+  a.metric.setValue(line.metric);
+  p.addAttributes(vias ? metricThenVias : metricAlone, 2, a.preference.getArg(), a.metric.getArg());
+}
+
 // A route through the FEC's entries, one via per line after the first.
 void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFec& fec,
                     rendr::Printer& p, RouteAttrs& a) {
   a.directlyConnected.setValue(false);
   a.routeAction.setValue(std::string_view("forward"));
   p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
+  printPreferenceAndMetric(line, true, p, a);
   // The vias after the first line up under it: column 8, the address and length, and the
   // " [preference/metric] " that the first line carries.
   const std::size_t indentLen = 8 + prefixLen + 2 +
@@ -229,11 +240,10 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
     a.viaBlocks.add(&fec, *bytes, shape);
 }
 
-// No vias of its own: a nexthop group or an SR-TE policy forwards it.
+// No vias of its own: a nexthop group or an SR-TE policy forwards it. Such an entry says
+// neither how it is connected nor what it does with the traffic, only what carries it.
 void printGroupOrPolicyLayout(const RouteLine& line, rendr::Printer& p, RouteAttrs& a) {
-  a.directlyConnected.setValue(false);
-  a.routeAction.setValue(std::string_view("forward"));
-  p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
+  printPreferenceAndMetric(line, false, p, a);
   // " via" stands even when neither follows (an empty FEC): the line still says the route
   // forwards, through nothing the table can name.
   p.addFrills(" via");
@@ -266,25 +276,17 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
   a.routeType.setValue(type);
   a.kernelProgrammed.setValue(line.kernelProgrammed);
   // The marks and the code, then blanks to column 8, where the prefix always starts (codes
-  // are one to four characters), then the preference and metric where the line has them.
-  // The templates are the same on every line, so they are read once.
+  // are one to four characters). The templates are the same on every line, so they are read
+  // once.
   static const rendr::Template codes[] = {
       rendr::Template("%s%s%s      "), rendr::Template("%s%s%s     "),
       rendr::Template("%s%s%s    "),   rendr::Template("%s%s%s   "),
       rendr::Template("%s%s%s  "),     rendr::Template("%s%s%s "),
       rendr::Template("%s%s%s")};
-  static const rendr::Template metricThenVias(" [%d/%u] ");
-  static const rendr::Template metricAlone(" [%d/%u]");
   const std::size_t codeLen = a.routeType.text().size();
   p.addAttributes(codes[std::min<std::size_t>(codeLen, 6)], 3, a.hardwareProgrammed.getArg(),
                   a.routeType.getArg(), a.kernelProgrammed.getArg());
   p.addText(line.prefix);
-  if (!line.drop && !line.connected) {
-    a.preference.setValue(line.preference);
-    a.metric.setValue(line.metric);
-    p.addAttributes(line.entries > 0 ? metricThenVias : metricAlone, 2, a.preference.getArg(),
-                    a.metric.getArg());
-  }
 
   if (line.drop) {
     printDropLayout(p, a);
