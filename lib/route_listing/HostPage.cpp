@@ -83,7 +83,7 @@ void formatHostRoutes(Sorter& s, std::uint32_t format, rendr::Printer& p) {
         const bool cpu = (*fec)->hostToCpu(static_cast<std::uint16_t>(i));
         toCpu.setValue(cpu);
         p.addAttributes(cpu ? " to cpu" : "", 1, toCpu.getArg());
-        if (!via.intfId().isEmpty() && !cpu) {
+        if (!via.intfId().isEmpty()) {
           interface.setValue(via.intfId().stringValue());
           p.addAttributes(" on %s", 1, interface.getArg());
         }

@@ -1,6 +1,6 @@
-// Route printing where the golden listings cannot reach: a nexthop group without a name, an
-// interrupt between the host listing and the route listing, and the kernel's marks on a table
-// of many refusals that changes under the listing.
+// Route printing where the golden listings cannot reach: a nexthop group without a name, a
+// host route to the CPU, an interrupt between the host listing and the route listing, and the
+// kernel's marks on a table of many refusals that changes under the listing.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -29,6 +29,21 @@ TEST(RoutePage, NexthopGroupWithoutANameAndAMissingFec) {
   st.route4("10.70.0.0/24", RT4::nexthopGroupStaticRoute, nhg.value());
   EXPECT_NE(printed(*st.sorter4()).find(" NG     10.70.0.0/24 [0/0] via NexthopGroupUnknown, 9\n"),
             std::string::npos);
+}
+
+// A via to the CPU says so, and still names its interface like any other via.
+TEST(HostPage, AViaToTheCpuNamesItsInterface) {
+  State st;
+  st.fec4(1, {{"10.1.1.5", "Cpu"}});
+  st.fec4(2, {{"10.1.1.16", "Ethernet1"}, {"10.1.1.16", "Cpu"}});
+  st.route4("10.1.1.17/32", RT4::eBgp, 1);
+  st.route4("10.1.1.16/32", RT4::eBgp, 2);
+  const std::string out = printed(*st.sorter4({.host = true}));
+  EXPECT_NE(out.find(" F  10.1.1.16/32 via 10.1.1.16 to cpu on Cpu\n"
+                     "                 via 10.1.1.16 on Ethernet1\n"
+                     " F  10.1.1.17/32 via 10.1.1.5 to cpu on Cpu\n"),
+            std::string::npos)
+      << out;
 }
 
 TEST(Interrupt, HostListingGivesWayToTheRouteListing) {
