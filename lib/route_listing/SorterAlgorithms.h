@@ -351,10 +351,9 @@ inline void buildAddrToIntfId(RouteSorter& s) {
   if (!s.ipStatus()) return;
   for (const auto& [intfId, status] : s.ipStatus()->ipIntfStatus()) {
     if (!status || !inListedVrf(s, intfId)) continue;
-    // An interface without a primary address has 0.0.0.0/0 there: not an address of its own.
-    if (!status->activeAddrWithMask().address().isZero()) {
-      s.addrToIntfIdIs(status->activeAddrWithMask(), intfId);
-    }
+    // An interface without a primary address has 0.0.0.0/0 there, which is recorded like
+    // any primary: the default route is then the subnet of such an interface.
+    s.addrToIntfIdIs(status->activeAddrWithMask(), intfId);
     for (const auto& secondary : status->activeSecondaryWithMask()) {
       s.addrToIntfIdIs(secondary, intfId);
     }

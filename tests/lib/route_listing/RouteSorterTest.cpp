@@ -67,6 +67,10 @@ TEST(Filter, ReceiveRoutesOnlyForTheVrfsOwnAddresses) {
   // Hidden in the default VRF: the address belongs to an interface of VRF red.
   EXPECT_EQ(selected(*st.sorter4({.prefix = "5.5.5.5/32"})), Strings{});
   EXPECT_EQ(selected(*st.sorter4({.prefix = "5.5.5.5/32", .vrf = "red"})), (Strings{"5.5.5.5/32"}));
+  // An interface without a primary address holds 0.0.0.0/0 like a primary of its own.
+  st.intf("Ethernet6", "default", "0.0.0.0/0");
+  st.route4("0.0.0.0/0", RT4::receive, 2);
+  EXPECT_EQ(selected(*st.sorter4({.prefix = "0.0.0.0/0"})), (Strings{"0.0.0.0/0"}));
 }
 
 TEST(Filter, MartianAttachedInvalidAndPrintability) {
