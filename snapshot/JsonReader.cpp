@@ -279,17 +279,17 @@ bool JsonReader::boolean(od::value& v) {
   return b;
 }
 
-std::uint64_t JsonReader::number(od::value& v, std::uint64_t max) {
+std::uint64_t JsonReader::number(od::value& v, std::uint64_t max, std::uint64_t min) {
   const od::json_type t = typeOf(*this, v);
   if (t != od::json_type::number) fail(std::string("expected a number, found ") + typeName(t));
   std::uint64_t n;
-  if (v.get_uint64().get(n) != simdjson::SUCCESS || n > max) {
+  if (v.get_uint64().get(n) != simdjson::SUCCESS || n > max || n < min) {
     std::string_view token = v.raw_json_token();
     while (!token.empty() && (token.back() == ' ' || token.back() == '\n' || token.back() == '\r' ||
                               token.back() == '\t'))
       token.remove_suffix(1);
-    fail("expected a whole number from 0 to " + std::to_string(max) + ", found " +
-         std::string(token));
+    fail("expected a whole number from " + std::to_string(min) + " to " + std::to_string(max) +
+         ", found " + std::string(token));
   }
   return n;
 }

@@ -77,7 +77,8 @@ class JsonReader {
   std::string_view string(od::value& v);
   bool boolean(od::value& v);
   // A whole number from 0 to `max`.
-  std::uint64_t number(od::value& v, std::uint64_t max);
+  // A whole number from min to max; the refusal says the range.
+  std::uint64_t number(od::value& v, std::uint64_t max, std::uint64_t min = 0);
   bool isNull(od::value& v);
   bool isString(od::value& v);
   // The number of elements, counted ahead so that tables can be sized once.

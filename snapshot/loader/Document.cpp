@@ -150,8 +150,7 @@ void Loader::staticRouteDefaults(od::value& v) {
   static constexpr Keys<3> keys = {"preference", "tag", "name"};
   r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
     if (k == 0) {
-      const auto preference = r_.number(f, 255);
-      if (preference < 1) r_.fail("a preference is 1 to 255");
+      const auto preference = r_.number(f, 255, 1);
       staticDefaults_->preferenceIs(Routing::RoutePreference(preference));
     } else if (k == 1) {
       staticDefaults_->tagIs(std::uint32_t(r_.number(f, kU32Max)));

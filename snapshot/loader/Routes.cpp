@@ -206,8 +206,7 @@ typename Fam::Via Loader::fecVia(od::value& v) {
         via.intfId = intf(f);
         break;
       case kViaWeight:
-        via.weight = std::uint16_t(r_.number(f, 65535));
-        if (via.weight == 0) r_.fail("a via's weight is at least 1");
+        via.weight = std::uint16_t(r_.number(f, 65535, 1));
         break;
       case kViaLabel:
         via.labelValue = label(f).value();

@@ -81,6 +81,9 @@ TEST(LoadError, WrongTypesMissingAndRepeatedKeysAreRefused) {
             "$.vrfs.default: duplicate key \"default\"");
   EXPECT_EQ(refusal(R"({"version": 1, "vrfs": {"default": {"id": -1}}})"),
             "$.vrfs.default.id: expected a whole number from 0 to 4294967294, found -1");
+  EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"vias", {{{"interface", "Cpu"}, {"weight", 0}}}}}})),
+            "$.vrfs.default.ipv4.fecs[0].vias[0].weight: expected a whole number from 1 to 65535, "
+            "found 0");
   EXPECT_EQ(refusal(R"({"vrfs": {"default": {}}})"), "$: missing required key \"version\"");
   EXPECT_EQ(refusal(R"({"version": 2, "vrfs": {"default": {}}})"),
             "$.version: unsupported version 2 (this program reads 1)");
