@@ -152,17 +152,22 @@ struct PyCursor {
   py::object owner;  // the rova.Value whose collection this walks
   std::unique_ptr<Rova::CollectionCursor> cursor;
   bool started = false;
+  // The entry given last is gone: the cursor already stands on the one after it, which the
+  // caller has not seen and must not delete.
+  bool deleted = false;
 
   py::tuple next() {
     if (started) cursor->next();
     started = true;
+    deleted = false;
     if (!cursor->valid()) throw py::stop_iteration();
     return py::make_tuple(toPy(cursor->key()), toPy(cursor->value()));
   }
   void deleteCurrent() {
-    if (!started || !cursor->valid())
+    if (!started || deleted || !cursor->valid())
       throw Mox::RangeException("no current entry to delete: call next() first");
     cursor->deleteCurrent();
+    deleted = true;
   }
 };
 

@@ -207,6 +207,7 @@ def ex_nexthop_group_counter_helper(s):
 
 def ex_nexthop_group_cli_counter_interface(s):
     base = rova.construct("Rova::NexthopGroupCliCounterInterface")
+    assert str(base) == "Value('Rova::NexthopGroupCliCounterInterface', ** {})"
     with pytest.raises(rova.InternalError):
         base.getCounters(rova.construct("Rova::CounterIndex", counterIndex=1, chipMask=1))
 
@@ -505,6 +506,15 @@ def test_delete_current_on_every_collection_kind(state):
         assert [k for k, _ in getattr(owner, name)] == [k for k in before if not pick(k)], kind
     with pytest.raises(rova.RangeError, match="no current entry"):
         iter(sm.routeCountByType).delete_current()
+    # The entry after a deleted one has not been given yet: it cannot be deleted in its place.
+    keys = [k for k, _ in r.sortedRoute]
+    it = iter(r.sortedRoute)
+    next(it)
+    it.delete_current()
+    with pytest.raises(rova.RangeError, match="no current entry"):
+        it.delete_current()
+    assert next(it)[0] == keys[1]
+    assert [k for k, _ in r.sortedRoute] == keys[1:]
 
 
 def test_the_documented_example_runs(capsys):
