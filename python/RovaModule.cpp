@@ -67,6 +67,14 @@ struct PyValue {
 
 py::object toPy(const Value& v);
 
+// Text the library gives may hold bytes that are not UTF-8 (a value's text form can carry any);
+// Python gets U+FFFD in their place, as the JSON output shows them, not a decoding error.
+py::str pyText(const std::string& s) {
+  PyObject* text = PyUnicode_DecodeUTF8(s.data(), static_cast<Py_ssize_t>(s.size()), "replace");
+  if (!text) throw py::error_already_set();
+  return py::reinterpret_steal<py::str>(text);
+}
+
 Value fromPy(py::handle h) {
   if (h.is_none()) return Value();
   if (PyBool_Check(h.ptr())) return Value(h.cast<bool>());
@@ -106,7 +114,7 @@ py::object toPy(const Value& v) {
           if (!x) return py::none();
           return py::cast(PyValue{v});
         } else {
-          return py::str(v.displayText());
+          return pyText(v.displayText());
         }
       },
       v.variant());
@@ -409,7 +417,7 @@ std::vector<std::string> commandWords(const std::string& line, bool& json) {
 }
 
 py::object document(const std::string& out, bool json) {
-  if (!json) return py::str(out);
+  if (!json) return pyText(out);
   return py::module_::import("json").attr("loads")(out);
 }
 
@@ -445,7 +453,7 @@ py::object runCommand(const PyState& s, const std::string& line, bool json) {
   ::close(out);
   ::close(err);
   if (status != cli::kStatusOk) {
-    py::object output = py::str(text);
+    py::object output = pyText(text);
     if (json) {
       try {
         output = document(text, true);
@@ -494,7 +502,7 @@ class LineStream {
         std::string line = buffer_.substr(0, nl);
         buffer_.erase(0, nl + 1);
         scanned_ = 0;
-        return py::str(line);
+        return pyText(line);
       }
       scanned_ = buffer_.size();
       if (read_ < 0 || !fill()) break;
@@ -502,7 +510,7 @@ class LineStream {
     if (!buffer_.empty()) {
       std::string rest;
       rest.swap(buffer_);
-      return py::str(rest);
+      return pyText(rest);
     }
     finish();
     throw py::stop_iteration();
@@ -618,8 +626,8 @@ PYBIND11_MODULE(rova, m) {
       .def("__getattr__", &getAttr)
       .def("__setattr__", &setAttr)
       .def("__dir__", &dirOf)
-      .def("__str__", [](const PyValue& v) { return reg().text(v.v); })
-      .def("__repr__", [](const PyValue& v) { return reg().text(v.v); })
+      .def("__str__", [](const PyValue& v) { return pyText(reg().text(v.v)); })
+      .def("__repr__", [](const PyValue& v) { return pyText(reg().text(v.v)); })
       .def("__eq__",
            [](const PyValue& a, py::handle b) {
              return py::isinstance<PyValue>(b) && a.v == b.cast<const PyValue&>().v;

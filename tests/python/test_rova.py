@@ -342,6 +342,13 @@ def test_a_record_by_path_or_from_the_state(state):
 # ---- text form ----
 
 
+def test_text_that_is_not_utf8_reads_with_replacement_characters():
+    v = rova.Value.parse("Value('Rova::AddressQueryResult', ** {'acceptable': True, "
+                         "'msg': '\\xff\\xc3'})")
+    assert v.msg == "\ufffd\ufffd"
+    assert "\ufffd" in str(v)
+
+
 def test_text_refusals_name_the_attribute():
     with pytest.raises(rova.RangeError, match="counterIndex"):
         rova.Value.parse("Value('Rova::CounterIndex', ** {'counterIndex': x, 'chipMask': 1})")
