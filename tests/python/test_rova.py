@@ -146,6 +146,19 @@ def ex_cached_fec(s):
     assert [(via.hop, via.intfId) for via, _ in fec.via] == [("10.2.3.10", "Ethernet3")]
     made = rova.construct("Rova::CachedFec", fecId=fec.fecId)
     assert made.fecId == fec.fecId
+    # Printing's own operations: a via, the per-entry columns, the facts.
+    via = next(v for v, _ in fec.via)
+    assert made.newVia(via, True) and not made.newVia(via, True)
+    assert made.newLabel(0, "3000")
+    made.labelIs(0, "16")
+    made.nexthopAddrIs(1, "10.2.3.10")
+    made.numEntriesIs(2)
+    assert ([str(v.hop) for v, _ in made.via], [(k, str(v)) for k, v in made.label],
+            [k for k, _ in made.nexthopAddr], made.numEntries) == (["10.2.3.10"], [(0, "16")],
+                                                                    [1], 2)
+    assert made.labelDel(0) and not made.labelDel(0)
+    made.viaDelAll()
+    assert list(made.via) == []
 
 
 def summary(s, v6, vrf):
