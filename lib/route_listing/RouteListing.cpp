@@ -130,9 +130,6 @@ typename RouteListing<Sorter>::FecRow& RouteListing<Sorter>::fecRow(Brine::Fib::
   const Mox::Ptr<CachedFec>* cached = s_.fec().find(fecId);
   facts.fec = cached ? cached->get() : nullptr;
   facts.printable = sorter::fecPrintable(s_, cached);
-  if constexpr (std::is_same_v<Sorter, Route6Sorter>) {
-    facts.passesIntf = !s_.intf() || sorter::passesInterfaceFilter(s_, cached);
-  }
   fecRows_.set(fecId, facts);
   return *fecRows_.findMutable(fecId);
 }
@@ -142,9 +139,8 @@ bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
   FecRow& facts = fecRow(route.fecId);
   if (!sorter::isPrintable(route, facts.printable) || !protocolMatch(route, s_.protocol()))
     return false;
-  // The interface filter reads the routes the count leaves out, and the listing shows what it
-  // counts.
-  if (!facts.passesIntf) return false;
+  // The IPv6 interface filter narrows the page's count line, not the rows: every selected
+  // route that prints without it prints with it.
   row.type = route.routeType;
   row.fecId = route.fecId;
   row.fec = facts.fec;

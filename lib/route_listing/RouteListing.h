@@ -94,7 +94,6 @@ class RouteListing {
   struct FecRow {
     CachedFec* fec = nullptr;  // null: not in the cache
     bool printable = true;
-    bool passesIntf = true;  // the IPv6 interface filter
     bool prepared = false;   // the columns are filled, and the facts below with them
     bool evpn = false;       // a via into an EVPN tunnel: the route is never connected
     std::int32_t entries = 0;
