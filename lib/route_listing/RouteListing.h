@@ -94,8 +94,8 @@ class RouteListing {
   struct FecRow {
     CachedFec* fec = nullptr;  // null: not in the cache
     bool printable = true;
-    bool prepared = false;   // the columns are filled, and the facts below with them
-    bool evpn = false;       // a via into an EVPN tunnel: the route is never connected
+    bool prepared = false;  // the columns are filled, and the facts below with them
+    bool evpn = false;      // a via into an EVPN tunnel: the route is never connected
     std::int32_t entries = 0;
     const Mox::String8* hoplessIntf = nullptr;  // a first via's interface, with no next hop
   };

@@ -77,6 +77,16 @@ TEST(TunnelVias, AMissingTunnelLeavesTheViaAlone) {
   EXPECT_FALSE(tunnel::hasTunnelVia(*cachedFecFactory(Brine::Fib::FecId(5))));
 }
 
+// A route over a FEC whose one via goes into tunnel A, resolved as tunnels on tunnels.
+Mox::Ptr<CachedFec> resolvedOverTunnels(State& st) {
+  st.fec4(1, {{"", "", 1, Plexa::MplsLabel::kNoLabel, kTunnelA}});
+  st.route4("10.9.0.0/16", RT4::iBgp, 1);
+  auto s = st.sorter4();
+  auto fec = s->fec(Brine::Fib::FecId(1));
+  updateTunSortedViaHierarchy(fec, *s);
+  return fec;
+}
+
 // A tunnel whose vias ride itself, `width` of them: followed eight levels down, it names
 // width^8 next hops.
 Mox::Ptr<CachedFec> loopOfWidth(State& st, int width) {
@@ -88,12 +98,7 @@ Mox::Ptr<CachedFec> loopOfWidth(State& st, int width) {
                        Plexa::MplsLabelOperation::fromString("push 1")});
   }
   st.ldp->recordIs(a);
-  st.fec4(1, {{"", "", 1, Plexa::MplsLabel::kNoLabel, kTunnelA}});
-  st.route4("10.9.0.0/16", RT4::iBgp, 1);
-  auto s = st.sorter4();
-  auto fec = s->fec(Brine::Fib::FecId(1));
-  updateTunSortedViaHierarchy(fec, *s);
-  return fec;
+  return resolvedOverTunnels(st);
 }
 
 TEST(TunnelVias, LevelsTogetherShowTheirTopTwelveLabels) {
@@ -108,11 +113,7 @@ TEST(TunnelVias, LevelsTogetherShowTheirTopTwelveLabels) {
   inner.via.push(tv("10.1.1.2", "Ethernet1", "push 1 2 3 4 5 6 7"));
   st.ldp->recordIs(outer);
   st.ldp->recordIs(inner);
-  st.fec4(1, {{"", "", 1, Plexa::MplsLabel::kNoLabel, kTunnelA}});
-  st.route4("10.9.0.0/16", RT4::iBgp, 1);
-  auto s = st.sorter4();
-  auto fec = s->fec(Brine::Fib::FecId(1));
-  updateTunSortedViaHierarchy(fec, *s);
+  auto fec = resolvedOverTunnels(st);
   ASSERT_EQ(fec->lspVia(0).numEntries(), 1u);
   EXPECT_EQ(fec->lspVia(0).viaLabelStack(0).stringValue(), "push 1 2 3 4 5 6 7 8 9 10 11 12");
 }
