@@ -95,13 +95,11 @@ void StaticRoutesRibCommon::print(const RovaConsts& rovaConsts) {
     for (auto it = routes.begin(); it != routes.end(); ++it) {
       const Routing::Route* route = it->second.get();
       const std::string prefixText = route->prefix().stringValue();
-      // Routes of one prefix at several preferences are adjacent in key order; they share the
-      // prefix's entry, so that no JSON key is repeated.
-      if (it == routes.begin() || std::prev(it)->first.prefix() != it->first.prefix()) {
-        a.prefix.setValue(prefixText);
-        p.startDictEntry(a.prefix);
-        p.startDict("preference");
-      }
+      // Each route is an entry of its own, keyed by its prefix: routes of one prefix at several
+      // preferences repeat the prefix's key, each with its one preference inside.
+      a.prefix.setValue(prefixText);
+      p.startDictEntry(a.prefix);
+      p.startDict("preference");
       a.preference.setValue(route->preference());
       p.startDictEntry(a.preference);
 
@@ -170,10 +168,8 @@ void StaticRoutesRibCommon::print(const RovaConsts& rovaConsts) {
       }
       p.addFrills("\n");
       p.endDictEntry();
-      if (std::next(it) == routes.end() || std::next(it)->first.prefix() != it->first.prefix()) {
-        p.endDict();
-        p.endDictEntry();
-      }
+      p.endDict();
+      p.endDictEntry();
     }
     p.endDict();
   } catch (const std::exception& e) {
