@@ -136,8 +136,10 @@ int readRouteLine(const Match& m, bool v6, RouteLine& line, const Context& c) {
     hostBits = !(a.subnet().address() == a.address());
   }
   if (hostBits) {
-    return refuse(c, "Invalid input at '" + prefixWord + "': host bits are set; the prefix is " +
-                         line.prefix.stringValue());
+    return refuse(c,
+                  "Invalid input at '" + prefixWord + "': host bits are set; the prefix is " +
+                      line.prefix.stringValue(),
+                  kStatusUsage);
   }
 
   const Defaults d = staticDefaults();
@@ -207,6 +209,12 @@ int addRoute(const Match& m, const Context& c, bool v6) {
 
   const Routing::RouteKey key(line.prefix, line.preference);
   Mox::Ptr<Routing::Route> route = config->route(key);
+  // An agent's route is not configuration: a line neither joins nor replaces it.
+  if (route && route->dynamic()) {
+    return refuse(c, "A dynamic static route holds " + line.prefix.stringValue() +
+                         " at preference " + std::to_string(line.preference) +
+                         "; configure another preference");
+  }
   // A via joins the forward route at its preference; any other line replaces what is there.
   if (!route || line.type != Routing::RouteType::forward ||
       route->routeType() != Routing::RouteType::forward) {
@@ -234,21 +242,32 @@ int addRoute(const Match& m, const Context& c, bool v6) {
   return kStatusOk;
 }
 
-// `no ip route PREFIX` removes every route of the prefix; with a via, that via of the route at
-// the line's preference (the route goes with its last via); with Null0 or Nexthop-Group, the
-// route of that kind at the preference. Removing what is not there is no error.
+// `no ip route PREFIX` removes every configured route of the prefix, and with a preference the
+// one at that preference; with a via, that via of the route at the line's preference (the route
+// goes with its last via); with Null0 or Nexthop-Group, the route of that kind at the
+// preference. Removing what is not there is no error; an agent's (dynamic) route is not
+// configuration, and stays.
 int removeRoute(const Match& m, const Context& c, bool v6) {
   RouteLine line;
   if (int s = readRouteLine(m, v6, line, c); s >= 0) return s;
   auto config = routeConfig(line);
   if (!config) return kStatusOk;
-  const bool wholePrefix = line.type == Routing::RouteType::forward && !line.hasVia;
+  const bool wholePrefix =
+      line.type == Routing::RouteType::forward && !line.hasVia && !m.has("PREF");
   if (wholePrefix) {
     for (auto it = config->routeIterator(); it; ++it) {
-      if (it.key().prefix() == line.prefix) config->routeDel(it);
+      if (it.key().prefix() == line.prefix && !it.value()->dynamic()) config->routeDel(it);
     }
   } else if (auto route = config->route(Routing::RouteKey(line.prefix, line.preference))) {
-    if (route->routeType() != line.type) return kStatusOk;
+    if (route->dynamic()) return kStatusOk;
+    // A preference without a via names the route at that preference, whatever its kind.
+    const bool wholeRoute = line.type == Routing::RouteType::forward && !line.hasVia;
+    if (!wholeRoute && route->routeType() != line.type) return kStatusOk;
+    if (wholeRoute) {
+      config->routeDel(route->key());
+      state().changed();
+      return kStatusOk;
+    }
     if (line.type == Routing::RouteType::forward) {
       const auto same = [&](const Routing::Via& v) {
         return v.hop() == line.via.hop() && v.intfId() == line.via.intfId() &&

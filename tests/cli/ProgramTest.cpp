@@ -401,6 +401,21 @@ TEST_F(StateFile, RunningConfigLinesPasteBack) {
   EXPECT_EQ(staticRoutes(), lines);
 }
 
+// `no ip route PREFIX PREF` removes the route at that preference alone, and an agent's
+// (dynamic) route is not configuration: no line removes it.
+TEST_F(StateFile, RemovingRoutesLeavesOtherPreferencesAndTheAgentsRoutes) {
+  clitest::Captured r = session(
+      "configure\nip route 10.77.0.0/16 Null0 50\nip route 10.77.0.0/16 10.1.1.9 60\n"
+      "no ip route 10.77.0.0/16 50\nno ip route 10.12.0.0/16\nend\nwrite\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  const std::string lines = staticRoutes();
+  EXPECT_EQ(lines.find("10.77.0.0/16 Null0"), std::string::npos) << lines;
+  EXPECT_NE(lines.find("ip route 10.77.0.0/16 10.1.1.9 60\n"), std::string::npos) << lines;
+  EXPECT_NE(
+      runRova({"--state", file_, "show", "static-routes", "dynamic"}).out.find("10.12.0.0/16"),
+      std::string::npos);
+}
+
 TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
   const std::string before = contents();
   const char* const refusals[][2] = {
@@ -414,6 +429,9 @@ TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
       {"ip route 10.5.0.0/16 10.1.1.0\n",
        "% Next hop 10.1.1.0 is an address of this router in VRF default\n"},
       {"ip route vrf nope 10.0.0.0/8 Null0\n", "% VRF 'nope' does not exist\n"},
+      {"ip route 10.12.0.0/16 Ethernet1 10.1.1.9\n",
+       "% A dynamic static route holds 10.12.0.0/16 at preference 1; configure another "
+       "preference\n"},
       {"ip route 10.0.0.0/8 10.1.1.9 bogus\n", "% Invalid input at 'bogus'\n"},
   };
   for (const auto& [lines, message] : refusals) {
