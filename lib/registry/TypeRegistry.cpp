@@ -1,6 +1,8 @@
 #include "lib/registry/TypeRegistry.h"
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "platform/mox/Exception.h"
 
@@ -108,11 +110,34 @@ Value TypeRegistry::construct(std::string_view name, std::initializer_list<Named
 
 Value TypeRegistry::constructNamed(std::string_view name, std::span<const NamedValue> args) const {
   const TypeEntry& t = type(name);
-  if (t.constructNamed) return t.constructNamed(t, args);
-  if (!t.construct) throw Mox::RangeException(t.name + " cannot be constructed");
-  if (!args.empty())
-    throw Mox::RangeException(t.name + " has no constructor input '" + args.front().name + "'");
-  return t.construct(t, {});
+  // An input the constructor does not take (one the object is given after it is built, as the
+  // VRF of a nexthop-group summary) may be named too: it is written once the object exists.
+  std::vector<NamedValue> taken;
+  std::vector<const NamedValue*> later;
+  for (const NamedValue& a : args) {
+    const bool constructorTakes =
+        std::any_of(t.constructorInputs.begin(), t.constructorInputs.end(),
+                    [&](const Param& p) { return p.name == a.name; });
+    const AttrEntry* attr = constructorTakes ? nullptr : t.attr(a.name);
+    if (attr && Mox::isInput(attr->kind) && attr->writable) {
+      later.push_back(&a);
+    } else {
+      taken.push_back(a);
+    }
+  }
+  const std::span<const NamedValue> inputs(taken);
+  Value obj;
+  if (t.constructNamed) {
+    obj = t.constructNamed(t, inputs);
+  } else {
+    if (!t.construct) throw Mox::RangeException(t.name + " cannot be constructed");
+    if (!inputs.empty())
+      throw Mox::RangeException(t.name + " has no constructor input '" + inputs.front().name + "'");
+    obj = t.construct(t, {});
+  }
+  for (const NamedValue* a : later)
+    attributeIs(obj, a->name, a->value);
+  return obj;
 }
 
 Value TypeRegistry::attribute(const Value& obj, std::string_view name) const {

@@ -286,6 +286,13 @@ def test_type_info_matches_show_type(state):
         assert rova.type_info(name) == rova.run(state, f"show type {name}", json=True)
 
 
+def test_inputs_the_constructor_does_not_take_are_written_after_it(state):
+    assert str(state.construct("Rova::NexthopGroupSummaryHelper", vrfName="red").vrfName) == "red"
+    assert rova.construct("Rova::NexthopGroupCounterHelper", counterEnabled=True).counterEnabled
+    with pytest.raises(rova.RangeError, match="has no constructor input 'bogus'"):
+        rova.construct("Rova::NexthopGroupCounterHelper", bogus=1)
+
+
 def test_type_info_of_a_factory_built_type():
     fec = {a["name"]: a for a in rova.type_info("Rova::CachedFec")["attributes"]}
     assert fec["via"]["kind"] == "collection" and fec["via"]["keyType"] != ""
