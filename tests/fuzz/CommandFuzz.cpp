@@ -47,6 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // One command per input; the first line only, as the shell would read it.
   const std::vector<std::string> words = cli::splitWords(line.substr(0, line.find('\n')));
   const cli::MatchResult match = program.grammar.match(words);
+  // `write FILE` saves the state to any path the input names: a fuzzer must not leave files
+  // behind, nor replace one of the machine's. Its refusals are the loader's and the shell's,
+  // tested there.
+  if (match.match && match.match->flag("write")) return 0;
   const bool json =
       match.match ? match.match->format() == cli::Format::json : cli::Grammar::asksForJson(words);
   const int status =
