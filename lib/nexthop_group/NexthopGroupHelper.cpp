@@ -251,11 +251,9 @@ std::uint64_t NexthopGroupHelper::nexthopGroupId(const Mox::String8& name) const
 }
 
 bool NexthopGroupHelper::programmed(const Mox::String8& name) const {
-  if (!nhgEntryStatus() || !nhgHwStatus()) return false;
-  const NexthopGroup::NexthopGroupEntryKey key(name.view());
-  if (!nhgEntryStatus()->contains(key)) return false;
+  if (!nhgHwStatus()) return false;
   const auto* vrf = nhgHwStatus()->vrf().find(vrfName());
-  return vrf && *vrf && (*vrf)->nexthopGroup().contains(nhgEntryStatus()->lookup(key).nhgId);
+  return vrf && nhgProgrammed(nhgEntryStatus().get(), vrf->get(), name);
 }
 
 void NexthopGroupHelper::processNexthopVias() {

@@ -50,14 +50,16 @@ void NexthopGroupSummaryHelper::processNexthopGroups() {
     if (!group) continue;
     nhgPerTypeInc(group->type(), 1);
     nhgPerSizeInc(getNhgSize(*group, limit), 1);
-    // A group without an entry-status record has no id, and so nothing programmed; one whose
-    // id is 0 is looked up like any other.
-    const NexthopGroup::NexthopGroupEntryKey key(name.view());
-    const bool inHardware =
-        programmed && nhgEntryStatus() && nhgEntryStatus()->contains(key) &&
-        programmed->nexthopGroup().contains(nhgEntryStatus()->lookup(key).nhgId);
-    if (!inHardware) nhgUnprogrammedCountIs(nhgUnprogrammedCount() + 1);
+    if (!nhgProgrammed(nhgEntryStatus().get(), programmed.get(), name))
+      nhgUnprogrammedCountIs(nhgUnprogrammedCount() + 1);
   }
+}
+
+bool nhgProgrammed(const NexthopGroup::EntryStatus* ids,
+                   const Routing::Hardware::VrfNexthopGroupStatus* vrf, const Mox::String8& name) {
+  if (!ids || !vrf) return false;
+  const NexthopGroup::NexthopGroupEntryKey key(name.view());
+  return ids->contains(key) && vrf->nexthopGroup().contains(ids->lookup(key).nhgId);
 }
 
 namespace {

@@ -61,4 +61,10 @@ class NexthopGroupSummaryHelper : public Mox::Entity {
 // The name a group type shows under in the summary's text table.
 const char* nhgTypeText(Routing::NexthopGroup::NexthopGroupType type);
 
+// Whether a VRF's hardware collection (null: the VRF has none) holds the group named `name`.
+// A group without an entry-status record has no id, and so nothing programmed; one whose id
+// is 0 is looked up like any other. The summary and the listing both ask it.
+bool nhgProgrammed(const NexthopGroup::EntryStatus* ids,
+                   const Routing::Hardware::VrfNexthopGroupStatus* vrf, const Mox::String8& name);
+
 }  // namespace Rova
