@@ -161,6 +161,11 @@ class Grammar {
   static Format formatOf(std::span<const std::string> words) {
     return asksForJson(words) ? Format::json : Format::text;
   }
+  // The format a matched line asks for is its match's ("vrf json" names a VRF); a refused
+  // line's is the rule above.
+  static Format formatOf(const MatchResult& r, std::span<const std::string> words) {
+    return r.match ? r.match->format() : formatOf(words);
+  }
 
  private:
   std::string keywordHelp(const Row& row, const std::string& keyword) const;

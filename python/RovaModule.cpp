@@ -405,11 +405,8 @@ std::string readAll(int fd) {
 std::vector<std::string> commandWords(const std::string& line, bool& json) {
   std::vector<std::string> words = cli::splitWords(line);
   if (words.empty()) throw Mox::RangeException("no command given");
-  // The format is what the grammar makes of the words ("vrf json" names a VRF); a line it
-  // refuses is answered by the rule for refusals, in JSON when any word is json.
   auto asksForJson = [&] {
-    const cli::MatchResult r = grammar().match(words);
-    return r.match ? r.match->format() == cli::Format::json : cli::Grammar::asksForJson(words);
+    return cli::Grammar::formatOf(grammar().match(words), words) == cli::Format::json;
   };
   if (json && !asksForJson()) words.push_back("json");
   json = asksForJson();

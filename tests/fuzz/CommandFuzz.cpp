@@ -51,8 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // behind, nor replace one of the machine's. Its refusals are the loader's and the shell's,
   // tested there.
   if (match.match && match.match->flag("write")) return 0;
-  const bool json =
-      match.match ? match.match->format() == cli::Format::json : cli::Grammar::asksForJson(words);
+  const bool json = cli::Grammar::formatOf(match, words) == cli::Format::json;
   const int status =
       cli::runCommand(program.grammar, words, cli::Context{program.out.fd(), program.err.fd()});
   const std::string out = program.out.take();
