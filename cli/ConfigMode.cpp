@@ -252,23 +252,16 @@ int removeRoute(const Match& m, const Context& c, bool v6) {
   if (int s = readRouteLine(m, v6, line, c); s >= 0) return s;
   auto config = routeConfig(line);
   if (!config) return kStatusOk;
-  const bool wholePrefix =
-      line.type == Routing::RouteType::forward && !line.hasVia && !m.has("PREF");
-  if (wholePrefix) {
+  // A line without a via names whole routes: every one of the prefix, or with a preference the
+  // one at that preference, whatever its kind.
+  const bool wholeRoute = line.type == Routing::RouteType::forward && !line.hasVia;
+  if (wholeRoute && !m.has("PREF")) {
     for (auto it = config->routeIterator(); it; ++it) {
       if (it.key().prefix() == line.prefix && !it.value()->dynamic()) config->routeDel(it);
     }
   } else if (auto route = config->route(Routing::RouteKey(line.prefix, line.preference))) {
-    if (route->dynamic()) return kStatusOk;
-    // A preference without a via names the route at that preference, whatever its kind.
-    const bool wholeRoute = line.type == Routing::RouteType::forward && !line.hasVia;
-    if (!wholeRoute && route->routeType() != line.type) return kStatusOk;
-    if (wholeRoute) {
-      config->routeDel(route->key());
-      state().changed();
-      return kStatusOk;
-    }
-    if (line.type == Routing::RouteType::forward) {
+    if (route->dynamic() || (!wholeRoute && route->routeType() != line.type)) return kStatusOk;
+    if (!wholeRoute && line.type == Routing::RouteType::forward) {
       const auto same = [&](const Routing::Via& v) {
         return v.hop() == line.via.hop() && v.intfId() == line.via.intfId() &&
                v.vtepAddr() == line.via.vtepAddr();
