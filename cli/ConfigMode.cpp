@@ -191,6 +191,21 @@ bool ownAddress(const RouteLine& line) {
   return registry().call(checker, "check", args).get<bool>();
 }
 
+// The line as a route of its own, which is how the static route editor takes it.
+Value lineRoute(const RouteLine& line) {
+  auto route = Mox::makePtr<Routing::Route>(Routing::RouteKey(line.prefix, line.preference));
+  route->routeTypeIs(line.type);
+  route->tagIs(line.tag);
+  if (line.type == Routing::RouteType::drop) route->dropNextHopNameIs(line.name);
+  if (line.type == Routing::RouteType::nexthopGroup) route->nexthopGroupNameIs(line.group);
+  if (line.hasVia) {
+    route->viaIs(line.via, true);
+    if (line.trackBfd) route->viaTrackBfdIs(line.via, true);
+    if (!line.name.empty()) route->viaNextHopNameIs(line.via, line.name);
+  }
+  return Rova::toValue(route);
+}
+
 int addRoute(const Match& m, const Context& c, bool v6) {
   RouteLine line;
   if (int s = readRouteLine(m, v6, line, c); s >= 0) return s;
@@ -206,223 +221,65 @@ int addRoute(const Match& m, const Context& c, bool v6) {
   }
   auto config = routeConfig(line);
   if (!config) return refuse(c, "VRF '" + line.vrf + "' has no routing configuration");
-
-  const Routing::RouteKey key(line.prefix, line.preference);
-  Mox::Ptr<Routing::Route> route = config->route(key);
-  // An agent's route is not configuration: a line neither joins nor replaces it.
-  if (route && route->dynamic()) {
-    return refuse(c, "A dynamic static route holds " + line.prefix.stringValue() +
-                         " at preference " + std::to_string(line.preference) +
-                         "; configure another preference");
-  }
-  // A via joins the forward route at its preference; any other line replaces what is there.
-  if (!route || line.type != Routing::RouteType::forward ||
-      route->routeType() != Routing::RouteType::forward) {
-    route = Mox::makePtr<Routing::Route>(key);
-    route->routeTypeIs(line.type);
-  }
-  route->tagIs(line.tag);
-  if (line.type == Routing::RouteType::drop) route->dropNextHopNameIs(line.name);
-  if (line.type == Routing::RouteType::nexthopGroup) route->nexthopGroupNameIs(line.group);
-  if (line.type == Routing::RouteType::forward) {
-    route->viaIs(line.via, true);
-    if (line.trackBfd) {
-      route->viaTrackBfdIs(line.via, true);
-    } else {
-      route->viaTrackBfdDel(line.via);
-    }
-    if (line.name.empty()) {
-      route->viaNextHopNameDel(line.via);
-    } else {
-      route->viaNextHopNameIs(line.via, line.name);
-    }
-  }
-  config->routeIs(key, route);
+  Value editor = registry().construct("Rova::StaticRouteEditor", {});
+  const Value args[] = {Rova::toValue(config), lineRoute(line)};
+  const std::string refusal = registry().call(editor, "addRoute", args).displayText();
+  if (!refusal.empty()) return refuse(c, refusal);
   state().changed();
   return kStatusOk;
 }
 
 // `no ip route PREFIX` removes every configured route of the prefix, and with a preference the
-// one at that preference; with a via, that via of the route at the line's preference (the route
-// goes with its last via); with Null0 or Nexthop-Group, the route of that kind at the
-// preference. Removing what is not there is no error; an agent's (dynamic) route is not
-// configuration, and stays.
+// one at that preference; the editor says what the other lines remove.
 int removeRoute(const Match& m, const Context& c, bool v6) {
   RouteLine line;
   if (int s = readRouteLine(m, v6, line, c); s >= 0) return s;
   auto config = routeConfig(line);
   if (!config) return kStatusOk;
-  // A line without a via names whole routes: every one of the prefix, or with a preference the
-  // one at that preference, whatever its kind.
-  const bool wholeRoute = line.type == Routing::RouteType::forward && !line.hasVia;
-  if (wholeRoute && !m.has("PREF")) {
-    for (auto it = config->routeIterator(); it; ++it) {
-      if (it.key().prefix() == line.prefix && !it.value()->dynamic()) config->routeDel(it);
-    }
-  } else if (auto route = config->route(Routing::RouteKey(line.prefix, line.preference))) {
-    if (route->dynamic() || (!wholeRoute && route->routeType() != line.type)) return kStatusOk;
-    if (!wholeRoute && line.type == Routing::RouteType::forward) {
-      const auto same = [&](const Routing::Via& v) {
-        return v.hop() == line.via.hop() && v.intfId() == line.via.intfId() &&
-               v.vtepAddr() == line.via.vtepAddr();
-      };
-      for (auto via = route->viaIterator(); via; ++via) {
-        if (!same(via.key())) continue;
-        route->viaTrackBfdDel(via.key());
-        route->viaNextHopNameDel(via.key());
-        route->viaDel(via);
-      }
-      if (route->vias() != 0) {
-        state().changed();
-        return kStatusOk;
-      }
-    }
-    config->routeDel(route->key());
-  }
-  state().changed();
+  Value editor = registry().construct("Rova::StaticRouteEditor", {});
+  const Value args[] = {Rova::toValue(config), lineRoute(line), Value(!m.has("PREF"))};
+  if (registry().call(editor, "removeRoute", args).get<bool>()) state().changed();
   return kStatusOk;
 }
 
 // ---- interface addresses ----
 
-L3::VrfName intfVrf(const Plexa::IntfId& id) {
-  auto all = state().entities().find<Interface::AllIntfConfigDir>(paths::kIntfConfig);
-  const auto* config = all ? all->intfConfig().find(id) : nullptr;
-  return config && *config ? (*config)->vrf() : L3::VrfName::defaultVrf();
+// Both families' address lines go through one editor, which checks the address and keeps the
+// interface's IP status in step with its configuration.
+Value addressEditor() {
+  return registry().construct("Rova::IntfAddressEditor",
+                              {{"ipConfig", state().at(paths::kIpConfig)},
+                               {"ipStatus", state().at(paths::kIpStatus)},
+                               {"ip6Config", state().at(paths::kIp6Config)},
+                               {"ip6Status", state().at(paths::kIp6Status)},
+                               {"allIntfConfig", state().at(paths::kIntfConfig)},
+                               {"mgmtPrefix", Value(kMgmtPrefix)}});
 }
 
-// The status records mirror the configuration, as a loaded state's do.
-void syncIpStatus(const Ip::IpIntfConfig& config) {
-  auto status = writable<Ip::Status>(paths::kIpStatus);
-  if (!status) return;
-  auto st = Mox::makePtr<Ip::IpIntfStatus>(config.intfId());
-  st->activeAddrWithMaskIs(config.addrWithMask());
-  if (!config.virtualAddrWithMask().address().isZero())
-    st->activeSecondaryWithMaskIs(config.virtualAddrWithMask(), true);
-  for (const auto& a : config.secondaryWithMask())
-    st->activeSecondaryWithMaskIs(a, true);
-  for (const auto& a : config.virtualSecondaryWithMask())
-    st->activeSecondaryWithMaskIs(a, true);
-  status->ipIntfStatusIs(config.intfId(), st);
-}
-
-void syncIp6Status(const Ip6::IntfConfig& config) {
-  auto status = writable<Ip6::Status>(paths::kIp6Status);
-  if (!status) return;
-  auto st = Mox::makePtr<Ip6::IntfStatus>(config.intfId());
-  for (const auto& entry : config.addr())
-    st->addrIs(entry.first, true);
-  status->intfIs(config.intfId(), st);
-}
-
-int ipAddress(const Match& m, const Context& c) {
-  const bool secondary = m.flag("secondary");
-  const std::string addr = m.value("A.B.C.D/LEN");
-  // A new primary may change the mask of the one it replaces; a secondary may be entered
-  // again, but not with another mask, and never equal to the primary.
-  const Value params = registry().construct(
-      "Rova::AddressQueryParams",
-      {{"ipConfig", state().at(paths::kIpConfig)},
-       {"intfName", Value(session.intf.c_str())},
-       {"mgmtPrefix", Value(kMgmtPrefix)},
-       {"primaryMatch", Value(secondary ? "allowNoMatch" : "allowAddressMatch")},
-       {"secondaryMatch", Value(secondary ? "allowExactMatch" : "allowNoMatch")},
-       {"addrWithMask", Value(addr.c_str())}});
-  Value checker = registry().construct("Rova::AddressAssignmentChecker", {});
-  const Value args[] = {params};
-  const Value result = registry().call(checker, "check", args);
-  if (!registry().attribute(result, "acceptable").get<bool>())
-    return refuse(c, registry().attribute(result, "msg").displayText());
-
-  auto ip = writable<Ip::Config>(paths::kIpConfig);
-  if (!ip) return refuse(c, "The state has no IP configuration");
-  const Plexa::IntfId id(session.intf);
-  Mox::Ptr<Ip::IpIntfConfig> config = ip->intfConfig(id);
-  if (!config) {
-    config = Mox::makePtr<Ip::IpIntfConfig>(id);
-    config->vrfIs(intfVrf(id));
-    ip->intfConfigIs(id, config);
-  }
-  const auto value = Plexa::IpAddrWithMask::fromString(addr);
-  if (secondary) {
-    config->secondaryWithMaskIs(value, true);
-  } else {
-    config->addrWithMaskIs(value);
-  }
-  syncIpStatus(*config);
+// `ip address ADDR [secondary]`, `ipv6 address ADDR`: `key` is the address's placeholder.
+int address(const Match& m, const Context& c, const char* key) {
+  Value editor = addressEditor();
+  const Value args[] = {Value(Plexa::IntfId(session.intf)), Value(m.value(key).c_str()),
+                        Value(m.flag("secondary"))};
+  const std::string refusal = registry().call(editor, "addAddress", args).displayText();
+  if (!refusal.empty()) return refuse(c, refusal);
   state().changed();
   return kStatusOk;
 }
 
-int noIpAddress(const Match& m, const Context& c) {
-  auto ip = writable<Ip::Config>(paths::kIpConfig);
-  const Plexa::IntfId id(session.intf);
-  Mox::Ptr<Ip::IpIntfConfig> config = ip ? ip->intfConfig(id) : nullptr;
-  if (!m.has("A.B.C.D/LEN")) {
-    if (!config) return kStatusOk;
-    config->addrWithMaskIs({});
-    config->secondaryWithMaskDelAll();
-  } else {
-    const std::string addr = m.value("A.B.C.D/LEN");
-    const auto value = Plexa::IpAddrWithMask::fromString(addr);
-    const bool assigned =
-        config && (m.flag("secondary") ? config->secondaryWithMask().contains(value)
-                                       : config->addrWithMask() == value);
-    if (!assigned)
-      return refuse(c, "Address " + addr + " is not assigned to interface " + session.intf);
-    if (m.flag("secondary")) {
-      config->secondaryWithMaskDel(value);
-    } else {
-      config->addrWithMaskIs({});
-    }
+// `no ip address [ADDR [secondary]]`, `no ipv6 address [ADDR]`: one address, or every one of
+// the family.
+int noAddress(const Match& m, const Context& c, const char* key, bool v6) {
+  Value editor = addressEditor();
+  const Value intf(Plexa::IntfId(session.intf));
+  if (!m.has(key)) {
+    const Value args[] = {intf, Value(v6)};
+    if (registry().call(editor, "removeAddresses", args).get<bool>()) state().changed();
+    return kStatusOk;
   }
-  syncIpStatus(*config);
-  state().changed();
-  return kStatusOk;
-}
-
-int ipv6Address(const Match& m, const Context& c) {
-  const std::string addr = m.value("X:X::X/LEN");
-  const Value params = registry().construct("Rova::Address6QueryParams",
-                                            {{"ip6Config", state().at(paths::kIp6Config)},
-                                             {"intfName", Value(session.intf.c_str())},
-                                             {"mgmtPrefix", Value(kMgmtPrefix)},
-                                             {"addrWithMask", Value(addr.c_str())}});
-  Value checker = registry().construct("Rova::Address6AssignmentChecker", {});
-  const Value args[] = {params};
-  const Value result = registry().call(checker, "check", args);
-  if (!registry().attribute(result, "acceptable").get<bool>())
-    return refuse(c, registry().attribute(result, "msg").displayText());
-
-  auto ip6 = writable<Ip6::Config>(paths::kIp6Config);
-  if (!ip6) return refuse(c, "The state has no IPv6 configuration");
-  const Plexa::IntfId id(session.intf);
-  Mox::Ptr<Ip6::IntfConfig> config = ip6->intf(id);
-  if (!config) {
-    config = Mox::makePtr<Ip6::IntfConfig>(id);
-    config->vrfIs(intfVrf(id));
-    ip6->intfIs(id, config);
-  }
-  Ip6::AddressInfo info;
-  info.addrIs(Plexa::Ip6AddrWithMask::fromString(addr));
-  config->addrIs(info.addr(), info);
-  syncIp6Status(*config);
-  state().changed();
-  return kStatusOk;
-}
-
-int noIpv6Address(const Match& m, const Context& c) {
-  auto ip6 = writable<Ip6::Config>(paths::kIp6Config);
-  Mox::Ptr<Ip6::IntfConfig> config = ip6 ? ip6->intf(Plexa::IntfId(session.intf)) : nullptr;
-  if (!m.has("X:X::X/LEN")) {
-    if (!config) return kStatusOk;
-    config->addrDelAll();
-  } else {
-    const std::string addr = m.value("X:X::X/LEN");
-    if (!config || !config->addrDel(Plexa::Ip6AddrWithMask::fromString(addr)))
-      return refuse(c, "Address " + addr + " is not assigned to interface " + session.intf);
-  }
-  syncIp6Status(*config);
+  const Value args[] = {intf, Value(m.value(key).c_str()), Value(m.flag("secondary"))};
+  const std::string refusal = registry().call(editor, "removeAddress", args).displayText();
+  if (!refusal.empty()) return refuse(c, refusal);
   state().changed();
   return kStatusOk;
 }
@@ -572,14 +429,16 @@ struct ConfigGrammars {
     interface.addRows({
         {"ip address A.B.C.D/LEN [secondary]",
          {{"address", "Assign an IPv4 address"}, {"secondary", "As a secondary address"}},
-         ipAddress},
+         [](const Match& m, const Context& c) { return address(m, c, "A.B.C.D/LEN"); }},
         {"no ip address [A.B.C.D/LEN [secondary]]",
          {{"address", "Remove the IPv4 addresses, or one"}},
-         noIpAddress},
-        {"ipv6 address X:X::X/LEN", {{"address", "Assign an IPv6 address"}}, ipv6Address},
+         [](const Match& m, const Context& c) { return noAddress(m, c, "A.B.C.D/LEN", false); }},
+        {"ipv6 address X:X::X/LEN",
+         {{"address", "Assign an IPv6 address"}},
+         [](const Match& m, const Context& c) { return address(m, c, "X:X::X/LEN"); }},
         {"no ipv6 address [X:X::X/LEN]",
          {{"address", "Remove the IPv6 addresses, or one"}},
-         noIpv6Address},
+         [](const Match& m, const Context& c) { return noAddress(m, c, "X:X::X/LEN", true); }},
     });
     addConfigRows(vrf);
     vrf.addRows({

@@ -40,6 +40,10 @@ void registerTypes(TypeRegistry& r) {
 
   // State records the front end reads by attribute name.
   r.addRecord(staticRouteDefaultsRecord());
+
+  // What writers of configuration call to change it.
+  r.addEditor(staticRouteEditorType());
+  r.addEditor(intfAddressEditorType());
 }
 
 }  // namespace Rova

@@ -1,11 +1,12 @@
 // The entries of the configuration checks' types: the address, next-hop and route
-// distinguisher checkers and their queries.
+// distinguisher checkers and their queries, and the interface address editor.
 
 #include "lib/config_checks/Address6AssignmentChecker.h"
 #include "lib/config_checks/Address6QueryParams.h"
 #include "lib/config_checks/AddressAssignmentChecker.h"
 #include "lib/config_checks/AddressQueryParams.h"
 #include "lib/config_checks/AddressQueryResult.h"
+#include "lib/config_checks/IntfAddressEditor.h"
 #include "lib/config_checks/InvalidNextHop6Checker.h"
 #include "lib/config_checks/InvalidNextHopChecker.h"
 #include "lib/config_checks/RdAssignmentChecker.h"
@@ -85,6 +86,19 @@ TypeEntry rdAssignmentCheckerType() {
           {"routeDistinguisherInputDir", "vrfName", "routeDistinguisher"})
       .textConstructor()
       .op("handleInitialized", &RdAssignmentChecker::handleInitialized)
+      .build();
+}
+
+TypeEntry intfAddressEditorType() {
+  using E = IntfAddressEditor;
+  return TypeBuilder<E>("Rova::IntfAddressEditor")
+      .constructor<Mox::Ptr<Ip::Config>, Mox::Ptr<Ip::Status>, Mox::Ptr<Ip6::Config>,
+                   Mox::Ptr<Ip6::Status>, Mox::Ptr<Interface::AllIntfConfigDir const>,
+                   Mox::String8>(
+          {"ipConfig", "ipStatus", "ip6Config", "ip6Status", "allIntfConfig", "mgmtPrefix"})
+      .op("addAddress", &E::addAddress, {"intf", "addrWithMask", "secondary"})
+      .op("removeAddress", &E::removeAddress, {"intf", "addrWithMask", "secondary"})
+      .op("removeAddresses", &E::removeAddresses, {"intf", "ipv6"})
       .build();
 }
 

@@ -1,11 +1,12 @@
 // The entries of the static routes' types: the configuration saver, the routing information
-// base's view, the interface clearing, and the records they read.
+// base's view, the interface clearing, the editor, and the records they read.
 
 #include "lib/registry/CliSupportTypes.h"
 #include "lib/static_routes/ClearIntfRoutesAndViasHelper.h"
 #include "lib/static_routes/NexthopInfo.h"
 #include "lib/static_routes/RouteSortKey.h"
 #include "lib/static_routes/RovaConsts.h"
+#include "lib/static_routes/StaticRouteEditor.h"
 #include "lib/static_routes/StaticRoutesCliSaver.h"
 #include "lib/static_routes/StaticRoutesRibCommon.h"
 #include "platform/state/RoutingConfig.h"
@@ -49,6 +50,15 @@ TypeEntry clearIntfRoutesAndViasHelperType() {
   return TypeBuilder<H>("Rova::ClearIntfRoutesAndViasHelper")
       .constructor<>()
       .op("clearIntfRoutesAndViasHelper", &H::clearIntfRoutesAndViasHelper, {"config", "intf"})
+      .build();
+}
+
+TypeEntry staticRouteEditorType() {
+  using E = StaticRouteEditor;
+  return TypeBuilder<E>("Rova::StaticRouteEditor")
+      .constructor<>()
+      .op("addRoute", &E::addRoute, {"config", "line"})
+      .op("removeRoute", &E::removeRoute, {"config", "line", "everyPreference"})
       .build();
 }
 

@@ -49,6 +49,10 @@ TypeEntry clearIntfRoutesAndViasHelperType();
 // A state record the front end reads by attribute name.
 TypeEntry staticRouteDefaultsRecord();
 
+// The configuration editors (CliSupportStaticRoutes.cpp, CliSupportConfigChecks.cpp).
+TypeEntry staticRouteEditorType();
+TypeEntry intfAddressEditorType();
+
 // Both sorters: constructed from their inputs (in order or by name), with the same operations.
 template <class Sorter>
 TypeEntry sorterType(const char* name) {

@@ -67,22 +67,35 @@ void TypeRegistry::addRecord(TypeEntry e) {
   records_.push_back(std::make_unique<TypeEntry>(std::move(e)));
 }
 
-const TypeEntry* TypeRegistry::findRecord(std::string_view name) const {
-  for (const auto& t : records_) {
+void TypeRegistry::addEditor(TypeEntry e) {
+  editors_.push_back(std::make_unique<TypeEntry>(std::move(e)));
+}
+
+namespace {
+const TypeEntry* findIn(const std::vector<std::unique_ptr<TypeEntry>>& entries,
+                        std::string_view name) {
+  for (const auto& t : entries) {
     if (t->name == name) return t.get();
   }
   return nullptr;
 }
+}  // namespace
+
+const TypeEntry* TypeRegistry::findRecord(std::string_view name) const {
+  return findIn(records_, name);
+}
+
+const TypeEntry* TypeRegistry::findEditor(std::string_view name) const {
+  return findIn(editors_, name);
+}
 
 const TypeEntry* TypeRegistry::find(std::string_view name) const {
-  for (const auto& t : types_) {
-    if (t->name == name) return t.get();
-  }
-  return nullptr;
+  return findIn(types_, name);
 }
 
 const TypeEntry& TypeRegistry::type(std::string_view name) const {
   const TypeEntry* t = find(name);
+  if (!t) t = findEditor(name);
   if (!t) throw Mox::RangeException("unknown type " + Mox::shownWord(name));
   return *t;
 }
@@ -92,6 +105,7 @@ const TypeEntry& TypeRegistry::typeOf(const Value& v) const {
     const std::string kind = v.kindName();
     if (const TypeEntry* t = find(kind)) return *t;
     if (v.holds<Mox::Ptr<Mox::Entity>>()) {
+      if (const TypeEntry* t = findEditor(kind)) return *t;
       if (const TypeEntry* t = findRecord(kind)) return *t;
     }
   }

@@ -181,12 +181,19 @@ class TypeRegistry {
   // A state record type the front end reads attribute by attribute. Records are not library
   // types: `types()` and `find` do not list them.
   void addRecord(TypeEntry e);
+  // A configuration editor: a library type every writer of configuration (the shell, the
+  // Python module, a state agent) constructs and calls by name like any other, so that they
+  // all apply the same rules. `types()` and `find` list the command objects only, as
+  // `show types` publishes them; an editor is found by `type`, `construct` and `call`.
+  void addEditor(TypeEntry e);
 
  private:
   const TypeEntry* findRecord(std::string_view name) const;
+  const TypeEntry* findEditor(std::string_view name) const;
 
   std::vector<std::unique_ptr<TypeEntry>> types_;
   std::vector<std::unique_ptr<TypeEntry>> records_;
+  std::vector<std::unique_ptr<TypeEntry>> editors_;
 };
 
 // Registers every type; defined in CliSupport.cpp.

@@ -41,6 +41,8 @@ TEST(RegistryCompleteness, AttributesInTextFormOrder) {
        {"nhgConfig", "nhgEntryStatus", "nhgHwStatus", "routingHwStatus", "vrfName", "nhgCount",
         "nhgUnprogrammedCount", "nhgPerType", "nhgPerSize"}},
       {"Rova::Address6QueryParams", {"ip6Config", "intfName", "mgmtPrefix", "addrWithMask"}},
+      {"Rova::StaticRoutesRibCommon",
+       {"sortedRoute", "allIntfConfig", "dynamic", "fd", "fmt", "routeInputConf"}},
   };
   for (const auto& [type, attrs] : expected)
     EXPECT_EQ(attrNames(type), attrs) << type;
