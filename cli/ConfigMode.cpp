@@ -7,6 +7,7 @@
 
 #include "cli/Commands.h"
 #include "cli/DeviceState.h"
+#include "cli/Output.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Dir.h"
 #include "platform/plexa/EthAddr.h"
@@ -406,6 +407,7 @@ void addConfigTypes(Grammar& g) {
 // the sub-modes and out.
 void addConfigRows(Grammar& g) {
   addCommands(g);
+  addConfigureRow(g);
   addConfigTypes(g);
   std::vector<Row> rows;
   for (bool no : {false, true}) {
@@ -450,9 +452,13 @@ struct ConfigGrammars {
 
 }  // namespace
 
-int enterConfigMode(const Match&, const Context&) {
-  session.mode = Mode::config;
-  return kStatusOk;
+void addConfigureRow(Grammar& exec) {
+  exec.addRows({{"configure",
+                 {{"configure", "Enter configuration mode"}},
+                 oneDocument([](const Match&, const Context&, Output&) {
+                   session.mode = Mode::config;
+                   return kStatusOk;
+                 })}});
 }
 
 ModeSource shellModes(const Grammar& exec) {

@@ -12,8 +12,9 @@
 
 namespace cli {
 
-// The action of the `configure` row of the command table.
-int enterConfigMode(const Match& m, const Context& c);
+// The way into configuration mode: the `configure` row, added to the command table `exec`
+// (the configuration grammars have it too, from addConfigRows).
+void addConfigureRow(Grammar& exec);
 
 // The shell's modes: the command table `exec` outside configuration mode, the configuration
 // grammars (built on first use) inside it, with their prompts.

@@ -127,6 +127,7 @@ int main(int argc, char** argv) {
   try {
     cli::Grammar grammar;
     cli::addCommands(grammar);
+    cli::addConfigureRow(grammar);
     // Until the state is loaded, a signal ends rova at once: there is nothing to close yet,
     // and a state read from a FIFO or a terminal may wait for its writer.
     const int loaded =

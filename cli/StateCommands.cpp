@@ -1,0 +1,91 @@
+// The commands of the device state itself: what it is (show version), writing it back, and
+// loading it before the first command; and the VRF and interface checks every subject asks.
+
+#include "cli/CommandActions.h"
+
+#include <span>
+#include <string>
+
+#include "cli/Commands.h"
+#include "cli/DeviceState.h"
+#include "platform/mox/Exception.h"
+#include "platform/plexa/VrfName.h"
+#include "snapshot/Snapshot.h"
+
+namespace cli {
+
+std::string vrfOf(const Match& m, const char* key) {
+  return m.has(key) ? m.value(key) : std::string(L3::VrfName::kDefault);
+}
+
+int checkVrf(const std::string& vrf, const Context& c) {
+  if (state().hasVrf(vrf)) return -1;
+  c.error("% VRF " + Mox::shownWord(vrf) + " does not exist");
+  return kStatusFailed;
+}
+
+int checkIntf(const std::string& intf, const Context& c) {
+  if (!state().intfStatus(intf).isNone()) return -1;
+  c.error("% Interface " + Mox::shownWord(intf) + " does not exist");
+  return kStatusFailed;
+}
+
+// ---- show version ----
+
+int showVersion(const Match&, const Context&, Output& out) {
+  return out.print([&](rendr::Printer& p) {
+    rendr::StringAttrInfo version("version", p.format());
+    rendr::StringAttrInfo hostname("hostname", p.format());
+    rendr::StringAttrInfo source("state", p.format());
+    version.setValue(ROVA_VERSION);
+    hostname.setValue(state().hostname());
+    source.setValue(state().source());
+    p.addAttributes("rova %s\n", 1, version.getArg());
+    p.addAttributes("Device: %s\n", 1, hostname.getArg());
+    p.addAttributes("State: %s\n", 1, source.getArg());
+  });
+}
+
+// ---- writing the state back ----
+
+int writeState(const Match& m, const Context&, Output& out) {
+  try {
+    state().save(m.has("FILE") ? m.value("FILE") : std::string());
+  } catch (const Snapshot::SaveError& e) {
+    throw Mox::RangeException(std::string("Cannot write ") + e.what());
+  }
+  return out.nothing();
+}
+
+int finishOneShot(int status, const Context& context) {
+  if (status != kStatusOk || !state().unsaved()) return status;
+  if (state().filePath().empty()) {
+    context.error("% Not saved: the " + state().source() +
+                  " has no file of its own; give the state with --state FILE");
+    return status;
+  }
+  try {
+    state().save("");
+  } catch (const Snapshot::SaveError& e) {
+    context.error(std::string("% Cannot write ") + e.what());
+    return kStatusFailed;
+  }
+  return status;
+}
+
+int loadState(const std::string& path, std::span<const std::string> command,
+              const Context& context) {
+  try {
+    DeviceState::instance().load(path);
+  } catch (const Snapshot::LoadError& e) {
+    // A file that cannot be read is named once, here.
+    return refuseLine(command,
+                      "% Cannot load state " +
+                          (path.empty() ? std::string("(built-in)") : Mox::shownWord(path, '\0')) +
+                          ": " + (e.file().empty() ? e.what() : e.reason()),
+                      kStatusUsage, context);
+  }
+  return kStatusOk;
+}
+
+}  // namespace cli

@@ -1,0 +1,120 @@
+// The static routes: their running configuration, the routing information base's view of
+// them, and clearing an interface's routes and vias.
+
+#include "cli/CommandActions.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/DeviceState.h"
+#include "lib/registry/TypeRegistry.h"
+#include "platform/plexa/VrfName.h"
+#include "snapshot/StatePaths.h"
+
+namespace cli {
+
+namespace {
+
+namespace paths = Snapshot::paths;
+using Rova::Value;
+
+// The defaults a saved line leaves out, from the state's static route defaults record; a state
+// without that record keeps the built-in defaults (preference 1, tag 0, no name).
+Value staticRouteDefaults() {
+  Value consts = registry().construct("Rova::RovaConsts", {});
+  const Value defaults = state().at(paths::kStaticRouteDefaults);
+  if (defaults.isNone()) return consts;
+  const auto& r = registry();
+  r.attributeIs(consts, "defaultStaticRoutePreference", r.attribute(defaults, "preference"));
+  r.attributeIs(consts, "defaultStaticRouteTag", r.attribute(defaults, "tag"));
+  r.attributeIs(consts, "defaultStaticRouteName", r.attribute(defaults, "name"));
+  return consts;
+}
+
+}  // namespace
+
+int showStaticRoutes(const Match& m, const Context&, Output& out) {
+  struct Section {
+    std::string vrf;
+    std::string text;
+  };
+  // Collect first: the saver may throw, and a half-written configuration helps nobody.
+  std::vector<Section> sections;
+  const Value consts = staticRouteDefaults();
+  for (const std::string& vrf : state().vrfNames()) {
+    for (bool v6 : {false, true}) {
+      const Value config = state().atVrf(vrf, v6 ? paths::kRouting6Config : paths::kRoutingConfig);
+      if (config.isNone()) continue;
+      std::string routeCmd = v6 ? "ipv6 route " : "ip route ";
+      if (vrf != L3::VrfName::kDefault) routeCmd += "vrf " + vrf + " ";
+      Value saver = registry().construct("Rova::StaticRoutesCliSaver", {});
+      const Value args[] = {config, Value(m.flag("all")), Value(routeCmd.c_str()), consts};
+      const Value text = registry().call(saver, "save", args);
+      sections.push_back({vrf, text.displayText()});
+    }
+  }
+  return out.print([&](rendr::Printer& p) {
+    rendr::StringAttrInfo vrfAttr("vrf", p.format());
+    rendr::StringAttrInfo command("command", p.format());
+    p.startList("staticRoutes");
+    for (const auto& s : sections) {
+      std::string_view text = s.text;
+      vrfAttr.setValue(s.vrf);
+      while (!text.empty()) {
+        const auto end = text.find('\n');
+        const std::string_view line = text.substr(0, end);
+        p.startListEntry();
+        command.setValue(line);
+        p.addAttributesJson(1, vrfAttr.getArg());
+        p.addAttributes("%s\n", 1, command.getArg());
+        p.endListEntry();
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+      }
+    }
+    p.endList();
+  });
+}
+
+// ---- static routes in the routing information base ----
+
+int showStaticRoutesRib(const Match& m, const Context& c, Output& out) {
+  const std::string vrf = vrfOf(m);
+  if (int s = checkVrf(vrf, c); s >= 0) return s;
+  Value rib = registry().construct("Rova::StaticRoutesRibCommon",
+                                   {{"allIntfConfig", state().at(paths::kIntfConfig)}});
+  for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+    const Value input = state().atVrf(vrf, leaf);
+    if (input.isNone()) continue;
+    const Value args[] = {input, Value(true)};
+    registry().call(rib, "newRouteInputConf", args);
+  }
+  registry().attributeIs(rib, "dynamic", Value(m.flag("dynamic")));
+  registry().attributeIs(rib, "fd", Value(out.fd()));
+  registry().attributeIs(rib, "fmt", Value(out.format()));
+  const Value args[] = {staticRouteDefaults()};
+  return out.library([&] { registry().call(rib, "dump", args); });
+}
+
+int clearStaticRoutes(const Match& m, const Context& c, Output& out) {
+  std::vector<std::string> vrfs;
+  if (m.has("NAME")) {
+    if (int s = checkVrf(m.value("NAME"), c); s >= 0) return s;
+    vrfs.push_back(m.value("NAME"));
+  } else {
+    vrfs = state().vrfNames();
+  }
+  Value helper = registry().construct("Rova::ClearIntfRoutesAndViasHelper", {});
+  for (const std::string& vrf : vrfs) {
+    for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+      const Value config = state().atVrf(vrf, leaf);
+      if (config.isNone()) continue;
+      const Value args[] = {config, Value(m.value("INTF").c_str())};
+      registry().call(helper, "clearIntfRoutesAndViasHelper", args);
+    }
+  }
+  state().changed();
+  return out.nothing();
+}
+
+}  // namespace cli
