@@ -5,20 +5,13 @@
 #include <vector>
 
 #include "lib/static_routes/ClearIntfRoutesAndViasHelper.h"
+#include "tests/lib/static_routes/ViaBuilder.h"
 
 namespace {
 
-using Plexa::IntfId;
-using Plexa::IpGenAddr;
 using Plexa::IpGenPrefix;
 using Routing::RouteType;
-
-Routing::Via via(const char* hop, const char* intf = "") {
-  Routing::Via v;
-  if (*hop) v.hopIs(IpGenAddr::fromString(hop));
-  v.intfIdIs(IntfId(intf));
-  return v;
-}
+using StaticRoutesTest::via;
 
 class ClearIntf : public testing::Test {
  protected:

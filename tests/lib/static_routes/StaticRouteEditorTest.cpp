@@ -10,20 +10,13 @@
 
 #include "lib/registry/TypeRegistry.h"
 #include "lib/static_routes/StaticRoutesCliSaver.h"
+#include "tests/lib/static_routes/ViaBuilder.h"
 
 namespace {
 
-using Plexa::IntfId;
-using Plexa::IpGenAddr;
 using Plexa::IpGenPrefix;
 using Routing::RouteType;
-
-Routing::Via via(const char* hop, const char* intf = "") {
-  Routing::Via v;
-  if (*hop) v.hopIs(IpGenAddr::fromString(hop));
-  v.intfIdIs(IntfId(intf));
-  return v;
-}
+using StaticRoutesTest::via;
 
 // One configuration line, as the editor takes it.
 struct Line {
