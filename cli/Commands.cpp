@@ -30,6 +30,7 @@ struct Command {
   OutputAction action;
 };
 
+// The argument types the rows share.
 bool isVrfName(std::string_view w) {
   return !w.empty() && w.size() <= L3::VrfName::kMaxBytes;
 }

@@ -18,6 +18,8 @@ namespace {
 
 using Rova::Value;
 
+// One registry value as a printer attribute under `name`; a registered value becomes a
+// submodel of its attributes. Collections are not shown.
 void printValue(rendr::Printer& p, const std::string& name, const Value& v) {
   const unsigned f = p.format();
   if (v.holds<bool>()) {
