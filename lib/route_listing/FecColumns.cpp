@@ -1,8 +1,8 @@
 // The FEC columns: what every route through one FEC prints the same, filled once per FEC.
 
-#include "lib/route_listing/ListingParts.h"
-#include "lib/route_listing/SorterAlgorithms.h"
-#include "lib/route_listing/TunnelVias.h"
+#include "lib/route_listing/internal/ListingParts.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
+#include "lib/route_listing/internal/TunnelVias.h"
 
 namespace Rova {
 

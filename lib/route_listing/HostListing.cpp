@@ -1,9 +1,9 @@
 // The host listing model: the page's facts, and how each host route is shown.
 
-#include "lib/route_listing/HostListing.h"
+#include "lib/route_listing/internal/HostListing.h"
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/ListingParts.h"
+#include "lib/route_listing/internal/ListingParts.h"
 
 namespace Rova {
 

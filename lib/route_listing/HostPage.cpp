@@ -2,8 +2,8 @@
 // neighbour.
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/HostListing.h"
-#include "lib/route_listing/ListingParts.h"
+#include "lib/route_listing/internal/HostListing.h"
+#include "lib/route_listing/internal/ListingParts.h"
 
 namespace Rova {
 

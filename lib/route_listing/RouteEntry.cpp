@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/ListingParts.h"
-#include "lib/route_listing/SorterAlgorithms.h"
+#include "lib/route_listing/internal/ListingParts.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
 
 namespace Rova {
 

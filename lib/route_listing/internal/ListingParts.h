@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "lib/route_listing/RoutePrinter.h"
 #include "lib/route_listing/RouteSorter.h"
+#include "lib/route_listing/internal/RoutePrinter.h"
 #include "platform/rendr/Printer.h"
 
 namespace Rova::listing {
