@@ -1,5 +1,5 @@
 // What the route listing's files share: the banners, the indent run, the family helpers and
-// the FEC columns. Not for users of the listing: they include RoutePrinter.h.
+// the FEC columns. Not for users of the listing: they include RouteSorter.h.
 
 #pragma once
 
