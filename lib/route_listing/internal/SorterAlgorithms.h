@@ -372,7 +372,9 @@ void forEachOwnAddress(const Ip6::IntfStatus& status, Fn&& fn) {
 template <class Sorter>
 void buildAddrToIntfId(Sorter& s) {
   if (!s.ipStatus()) return;
-  for (const auto& [intfId, status] : intfAddrStatus(*s.ipStatus())) {
+  for (const auto& entry : intfAddrStatus(*s.ipStatus())) {
+    const Plexa::IntfId intfId = entry.first;
+    const auto& status = entry.second;
     if (!status || !inListedVrf(s, intfId)) continue;
     forEachOwnAddress(*status, [&](const auto& addr) { s.addrToIntfIdIs(addr, intfId); });
   }
