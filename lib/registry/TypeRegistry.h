@@ -6,13 +6,14 @@
 // operations by name, and converts values to and from their text form; it never needs a class
 // header of the library.
 //
+// clang-format off
 //   const auto& reg = Rova::TypeRegistry::instance();
 //   Rova::Value e = reg.construct("Rova::CounterEntry", {{"packets", Value(1u)},
 //                                                        {"bytes", Value(64u)}});
-//   reg.attribute(e, "bytes");          // Value(64u)
+//   reg.attribute(e, "bytes");                  // Value(64u)
 //   reg.attributeIs(e, "bytes", Value(128u));
-//   e.text();                           // "Value('Rova::CounterEntry', ** {'packets': 1, 'bytes':
-//   128})" reg.parse(e.text()) == e;           // true: the text form reads back
+//   e.text();     // "Value('Rova::CounterEntry', ** {'packets': 1, 'bytes': 128})"
+//   reg.parse(e.text()) == e;                   // true: the text form reads back
 //
 //   // A library object built from state entities, then an operation called by name:
 //   Rova::Value sorter = reg.construct("Rova::RouteSorter", {{"vrfName", Value("red")},
@@ -21,6 +22,7 @@
 //   const Rova::Value args[] = {Value(1u), Value(rendr::kFormatText)};  // fd 1, text
 //   reg.call(sorter, "printRoutes", args);
 //   for (auto c = reg.iterate(sorter, "sortedRoute"); c->valid(); c->next()) c->key();
+// clang-format on
 //
 // A name the type does not have, a missing constructor input or a value of the wrong kind
 // raises Mox::RangeException naming it ("Rova::CounterEntry needs the constructor input

@@ -1,16 +1,18 @@
 // The FEC columns: what every route through one FEC prints the same, filled once per FEC.
 
-#include "lib/route_listing/ListingParts.h"
-#include "lib/route_listing/SorterAlgorithms.h"
-#include "lib/route_listing/TunnelVias.h"
+#include "lib/route_listing/internal/ListingParts.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
+#include "lib/route_listing/internal/TunnelVias.h"
 
 namespace Rova {
 
 namespace listing {
 
 // Fills the FEC's per-entry columns the first time a route that uses it is printed: the
-// tunnels' next hops for tunnel vias, the vias themselves otherwise. The columns depend on the
-// FEC alone, so every later route that shares it prints from what is there.
+// tunnels' next hops for tunnel vias, the vias themselves otherwise. Resolution numbers what
+// the tunnel vias become from the first entry on, so the plain vias follow all of it, in their
+// own order, wherever they sort among the tunnel vias. The columns depend on the FEC alone, so
+// every later route that shares it prints from what is there.
 template <class Sorter>
 void prepareFec(const Sorter& s, const Mox::Ptr<CachedFec>& fec) {
   if (fec->prepared()) return;

@@ -1,118 +1,150 @@
-// The host listing: the router's host routes, each to the CPU or to a neighbour.
+// The host listing, rendered from its model: the router's host routes, each to the CPU or to a
+// neighbour.
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/ListingParts.h"
+#include "lib/route_listing/internal/HostListing.h"
+#include "lib/route_listing/internal/ListingParts.h"
 
 namespace Rova {
 
 namespace listing {
 
+namespace {
+
+// The output attributes of one host page, built once and set per route.
+struct HostAttrs {
+  explicit HostAttrs(unsigned f)
+      : prefix("prefix", f),
+        routeType("routeType", f),
+        hardware("hardwareProgrammed", f),
+        nexthopAddr("nexthopAddr", f),
+        toCpu("toCpu", f),
+        interface("interface", f) {}
+
+  rendr::StringAttrInfo prefix;
+  rendr::HostRouteTypeAttrInfo routeType;
+  rendr::HardwareProgrammedAttrInfo hardware;
+  rendr::StringAttrInfo nexthopAddr;
+  rendr::BoolAttrInfo toCpu;
+  rendr::StringAttrInfo interface;
+};
+
+// The IPv4 page writes the warning block line by line, the IPv6 page in one piece; the text is
+// the same.
+void hardwareWarning(const HostListing<RouteSorter>&, rendr::Printer& p) {
+  p.addFrills("%s", kSeparator);
+  p.addFrills("%s", kHardwareWarning);
+  p.addFrills("%s", kSeparator);
+}
+void hardwareWarning(const HostListing<Route6Sorter>&, rendr::Printer& p) {
+  p.addFrills("%s%s%s", kSeparator, kHardwareWarning, kSeparator);
+}
+
+// One host route: its codes and prefix, then its vias in the form the model chose.
+template <class Family>
+void printHostRow(const HostRow<Family>& row, rendr::Printer& p, HostAttrs& a) {
+  a.prefix.setValue(row.prefix.data(), row.prefix.size());
+  p.startDictEntry(a.prefix);
+  a.routeType.setValue(row.type);
+  a.hardware.setValue(row.hardwareProgrammed);
+  p.addAttributes("%s%s", 2, a.hardware.getArg(), a.routeType.getArg());
+  p.addFrills("%.*s", int(row.prefix.size()), row.prefix.data());
+  p.startList("vias");
+  switch (row.form) {
+    case HostRowForm::toCpu:
+      p.startListEntry();
+      a.toCpu.setValue(true);
+      p.addAttributes(" to cpu\n", 1, a.toCpu.getArg());
+      p.endListEntry();
+      p.endList();
+      break;
+    case HostRowForm::noVias:
+      p.addFrills("\n");
+      p.endList();
+      break;
+    case HostRowForm::neighbour:
+      p.startListEntry();
+      a.toCpu.setValue(false);
+      p.addAttributes("", 1, a.toCpu.getArg());
+      a.interface.setValue(row.neighbourIntf.stringValue());
+      p.addAttributes(" on %s", 1, a.interface.getArg());
+      p.endListEntry();
+      p.endList();
+      p.addFrills("\n");
+      break;
+    case HostRowForm::vias: {
+      // Each via after the first on a line of its own, under the first.
+      const char* indent = blanks(row.prefix.size() + 4);
+      bool first = true;
+      for (const HostVia& via : row.vias) {
+        p.startListEntry();
+        if (!first) p.addFrills("\n%s", indent);
+        first = false;
+        if (!via.hop.isZero()) {
+          a.nexthopAddr.setValue(via.hop.stringValue());
+          p.addAttributes(" via %s", 1, a.nexthopAddr.getArg());
+        }
+        a.toCpu.setValue(via.toCpu);
+        p.addAttributes(via.toCpu ? " to cpu" : "", 1, a.toCpu.getArg());
+        if (!via.intf.isEmpty()) {
+          a.interface.setValue(via.intf.stringValue());
+          p.addAttributes(" on %s", 1, a.interface.getArg());
+        }
+        p.endListEntry();
+      }
+      p.endList();
+      p.addFrills("\n");
+      break;
+    }
+  }
+  p.endDictEntry();
+}
+
+// The page, from the model alone.
 template <class Sorter>
-void formatHostRoutes(Sorter& s, std::uint32_t format, rendr::Printer& p) {
-  const double start = steadySeconds();
+void renderHostPage(const HostListing<Sorter>& model, double start, rendr::Printer& p) {
+  const unsigned format = p.format();
   p.start();
   rendr::BoolAttrInfo routingDisabled("routingDisabled", format);
   rendr::BoolAttrInfo allHardware("allRoutesProgrammedHardware", format);
-  const bool unprogrammed = unprogrammedInHardware(s) != 0;
-  if (unprogrammed) {
-    if constexpr (std::is_same_v<Sorter, RouteSorter>) {
-      p.addFrills("%s", kSeparator);
-      p.addFrills("%s", kHardwareWarning);
-      p.addFrills("%s", kSeparator);
-    } else {
-      p.addFrills("%s%s%s", kSeparator, kHardwareWarning, kSeparator);
-    }
-  }
-  allHardware.setValue(!unprogrammed);
-  routingDisabled.setValue(!s.routingConfig() || !s.routingConfig()->routingEnabled());
+  if (model.hardwareBanner()) hardwareWarning(model, p);
+  allHardware.setValue(!model.hardwareBanner());
+  routingDisabled.setValue(model.routingDisabled());
   p.addFrills("%s\n", Sorter::hostLegend().charPtr());
   p.addAttributes("", 2, routingDisabled.getArg(), allHardware.getArg());
   p.ioflush();
   p.startDict("routes");
 
-  rendr::StringAttrInfo prefixAttr("prefix", format);
-  rendr::HostRouteTypeAttrInfo routeType("routeType", format);
-  rendr::HardwareProgrammedAttrInfo hardware("hardwareProgrammed", format);
-  rendr::StringAttrInfo nexthopAddr("nexthopAddr", format);
-  rendr::BoolAttrInfo toCpu("toCpu", format);
-  rendr::StringAttrInfo interface("interface", format);
-
-  for (const auto& [prefix, route] : s.sortedRoute()) {
-    char text[Plexa::Ip6Prefix::kMaxTextLen + 1];
-    const std::size_t len = static_cast<std::size_t>(prefix.write(text) - text);
-    const char* indent = blanks(len + 4);
-    prefixAttr.setValue(text, len);
-    p.startDictEntry(prefixAttr);
-    routeType.setValue(route.routeType);
-    hardware.setValue(route.hardwareProgrammed);
-    p.addAttributes("%s%s", 2, hardware.getArg(), routeType.getArg());
-    p.addFrills("%.*s", int(len), text);
-    p.startList("vias");
-
-    const Mox::Ptr<CachedFec>* fec = s.fec().find(route.fecId);
-    if (isHostToCpu(route.routeType)) {
-      p.startListEntry();
-      toCpu.setValue(true);
-      p.addAttributes(" to cpu\n", 1, toCpu.getArg());
-      p.endListEntry();
-      p.endList();
-    } else if (!fec || (*fec)->vias() == 0) {
-      p.addFrills("\n");
-      p.endList();
-    } else if ((*fec)->vias() == 1 && !(*fec)->via().begin()->hop().isZero() &&
-               (*fec)->via().begin()->hop() == Plexa::IpGenAddr(prefix.address()) &&
-               (*fec)->via().begin()->intfId().isValid()) {
-      // A resolved neighbour: the route is the neighbour itself.
-      p.startListEntry();
-      toCpu.setValue(false);
-      p.addAttributes("", 1, toCpu.getArg());
-      interface.setValue((*fec)->via().begin()->intfId().stringValue());
-      p.addAttributes(" on %s", 1, interface.getArg());
-      p.endListEntry();
-      p.endList();
-      p.addFrills("\n");
-    } else {
-      int i = 0;
-      for (const auto& via : (*fec)->via()) {
-        p.startListEntry();
-        if (i > 0) p.addFrills("\n%s", indent);
-        if (!via.hop().isZero()) {
-          nexthopAddr.setValue(via.hop().stringValue());
-          p.addAttributes(" via %s", 1, nexthopAddr.getArg());
-        }
-        const bool cpu = (*fec)->hostToCpu(static_cast<std::uint16_t>(i));
-        toCpu.setValue(cpu);
-        p.addAttributes(cpu ? " to cpu" : "", 1, toCpu.getArg());
-        if (!via.intfId().isEmpty()) {
-          interface.setValue(via.intfId().stringValue());
-          p.addAttributes(" on %s", 1, interface.getArg());
-        }
-        p.endListEntry();
-        ++i;
-      }
-      p.endList();
-      p.addFrills("\n");
-    }
-    p.endDictEntry();
+  HostAttrs attrs(format);
+  model.forEachRow([&](const auto& row) {
+    printHostRow(row, p, attrs);
     if (p.fullness() > 66) p.ioflush();
-  }
+  });
   p.endDict();
   p.addFrills("\n");
-  addTimingLines(s, start, p);
+  addTimingLines(model.sorter(), start, p);
   p.end();
 }
+
+template <class Sorter>
+void formatHostRoutes(const Sorter& s, rendr::Printer& p) {
+  const double start = steadySeconds();
+  const HostListing<Sorter> model(s);
+  renderHostPage(model, start, p);
+}
+
+}  // namespace
 
 }  // namespace listing
 
 using namespace listing;
 
-void formatHostRouteOutput(RouteSorter& s, std::uint32_t, std::uint32_t format, rendr::Printer& p) {
-  formatHostRoutes(s, format, p);
+void formatHostRouteOutput(RouteSorter& s, std::uint32_t, std::uint32_t, rendr::Printer& p) {
+  formatHostRoutes(s, p);
 }
 
-void formatHostRouteOutput(Route6Sorter& s, std::uint32_t, std::uint32_t format,
-                           rendr::Printer& p) {
-  formatHostRoutes(s, format, p);
+void formatHostRouteOutput(Route6Sorter& s, std::uint32_t, std::uint32_t, rendr::Printer& p) {
+  formatHostRoutes(s, p);
 }
 
 }  // namespace Rova

@@ -6,7 +6,8 @@
 #include <cstring>
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/ListingParts.h"
+#include "lib/route_listing/internal/ListingParts.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
 
 namespace Rova {
 
@@ -399,17 +400,22 @@ template void printFormatRoute6(Routing::Fib::RouteType, const RouteLine&, const
 template void printFormatRoute6(Routing6::Fib::RouteType, const RouteLine&, const CachedFec&,
                                 rendr::Printer&, RouteAttrs&);
 
+// Asked of the interface's own addresses, not of the address map: an address held by two
+// interfaces of the VRF maps to one of them only, and a route on the other is still connected
+// there.
 template <class Sorter>
 bool isDirectlyConnected(const Sorter& s, const typename Sorter::Family::Prefix& prefix,
                          const Mox::String8& intfName) {
-  if (intfName.empty()) return false;
+  if (intfName.empty() || !s.ipStatus()) return false;
   const Plexa::IntfId intf(intfName.view());
-  for (const auto& [addr, id] : s.addrToIntfId()) {
-    if (id != intf) continue;
-    if (addr.subnet() == prefix) return true;
-    if (addr.address() == prefix.address() && addr.len() == prefix.len()) return true;
-  }
-  return false;
+  const auto* status = sorter::intfAddrStatus(*s.ipStatus()).find(intf);
+  if (!status || !*status || !sorter::inListedVrf(s, intf)) return false;
+  bool connected = false;
+  sorter::forEachOwnAddress(**status, [&](const auto& addr) {
+    connected = connected || addr.subnet() == prefix ||
+                (addr.address() == prefix.address() && addr.len() == prefix.len());
+  });
+  return connected;
 }
 template bool isDirectlyConnected(const RouteSorter&, const Plexa::Prefix&, const Mox::String8&);
 template bool isDirectlyConnected(const Route6Sorter&, const Plexa::Ip6Prefix&,

@@ -1,9 +1,9 @@
 // The listing model: the page's facts finished from the selection, and each route's row.
 
-#include "lib/route_listing/RouteListing.h"
+#include "lib/route_listing/internal/RouteListing.h"
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/ListingParts.h"
+#include "lib/route_listing/internal/ListingParts.h"
 
 namespace Rova {
 

@@ -3,8 +3,8 @@
 // the page.
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/ListingParts.h"
-#include "lib/route_listing/RouteListing.h"
+#include "lib/route_listing/internal/ListingParts.h"
+#include "lib/route_listing/internal/RouteListing.h"
 
 namespace Rova {
 

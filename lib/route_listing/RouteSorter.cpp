@@ -3,7 +3,7 @@
 #include <chrono>
 
 #include "lib/common/RouteTypes.h"
-#include "lib/route_listing/SorterAlgorithms.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
 
 namespace Rova {
 

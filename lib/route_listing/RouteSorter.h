@@ -67,55 +67,54 @@ using SortedRoute6Map = SortedRouteMapOf<Routing::V6>;
 
 // The constructor inputs, in constructor order. The route and FEC tables and the VRF are
 // required by name; the rest default to "absent" (null handles, no prefix, no filter, false).
-#define ROVA_SORTER_INPUTS(F, FAM)                                                                \
-  F(routingConfig, RoutingConfig, ConfigGenPtr, Mox::AttrKind::input, {})                         \
-  F(routingStatus, RoutingStatus, Mox::Ptr<Routing::FAM::RouteStatus const>,                      \
-    Mox::AttrKind::required, {})                                                                  \
-  F(forwardingStatus, ForwardingStatus, Mox::Ptr<Routing::FAM::ForwardingStatus const>,           \
-    Mox::AttrKind::required, {})                                                                  \
-  ROVA_IF_V4_##FAM(F(forwarding6Status, Forwarding6Status,                                        \
-                     Mox::Ptr<Brine::Fib6::ForwardingStatus const>, Mox::AttrKind::input, {}))    \
-      F(tunnelFib, TunnelFib, TunnelFibPtr, Mox::AttrKind::input, {}) F(                          \
-          arpBrine, ArpBrine, ArpPtr, Mox::AttrKind::input,                                       \
-          {}) F(vrfIdMap, VrfIdMap, VrfIdMapPtr, Mox::AttrKind::input,                            \
-                {}) F(allIntfConfig, AllIntfConfig, AllIntfConfigPtr, Mox::AttrKind::input, {})   \
-          F(ipStatus, IpStatus, Mox::Ptr<Routing::FAM::IpStatus const>, Mox::AttrKind::input, {}) \
-              F(routingHwStatus, RoutingHwStatus, HwVrfStatusPtr, Mox::AttrKind::input, {}) F(    \
-                  routingHardwareStatus, RoutingHardwareStatus,                                   \
-                  Mox::Ptr<Routing::FAM::HardwareStatus const>, Mox::AttrKind::input,             \
-                  {}) F(nhEntryStatus, NhEntryStatus, NhEntryStatusPtr, Mox::AttrKind::input, {}) \
-                  F(kernelUnprogrammedRoute, KernelUnprogrammedRoute, KernelUnprogrammedPtr,      \
-                    Mox::AttrKind::input, {}) F(evpnVxlanTunnelTable, EvpnVxlanTunnelTable,       \
-                                                EvpnTablePtr, Mox::AttrKind::input, {})           \
-                      F(tunnelTableDir, TunnelTableDir, DirPtr, Mox::AttrKind::input, {}) F(      \
-                          prefix, Prefix, Routing::FAM::Prefix, Mox::AttrKind::input, {})         \
-                          F(intfStatus, IntfStatus, IntfStatusPtr, Mox::AttrKind::input, {}) F(   \
-                              protocol, Protocol, Mox::String8, Mox::AttrKind::input, {})         \
-                              F(detail, Detail, bool, Mox::AttrKind::input, {}) F(                \
-                                  longerPrefixes, LongerPrefixes, bool, Mox::AttrKind::input, {}) \
-                                  F(vrfName, VrfName, L3::VrfName, Mox::AttrKind::required, {})   \
-                                      F(host, Host, bool, Mox::AttrKind::input, {}) F(            \
-                                          fd, Fd, std::int32_t, Mox::AttrKind::input, {})         \
-                                          F(quantify, Quantify, double, Mox::AttrKind::input, {}) \
-                                              F(originalMask, OriginalMask, bool,                 \
-                                                Mox::AttrKind::input, {})                         \
-                                                  ROVA_IF_V6_##FAM(F(intf, Intf, bool,            \
-                                                                     Mox::AttrKind::input, {}))   \
-                                                      F(srTePolicyStatus, SrTePolicyStatus,       \
-                                                        SrTePolicyPtr, Mox::AttrKind::input, {})
+// clang-format off
+#define ROVA_SORTER_INPUTS(F, FAM)                                                                 \
+  F(routingConfig, RoutingConfig, ConfigGenPtr, Mox::AttrKind::input, {})                          \
+  F(routingStatus, RoutingStatus, Mox::Ptr<Routing::FAM::RouteStatus const>,                       \
+    Mox::AttrKind::required, {})                                                                   \
+  F(forwardingStatus, ForwardingStatus, Mox::Ptr<Routing::FAM::ForwardingStatus const>,            \
+    Mox::AttrKind::required, {})                                                                   \
+  ROVA_IF_V4_##FAM(F(forwarding6Status, Forwarding6Status,                                         \
+                     Mox::Ptr<Brine::Fib6::ForwardingStatus const>, Mox::AttrKind::input, {}))     \
+  F(tunnelFib, TunnelFib, TunnelFibPtr, Mox::AttrKind::input, {})                                  \
+  F(arpBrine, ArpBrine, ArpPtr, Mox::AttrKind::input, {})                                          \
+  F(vrfIdMap, VrfIdMap, VrfIdMapPtr, Mox::AttrKind::input, {})                                     \
+  F(allIntfConfig, AllIntfConfig, AllIntfConfigPtr, Mox::AttrKind::input, {})                      \
+  F(ipStatus, IpStatus, Mox::Ptr<Routing::FAM::IpStatus const>, Mox::AttrKind::input, {})          \
+  F(routingHwStatus, RoutingHwStatus, HwVrfStatusPtr, Mox::AttrKind::input, {})                    \
+  F(routingHardwareStatus, RoutingHardwareStatus, Mox::Ptr<Routing::FAM::HardwareStatus const>,    \
+    Mox::AttrKind::input, {})                                                                      \
+  F(nhEntryStatus, NhEntryStatus, NhEntryStatusPtr, Mox::AttrKind::input, {})                      \
+  F(kernelUnprogrammedRoute, KernelUnprogrammedRoute, KernelUnprogrammedPtr,                       \
+    Mox::AttrKind::input, {})                                                                      \
+  F(evpnVxlanTunnelTable, EvpnVxlanTunnelTable, EvpnTablePtr, Mox::AttrKind::input, {})            \
+  F(tunnelTableDir, TunnelTableDir, DirPtr, Mox::AttrKind::input, {})                              \
+  F(prefix, Prefix, Routing::FAM::Prefix, Mox::AttrKind::input, {})                                \
+  F(intfStatus, IntfStatus, IntfStatusPtr, Mox::AttrKind::input, {})                               \
+  F(protocol, Protocol, Mox::String8, Mox::AttrKind::input, {})                                    \
+  F(detail, Detail, bool, Mox::AttrKind::input, {})                                                \
+  F(longerPrefixes, LongerPrefixes, bool, Mox::AttrKind::input, {})                                \
+  F(vrfName, VrfName, L3::VrfName, Mox::AttrKind::required, {})                                    \
+  F(host, Host, bool, Mox::AttrKind::input, {})                                                    \
+  F(fd, Fd, std::int32_t, Mox::AttrKind::input, {})                                                \
+  F(quantify, Quantify, double, Mox::AttrKind::input, {})                                          \
+  F(originalMask, OriginalMask, bool, Mox::AttrKind::input, {})                                    \
+  ROVA_IF_V6_##FAM(F(intf, Intf, bool, Mox::AttrKind::input, {}))                                  \
+  F(srTePolicyStatus, SrTePolicyStatus, SrTePolicyPtr, Mox::AttrKind::input, {})
 
-#define ROVA_SORTER_STATE(F, C, FAM)                                                            \
-  F(printCount, PrintCount, std::uint32_t, Mox::AttrKind::state, {})                            \
-  C(addrToIntfId, AddrToIntfId, AddrToIntfIdMapOf<Routing::FAM>)                                \
-  C(sortedRoute, SortedRoute, SortedRouteMapOf<Routing::FAM>)                                   \
-  C(fec, Fec, FecMap)                                                                           \
-  ROVA_IF_V4_##FAM(F(hasV6Nexthop, HasV6Nexthop, bool, Mox::AttrKind::state, {})) C(            \
-      cachedNexthopGroupIdToName, CachedNexthopGroupIdToName,                                   \
-      NexthopGroupNameMap) F(initialized, Initialized, bool, Mox::AttrKind::state, {})          \
-      F(srTunnelTable, SrTunnelTable, SrTunnelTablePtr, Mox::AttrKind::state, {}) F(            \
-          staticTunnelTable, StaticTunnelTable, StaticTunnelTablePtr, Mox::AttrKind::state, {}) \
-          F(ldpTunnelTable, LdpTunnelTable, LdpTunnelTablePtr, Mox::AttrKind::state, {})        \
-              F(bgpLuTunnelTable, BgpLuTunnelTable, BgpLuTunnelTablePtr, Mox::AttrKind::state, {})
+#define ROVA_SORTER_STATE(F, C, FAM)                                                               \
+  F(printCount, PrintCount, std::uint32_t, Mox::AttrKind::state, {})                               \
+  C(addrToIntfId, AddrToIntfId, AddrToIntfIdMapOf<Routing::FAM>)                                   \
+  C(sortedRoute, SortedRoute, SortedRouteMapOf<Routing::FAM>)                                      \
+  C(fec, Fec, FecMap)                                                                              \
+  ROVA_IF_V4_##FAM(F(hasV6Nexthop, HasV6Nexthop, bool, Mox::AttrKind::state, {}))                  \
+  C(cachedNexthopGroupIdToName, CachedNexthopGroupIdToName, NexthopGroupNameMap)                   \
+  F(initialized, Initialized, bool, Mox::AttrKind::state, {})                                      \
+  F(srTunnelTable, SrTunnelTable, SrTunnelTablePtr, Mox::AttrKind::state, {})                      \
+  F(staticTunnelTable, StaticTunnelTable, StaticTunnelTablePtr, Mox::AttrKind::state, {})          \
+  F(ldpTunnelTable, LdpTunnelTable, LdpTunnelTablePtr, Mox::AttrKind::state, {})                   \
+  F(bgpLuTunnelTable, BgpLuTunnelTable, BgpLuTunnelTablePtr, Mox::AttrKind::state, {})
+// clang-format on
 
 #define ROVA_ROUTE_SORTER_INPUTS(F) ROVA_SORTER_INPUTS(F, V4)
 #define ROVA_ROUTE_SORTER_ATTRS(F, C) ROVA_SORTER_INPUTS(F, V4) ROVA_SORTER_STATE(F, C, V4)

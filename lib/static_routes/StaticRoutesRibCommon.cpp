@@ -5,6 +5,7 @@
 
 #include "lib/common/RouteAttrs.h"
 #include "lib/common/RouteTypes.h"
+#include "lib/static_routes/RibListing.h"
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
 #include "platform/rendr/Printer.h"
@@ -84,93 +85,97 @@ void StaticRoutesRibCommon::collect() {
   }
 }
 
+namespace {
+
+// One via on a line of its own, under the route's code column.
+void printVia(const RibVia& via, int width, rendr::Printer& p, RibAttrs& a) {
+  p.startListEntry();
+  p.addFrills("\n%*s", width, " ");
+  const char* separator = " ";
+  if (via.hop) {
+    a.nexthopAddr.setValue(via.hop.stringValue());
+    p.addAttributes(" via %s", 1, a.nexthopAddr.getArg());
+    if (via.showLabel) {
+      a.mplsLabel.setValue(via.label);
+      p.addAttributes(", label %u", 1, a.mplsLabel.getArg());
+    }
+    separator = ", ";
+  }
+  if (via.intf.isValid()) {
+    p.addFrills("%s", separator);
+    a.interface.setValue(via.intf.stringValue());
+    p.addAttributes("%s", 1, a.interface.getArg());
+    if (!via.description.empty()) {
+      a.interfaceDescription.setValue(via.description);
+      p.addAttributes(" (%s)", 1, a.interfaceDescription.getArg());
+    }
+  }
+  if (!via.name.empty()) {
+    a.nexthopName.setValue(via.name);
+    p.addAttributes(", name: %s", 1, a.nexthopName.getArg());
+  }
+  p.endListEntry();
+}
+
+// One route: its code, prefix, preference and tag, then what it forwards to, each line below
+// the first indented by the code column's width.
+void printRow(const RibRow& row, rendr::Printer& p, RibAttrs& a) {
+  // Each route is an entry of its own, keyed by its prefix: routes of one prefix at several
+  // preferences repeat the prefix's key, each with its one preference inside.
+  a.prefix.setValue(row.prefix);
+  p.startDictEntry(a.prefix);
+  p.startDict("preference");
+  a.preference.setValue(row.preference);
+  p.startDictEntry(a.preference);
+
+  a.routeType.setValue(row.type);
+  p.addAttributes("%-5s", 1, a.routeType.getArg());
+  const int width = std::snprintf(nullptr, 0, "%-5s", ribRouteTypeCode(row.type));
+  MOX_ASSERT(width >= 0 && "n >= 0");
+  p.addFrills("%s", row.prefix.c_str());
+  p.addFrills(" [%d]", int(row.preference));
+  a.tag.setValue(row.tag);
+  p.addAttributes(" tag %u", 1, a.tag.getArg());
+
+  switch (row.form) {
+    case RibRowForm::nexthopGroup:
+      p.addFrills("\n%*s", width, " ");
+      a.nexthopGroupName.setValue(row.groupName);
+      p.addAttributes(" nexthop-group %s", 1, a.nexthopGroupName.getArg());
+      break;
+    case RibRowForm::drop:
+      p.addFrills("\n%*s Null0", width, " ");
+      if (row.showDropName) {
+        a.dropNextHopName.setValue(row.dropName);
+        p.addAttributes(", name: %s", 1, a.dropNextHopName.getArg());
+      }
+      break;
+    case RibRowForm::vias:
+      p.startList("vias");
+      for (const RibVia& via : row.vias) {
+        if (p.fullness() > kFlushFullness) p.ioflush();
+        printVia(via, width, p, a);
+      }
+      p.endList();
+      break;
+  }
+  p.addFrills("\n");
+  p.endDictEntry();
+  p.endDict();
+  p.endDictEntry();
+}
+
+}  // namespace
+
+// The dump, from its model alone.
 void StaticRoutesRibCommon::print(const RovaConsts& rovaConsts) {
   rendr::Printer p(static_cast<int>(fd_), fmt_, true, false, true, 0);
   try {
+    const RibListing model(*this, rovaConsts);
     RibAttrs a(p.format());
-    const Mox::String8& defaultName = rovaConsts.defaultStaticRouteName();
     p.startDict("routes");
     p.addFrills("%s\n", legend().charPtr());
-    const auto& routes = sortedRoute();
-    for (auto it = routes.begin(); it != routes.end(); ++it) {
-      const Routing::Route* route = it->second.get();
-      const std::string prefixText = route->prefix().stringValue();
-      // Each route is an entry of its own, keyed by its prefix: routes of one prefix at several
-      // preferences repeat the prefix's key, each with its one preference inside.
-      a.prefix.setValue(prefixText);
-      p.startDictEntry(a.prefix);
-      p.startDict("preference");
-      a.preference.setValue(route->preference());
-      p.startDictEntry(a.preference);
-
-      // The code column's width is the indent of every line below the first.
-      a.routeType.setValue(route->routeType());
-      p.addAttributes("%-5s", 1, a.routeType.getArg());
-      const int width = std::snprintf(nullptr, 0, "%-5s", ribRouteTypeCode(route->routeType()));
-      MOX_ASSERT(width >= 0 && "n >= 0");
-      p.addFrills("%s", prefixText.c_str());
-      p.addFrills(" [%d]", int(route->preference()));
-      a.tag.setValue(route->tag());
-      p.addAttributes(" tag %u", 1, a.tag.getArg());
-
-      switch (route->routeType()) {
-        case Routing::RouteType::nexthopGroup:
-          p.addFrills("\n%*s", width, " ");
-          a.nexthopGroupName.setValue(route->nexthopGroupName());
-          p.addAttributes(" nexthop-group %s", 1, a.nexthopGroupName.getArg());
-          break;
-        case Routing::RouteType::drop:
-          p.addFrills("\n%*s Null0", width, " ");
-          // Unlike a via's name, an empty drop name is not tested for: with a non-empty
-          // default it prints ", name: " with nothing after it, as the saved line does.
-          if (route->dropNextHopName() != defaultName) {
-            a.dropNextHopName.setValue(route->dropNextHopName());
-            p.addAttributes(", name: %s", 1, a.dropNextHopName.getArg());
-          }
-          break;
-        default:
-          p.startList("vias");
-          for (const Routing::Via& via : route->via()) {
-            if (p.fullness() > kFlushFullness) p.ioflush();
-            p.startListEntry();
-            p.addFrills("\n%*s", width, " ");
-            const char* separator = " ";
-            if (via.hop()) {
-              a.nexthopAddr.setValue(via.hop().stringValue());
-              p.addAttributes(" via %s", 1, a.nexthopAddr.getArg());
-              if (!via.mplsLabel().isNoLabel()) {
-                a.mplsLabel.setValue(via.mplsLabel().value());
-                p.addAttributes(", label %u", 1, a.mplsLabel.getArg());
-              }
-              separator = ", ";
-            }
-            if (via.intfId().isValid()) {
-              p.addFrills("%s", separator);
-              a.interface.setValue(via.intfId().stringValue());
-              p.addAttributes("%s", 1, a.interface.getArg());
-              if (allIntfConfig_) {
-                const auto* config = allIntfConfig_->intfConfig().find(via.intfId());
-                if (config && *config && !(*config)->description().empty()) {
-                  a.interfaceDescription.setValue((*config)->description());
-                  p.addAttributes(" (%s)", 1, a.interfaceDescription.getArg());
-                }
-              }
-            }
-            const Mox::String8* name = route->viaNextHopName().find(via);
-            if (name && !name->empty() && *name != defaultName) {
-              a.nexthopName.setValue(*name);
-              p.addAttributes(", name: %s", 1, a.nexthopName.getArg());
-            }
-            p.endListEntry();
-          }
-          p.endList();
-          break;
-      }
-      p.addFrills("\n");
-      p.endDictEntry();
-      p.endDict();
-      p.endDictEntry();
-    }
+    model.forEachRow([&](const RibRow& row) { printRow(row, p, a); });
     p.endDict();
   } catch (const std::exception& e) {
     p.reportFailure(e);

@@ -7,8 +7,8 @@
 #include <set>
 #include <string>
 
-#include "lib/route_listing/RouteListing.h"
-#include "lib/route_listing/RoutePrinter.h"
+#include "lib/route_listing/internal/RouteListing.h"
+#include "lib/route_listing/internal/RoutePrinter.h"
 #include "platform/rendr/Interrupt.h"
 #include "tests/lib/route_listing/SorterFixture.h"
 #include "tests/support/Capture.h"

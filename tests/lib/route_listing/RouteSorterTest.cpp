@@ -2,7 +2,7 @@
 // operations the front end may call between selection and printing.
 #include <gtest/gtest.h>
 
-#include "lib/route_listing/SorterAlgorithms.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
 #include "platform/mox/ActivityLock.h"
 #include "tests/lib/route_listing/SorterFixture.h"
 

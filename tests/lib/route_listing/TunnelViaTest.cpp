@@ -3,7 +3,7 @@
 // listings of the example device; here, what it does not have.
 #include <gtest/gtest.h>
 
-#include "lib/route_listing/TunnelVias.h"
+#include "lib/route_listing/internal/TunnelVias.h"
 #include "tests/lib/route_listing/SorterFixture.h"
 
 namespace {

@@ -6,6 +6,9 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
+
+#include "lib/static_routes/RibListing.h"
 
 #include "platform/mox/Exception.h"
 #include "platform/rendr/Printer.h"
@@ -73,6 +76,127 @@ std::string dumped(bool dynamic) {
 TEST(RibRoutes, EveryInputGivesTheRoutesOfTheChosenKindInKeyOrder) {
   EXPECT_EQ(dumped(false), "10.1.0.0/16;10.2.0.0/16;");
   EXPECT_EQ(dumped(true), "10.3.0.0/16;10.4.0.0/16;");
+}
+
+// ---- what the dump shows of each route: the cases the loader refuses or the goldens miss ----
+
+using Plexa::IntfId;
+using Plexa::IpGenAddr;
+using Routing::RouteType;
+using Rova::RibRowForm;
+
+Routing::Via via(const char* hop, const char* intf,
+                 std::uint32_t label = Plexa::MplsLabel::kNoLabel) {
+  Routing::Via v;
+  if (*hop) v.hopIs(IpGenAddr::fromString(hop));
+  v.intfIdIs(IntfId(intf));
+  v.mplsLabelIs(Plexa::MplsLabel(label));
+  return v;
+}
+
+// The routes of a dump, each as the model shows it.
+class Dump {
+ public:
+  Dump() : intfs_(Mox::makePtr<Interface::AllIntfConfigDir>()) {
+    rib_ = Mox::makePtr<StaticRoutesRibCommon>(intfs_);
+  }
+
+  Routing::Route& route(const char* prefix, RouteType type) {
+    auto r =
+        Mox::makePtr<Routing::Route>(Routing::RouteKey(Plexa::IpGenPrefix::fromString(prefix), 1));
+    r->routeTypeIs(type);
+    rib_->sortedRouteIs(r);
+    return *r;
+  }
+  void describe(const char* intf, const char* description) {
+    auto config = Mox::makePtr<Interface::IntfConfig>(IntfId(intf));
+    config->descriptionIs(description);
+    intfs_->intfConfigIs(IntfId(intf), config);
+  }
+
+  struct Shown {
+    RibRowForm form;
+    bool showDropName;
+    std::string dropName;
+    std::vector<Rova::RibVia> vias;
+  };
+  std::vector<Shown> rows(const char* defaultName = "") const {
+    Rova::RovaConsts consts;
+    consts.defaultStaticRouteNameIs(defaultName);
+    std::vector<Shown> out;
+    Rova::RibListing(*rib_, consts).forEachRow([&](const Rova::RibRow& row) {
+      out.push_back({row.form, row.showDropName, row.dropName.stringValue(), row.vias});
+    });
+    return out;
+  }
+
+ private:
+  Mox::Ptr<Interface::AllIntfConfigDir> intfs_;
+  Mox::Ptr<StaticRoutesRibCommon> rib_;
+};
+
+TEST(RibDumpShows, ALabelOnlyAfterANextHop) {
+  Dump d;
+  Routing::Route& r = d.route("10.0.0.0/8", RouteType::forward);
+  r.viaIs(via("10.1.1.1", "", 3000), true);
+  r.viaIs(via("10.1.1.2", "Ethernet1"), true);
+  // The loader refuses a label without a next hop; the dump does not show one either.
+  r.viaIs(via("", "Ethernet2", 3000), true);
+  const auto rows = d.rows();
+  ASSERT_EQ(rows.size(), 1u);
+  ASSERT_EQ(rows[0].vias.size(), 3u);  // in the route's order: the via without a next hop first
+  EXPECT_FALSE(rows[0].vias[0].showLabel);
+  EXPECT_TRUE(rows[0].vias[1].showLabel);
+  EXPECT_EQ(rows[0].vias[1].label, 3000u);
+  EXPECT_FALSE(rows[0].vias[2].showLabel);
+}
+
+TEST(RibDumpShows, NamesOtherThanTheDefaultAndAnEmptyDropName) {
+  Dump d;
+  Routing::Route& r = d.route("10.0.0.0/8", RouteType::forward);
+  const Routing::Via core = via("10.1.1.1", ""), spare = via("10.1.1.2", ""),
+                     unnamed = via("10.1.1.3", "");
+  for (const auto& v : {core, spare, unnamed})
+    r.viaIs(v, true);
+  r.viaNextHopNameIs(core, "core");
+  r.viaNextHopNameIs(spare, "spare");
+  d.route("10.5.0.0/16", RouteType::drop).dropNextHopNameIs("core");
+  d.route("10.6.0.0/16", RouteType::drop);  // no name: shown as an empty one
+  d.route("10.7.0.0/16", RouteType::drop).dropNextHopNameIs("sink");
+
+  const auto rows = d.rows("core");
+  ASSERT_EQ(rows.size(), 4u);
+  ASSERT_EQ(rows[0].vias.size(), 3u);
+  EXPECT_EQ(rows[0].vias[0].name, "");
+  EXPECT_EQ(rows[0].vias[1].name, "spare");
+  EXPECT_EQ(rows[0].vias[2].name, "");
+  EXPECT_EQ(rows[1].form, RibRowForm::drop);
+  EXPECT_FALSE(rows[1].showDropName);
+  EXPECT_TRUE(rows[2].showDropName);
+  EXPECT_EQ(rows[2].dropName, "");
+  EXPECT_TRUE(rows[3].showDropName);
+  EXPECT_EQ(rows[3].dropName, "sink");
+  // With no default name, an unnamed drop route shows no name.
+  EXPECT_FALSE(d.rows("")[2].showDropName);
+}
+
+TEST(RibDumpShows, TheDescriptionOfTheViasOwnInterface) {
+  Dump d;
+  d.describe("Ethernet1", "uplink");
+  d.describe("Ethernet2", "");
+  Routing::Route& r = d.route("10.0.0.0/8", RouteType::forward);
+  r.viaIs(via("", "Ethernet1"), true);
+  r.viaIs(via("", "Ethernet2"), true);
+  r.viaIs(via("", "Ethernet3"), true);  // no configuration
+  r.viaIs(via("10.1.1.1", ""), true);
+  const auto rows = d.rows();
+  ASSERT_EQ(rows.size(), 1u);
+  ASSERT_EQ(rows[0].vias.size(), 4u);
+  EXPECT_EQ(rows[0].vias[0].description, "uplink");
+  EXPECT_EQ(rows[0].vias[1].description, "");
+  EXPECT_EQ(rows[0].vias[2].description, "");
+  EXPECT_EQ(rows[0].vias[3].description, "");
+  EXPECT_FALSE(rows[0].vias[3].intf.isValid());
 }
 
 }  // namespace

@@ -19,9 +19,9 @@
 #include <optional>
 #include <vector>
 
-#include "lib/route_listing/RoutePrinter.h"
 #include "lib/route_listing/RouteSorter.h"
-#include "lib/route_listing/SorterAlgorithms.h"
+#include "lib/route_listing/internal/RoutePrinter.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
 
 namespace Rova {
 

@@ -1,5 +1,5 @@
 // What the route listing's files share: the banners, the indent run, the family helpers and
-// the FEC columns. Not for users of the listing: they include RoutePrinter.h.
+// the FEC columns. Not for users of the listing: they include RouteSorter.h.
 
 #pragma once
 
@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "lib/route_listing/RoutePrinter.h"
 #include "lib/route_listing/RouteSorter.h"
+#include "lib/route_listing/internal/RoutePrinter.h"
 #include "platform/rendr/Printer.h"
 
 namespace Rova::listing {

@@ -343,30 +343,40 @@ bool inListedVrf(const Sorter& s, Plexa::IntfId intfId) {
   return vrf == s.vrfName();
 }
 
-template <class Sorter>
-void buildAddrToIntfId(Sorter& s);
-
-template <>
-inline void buildAddrToIntfId(RouteSorter& s) {
-  if (!s.ipStatus()) return;
-  for (const auto& [intfId, status] : s.ipStatus()->ipIntfStatus()) {
-    if (!status || !inListedVrf(s, intfId)) continue;
-    // An interface without a primary address has 0.0.0.0/0 there, which is recorded like
-    // any primary: the default route is then the subnet of such an interface.
-    s.addrToIntfIdIs(status->activeAddrWithMask(), intfId);
-    for (const auto& secondary : status->activeSecondaryWithMask()) {
-      s.addrToIntfIdIs(secondary, intfId);
-    }
-  }
+// The interface address records of the sorter's family, by interface.
+inline const Ip::IpIntfStatusMap& intfAddrStatus(const Ip::Status& status) {
+  return status.ipIntfStatus();
+}
+inline const Ip6::IntfStatusMap& intfAddrStatus(const Ip6::Status& status) {
+  return status.intf();
 }
 
-template <>
-inline void buildAddrToIntfId(Route6Sorter& s) {
+// The addresses an interface holds, with their masks: IPv4 the active primary and secondaries,
+// IPv6 every active address. An interface routed for IPv4 without a primary address holds
+// 0.0.0.0/0 as its primary, the value its status keeps for none, and that counts like any
+// other primary: the whole address space is its subnet.
+template <class Fn>
+void forEachOwnAddress(const Ip::IpIntfStatus& status, Fn&& fn) {
+  fn(status.activeAddrWithMask());
+  for (const auto& secondary : status.activeSecondaryWithMask())
+    fn(secondary);
+}
+template <class Fn>
+void forEachOwnAddress(const Ip6::IntfStatus& status, Fn&& fn) {
+  for (const auto& addr : status.addr())
+    fn(addr);
+}
+
+// Each address of the listed VRF's interfaces, mapped to its interface. An address held by two
+// interfaces maps to the later one (interfaces in their order).
+template <class Sorter>
+void buildAddrToIntfId(Sorter& s) {
   if (!s.ipStatus()) return;
-  for (const auto& [intfId, status] : s.ipStatus()->intf()) {
+  for (const auto& entry : intfAddrStatus(*s.ipStatus())) {
+    const Plexa::IntfId intfId = entry.first;
+    const auto& status = entry.second;
     if (!status || !inListedVrf(s, intfId)) continue;
-    for (const auto& addr : status->addr())
-      s.addrToIntfIdIs(addr, intfId);
+    forEachOwnAddress(*status, [&](const auto& addr) { s.addrToIntfIdIs(addr, intfId); });
   }
 }
 

@@ -10,7 +10,7 @@
 #include <cstdio>
 
 #include "lib/route_listing/RouteSorter.h"
-#include "lib/route_listing/SorterAlgorithms.h"
+#include "lib/route_listing/internal/SorterAlgorithms.h"
 
 namespace Rova {
 
