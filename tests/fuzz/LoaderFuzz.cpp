@@ -1,8 +1,9 @@
 // Fuzz target: the state loader. A document either loads or is refused with a LoadError; any
 // other way out (another exception, a crash, a sanitizer report, a hang) is a fault. A
 // document that loads is a state rova can show and keep:
-// - every listing of every VRF, in text and in JSON, passes ScriptRunner::check (no internal
-//   error, one JSON document, clean messages);
+// - every listing of every VRF passes ScriptRunner::check (no internal error, one JSON
+//   document, clean messages) in JSON, which selects what the text shows; the round-trip
+//   target, which starts from these seeds too, runs them in text;
 // - the document the state is saved as loads again, and saving that gives the same document.
 // The round-trip target goes further: the reloaded state must list the same.
 
@@ -38,9 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
 
   runner.use(std::move(em));
-  for (bool json : {false, true}) {
-    for (auto& command : runner.listingCommands(json))
-      runner.check(runner.runWords(std::move(command)), text);
-  }
+  for (auto& command : runner.listingCommands(true))
+    runner.check(runner.runWords(std::move(command)), text);
   return 0;
 }

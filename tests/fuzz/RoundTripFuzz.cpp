@@ -2,6 +2,7 @@
 // script run on the built-in example, or a state document ("{..."), or a document, a NUL byte
 // and a script run on it. A state that loads, changed by whatever the script's lines were
 // accepted, is saved with `write` (to a file in the target's own directory), and then:
+// - every listing passes ScriptRunner::check before and after;
 // - the file loads;
 // - every listing of every VRF (routes, host routes, summaries, static routes, nexthop groups,
 //   running-config) reads the same, byte for byte, statuses and messages included;
@@ -71,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // The example as it loads goes round with every script that changes it.
   if (document.empty() && !cli::state().unsaved()) return 0;
 
-  const std::string before = runner.listings();
+  const std::string before = runner.listings(input);
   const fuzz::LineRun write = runner.runWords({"write", runner.writeTarget()});
   if (write.status != cli::kStatusOk) runner.fault("the state cannot be saved", input, write.err);
   const std::string saved = fileText(runner.writeTarget());
@@ -84,7 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     runner.fault("the saved state does not load", input, e.what());
   }
-  const std::string after = runner.listings();
+  const std::string after = runner.listings(input);
   if (after != before) {
     runner.fault("the reloaded state lists differently", input, firstDifference(before, after));
   }

@@ -186,11 +186,12 @@ std::vector<std::vector<std::string>> ScriptRunner::listingCommands(bool json) c
   return commands;
 }
 
-std::string ScriptRunner::listings() {
+std::string ScriptRunner::listings(std::string_view input) {
   leaveModes();
   std::string text;
   for (auto& command : listingCommands(false)) {
     const LineRun r = runWords(std::move(command));
+    check(r, input);
     text += "$ " + joined(r.words) + "\n" + r.out + r.err;
     text += "status " + std::to_string(r.status) + "\n";
   }

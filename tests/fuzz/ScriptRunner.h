@@ -63,8 +63,9 @@ class ScriptRunner {
   // summaries, static routes in the RIB and dynamic, nexthop groups and their summary; and the
   // static routes configured. In JSON when asked.
   std::vector<std::vector<std::string>> listingCommands(bool json) const;
-  // The listings run one after the other, each with its status and messages, as one text.
-  std::string listings();
+  // The listings in text, run one after the other, each with its status and messages, as one
+  // text; each passes check() as a fault of `input`.
+  std::string listings(std::string_view input);
 
   // Where `write` lines save; removed again by clearFiles().
   const std::string& writeTarget() const { return writeTarget_; }
