@@ -82,6 +82,7 @@ ScriptRunner& ScriptRunner::instance() {
 
 ScriptRunner::ScriptRunner() {
   cli::addCommands(exec_);
+  cli::addConfigureRow(exec_);
   modes_ = cli::shellModes(exec_);
   const char* tmp = std::getenv("TMPDIR");
   std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/rova-fuzz-XXXXXX";
