@@ -9,6 +9,7 @@
 #include "cli/DeviceState.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Dir.h"
+#include "platform/mox/Exception.h"
 #include "platform/plexa/EthAddr.h"
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
@@ -170,6 +171,7 @@ int readRouteLine(const Match& m, bool v6, RouteLine& line, const Context& c) {
     line.via.routerMacIs(Plexa::EthAddr::fromString(m.value("MAC")));
   }
   line.trackBfd = m.flag("track");
+  Routing::dropZeroAddresses(line.via);
   line.hasVia = line.via.intfId().isValid() || line.via.hop() || line.via.vtepAddr();
   return -1;
 }
@@ -199,6 +201,17 @@ int addRoute(const Match& m, const Context& c, bool v6) {
                   "Incomplete command: a static route needs a next hop, an interface, Null0 or "
                   "Nexthop-Group",
                   kStatusUsage);
+  }
+  if (line.type == Routing::RouteType::forward) {
+    Routing::ViaParts parts;
+    parts.hop = bool(line.via.hop());
+    parts.interface = m.has("INTF");
+    parts.label = m.has("LABEL");
+    parts.vtep = bool(line.via.vtepAddr());
+    parts.vni = m.has("VNI");
+    parts.routerMac = m.has("MAC");
+    if (const char* why = Routing::staticViaProblem(parts))
+      return refuse(c, std::string("Invalid input: ") + why, kStatusUsage);
   }
   if (ownAddress(line)) {
     return refuse(c, "Next hop " + line.via.hop().stringValue() +
@@ -448,7 +461,14 @@ int enterInterface(const Match& m, const Context& c) {
 
 // ---- VRF route distinguishers ----
 
-int enterVrf(const Match& m, const Context&) {
+// A name the state cannot hold is refused here, before `rd` would save it under that name.
+int enterVrf(const Match& m, const Context& c) {
+  if (!L3::VrfName::validName(m.value("NAME"))) {
+    return refuse(c,
+                  "Invalid input at " + Mox::shownWord(m.value("NAME")) + ": a VRF name is " +
+                      L3::VrfName::kNameRule,
+                  kStatusUsage);
+  }
   session.mode = Mode::vrf;
   session.vrf = m.value("NAME");
   return kStatusOk;
