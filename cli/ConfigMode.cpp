@@ -14,6 +14,7 @@
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
 #include "platform/plexa/VrfName.h"
+#include "platform/rendr/Printer.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
 #include "platform/state/RoutingConfig.h"
@@ -565,6 +566,22 @@ void addConfigTypes(Grammar& g) {
   g.addKeywordHelp("end", "Leave configuration mode");
 }
 
+// A configuration line prints nothing; in JSON mode it leaves, as every command does, one
+// document: {}. (A refused line's message goes to standard error.)
+std::vector<Row> leavingOneDocument(std::vector<Row> rows) {
+  for (Row& r : rows) {
+    r.action = [action = std::move(r.action)](const Match& m, const Context& c) {
+      struct Empty {
+        const Match& m;
+        const Context& c;
+        ~Empty() { rendr::writeEmptyOutput(c.out, static_cast<unsigned>(m.formatNumber())); }
+      } empty{m, c};
+      return action(m, c);
+    };
+  }
+  return rows;
+}
+
 // Configuration mode: the commands of the command table, the route lines, and the ways into
 // the sub-modes and out.
 void addConfigRows(Grammar& g) {
@@ -581,7 +598,7 @@ void addConfigRows(Grammar& g) {
   rows.push_back({"vrf instance NAME", {{"instance", "Configure a VRF"}}, enterVrf});
   rows.push_back({"exit", {}, exitMode});
   rows.push_back({"end", {}, endMode});
-  g.addRows(std::move(rows));
+  g.addRows(leavingOneDocument(std::move(rows)));
 }
 
 struct ConfigGrammars {
@@ -589,7 +606,7 @@ struct ConfigGrammars {
   ConfigGrammars() {
     addConfigRows(config);
     addConfigRows(interface);
-    interface.addRows({
+    interface.addRows(leavingOneDocument({
         {"ip address A.B.C.D/LEN [secondary]",
          {{"address", "Assign an IPv4 address"}, {"secondary", "As a secondary address"}},
          ipAddress},
@@ -600,19 +617,20 @@ struct ConfigGrammars {
         {"no ipv6 address [X:X::X/LEN]",
          {{"address", "Remove the IPv6 addresses, or one"}},
          noIpv6Address},
-    });
+    }));
     addConfigRows(vrf);
-    vrf.addRows({
+    vrf.addRows(leavingOneDocument({
         {"rd RD", {{"rd", "Route distinguisher of the VRF"}}, rd},
         {"no rd", {{"rd", "Remove the VRF's route distinguisher"}}, noRd},
-    });
+    }));
   }
 };
 
 }  // namespace
 
-int enterConfigMode(const Match&, const Context&) {
+int enterConfigMode(const Match& m, const Context& c) {
   session.mode = Mode::config;
+  rendr::writeEmptyOutput(c.out, static_cast<unsigned>(m.formatNumber()));
   return kStatusOk;
 }
 
