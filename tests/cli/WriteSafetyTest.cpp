@@ -220,46 +220,55 @@ class LargeState : public Saving {
   std::string original_;
 };
 
-// A signal while `write` runs: the old file stays as it was (or, when the signal came after
-// the rename, the new one is whole), and the temporary file goes with the process.
+// A signal while the state is written, by a one-shot command that writes its change back or by
+// `write` in a script: the old file stays as it was (or, when the signal came after the rename,
+// the new one is whole), and the temporary file goes with the process.
 TEST_F(LargeState, ASignalDuringWriteLeavesNoTemporaryFile) {
+  struct Way {
+    std::vector<const char*> args;
+    std::string input;
+  };
+  const Way ways[] = {{{"clear", "nexthop-group", "counters"}, ""}, {{}, "write\n"}};
   int caught = 0;
-  for (int sig : {SIGTERM, SIGHUP, SIGINT}) {
-    SCOPED_TRACE(sig);
-    std::ofstream(file_, std::ios::trunc) << original_;
-    int in[2];
-    ASSERT_EQ(pipe(in), 0);
-    const pid_t pid = fork();
-    if (pid == 0) {
-      dup2(in[0], 0);
-      close(in[0]);
-      close(in[1]);
-      freopen("/dev/null", "w", stdout);
-      freopen("/dev/null", "w", stderr);
-      execl(ROVA_PROGRAM, ROVA_PROGRAM, "--state", file_.c_str(), static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    close(in[0]);
-    const std::string script = "clear nexthop-group counters\nwrite\n";
-    ASSERT_EQ(write(in[1], script.data(), script.size()), static_cast<ssize_t>(script.size()));
-    close(in[1]);
-    // Caught with its temporary file in place: stopped there, signalled, and let go.
-    bool temporary = false;
-    while (!temporary && waitpid(pid, nullptr, WNOHANG) == 0) {
-      temporary = names().size() > 1;
-      if (temporary) {
-        kill(pid, SIGSTOP);
-        kill(pid, sig);
-        kill(pid, SIGCONT);
+  for (const Way& way : ways) {
+    for (int sig : {SIGTERM, SIGHUP, SIGINT}) {
+      SCOPED_TRACE(std::to_string(sig) + " " + way.input);
+      std::ofstream(file_, std::ios::trunc) << original_;
+      int in[2];
+      ASSERT_EQ(pipe(in), 0);
+      const pid_t pid = fork();
+      if (pid == 0) {
+        dup2(in[0], 0);
+        close(in[0]);
+        close(in[1]);
+        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr)) _exit(126);
+        std::vector<const char*> argv = {ROVA_PROGRAM, "--state", file_.c_str()};
+        argv.insert(argv.end(), way.args.begin(), way.args.end());
+        argv.push_back(nullptr);
+        execv(ROVA_PROGRAM, const_cast<char* const*>(argv.data()));
+        _exit(127);
       }
-    }
-    if (temporary) ++caught;
-    waitpid(pid, nullptr, 0);
-    EXPECT_EQ(names(), std::vector<std::string>{"state.json"});
-    const std::string now = rovatest::readText(file_);
-    if (now != original_) {
-      clitest::Captured loads = runRova({"--state", file_, "show", "version"});
-      EXPECT_EQ(loads.status, 0) << loads.err;
+      close(in[0]);
+      ASSERT_EQ(write(in[1], way.input.data(), way.input.size()),
+                static_cast<ssize_t>(way.input.size()));
+      close(in[1]);
+      // Caught with its temporary file in place: stopped there, signalled, and let go.
+      bool temporary = false;
+      while (!temporary && waitpid(pid, nullptr, WNOHANG) == 0) {
+        temporary = names().size() > 1;
+        if (temporary) {
+          kill(pid, SIGSTOP);
+          kill(pid, sig);
+          kill(pid, SIGCONT);
+        }
+      }
+      if (temporary) ++caught;
+      waitpid(pid, nullptr, 0);
+      EXPECT_EQ(names(), std::vector<std::string>{"state.json"});
+      if (rovatest::readText(file_) != original_) {
+        clitest::Captured loads = runRova({"--state", file_, "show", "version"});
+        EXPECT_EQ(loads.status, 0) << loads.err;
+      }
     }
   }
   // On any machine the write of a state this size outlasts the loop's look at the directory.
