@@ -966,6 +966,8 @@ int finishOneShot(int status, const Context& context) {
     state().save("");
   } catch (const Snapshot::SaveError& e) {
     context.error("% " + cannotWrite(e));
+    // A signal that abandoned the write ends the program as it would have ended the command.
+    if (const int signal = rendr::takeStopSignal()) return kStatusSignal + signal;
     return kStatusFailed;
   }
   return status;
