@@ -14,6 +14,7 @@
 #include "cli/CommandActions.h"
 #include "cli/DeviceState.h"
 #include "cli/Output.h"
+#include "platform/plexa/IntfId.h"
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
 #include "platform/plexa/RouteDistinguisher.h"
@@ -51,7 +52,7 @@ bool isIp6AddrWithMask(std::string_view w) {
   return Plexa::Ip6AddrWithMask::parse(w, a);
 }
 bool isIntfName(std::string_view w) {
-  if (w.empty() || !std::isalpha(static_cast<unsigned char>(w[0]))) return false;
+  if (!Plexa::IntfId::validName(w) || !std::isalpha(static_cast<unsigned char>(w[0]))) return false;
   for (char c : w) {
     if (!std::isalnum(static_cast<unsigned char>(c)) && c != '/' && c != '.' && c != '-' &&
         c != '_')

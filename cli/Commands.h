@@ -18,6 +18,11 @@ void addCommands(Grammar& grammar);
 // writing failed (reported on context.err).
 int finishOneShot(int status, const Context& context);
 
+// After the shell: changes made since the state was loaded or last written to its own file
+// are lost with the process, and a note on context.err says so (the shell saves only on
+// `write`). Returns `status`.
+int finishShell(int status, const Context& context);
+
 // Loads the device state named by --state (empty: the built-in default; "-": standard input)
 // before the first command runs. Returns kStatusOk, or the status to leave with after refusing
 // `command` (refuseLine) with the reason.

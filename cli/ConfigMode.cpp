@@ -10,10 +10,12 @@
 #include "cli/Output.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Dir.h"
+#include "platform/mox/Exception.h"
 #include "platform/plexa/EthAddr.h"
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
 #include "platform/plexa/VrfName.h"
+#include "platform/rendr/Printer.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
 #include "platform/state/RoutingConfig.h"
@@ -171,6 +173,7 @@ int readRouteLine(const Match& m, bool v6, RouteLine& line, const Context& c) {
     line.via.routerMacIs(Plexa::EthAddr::fromString(m.value("MAC")));
   }
   line.trackBfd = m.flag("track");
+  Routing::dropZeroAddresses(line.via);
   line.hasVia = line.via.intfId().isValid() || line.via.hop() || line.via.vtepAddr();
   return -1;
 }
@@ -215,6 +218,17 @@ int addRoute(const Match& m, const Context& c, bool v6) {
                   "Incomplete command: a static route needs a next hop, an interface, Null0 or "
                   "Nexthop-Group",
                   kStatusUsage);
+  }
+  if (line.type == Routing::RouteType::forward) {
+    Routing::ViaParts parts;
+    parts.hop = bool(line.via.hop());
+    parts.interface = m.has("INTF");
+    parts.label = m.has("LABEL");
+    parts.vtep = bool(line.via.vtepAddr());
+    parts.vni = m.has("VNI");
+    parts.routerMac = m.has("MAC");
+    if (const char* why = Routing::staticViaProblem(parts))
+      return refuse(c, std::string("Invalid input: ") + why, kStatusUsage);
   }
   if (ownAddress(line)) {
     return refuse(c, "Next hop " + line.via.hop().stringValue() +
@@ -306,7 +320,14 @@ int enterInterface(const Match& m, const Context& c) {
 
 // ---- VRF route distinguishers ----
 
-int enterVrf(const Match& m, const Context&) {
+// A name the state cannot hold is refused here, before `rd` would save it under that name.
+int enterVrf(const Match& m, const Context& c) {
+  if (!L3::VrfName::validName(m.value("NAME"))) {
+    return refuse(c,
+                  "Invalid input at " + Mox::shownWord(m.value("NAME")) + ": a VRF name is " +
+                      L3::VrfName::kNameRule,
+                  kStatusUsage);
+  }
   session.mode = Mode::vrf;
   session.vrf = m.value("NAME");
   return kStatusOk;
@@ -403,6 +424,19 @@ void addConfigTypes(Grammar& g) {
   g.addKeywordHelp("end", "Leave configuration mode");
 }
 
+// A configuration line prints nothing; in JSON mode it leaves, as every command does, one
+// document: {}. (A refused line's message goes to standard error.)
+std::vector<Row> leavingOneDocument(std::vector<Row> rows) {
+  for (Row& r : rows) {
+    r.action =
+        oneDocument([action = std::move(r.action)](const Match& m, const Context& c, Output& out) {
+          const int status = action(m, c);
+          return status == kStatusOk ? out.nothing() : status;
+        });
+  }
+  return rows;
+}
+
 // Configuration mode: the commands of the command table, the route lines, and the ways into
 // the sub-modes and out.
 void addConfigRows(Grammar& g) {
@@ -420,7 +454,7 @@ void addConfigRows(Grammar& g) {
   rows.push_back({"vrf instance NAME", {{"instance", "Configure a VRF"}}, enterVrf});
   rows.push_back({"exit", {}, exitMode});
   rows.push_back({"end", {}, endMode});
-  g.addRows(std::move(rows));
+  g.addRows(leavingOneDocument(std::move(rows)));
 }
 
 struct ConfigGrammars {
@@ -428,7 +462,7 @@ struct ConfigGrammars {
   ConfigGrammars() {
     addConfigRows(config);
     addConfigRows(interface);
-    interface.addRows({
+    interface.addRows(leavingOneDocument({
         {"ip address A.B.C.D/LEN [secondary]",
          {{"address", "Assign an IPv4 address"}, {"secondary", "As a secondary address"}},
          [](const Match& m, const Context& c) { return address(m, c, "A.B.C.D/LEN"); }},
@@ -441,12 +475,12 @@ struct ConfigGrammars {
         {"no ipv6 address [X:X::X/LEN]",
          {{"address", "Remove the IPv6 addresses, or one"}},
          [](const Match& m, const Context& c) { return noAddress(m, c, "X:X::X/LEN", true); }},
-    });
+    }));
     addConfigRows(vrf);
-    vrf.addRows({
+    vrf.addRows(leavingOneDocument({
         {"rd RD", {{"rd", "Route distinguisher of the VRF"}}, rd},
         {"no rd", {{"rd", "Remove the VRF's route distinguisher"}}, noRd},
-    });
+    }));
   }
 };
 
@@ -455,9 +489,9 @@ struct ConfigGrammars {
 void addConfigureRow(Grammar& exec) {
   exec.addRows({{"configure",
                  {{"configure", "Enter configuration mode"}},
-                 oneDocument([](const Match&, const Context&, Output&) {
+                 oneDocument([](const Match&, const Context&, Output& out) {
                    session.mode = Mode::config;
-                   return kStatusOk;
+                   return out.nothing();
                  })}});
 }
 

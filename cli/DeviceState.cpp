@@ -19,15 +19,21 @@ DeviceState& DeviceState::instance() {
 }
 
 void DeviceState::load(const std::string& path) {
+  // Taken before the file is read: a change made while it loads makes the stamp out of date,
+  // so that a later save refuses rather than overwrites it.
+  const Snapshot::FileStamp stamp =
+      path.empty() || path == "-" ? Snapshot::FileStamp() : Snapshot::stampOf(path);
   auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
   use(std::move(em), path.empty() ? "built-in example" : path == "-" ? "standard input" : path);
   live_ = false;
   // Standard input is read once; there is no file to write back to.
   filePath_ = path == "-" ? std::string() : path;
+  stamp_ = stamp;
 }
 
 void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
                         std::string filePath) {
+  if (em_ != em || filePath != filePath_) stamp_ = {};
   if (em_ != em) use(std::move(em), std::move(source));
   live_ = false;
   filePath_ = std::move(filePath);
@@ -37,6 +43,7 @@ void DeviceState::loadLive() {
   use(Snapshot::readLive(), "live");
   live_ = true;
   filePath_.clear();
+  stamp_ = {};
 }
 
 void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
@@ -58,7 +65,10 @@ void DeviceState::save(const std::string& path) {
     throw Mox::RangeException("The state has no file of its own (" + source_ +
                               "); give one: write FILE");
   }
-  Snapshot::save(*em_, target);
+  // The state's own file, by its name or another (a link), must be as the state found it.
+  const bool own = target == filePath_ || stamp_.sameFile(Snapshot::stampOf(target));
+  const Snapshot::FileStamp written = Snapshot::save(*em_, target, own ? &stamp_ : nullptr);
+  if (own) stamp_ = written;
   if (target == filePath_) unsaved_ = false;
 }
 

@@ -10,6 +10,7 @@
 #include "lib/registry/TypeRegistry.h"
 #include "lib/registry/Value.h"
 #include "platform/statum/EntityManager.h"
+#include "snapshot/Snapshot.h"
 
 namespace cli {
 
@@ -41,8 +42,10 @@ class DeviceState {
   // the state was loaded or last saved to its own file.
   void changed() { unsaved_ = true; }
   bool unsaved() const { return unsaved_; }
-  // Writes the state to `path` (empty: the file it came from) with Snapshot::save. Throws
-  // Snapshot::SaveError; Mox::RangeException when there is no file to write to.
+  // Writes the state to `path` (empty: the file it came from) with Snapshot::save. Saving over
+  // the file the state came from is refused when the file changed since it was loaded or
+  // last saved by this process (another session wrote it). Throws Snapshot::SaveError;
+  // Mox::RangeException when there is no file to write to.
   void save(const std::string& path);
   std::string hostname() const;
 
@@ -66,6 +69,7 @@ class DeviceState {
   bool live_ = false;
   std::string filePath_;
   bool unsaved_ = false;
+  Snapshot::FileStamp stamp_;  // the state's own file as it was read or last written
 
   void use(Mox::Ptr<Statum::EntityManager> em, std::string source);
 };

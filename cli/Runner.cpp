@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <new>
 
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
@@ -55,6 +56,10 @@ int runAction(const Match& match, const Context& context) {
     MOX_TRACE(traceHandle, 0, "internal error in ", e.function(), ": ", e.what());
     context.error(std::string("% Internal error: ") + e.what());
     return kStatusInternal;
+  } catch (const std::bad_alloc&) {
+    // Nothing is wrong with the command or the program: the machine has no more to give.
+    context.error("% Out of memory");
+    return kStatusNoMemory;
   } catch (const std::exception& e) {
     context.error(std::string("% ") + e.what());
     return kStatusFailed;

@@ -18,6 +18,7 @@ constexpr int kStatusOk = 0;
 constexpr int kStatusFailed = 1;     // the command refused: range error, failed check
 constexpr int kStatusUsage = 2;      // the command line itself is wrong
 constexpr int kStatusInternal = 70;  // a broken invariant (EX_SOFTWARE)
+constexpr int kStatusNoMemory = 71;  // the system gave no more memory (EX_OSERR)
 // A command stopped by a signal ends with 128 + the signal's number, as a shell reports a
 // process the signal ended: 130 for SIGINT, 143 for SIGTERM, 129 for SIGHUP.
 constexpr int kStatusSignal = 128;
@@ -35,8 +36,8 @@ struct Context {
 };
 
 // Calls the matched row's action and maps what it throws to a message on `err` and a status:
-// Mox::InternalException -> "% Internal error: <what>" and 70; any other exception ->
-// "% <what>" and 1.
+// Mox::InternalException -> "% Internal error: <what>" and 70; std::bad_alloc -> "% Out of
+// memory" and 71; any other exception -> "% <what>" and 1.
 int runAction(const Match& match, const Context& context);
 
 // A check every command line passes before it is matched, in one-shot mode and in the shell:

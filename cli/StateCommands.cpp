@@ -3,6 +3,7 @@
 
 #include "cli/CommandActions.h"
 
+#include <new>
 #include <span>
 #include <string>
 
@@ -48,11 +49,21 @@ int showVersion(const Match&, const Context&, Output& out) {
 
 // ---- writing the state back ----
 
+// A state file in a message, escaped and cut as every word from outside is, the same when it
+// cannot be loaded or saved.
+std::string shownStateFile(const std::string& path) {
+  return path.empty() ? std::string("(built-in)") : Mox::shownWord(path, '\0');
+}
+
+std::string cannotWrite(const Snapshot::SaveError& e) {
+  return "Cannot write " + shownStateFile(e.path()) + ": " + e.reason();
+}
+
 int writeState(const Match& m, const Context&, Output& out) {
   try {
     state().save(m.has("FILE") ? m.value("FILE") : std::string());
   } catch (const Snapshot::SaveError& e) {
-    throw Mox::RangeException(std::string("Cannot write ") + e.what());
+    throw Mox::RangeException(cannotWrite(e));
   }
   return out.nothing();
 }
@@ -67,8 +78,23 @@ int finishOneShot(int status, const Context& context) {
   try {
     state().save("");
   } catch (const Snapshot::SaveError& e) {
-    context.error(std::string("% Cannot write ") + e.what());
+    context.error("% " + cannotWrite(e));
+    // A signal that abandoned the write ends the program as it would have ended the command.
+    if (const int signal = rendr::takeStopSignal()) return kStatusSignal + signal;
     return kStatusFailed;
+  }
+  return status;
+}
+
+int finishShell(int status, const Context& context) {
+  if (!state().unsaved()) return status;
+  if (state().filePath().empty()) {
+    context.error("% Not saved: the changes to the " + state().source() +
+                  " are lost; it has no file of its own (write FILE saves them)");
+  } else {
+    context.error(
+        "% Not saved: the changes since the state was loaded or last written are not in " +
+        shownStateFile(state().filePath()) + " (write saves them)");
   }
   return status;
 }
@@ -80,10 +106,12 @@ int loadState(const std::string& path, std::span<const std::string> command,
   } catch (const Snapshot::LoadError& e) {
     // A file that cannot be read is named once, here.
     return refuseLine(command,
-                      "% Cannot load state " +
-                          (path.empty() ? std::string("(built-in)") : Mox::shownWord(path, '\0')) +
-                          ": " + (e.file().empty() ? e.what() : e.reason()),
+                      "% Cannot load state " + shownStateFile(path) + ": " +
+                          (e.file().empty() ? e.what() : e.reason()),
                       kStatusUsage, context);
+  } catch (const std::bad_alloc&) {
+    return refuseLine(command, "% Cannot load state " + shownStateFile(path) + ": out of memory",
+                      kStatusNoMemory, context);
   }
   return kStatusOk;
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <exception>
 #include <limits>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -138,11 +139,13 @@ int main(int argc, char** argv) {
       cli::Shell shell(grammar, context);
       shell.modesIs(cli::shellModes(grammar));
       shell.keepGoingIs(options.keepGoing);
-      return leaveStateToExit(shell.run());
+      return leaveStateToExit(cli::finishShell(shell.run(), context));
     }
     rendr::installSignalHandlers();
     return leaveStateToExit(
         cli::finishOneShot(cli::runCommand(grammar, options.command, context), context));
+  } catch (const std::bad_alloc&) {
+    return cli::refuseLine(options.command, "% Out of memory", cli::kStatusNoMemory, context);
   } catch (const std::exception& e) {
     // The table itself is broken or the state hook threw: no command can run.
     return cli::refuseLine(options.command, std::string("% Internal error: ") + e.what(),

@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 namespace Snapshot {
 
@@ -120,6 +121,8 @@ void JsonReader::fail(std::string reason) const {
 }
 
 void JsonReader::failJson(simdjson::error_code e) const {
+  // The document may be fine; the machine is out of memory, and says so as everywhere else.
+  if (e == simdjson::MEMALLOC) throw std::bad_alloc();
   fail(std::string("malformed JSON: ") + simdjson::error_message(e));
 }
 

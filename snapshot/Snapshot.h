@@ -15,6 +15,7 @@
 //   try { Snapshot::load("{\"version\": 1}"); }
 //   catch (const Snapshot::LoadError& e) { e.what(); }  // "$: missing required key \"vrfs\""
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -68,9 +69,44 @@ class SaveError : public Mox::Exception {
 // state always gives the same text.
 std::string write(const Statum::EntityManager& em);
 
+// What a state file was when it was read (which file, its size and when it last changed), so
+// that a save can tell that someone else changed it since. An unknown stamp (no regular file
+// there) matches nothing and is never checked.
+struct FileStamp {
+  bool known = false;
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t size = 0;
+  std::int64_t modifiedSeconds = 0;
+  std::int64_t modifiedNanoseconds = 0;
+
+  bool sameFile(const FileStamp& o) const {
+    return known && o.known && device == o.device && inode == o.inode;
+  }
+  friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+// The stamp of the regular file at `path` (a symbolic link is followed); unknown when there is
+// none.
+FileStamp stampOf(const std::string& path);
+
 // Writes the state to `path`, replacing the file atomically: the text goes to a temporary file
-// in the same directory, is flushed to disk, and is renamed over `path`. On any error (a full
-// disk, a read-only directory) SaveError is raised and `path` is left as it was.
-void save(const Statum::EntityManager& em, const std::string& path);
+// beside it, is flushed to disk, and is renamed over it. On any error (a full disk, a
+// read-only directory) SaveError is raised and `path` is left as it was, with no temporary
+// file left behind, whatever happens.
+//
+// - A symbolic link is written through: the file it leads to is replaced, the link stays.
+// - Only a regular file is replaced: a directory, a FIFO, a device or a socket at `path` is
+//   refused, and so is a file with several names (hard links), which a replacement would
+//   separate, leaving the other names with the old state.
+// - The new file keeps the old one's permissions, and its owner and group where the process
+//   may give them (as root, always).
+// - With `loaded`, the stamp of the file when the state was read from it: a file that changed
+//   since (another session saved it, or someone edited it) is refused rather than overwritten.
+// - SIGINT, SIGTERM and SIGHUP are held while the temporary file exists: one that comes
+//   abandons the save (SaveError "interrupted") and acts once the temporary file is gone.
+//
+// Returns the stamp of the new file.
+FileStamp save(const Statum::EntityManager& em, const std::string& path,
+               const FileStamp* loaded = nullptr);
 
 }  // namespace Snapshot

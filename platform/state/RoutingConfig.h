@@ -46,6 +46,28 @@ class Via {
   MOX_KEY_TYPE(Via, "Routing::Via", ROUTING_VIA_ATTRS)
 };
 
+// The one rule for what a static via may be, for every way one enters a state (a snapshot, a
+// configuration line), so that whatever is accepted is saved and loads again.
+//
+// A zero address ("0.0.0.0", "::") is no address, as everywhere in the state: it is dropped
+// before the via is judged or kept, so that a via "through Ethernet1 to 0.0.0.0" is the via
+// through Ethernet1.
+void dropZeroAddresses(Via& via);
+
+// What a via was given, once its zero addresses are dropped: the label, VNI and router MAC
+// count when they were given at all (a state may hold VNI 0).
+struct ViaParts {
+  bool hop = false;
+  bool interface = false;
+  bool label = false;
+  bool vtep = false;
+  bool vni = false;
+  bool routerMac = false;
+};
+// Why a via of these parts cannot be held ("a label goes with a nexthop"); nullptr when it
+// can.
+const char* staticViaProblem(const ViaParts& parts);
+
 }  // namespace Routing
 
 MOX_STD_HASH(Routing::RouteKey)

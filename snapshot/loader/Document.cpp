@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <new>
 
 #include "platform/mox/Exception.h"
 #include "snapshot/loader/Loader.h"
@@ -220,6 +221,7 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
   od::document doc;
   loader::Loader loader;
   const auto err = parser.iterate(json).get(doc);
+  if (err == simdjson::MEMALLOC) throw std::bad_alloc();
   if (err != simdjson::SUCCESS)
     throw LoadError("$", std::string("malformed JSON: ") + simdjson::error_message(err));
   loader.readPastIs(std::move(readPast));
@@ -230,6 +232,8 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
 constexpr std::size_t kMaxDocumentBytes = 0xffffffffu;
 
 [[noreturn]] void failFile(const std::string& path, int err) {
+  // No memory to map or hold the text is the machine's shortage, not the file's fault.
+  if (err == ENOMEM) throw std::bad_alloc();
   throw LoadError("", std::strerror(err), path);
 }
 

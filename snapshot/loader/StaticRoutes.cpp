@@ -161,20 +161,17 @@ Routing::Via Loader::staticVia(od::value& v, bool& trackBfd, std::string& name) 
             break;
         }
       });
-  // A zero address is no address, as everywhere in the state ("0.0.0.0" or "::" is the
-  // same as leaving the key out), so a via that has nothing else is refused here rather than
-  // saved as an empty via the next load would refuse.
-  if (via.hop().isZero()) via.hopIs(Plexa::IpGenAddr());
-  if (via.vtepAddr().isZero()) via.vtepAddrIs(Plexa::IpGenAddr());
-  const bool hasHop = bool(via.hop());
-  const bool hasVtep = bool(via.vtepAddr());
-  if (hasHop && hasVtep) r_.fail("a via has a nexthop or a vtep, not both");
-  if (!hasHop && !hasVtep && !(seen & bit(kSvInterface)))
-    r_.fail("a via needs a nexthop, an interface or a vtep");
-  if ((seen & bit(kSvLabel)) && !hasHop) r_.fail("a label goes with a nexthop");
-  if (hasVtep && !(seen & bit(kSvVni))) r_.fail("a vtep via needs a vni");
-  if (!hasVtep && (seen & (bit(kSvVni) | bit(kSvRouterMac))))
-    r_.fail("vni and routerMac go with a vtep");
+  // A via that has nothing but zero addresses is refused here rather than saved as an empty
+  // via the next load would refuse.
+  Routing::dropZeroAddresses(via);
+  Routing::ViaParts parts;
+  parts.hop = bool(via.hop());
+  parts.interface = seen & bit(kSvInterface);
+  parts.label = seen & bit(kSvLabel);
+  parts.vtep = bool(via.vtepAddr());
+  parts.vni = seen & bit(kSvVni);
+  parts.routerMac = seen & bit(kSvRouterMac);
+  if (const char* why = Routing::staticViaProblem(parts)) r_.fail(why);
   return via;
 }
 

@@ -433,6 +433,23 @@ TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
        "% A dynamic static route holds 10.12.0.0/16 at preference 1; configure another "
        "preference\n"},
       {"ip route 10.0.0.0/8 10.1.1.9 bogus\n", "% Invalid input at 'bogus'\n"},
+      // What the state cannot hold is refused at the line, by the loader's own rules, rather
+      // than written to a file that would not load again.
+      {"interface E1234567890123456789012345678901234567890123456789012345678901234\n",
+       "% Invalid input at 'E1234567890123456789012345678901234567890123456789012345678901234'\n"},
+      {"ip route 10.99.0.0/16 E1234567890123456789012345678901234567890123456789012345678901234 "
+       "10.1.1.9\n",
+       "% Invalid input at 'E1234567890123456789012345678901234567890123456789012345678901234'\n"},
+      {"vrf instance a/b\nrd 100:99\n",
+       "% Invalid input at 'a/b': a VRF name is printable, no blanks or slashes\n"},
+      {"vrf instance caf\xc3\xa9\nrd 100:99\n",
+       "% Invalid input at 'caf\xc3\xa9': a VRF name is printable, no blanks or slashes\n"},
+      {"ip route 10.99.0.0/16 Ethernet1 0.0.0.0 label 5\n",
+       "% Invalid input: a label goes with a nexthop\n"},
+      {"ipv6 route 2001:db8:99::/48 Ethernet1 :: label 5\n",
+       "% Invalid input: a label goes with a nexthop\n"},
+      {"ip route 10.99.0.0/16 Ethernet1 vtep 0.0.0.0 vni 5 router-mac-address 00:1c:73:00:00:01\n",
+       "% Invalid input: vni and routerMac go with a vtep\n"},
   };
   for (const auto& [lines, message] : refusals) {
     SCOPED_TRACE(lines);

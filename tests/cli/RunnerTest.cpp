@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -37,6 +38,9 @@ class FailingActions : public testing::Test {
            throw std::out_of_range("no such FEC");
          }},
         {"foreign", {}, [](const cli::Match&, const cli::Context&) -> int { throw 42; }},
+        {"memory",
+         {},
+         [](const cli::Match&, const cli::Context&) -> int { throw std::bad_alloc(); }},
         {"refuse",
          {},
          [](const cli::Match& m, const cli::Context& c) {
@@ -63,6 +67,8 @@ TEST_F(FailingActions, EachKindOfFailureHasItsStatusAndMessage) {
       {"foreign", 70, "% Internal error: unknown exception\n"},
       {"range", 1, "% VrfName::bytes > 100 not allowed\n"},
       {"other", 1, "% no such FEC\n"},
+      // The machine, not the program, ran out: said as such, with its own status.
+      {"memory", 71, "% Out of memory\n"},
   };
   for (const auto& [line, status, err] : cases) {
     clitest::Captured r = run(line);
