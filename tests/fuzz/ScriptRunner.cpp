@@ -46,34 +46,7 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
-// ---- faults known and being fixed ----
-// The targets pass over these so that a run goes on to find others. Each entry goes when its
-// fix lands; the inputs that show it are seeds (corpus/*/known-*), which then keep it fixed.
-
-// Configuration mode accepts, and `write` saves, names and vias the loader refuses: interface
-// names over 64 characters, VRF names with '/' or non-ASCII characters given an `rd`, a label
-// on a gateway of 0.0.0.0 or ::.
-constexpr std::string_view kKnownUnloadable[] = {
-    "bad interface name",
-    "bad VRF name",
-    "a label goes with a nexthop",
-};
-
 }  // namespace
-
-bool ScriptRunner::knownUnloadable(std::string_view reason) {
-  return std::any_of(std::begin(kKnownUnloadable), std::end(kKnownUnloadable),
-                     [&](std::string_view known) { return reason.find(known) != reason.npos; });
-}
-
-// `configure` and the lines of the configuration modes write nothing in JSON mode, where every
-// other command writes at least {}.
-bool ScriptRunner::knownEmptyJson(const LineRun& r) const {
-  if (!r.out.empty()) return false;
-  const cli::MatchResult asCommand = exec_.match(r.words);
-  if (!asCommand.match) return r.mode != "exec";
-  return asCommand.match->row().syntax == "configure";
-}
 
 ScriptRunner& ScriptRunner::instance() {
   static ScriptRunner runner;
@@ -217,7 +190,7 @@ void ScriptRunner::check(const LineRun& r, std::string_view input) {
     // simdjson is as strict as a JSON reader gets (one document, UTF-8 checked), and much
     // faster here than a parser compiled with the fuzzer's instrumentation.
     static simdjson::dom::parser parser;
-    if (const auto error = parser.parse(r.out).error(); error && !knownEmptyJson(r)) {
+    if (const auto error = parser.parse(r.out).error(); error) {
       fault("not one JSON document", input,
             where + simdjson::error_message(error) + "\nstdout:\n" + r.out);
     }

@@ -79,11 +79,6 @@ class ScriptRunner {
   // character other than the newline in a message. A line that does not is a fault of `input`.
   void check(const LineRun& r, std::string_view input);
 
-  // Faults known and being fixed (ScriptRunner.cpp lists them), which the targets pass over:
-  // a saved state refused on reload for `reason`, a line that leaves nothing in JSON mode.
-  static bool knownUnloadable(std::string_view reason);
-  bool knownEmptyJson(const LineRun& r) const;
-
   // Reports a fault with the input that caused it and ends the program the way libFuzzer
   // reports a crash; the directory goes first.
   [[noreturn]] void fault(const char* what, std::string_view input, std::string_view detail);
