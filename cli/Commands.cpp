@@ -23,13 +23,13 @@
 #include "platform/plexa/VrfName.h"
 #include "platform/rendr/Printer.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 using Rova::Value;
 
 // ---- printing ----
@@ -547,7 +547,7 @@ int showRouteSummary(const Match& m, const Context& c, bool v6) {
 // without that record keeps the built-in defaults (preference 1, tag 0, no name).
 Value staticRouteDefaults() {
   Value consts = registry().construct("Rova::RovaConsts", {});
-  const Value defaults = state().at(paths::kStaticRouteDefaults);
+  const Value defaults = state().at(layout::staticRouteDefaults);
   if (defaults.isNone()) return consts;
   const auto& r = registry();
   r.attributeIs(consts, "defaultStaticRoutePreference", r.attribute(defaults, "preference"));
@@ -566,7 +566,7 @@ int showStaticRoutes(const Match& m, const Context& c) {
   const Value consts = staticRouteDefaults();
   for (const std::string& vrf : state().vrfNames()) {
     for (bool v6 : {false, true}) {
-      const Value config = state().atVrf(vrf, v6 ? paths::kRouting6Config : paths::kRoutingConfig);
+      const Value config = state().atVrf(vrf, v6 ? layout::routing6Config : layout::routingConfig);
       if (config.isNone()) continue;
       std::string routeCmd = v6 ? "ipv6 route " : "ip route ";
       if (vrf != L3::VrfName::kDefault) routeCmd += "vrf " + vrf + " ";
@@ -604,8 +604,8 @@ int showStaticRoutesRib(const Match& m, const Context& c) {
   const std::string vrf = vrfOf(m);
   if (int s = checkVrf(vrf, c); s >= 0) return s;
   Value rib = registry().construct("Rova::StaticRoutesRibCommon",
-                                   {{"allIntfConfig", state().at(paths::kIntfConfig)}});
-  for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+                                   {{"allIntfConfig", state().at(layout::intfConfig)}});
+  for (const auto& leaf : {layout::routingConfig, layout::routing6Config}) {
     const Value input = state().atVrf(vrf, leaf);
     if (input.isNone()) continue;
     const Value args[] = {input, Value(true)};
@@ -637,7 +637,7 @@ int clearStaticRoutes(const Match& m, const Context& c) {
   }
   Value helper = registry().construct("Rova::ClearIntfRoutesAndViasHelper", {});
   for (const std::string& vrf : vrfs) {
-    for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+    for (const auto& leaf : {layout::routingConfig, layout::routing6Config}) {
       const Value config = state().atVrf(vrf, leaf);
       if (config.isNone()) continue;
       const Value args[] = {config, Value(m.value("INTF").c_str())};
@@ -774,7 +774,7 @@ int checkResult(const Match& m, const Context& c, const Value& params, const cha
 // interfaces.
 int checkIpAddress(const Match& m, const Context& c) {
   const Value args[] = {
-      state().at(paths::kIpConfig),
+      state().at(layout::ipConfig),
       Value(m.value("INTF").c_str()),
       Value(m.has("TEXT") ? m.value("TEXT").c_str() : "Management"),
       Value(matchType(m.after("primary-match"), "allowExactMatch")),
@@ -787,7 +787,7 @@ int checkIpAddress(const Match& m, const Context& c) {
 
 int checkIp6Address(const Match& m, const Context& c) {
   const Value args[] = {
-      state().at(paths::kIp6Config),
+      state().at(layout::ip6Config),
       Value(m.value("INTF").c_str()),
       Value(m.has("TEXT") ? m.value("TEXT").c_str() : "Management"),
       Value(m.value("X:X::X/LEN").c_str()),
@@ -802,7 +802,7 @@ int checkNexthop(const Match& m, const Context& c, bool v6) {
   const std::string nexthop = m.value(v6 ? "X:X::X" : "A.B.C.D");
   Value checker =
       registry().construct(v6 ? "Rova::InvalidNextHop6Checker" : "Rova::InvalidNextHopChecker", {});
-  const Value args[] = {state().at(v6 ? paths::kIp6Config : paths::kIpConfig),
+  const Value args[] = {v6 ? state().at(layout::ip6Config) : state().at(layout::ipConfig),
                         Value(nexthop.c_str()), Value(vrf.c_str())};
   const bool invalid = registry().call(checker, "check", args).get<bool>();
   return printVerdict(m, c, !invalid,
@@ -812,7 +812,7 @@ int checkNexthop(const Match& m, const Context& c, bool v6) {
 }
 
 int checkRd(const Match& m, const Context& c) {
-  const Value args[] = {state().at(paths::kRdInputDir), Value(m.value("NAME").c_str()),
+  const Value args[] = {state().at(layout::rdInputDir), Value(m.value("NAME").c_str()),
                         Value(m.value("RD").c_str())};
   const Value checker = registry().construct("Rova::RdAssignmentChecker", args);
   return printVerdict(m, c, registry().attribute(checker, "acceptable").get<bool>(),

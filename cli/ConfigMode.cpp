@@ -16,13 +16,13 @@
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
 #include "platform/state/RoutingConfig.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 using Rova::Value;
 
 // The route distinguishers configured here are published as one input of the directory, next
@@ -41,10 +41,14 @@ struct Session {
 };
 Session session;
 
-// A state entity to change, by path; null when the state has none there.
+// A state entity to change; null when the state has none.
 template <class T>
-Mox::Ptr<T> writable(const std::string& path) {
-  return Rova::fromValue<Mox::Ptr<T>>(state().at(path));
+Mox::Ptr<T> writable(const layout::Entity<T, layout::Scope::device>& entity) {
+  return Rova::fromValue<Mox::Ptr<T>>(state().at(entity));
+}
+template <class T>
+Mox::Ptr<T> writable(std::string_view vrf, const layout::Entity<T, layout::Scope::vrf>& entity) {
+  return Rova::fromValue<Mox::Ptr<T>>(state().atVrf(vrf, entity));
 }
 
 int refuse(const Context& c, const std::string& msg, int status = kStatusFailed) {
@@ -98,7 +102,7 @@ struct Defaults {
 
 Defaults staticDefaults() {
   Defaults d;
-  if (auto r = state().entities().find<Routing::StaticRouteDefaults>(paths::kStaticRouteDefaults)) {
+  if (auto r = layout::find(state().entities(), layout::staticRouteDefaults)) {
     d.preference = r->preference();
     d.tag = r->tag();
     d.name = r->name().stringValue();
@@ -176,8 +180,8 @@ int readRouteLine(const Match& m, bool v6, RouteLine& line, const Context& c) {
 
 Mox::Ptr<Routing::ConfigGen> routeConfig(const RouteLine& line) {
   const bool v6 = line.prefix.af() == Plexa::AddressFamily::ipv6;
-  return writable<Routing::ConfigGen>(
-      paths::vrfPath(line.vrf, v6 ? paths::kRouting6Config : paths::kRoutingConfig));
+  return writable<Routing::ConfigGen>(line.vrf,
+                                      v6 ? layout::routing6Config : layout::routingConfig);
 }
 
 // A gateway that is one of the router's own addresses in the VRF is refused.
@@ -186,7 +190,7 @@ bool ownAddress(const RouteLine& line) {
   const bool v6 = line.prefix.af() == Plexa::AddressFamily::ipv6;
   Value checker =
       registry().construct(v6 ? "Rova::InvalidNextHop6Checker" : "Rova::InvalidNextHopChecker", {});
-  const Value args[] = {state().at(v6 ? paths::kIp6Config : paths::kIpConfig),
+  const Value args[] = {v6 ? state().at(layout::ip6Config) : state().at(layout::ipConfig),
                         Value(line.via.hop().stringValue().c_str()), Value(line.vrf.c_str())};
   return registry().call(checker, "check", args).get<bool>();
 }
@@ -286,14 +290,14 @@ int removeRoute(const Match& m, const Context& c, bool v6) {
 // ---- interface addresses ----
 
 L3::VrfName intfVrf(const Plexa::IntfId& id) {
-  auto all = state().entities().find<Interface::AllIntfConfigDir>(paths::kIntfConfig);
+  auto all = layout::find(state().entities(), layout::intfConfig);
   const auto* config = all ? all->intfConfig().find(id) : nullptr;
   return config && *config ? (*config)->vrf() : L3::VrfName::defaultVrf();
 }
 
 // The status records mirror the configuration, as a loaded state's do.
 void syncIpStatus(const Ip::IpIntfConfig& config) {
-  auto status = writable<Ip::Status>(paths::kIpStatus);
+  auto status = writable<Ip::Status>(layout::ipStatus);
   if (!status) return;
   auto st = Mox::makePtr<Ip::IpIntfStatus>(config.intfId());
   st->activeAddrWithMaskIs(config.addrWithMask());
@@ -307,7 +311,7 @@ void syncIpStatus(const Ip::IpIntfConfig& config) {
 }
 
 void syncIp6Status(const Ip6::IntfConfig& config) {
-  auto status = writable<Ip6::Status>(paths::kIp6Status);
+  auto status = writable<Ip6::Status>(layout::ip6Status);
   if (!status) return;
   auto st = Mox::makePtr<Ip6::IntfStatus>(config.intfId());
   for (const auto& entry : config.addr())
@@ -322,7 +326,7 @@ int ipAddress(const Match& m, const Context& c) {
   // again, but not with another mask, and never equal to the primary.
   const Value params = registry().construct(
       "Rova::AddressQueryParams",
-      {{"ipConfig", state().at(paths::kIpConfig)},
+      {{"ipConfig", state().at(layout::ipConfig)},
        {"intfName", Value(session.intf.c_str())},
        {"mgmtPrefix", Value(kMgmtPrefix)},
        {"primaryMatch", Value(secondary ? "allowNoMatch" : "allowAddressMatch")},
@@ -334,7 +338,7 @@ int ipAddress(const Match& m, const Context& c) {
   if (!registry().attribute(result, "acceptable").get<bool>())
     return refuse(c, registry().attribute(result, "msg").displayText());
 
-  auto ip = writable<Ip::Config>(paths::kIpConfig);
+  auto ip = writable<Ip::Config>(layout::ipConfig);
   if (!ip) return refuse(c, "The state has no IP configuration");
   const Plexa::IntfId id(session.intf);
   Mox::Ptr<Ip::IpIntfConfig> config = ip->intfConfig(id);
@@ -355,7 +359,7 @@ int ipAddress(const Match& m, const Context& c) {
 }
 
 int noIpAddress(const Match& m, const Context& c) {
-  auto ip = writable<Ip::Config>(paths::kIpConfig);
+  auto ip = writable<Ip::Config>(layout::ipConfig);
   const Plexa::IntfId id(session.intf);
   Mox::Ptr<Ip::IpIntfConfig> config = ip ? ip->intfConfig(id) : nullptr;
   if (!m.has("A.B.C.D/LEN")) {
@@ -384,7 +388,7 @@ int noIpAddress(const Match& m, const Context& c) {
 int ipv6Address(const Match& m, const Context& c) {
   const std::string addr = m.value("X:X::X/LEN");
   const Value params = registry().construct("Rova::Address6QueryParams",
-                                            {{"ip6Config", state().at(paths::kIp6Config)},
+                                            {{"ip6Config", state().at(layout::ip6Config)},
                                              {"intfName", Value(session.intf.c_str())},
                                              {"mgmtPrefix", Value(kMgmtPrefix)},
                                              {"addrWithMask", Value(addr.c_str())}});
@@ -394,7 +398,7 @@ int ipv6Address(const Match& m, const Context& c) {
   if (!registry().attribute(result, "acceptable").get<bool>())
     return refuse(c, registry().attribute(result, "msg").displayText());
 
-  auto ip6 = writable<Ip6::Config>(paths::kIp6Config);
+  auto ip6 = writable<Ip6::Config>(layout::ip6Config);
   if (!ip6) return refuse(c, "The state has no IPv6 configuration");
   const Plexa::IntfId id(session.intf);
   Mox::Ptr<Ip6::IntfConfig> config = ip6->intf(id);
@@ -412,7 +416,7 @@ int ipv6Address(const Match& m, const Context& c) {
 }
 
 int noIpv6Address(const Match& m, const Context& c) {
-  auto ip6 = writable<Ip6::Config>(paths::kIp6Config);
+  auto ip6 = writable<Ip6::Config>(layout::ip6Config);
   Mox::Ptr<Ip6::IntfConfig> config = ip6 ? ip6->intf(Plexa::IntfId(session.intf)) : nullptr;
   if (!m.has("X:X::X/LEN")) {
     if (!config) return kStatusOk;
@@ -431,8 +435,8 @@ int noIpv6Address(const Match& m, const Context& c) {
 // router creates a loopback or VLAN interface.
 int enterInterface(const Match& m, const Context& c) {
   const Plexa::IntfId id(m.value("INTF"));
-  auto all = writable<Interface::AllIntfConfigDir>(paths::kIntfConfig);
-  auto statuses = writable<Interface::AllIntfStatusDir>(paths::kIntfStatus);
+  auto all = writable<Interface::AllIntfConfigDir>(layout::intfConfig);
+  auto statuses = writable<Interface::AllIntfStatusDir>(layout::intfStatus);
   if (!all || !statuses) return refuse(c, "The state has no interface configuration");
   if (!all->intfConfig().contains(id)) {
     auto config = Mox::makePtr<Interface::IntfConfig>(id);
@@ -456,12 +460,12 @@ int enterVrf(const Match& m, const Context&) {
 
 int rd(const Match& m, const Context& c) {
   const Value checker = registry().construct(
-      "Rova::RdAssignmentChecker", {{"routeDistinguisherInputDir", state().at(paths::kRdInputDir)},
+      "Rova::RdAssignmentChecker", {{"routeDistinguisherInputDir", state().at(layout::rdInputDir)},
                                     {"vrfName", Value(session.vrf.c_str())},
                                     {"routeDistinguisher", Value(m.value("RD").c_str())}});
   if (!registry().attribute(checker, "acceptable").get<bool>())
     return refuse(c, registry().attribute(checker, "errorMessage").displayText());
-  auto dir = writable<Mox::Dir>(paths::kRdInputDir);
+  auto dir = writable<Mox::Dir>(layout::rdInputDir);
   if (!dir) return refuse(c, "The state has no route distinguisher directory");
   Mox::Ptr<Ip::RouteDistinguisherInput> input;
   if (auto it = dir->entries().find(kRdInputName); it != dir->entries().end())
@@ -477,7 +481,7 @@ int rd(const Match& m, const Context& c) {
 }
 
 int noRd(const Match&, const Context&) {
-  auto dir = writable<Mox::Dir>(paths::kRdInputDir);
+  auto dir = writable<Mox::Dir>(layout::rdInputDir);
   if (!dir) return kStatusOk;
   auto it = dir->entries().find(kRdInputName);
   auto input =

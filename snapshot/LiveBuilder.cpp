@@ -31,7 +31,7 @@
 #include "platform/state/RoutingConfig.h"
 #include "platform/state/RoutingHardware.h"
 #include "snapshot/DeviceInfo.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace Snapshot {
 
@@ -161,9 +161,10 @@ struct Hop {
 template <class Fam>
 class FecTable {
  public:
-  FecTable() : fec_(std::make_unique<typename Fam::Fec>()) {}
+  explicit FecTable(Ptr<typename Fam::ForwardingStatus> t)
+      : table(std::move(t)), fec_(std::make_unique<typename Fam::Fec>()) {}
 
-  Ptr<typename Fam::ForwardingStatus> table = makePtr<typename Fam::ForwardingStatus>();
+  Ptr<typename Fam::ForwardingStatus> table;
 
   // The scratch FEC that callers fill before intern().
   typename Fam::Fec& scratch() {
@@ -237,7 +238,9 @@ class FecTable {
 
 template <class Fam>
 struct RouteTable {
-  Ptr<typename Fam::RouteStatus> table = makePtr<typename Fam::RouteStatus>();
+  explicit RouteTable(Ptr<typename Fam::RouteStatus> t) : table(std::move(t)) {}
+
+  Ptr<typename Fam::RouteStatus> table;
   // The rank of the kernel table each route came from, for every route but the bulk table's
   // (main, or a VRF's own): the few others need not cost a million-entry map.
   std::unordered_map<typename Fam::Prefix, std::uint8_t> rankOf;
@@ -247,7 +250,8 @@ struct RouteTable {
   std::unordered_set<typename Fam::Prefix> flaggedLater;
 };
 
-struct VrfState {
+// A VRF's tables, and what building them needs.
+struct VrfState : layout::VrfTables {
   std::string name;
   std::uint32_t id = 0;
   // The kernel tables of this VRF, best first: a route of a later table is used only when no
@@ -255,16 +259,10 @@ struct VrfState {
   std::vector<std::uint32_t> tables;
   std::size_t bulkRank = 0;
 
-  Ptr<Routing::ConfigGen> config4 = makePtr<Routing::ConfigGen>();
-  Ptr<Routing::ConfigGen> config6 = makePtr<Routing::ConfigGen>();
-  RouteTable<V4> routes4;
-  RouteTable<V6> routes6;
-  FecTable<V4> fecs4;
-  FecTable<V6> fecs6;
-  Ptr<Routing::Hardware::VrfStatus> hw = makePtr<Routing::Hardware::VrfStatus>();
-  using Unprogrammed = Brine::KernelUnprogrammedRoute::UnprogrammedRoute;
-  Ptr<Unprogrammed> kernel4 = makePtr<Unprogrammed>();
-  Ptr<Unprogrammed> kernel6 = makePtr<Unprogrammed>();
+  RouteTable<V4> routes4{fibRoute};
+  RouteTable<V6> routes6{fib6Route};
+  FecTable<V4> fecs4{fibFec};
+  FecTable<V6> fecs6{fib6Fec};
   // The FEC of each nexthop object the VRF's routes use.
   std::unordered_map<std::uint32_t, Brine::Fib::FecId> fecOfNexthop4, fecOfNexthop6;
 
@@ -304,22 +302,8 @@ bool usableVrfName(const std::string& name) {
 
 }  // namespace
 
-struct LiveBuilder::Impl {
-  Ptr<DeviceInfo> device = makePtr<DeviceInfo>();
-  Ptr<Interface::AllIntfConfigDir> intfConfig = makePtr<Interface::AllIntfConfigDir>();
-  Ptr<Interface::AllIntfStatusDir> intfStatus = makePtr<Interface::AllIntfStatusDir>();
-  Ptr<Ip::Config> ipConfig = makePtr<Ip::Config>();
-  Ptr<Ip::Status> ipStatus = makePtr<Ip::Status>();
-  Ptr<Ip6::Config> ip6Config = makePtr<Ip6::Config>();
-  Ptr<Ip6::Status> ip6Status = makePtr<Ip6::Status>();
-  Ptr<Arp::Table::Status> arp = makePtr<Arp::Table::Status>();
-  Ptr<Vrf::VrfIdMap::Status> vrfIdMap = makePtr<Vrf::VrfIdMap::Status>();
-  Ptr<Tunnel::TunnelFib::MplsTunnelFib> tunnelFib = makePtr<Tunnel::TunnelFib::MplsTunnelFib>();
-  Ptr<Routing::NexthopGroup::Config> nhgConfig = makePtr<Routing::NexthopGroup::Config>();
-  Ptr<NexthopGroup::EntryStatus> nhgEntryStatus = makePtr<NexthopGroup::EntryStatus>();
-  Ptr<Routing::Hardware::NexthopGroupStatus> nhgHw =
-      makePtr<Routing::Hardware::NexthopGroupStatus>();
-
+// The device's tables, and what building them needs.
+struct LiveBuilder::Impl : layout::DeviceTables {
   bool forwarding4 = true, forwarding6 = true;
   std::map<std::uint32_t, LinkState> links;
   bool settled = false;
@@ -401,7 +385,7 @@ VrfState& LiveBuilder::Impl::addVrf(const std::string& name, std::uint32_t id,
   v.id = id;
   v.tables = std::move(tables);
   v.bulkRank = bulkRank;
-  v.hw->vrfNameIs(L3::VrfName(name));
+  v.hwVrfStatus->vrfNameIs(L3::VrfName(name));
   for (std::size_t rank = 0; rank < v.tables.size(); ++rank)
     tableVrfs[v.tables[rank]].emplace_back(&v, std::uint8_t(rank));
   vrfs.emplace(name, std::move(state));
@@ -720,9 +704,9 @@ void LiveBuilder::Impl::markUnflagged(VrfState& v) {
   for (const auto& route : *rt.table)
     count += route.hardwareProgrammed ? 0 : 1;
   if constexpr (std::is_same_v<Fam, V4>) {
-    v.hw->unprogrammedRouteCountIs(count);
+    v.hwVrfStatus->unprogrammedRouteCountIs(count);
   } else {
-    v.hw->unprogrammedRoute6CountIs(count);
+    v.hwVrfStatus->unprogrammedRoute6CountIs(count);
   }
 }
 
@@ -740,7 +724,7 @@ void LiveBuilder::neighbor(const kernel::Neighbor& n) {
   entry.arpKey.addr = n.address;
   entry.arpKey.intfId = l->id;
   entry.ethAddr = Plexa::EthAddr(n.mac);
-  m.arp->recordIs(entry);
+  m.arpStatus->recordIs(entry);
 }
 
 // ---- the end ----
@@ -777,11 +761,11 @@ void LiveBuilder::Impl::publishNexthopGroups() {
     if (offloading && object.offload != k::Offload::held) continue;
     for (const auto& [vrfName, v] : vrfs) {
       const L3::VrfName vrf(vrfName);
-      auto hw = nhgHw->vrf(vrf);
+      auto hw = nhgHwStatus->vrf(vrf);
       if (!hw) {
         hw = makePtr<Routing::Hardware::VrfNexthopGroupStatus>();
         hw->vrfNameIs(vrf);
-        nhgHw->vrfIs(vrf, hw);
+        nhgHwStatus->vrfIs(vrf, hw);
       }
       hw->nexthopGroupIs(id, true);
     }
@@ -793,8 +777,8 @@ Mox::Ptr<Statum::EntityManager> LiveBuilder::finish() {
   m.settleLinks();
   for (auto& [name, v] : m.vrfs) {
     // The kernel's forwarding switch is one for all its VRFs.
-    v->config4->routingEnabledIs(m.forwarding4);
-    v->config6->routingEnabledIs(m.forwarding6);
+    v->routingConfig->routingEnabledIs(m.forwarding4);
+    v->routing6Config->routingEnabledIs(m.forwarding6);
     m.markUnflagged<V4>(*v);
     m.markUnflagged<V6>(*v);
   }
@@ -804,45 +788,12 @@ Mox::Ptr<Statum::EntityManager> LiveBuilder::finish() {
 
 Mox::Ptr<Statum::EntityManager> LiveBuilder::Impl::mount() {
   auto em = makePtr<Statum::EntityManager>();
-  namespace p = paths;
-  em->entityIs(p::kDevice, device);
   // Nothing is configured: the kernel has no static route configuration, tunnels, SR-TE
-  // policies, counters or route distinguishers to give. The tables are there, empty, as a
+  // policies, counters or route distinguishers to give. Those tables are there, empty, as a
   // snapshot that says nothing of them has them.
-  em->entityIs(p::kStaticRouteDefaults, makePtr<Routing::StaticRouteDefaults>());
-  em->entityIs(p::kIntfConfig, intfConfig);
-  em->entityIs(p::kIntfStatus, intfStatus);
-  em->entityIs(p::kIpConfig, ipConfig);
-  em->entityIs(p::kIpStatus, ipStatus);
-  em->entityIs(p::kIp6Config, ip6Config);
-  em->entityIs(p::kIp6Status, ip6Status);
-  em->entityIs(p::kArpStatus, arp);
-  em->entityIs(p::kVrfIdMap, vrfIdMap);
-  em->entityIs(p::kTunnelFib, tunnelFib);
-  em->entityIs(p::kTunnelTables, makePtr<Mox::Dir>());
-  em->entityIs(p::kEvpnVxlan, makePtr<Tunnel::TunnelTable::EvpnVxlanTunnelTable>());
-  em->entityIs(p::kSrTePolicy, makePtr<SrTePolicy::PolicyStatus>());
-  em->entityIs(p::kNhgConfig, nhgConfig);
-  em->entityIs(p::kNhgEntryStatus, nhgEntryStatus);
-  em->entityIs(p::kNhgHwStatus, nhgHw);
-  em->entityIs(p::kRoutingHw, makePtr<Routing::Hardware::Status>());
-  em->entityIs(p::kRouting6Hw, makePtr<Routing6::Hardware::Status>());
-  em->entityIs(p::kRdInputDir, makePtr<Mox::Dir>());
-  em->entityIs(p::kCounterKeyTable,
-               makePtr<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable>());
-  em->entityIs(p::kCounterTable, makePtr<FlexCounters::CounterTable>());
-  em->entityIs(p::kSnapshotCounterTable, makePtr<FlexCounters::CounterTable>());
-  for (auto& [name, v] : vrfs) {
-    em->entityIs(p::vrfPath(name, p::kRoutingConfig), v->config4);
-    em->entityIs(p::vrfPath(name, p::kRouting6Config), v->config6);
-    em->entityIs(p::vrfPath(name, p::kFibRoute), v->routes4.table);
-    em->entityIs(p::vrfPath(name, p::kFibFec), v->fecs4.table);
-    em->entityIs(p::vrfPath(name, p::kFib6Route), v->routes6.table);
-    em->entityIs(p::vrfPath(name, p::kFib6Fec), v->fecs6.table);
-    em->entityIs(p::vrfPath(name, p::kHwVrfStatus), v->hw);
-    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed), v->kernel4);
-    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed6), v->kernel6);
-  }
+  layout::publish(*em, *this);
+  for (auto& [name, v] : vrfs)
+    layout::publish(*em, name, *v);
   return em;
 }
 
