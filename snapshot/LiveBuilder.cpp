@@ -31,6 +31,8 @@
 #include "platform/state/RoutingConfig.h"
 #include "platform/state/RoutingHardware.h"
 #include "snapshot/DeviceInfo.h"
+#include "snapshot/LiveFecTable.h"
+#include "snapshot/LiveRouteTypes.h"
 #include "snapshot/StateLayout.h"
 
 namespace Snapshot {
@@ -41,198 +43,13 @@ using Mox::makePtr;
 using Mox::Ptr;
 namespace k = kernel;
 
-// ---- the two families ----
-
-// The platform's family traits, with what the kernel source adds: the family's netlink
-// address family and the adjacency type its FECs carry.
-struct V4 : Routing::V4 {
-  static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv4;
-  static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ipAdj;
-};
-
-struct V6 : Routing::V6 {
-  static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv6;
-  // IPv6 FECs carry the IPv6 adjacency type, so that an IPv4 route over IPv6 next hops can
-  // name one and the listing looks it up in the IPv6 table.
-  static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ip6Adj;
-};
-
-// The route type a kernel route shows as; false for routes a router's table does not hold
-// (multicast, throw).
-template <class Fam>
-bool routeTypeOf(const k::Route& r, bool hasGateway, typename Fam::RouteType& out) {
-  using T = typename Fam::RouteType;
-  constexpr bool v4 = std::is_same_v<Fam, V4>;
-  switch (r.type) {
-    case k::rtn::local:
-    case k::rtn::anycast:
-      out = T::receive;
-      return true;
-    case k::rtn::broadcast:
-      if constexpr (v4) {
-        out = T::broadcast;
-        return true;
-      }
-      return false;
-    case k::rtn::blackhole:
-    case k::rtn::unreachable:
-    case k::rtn::prohibit:
-      out = T::dropRoute;
-      return true;
-    case k::rtn::unicast:
-      break;
-    default:
-      return false;
-  }
-  switch (r.protocol) {
-    case k::proto::kernel:
-      // The kernel's own prefix routes of its addresses have no gateway.
-      out = hasGateway ? T::kernel : T::connected;
-      break;
-    case k::proto::staticRoute:
-    case k::proto::zstatic:
-      out = T::staticConfig;
-      break;
-    case k::proto::dhcp:
-      out = T::dhcp;
-      break;
-    case k::proto::bgp:
-      // The kernel keeps no peer type; see docs/live.md.
-      if constexpr (v4) {
-        out = T::eBgp;
-      } else {
-        out = T::bgp;
-      }
-      break;
-    case k::proto::ospf:
-      if constexpr (v4) {
-        out = T::ospfIntraArea;
-      } else {
-        out = T::ospf3;
-      }
-      break;
-    case k::proto::isis:
-      out = T::isisLevel2;
-      break;
-    case k::proto::rip:
-    case k::proto::ripng:
-      out = T::rip;
-      break;
-    default:
-      // boot (ip route add), redirects, router advertisements and daemons without a type of
-      // their own: routes in the kernel that no routing protocol of ours installed.
-      out = T::kernel;
-      break;
-  }
-  return true;
-}
-
-// The protocols' usual administrative distances, as a snapshot defaults them: the kernel
-// keeps none.
-template <class Fam>
-std::uint8_t usualDistance(typename Fam::RouteType t) {
-  using T = typename Fam::RouteType;
-  if (t == T::staticConfig || t == T::dropRoute || t == T::dhcp) return 1;
-  if (t == T::rip) return 120;
-  if (t == T::isisLevel2) return 115;
-  if constexpr (std::is_same_v<Fam, V4>) {
-    if (t == T::ospfIntraArea) return 110;
-    if (t == T::eBgp) return 200;
-  } else {
-    if (t == T::ospf3) return 110;
-    if (t == T::bgp) return 200;
-  }
-  return 0;
-}
-
-bool isForwarding(std::uint8_t kernelType) {
-  return kernelType == k::rtn::unicast;
-}
-
-// A next hop as a route uses it: the kernel's next hop and the weight it has in the route.
-struct Hop {
-  const k::Nexthop* nexthop;
-  std::uint16_t weight;
-};
-
-// ---- FECs ----
-
-// One FEC table of a VRF, with the map that finds a FEC by its vias.
-template <class Fam>
-class FecTable {
- public:
-  explicit FecTable(Ptr<typename Fam::ForwardingStatus> t)
-      : table(std::move(t)), fec_(std::make_unique<typename Fam::Fec>()) {}
-
-  Ptr<typename Fam::ForwardingStatus> table;
-
-  // The scratch FEC that callers fill before intern().
-  typename Fam::Fec& scratch() {
-    fec_->fecId = {};
-    fec_->backupViaIndexValue = 0;
-    fec_->via.clear();
-    return *fec_;
-  }
-
-  // The FEC holding the scratch FEC's vias, made when there is none yet.
-  Brine::Fib::FecId intern() {
-    key_.clear();
-    for (const auto& via : fec_->via) {
-      append(via.hop);
-      append(via.intfId.value());
-      append(via.labelValue);
-      append(via.weight);
-      append(via.tunnelIdValue);
-    }
-    auto it = byVias_.find(std::string_view(key_));
-    if (it != byVias_.end()) return it->second;
-    const Brine::Fib::FecId id(Fam::kAdjType, next_++);
-    fec_->fecId = id;
-    table->recordIs(*fec_);
-    byVias_.emplace(key_, id);
-    return id;
-  }
-
-  // Reads a FEC's vias into the scratch FEC, after those already there.
-  void appendVias(Brine::Fib::FecId id) {
-    const auto record = std::make_unique<typename Fam::Fec>(table->lookup(id));
-    for (const auto& via : record->via) {
-      if (fec_->via.size() >= Fam::Fec::kMaxVias) break;
-      if (std::find(fec_->via.begin(), fec_->via.end(), via) == fec_->via.end())
-        fec_->via.push(via);
-    }
-  }
-
- private:
-  template <class T>
-  void append(const T& v) {
-    if constexpr (std::is_same_v<T, Plexa::Ip6Addr>) {
-      key_.append(reinterpret_cast<const char*>(v.bytes().data()), 16);
-    } else if constexpr (std::is_same_v<T, Plexa::IpAddr>) {
-      append(v.value());
-    } else {
-      char bytes[sizeof(T)];
-      std::memcpy(bytes, &v, sizeof(T));
-      key_.append(bytes, sizeof(T));
-    }
-  }
-
-  struct Hash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view s) const noexcept {
-      return std::hash<std::string_view>()(s);
-    }
-  };
-  struct Equal {
-    using is_transparent = void;
-    bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
-  };
-
-  std::unique_ptr<typename Fam::Fec> fec_;
-  std::string key_;
-  std::unordered_map<std::string, Brine::Fib::FecId, Hash, Equal> byVias_;
-  std::uint64_t next_ = 1;
-};
+using live::FecTable;
+using live::Hop;
+using live::isForwarding;
+using live::routeTypeOf;
+using live::usualDistance;
+using live::V4;
+using live::V6;
 
 // ---- VRFs ----
 
