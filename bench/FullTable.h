@@ -8,6 +8,7 @@
 #include "platform/mox/Ptr.h"
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
+#include "snapshot/StateLayout.h"
 
 namespace rovabench {
 
@@ -23,10 +24,14 @@ inline Mox::Ptr<Statum::EntityManager> fullTable() {
   return em;
 }
 
-// The entity at `path` of the full table.
-template <class T>
-Mox::Ptr<T const> at(const std::string& path) {
-  return fullTable()->find<T>(path);
+// An entity of the full table; a per-VRF one is the default VRF's.
+template <class E>
+auto at(const E& entity) {
+  return Snapshot::layout::find(*fullTable(), entity);
+}
+template <class E>
+auto at(const E& entity, std::string_view vrf) {
+  return Snapshot::layout::find(*fullTable(), entity, vrf);
 }
 
 }  // namespace rovabench

@@ -14,11 +14,11 @@
 #include "platform/rendr/Printer.h"
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 
 constexpr std::uint64_t kGroups = 10000;
 constexpr std::uint64_t kEntries = kGroups * 128;
@@ -34,9 +34,9 @@ Mox::Ptr<Statum::EntityManager> groups() {
   return em;
 }
 
-template <class T>
-Mox::Ptr<T const> at(const char* path) {
-  return groups()->find<T>(path);
+template <class E>
+auto at(const E& entity) {
+  return Snapshot::layout::find(*groups(), entity);
 }
 
 int devNull() {
@@ -45,11 +45,10 @@ int devNull() {
 }
 
 void BM_Summary(benchmark::State& state) {
-  const Rova::NexthopGroupSummaryHelper::Inputs in{
-      .nhgConfig = at<Routing::NexthopGroup::Config>(paths::kNhgConfig),
-      .nhgEntryStatus = at<NexthopGroup::EntryStatus>(paths::kNhgEntryStatus),
-      .nhgHwStatus = at<Routing::Hardware::NexthopGroupStatus>(paths::kNhgHwStatus),
-      .routingHwStatus = at<Routing::Hardware::Status>(paths::kRoutingHw)};
+  const Rova::NexthopGroupSummaryHelper::Inputs in{.nhgConfig = at(layout::nhgConfig),
+                                                   .nhgEntryStatus = at(layout::nhgEntryStatus),
+                                                   .nhgHwStatus = at(layout::nhgHwStatus),
+                                                   .routingHwStatus = at(layout::routingHw)};
   for (auto _ : state) {
     auto summary = Mox::makePtr<Rova::NexthopGroupSummaryHelper>(in);
     summary->render(std::uint32_t(devNull()), rendr::kFormatText);
@@ -62,10 +61,10 @@ BENCHMARK(BM_Summary)->Unit(benchmark::kMillisecond)->Iterations(10);
 void BM_Listing(benchmark::State& state) {
   const unsigned format = unsigned(state.range(0));
   // Outside the timed loop: the first call generates and loads the state.
-  const auto config = at<Routing::NexthopGroup::Config>(paths::kNhgConfig);
-  const auto entryStatus = at<NexthopGroup::EntryStatus>(paths::kNhgEntryStatus);
-  const auto hwStatus = at<Routing::Hardware::NexthopGroupStatus>(paths::kNhgHwStatus);
-  const auto routingHw = at<Routing::Hardware::Status>(paths::kRoutingHw);
+  const auto config = at(layout::nhgConfig);
+  const auto entryStatus = at(layout::nhgEntryStatus);
+  const auto hwStatus = at(layout::nhgHwStatus);
+  const auto routingHw = at(layout::routingHw);
   for (auto _ : state) {
     auto counters = Rova::nexthopGroupCounterHelperFactory();
     counters->mountCounterBrines(*groups());

@@ -17,7 +17,7 @@
 #include "bench/FullTable.h"
 #include "lib/route_listing/RouteSorter.h"
 #include "platform/mox/Collection.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 #include "tests/support/StateSorters.h"
 
 namespace {
@@ -55,8 +55,7 @@ BENCHMARK(BM_SelectFullTable)->Unit(benchmark::kMillisecond)->Iterations(5);
 // read in order.
 std::vector<Brine::Fib::Route> tableOrderRoutes() {
   std::vector<Brine::Fib::Route> routes;
-  auto table =
-      at<Brine::Fib::RouteStatus>(Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute));
+  auto table = at(Snapshot::layout::fibRoute, "default");
   for (auto r : *table)
     routes.push_back(r);
   return routes;

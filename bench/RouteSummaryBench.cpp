@@ -10,23 +10,22 @@
 #include "bench/FullTable.h"
 #include "lib/registry/TypeRegistry.h"
 #include "lib/route_summary/RouteSummary.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 
 using rovabench::at;
 using rovabench::fullTable;
 using rovabench::kRoutes;
 
 void BM_SummaryFullTable(benchmark::State& state) {
-  const Rova::RouteSummary::Inputs in{
-      .routingConfig = at<Routing::ConfigGen>(paths::vrfPath("default", paths::kRoutingConfig)),
-      .routingStatus = at<Brine::Fib::RouteStatus>(paths::vrfPath("default", paths::kFibRoute)),
-      .arpBrine = at<Arp::Table::Status>(paths::kArpStatus),
-      .vrfIdMap = at<Vrf::VrfIdMap::Status>(paths::kVrfIdMap),
-      .vrfName = L3::VrfName("default")};
+  const Rova::RouteSummary::Inputs in{.routingConfig = at(layout::routingConfig, "default"),
+                                      .routingStatus = at(layout::fibRoute, "default"),
+                                      .arpBrine = at(layout::arpStatus),
+                                      .vrfIdMap = at(layout::vrfIdMap),
+                                      .vrfName = L3::VrfName("default")};
   for (auto _ : state) {
     auto summary = Mox::makePtr<Rova::RouteSummary>(in);
     summary->loadInternalStructures();
@@ -42,15 +41,14 @@ BENCHMARK(BM_SummaryFullTable)->Unit(benchmark::kMillisecond)->Iterations(10);
 void BM_SummaryThroughRegistry(benchmark::State& state) {
   const auto& reg = Rova::TypeRegistry::instance();
   // The state's entities as the front end hands them over: by path, as registry values.
-  const auto entity = [](const std::string& path) {
-    return Rova::Value(fullTable()->entities().at(path));
+  const auto entity = [](const layout::EntityInfo& e) {
+    return Rova::Value(fullTable()->entities().at(layout::pathOf(e, "default")));
   };
-  const std::vector<Rova::NamedValue> args = {
-      {"routingConfig", entity(paths::vrfPath("default", paths::kRoutingConfig))},
-      {"routingStatus", entity(paths::vrfPath("default", paths::kFibRoute))},
-      {"arpBrine", entity(paths::kArpStatus)},
-      {"vrfIdMap", entity(paths::kVrfIdMap)},
-      {"vrfName", Rova::Value("default")}};
+  const std::vector<Rova::NamedValue> args = {{"routingConfig", entity(layout::routingConfig)},
+                                              {"routingStatus", entity(layout::fibRoute)},
+                                              {"arpBrine", entity(layout::arpStatus)},
+                                              {"vrfIdMap", entity(layout::vrfIdMap)},
+                                              {"vrfName", Rova::Value("default")}};
   for (auto _ : state) {
     Rova::Value summary = reg.constructNamed("Rova::RouteSummary", args);
     reg.call(summary, "loadInternalStructures", {});

@@ -8,7 +8,6 @@
 #include "platform/brine/Fib.h"
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
 
 namespace {
 

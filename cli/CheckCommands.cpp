@@ -8,13 +8,13 @@
 
 #include "cli/DeviceState.h"
 #include "lib/registry/TypeRegistry.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 using Rova::Value;
 
 // Prints a check's answer: "acceptable", or the refusal; exit status 0 or 1.
@@ -53,7 +53,7 @@ int checkResult(Output& out, const Value& params, const char* checker) {
 // interfaces.
 int checkIpAddress(const Match& m, const Context&, Output& out) {
   const Value args[] = {
-      state().at(paths::kIpConfig),
+      state().at(layout::ipConfig),
       Value(m.value("INTF").c_str()),
       Value(m.has("TEXT") ? m.value("TEXT").c_str() : "Management"),
       Value(matchType(m.after("primary-match"), "allowExactMatch")),
@@ -66,7 +66,7 @@ int checkIpAddress(const Match& m, const Context&, Output& out) {
 
 int checkIp6Address(const Match& m, const Context&, Output& out) {
   const Value args[] = {
-      state().at(paths::kIp6Config),
+      state().at(layout::ip6Config),
       Value(m.value("INTF").c_str()),
       Value(m.has("TEXT") ? m.value("TEXT").c_str() : "Management"),
       Value(m.value("X:X::X/LEN").c_str()),
@@ -81,7 +81,7 @@ int checkNexthop(const Match& m, const Context& c, Output& out, bool v6) {
   const std::string nexthop = m.value(v6 ? "X:X::X" : "A.B.C.D");
   Value checker =
       registry().construct(v6 ? "Rova::InvalidNextHop6Checker" : "Rova::InvalidNextHopChecker", {});
-  const Value args[] = {state().at(v6 ? paths::kIp6Config : paths::kIpConfig),
+  const Value args[] = {v6 ? state().at(layout::ip6Config) : state().at(layout::ipConfig),
                         Value(nexthop.c_str()), Value(vrf.c_str())};
   const bool invalid = registry().call(checker, "check", args).get<bool>();
   return printVerdict(out, !invalid,
@@ -91,7 +91,7 @@ int checkNexthop(const Match& m, const Context& c, Output& out, bool v6) {
 }
 
 int checkRd(const Match& m, const Context&, Output& out) {
-  const Value args[] = {state().at(paths::kRdInputDir), Value(m.value("NAME").c_str()),
+  const Value args[] = {state().at(layout::rdInputDir), Value(m.value("NAME").c_str()),
                         Value(m.value("RD").c_str())};
   const Value checker = registry().construct("Rova::RdAssignmentChecker", args);
   return printVerdict(out, registry().attribute(checker, "acceptable").get<bool>(),

@@ -19,13 +19,13 @@
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
 #include "platform/state/RoutingConfig.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 using Rova::Value;
 
 // The route distinguishers configured here are published as one input of the directory, next
@@ -44,10 +44,14 @@ struct Session {
 };
 Session session;
 
-// A state entity to change, by path; null when the state has none there.
+// A state entity to change; null when the state has none.
 template <class T>
-Mox::Ptr<T> writable(const std::string& path) {
-  return Rova::fromValue<Mox::Ptr<T>>(state().at(path));
+Mox::Ptr<T> writable(const layout::Entity<T, layout::Scope::device>& entity) {
+  return Rova::fromValue<Mox::Ptr<T>>(state().at(entity));
+}
+template <class T>
+Mox::Ptr<T> writable(std::string_view vrf, const layout::Entity<T, layout::Scope::vrf>& entity) {
+  return Rova::fromValue<Mox::Ptr<T>>(state().atVrf(vrf, entity));
 }
 
 int refuse(const Context& c, const std::string& msg, int status = kStatusFailed) {
@@ -101,7 +105,7 @@ struct Defaults {
 
 Defaults staticDefaults() {
   Defaults d;
-  if (auto r = state().entities().find<Routing::StaticRouteDefaults>(paths::kStaticRouteDefaults)) {
+  if (auto r = layout::find(state().entities(), layout::staticRouteDefaults)) {
     d.preference = r->preference();
     d.tag = r->tag();
     d.name = r->name().stringValue();
@@ -180,8 +184,8 @@ int readRouteLine(const Match& m, bool v6, RouteLine& line, const Context& c) {
 
 Mox::Ptr<Routing::ConfigGen> routeConfig(const RouteLine& line) {
   const bool v6 = line.prefix.af() == Plexa::AddressFamily::ipv6;
-  return writable<Routing::ConfigGen>(
-      paths::vrfPath(line.vrf, v6 ? paths::kRouting6Config : paths::kRoutingConfig));
+  return writable<Routing::ConfigGen>(line.vrf,
+                                      v6 ? layout::routing6Config : layout::routingConfig);
 }
 
 // A gateway that is one of the router's own addresses in the VRF is refused.
@@ -190,7 +194,7 @@ bool ownAddress(const RouteLine& line) {
   const bool v6 = line.prefix.af() == Plexa::AddressFamily::ipv6;
   Value checker =
       registry().construct(v6 ? "Rova::InvalidNextHop6Checker" : "Rova::InvalidNextHopChecker", {});
-  const Value args[] = {state().at(v6 ? paths::kIp6Config : paths::kIpConfig),
+  const Value args[] = {v6 ? state().at(layout::ip6Config) : state().at(layout::ipConfig),
                         Value(line.via.hop().stringValue().c_str()), Value(line.vrf.c_str())};
   return registry().call(checker, "check", args).get<bool>();
 }
@@ -263,11 +267,11 @@ int removeRoute(const Match& m, const Context& c, bool v6) {
 // interface's IP status in step with its configuration.
 Value addressEditor() {
   return registry().construct("Rova::IntfAddressEditor",
-                              {{"ipConfig", state().at(paths::kIpConfig)},
-                               {"ipStatus", state().at(paths::kIpStatus)},
-                               {"ip6Config", state().at(paths::kIp6Config)},
-                               {"ip6Status", state().at(paths::kIp6Status)},
-                               {"allIntfConfig", state().at(paths::kIntfConfig)},
+                              {{"ipConfig", state().at(layout::ipConfig)},
+                               {"ipStatus", state().at(layout::ipStatus)},
+                               {"ip6Config", state().at(layout::ip6Config)},
+                               {"ip6Status", state().at(layout::ip6Status)},
+                               {"allIntfConfig", state().at(layout::intfConfig)},
                                {"mgmtPrefix", Value(kMgmtPrefix)}});
 }
 
@@ -303,8 +307,8 @@ int noAddress(const Match& m, const Context& c, const char* key, bool v6) {
 // router creates a loopback or VLAN interface.
 int enterInterface(const Match& m, const Context& c) {
   const Plexa::IntfId id(m.value("INTF"));
-  auto all = writable<Interface::AllIntfConfigDir>(paths::kIntfConfig);
-  auto statuses = writable<Interface::AllIntfStatusDir>(paths::kIntfStatus);
+  auto all = writable<Interface::AllIntfConfigDir>(layout::intfConfig);
+  auto statuses = writable<Interface::AllIntfStatusDir>(layout::intfStatus);
   if (!all || !statuses) return refuse(c, "The state has no interface configuration");
   if (!all->intfConfig().contains(id)) {
     auto config = Mox::makePtr<Interface::IntfConfig>(id);
@@ -335,12 +339,12 @@ int enterVrf(const Match& m, const Context& c) {
 
 int rd(const Match& m, const Context& c) {
   const Value checker = registry().construct(
-      "Rova::RdAssignmentChecker", {{"routeDistinguisherInputDir", state().at(paths::kRdInputDir)},
+      "Rova::RdAssignmentChecker", {{"routeDistinguisherInputDir", state().at(layout::rdInputDir)},
                                     {"vrfName", Value(session.vrf.c_str())},
                                     {"routeDistinguisher", Value(m.value("RD").c_str())}});
   if (!registry().attribute(checker, "acceptable").get<bool>())
     return refuse(c, registry().attribute(checker, "errorMessage").displayText());
-  auto dir = writable<Mox::Dir>(paths::kRdInputDir);
+  auto dir = writable<Mox::Dir>(layout::rdInputDir);
   if (!dir) return refuse(c, "The state has no route distinguisher directory");
   Mox::Ptr<Ip::RouteDistinguisherInput> input;
   if (auto it = dir->entries().find(kRdInputName); it != dir->entries().end())
@@ -356,7 +360,7 @@ int rd(const Match& m, const Context& c) {
 }
 
 int noRd(const Match&, const Context&) {
-  auto dir = writable<Mox::Dir>(paths::kRdInputDir);
+  auto dir = writable<Mox::Dir>(layout::rdInputDir);
   if (!dir) return kStatusOk;
   auto it = dir->entries().find(kRdInputName);
   auto input =

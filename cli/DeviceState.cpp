@@ -7,11 +7,10 @@
 #include "snapshot/DeviceInfo.h"
 #include "snapshot/Live.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
 
 namespace cli {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 
 DeviceState& DeviceState::instance() {
   static DeviceState state;
@@ -73,12 +72,12 @@ void DeviceState::save(const std::string& path) {
 }
 
 std::string DeviceState::hostname() const {
-  auto device = em_->find<Snapshot::DeviceInfo>(paths::kDevice);
+  auto device = layout::find(*em_, layout::device);
   return device ? device->hostname().stringValue() : std::string();
 }
 
-Rova::Value DeviceState::at(std::string_view path) const {
-  auto it = em_->entities().find(std::string(path));
+Rova::Value DeviceState::entityAt(const layout::EntityInfo& e, std::string_view vrf) const {
+  auto it = em_->entities().find(layout::pathOf(e, vrf));
   if (it == em_->entities().end()) return Rova::Value();
   return Rova::Value(it->second);
 }
@@ -87,22 +86,12 @@ Rova::Value DeviceState::entityManagerValue() const {
   return Rova::toValue(em_);
 }
 
-Rova::Value DeviceState::atVrf(std::string_view vrf, std::string_view leaf) const {
-  return at(paths::vrfPath(vrf, leaf));
-}
-
 bool DeviceState::hasVrf(std::string_view vrf) const {
-  return em_->entities().count(paths::vrfPath(vrf, paths::kFibRoute)) > 0;
+  return layout::hasVrf(*em_, vrf);
 }
 
 std::vector<std::string> DeviceState::vrfNames() const {
-  std::vector<std::string> names;
-  const std::string leaf = std::string("/") + paths::kFibRoute;
-  for (const auto& [path, entity] : em_->entities()) {
-    if (path.rfind("vrf/", 0) != 0 || path.size() <= leaf.size() + 4) continue;
-    if (path.compare(path.size() - leaf.size(), leaf.size(), leaf) != 0) continue;
-    names.push_back(path.substr(4, path.size() - 4 - leaf.size()));
-  }
+  std::vector<std::string> names = layout::vrfNames(*em_);
   std::sort(names.begin(), names.end(), [](const std::string& a, const std::string& b) {
     if ((a == "default") != (b == "default")) return a == "default";
     return a < b;
@@ -111,7 +100,7 @@ std::vector<std::string> DeviceState::vrfNames() const {
 }
 
 Rova::Value DeviceState::intfStatus(std::string_view name) const {
-  auto all = em_->find<Interface::AllIntfStatusDir>(paths::kIntfStatus);
+  auto all = layout::find(*em_, layout::intfStatus);
   if (!all) return Rova::Value();
   auto status = all->intfStatus(Plexa::IntfId(name));
   return status ? Rova::toValue(status) : Rova::Value();

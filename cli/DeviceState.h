@@ -11,6 +11,7 @@
 #include "lib/registry/Value.h"
 #include "platform/statum/EntityManager.h"
 #include "snapshot/Snapshot.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
@@ -49,13 +50,22 @@ class DeviceState {
   void save(const std::string& path);
   std::string hostname() const;
 
-  // The entity at a device-wide path, as a registry value; None when there is none.
-  Rova::Value at(std::string_view path) const;
+  // A device-wide entity, as a registry value; None when the state has none.
+  template <class R>
+  Rova::Value at(const Snapshot::layout::Entity<R, Snapshot::layout::Scope::device>& e) const {
+    return entityAt(e);
+  }
+  // A per-VRF entity of `vrf`.
+  template <class R>
+  Rova::Value atVrf(std::string_view vrf,
+                    const Snapshot::layout::Entity<R, Snapshot::layout::Scope::vrf>& e) const {
+    return entityAt(e, vrf);
+  }
+  // Either kind, for a table of entities: a per-VRF one is that of `vrf`.
+  Rova::Value entityAt(const Snapshot::layout::EntityInfo& e, std::string_view vrf = {}) const;
   // The state database itself, as a registry value, for library objects that mount their own
   // tables from it.
   Rova::Value entityManagerValue() const;
-  // The entity at a per-VRF path ("vrf/<vrf>/<leaf>").
-  Rova::Value atVrf(std::string_view vrf, std::string_view leaf) const;
 
   bool hasVrf(std::string_view vrf) const;
   // The VRFs the state describes: "default" first, then by name.

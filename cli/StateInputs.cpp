@@ -1,63 +1,76 @@
 #include "cli/StateInputs.h"
 
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 
-// An input name and where the state keeps it for each family (none: the family has no such
-// input). Per-VRF ones live under vrf/<name>/. A name two types use for different entities
-// (routingHwStatus: a VRF's hardware status for the sorters, the device's hardware for the
-// nexthop-group objects) also names the entity's type; the others match any.
+enum class Family { any, v4, v6 };
+
+// An input name and an entity the state keeps for it. An input takes the entity of its name
+// whose record type is the input's type; where both families keep one of that type (the
+// routing configuration, the kernel-unprogrammed routes), the type's family picks.
 struct StateInput {
   const char* input;
-  const char* path4;
-  const char* path6;
-  bool perVrf;
-  const char* entityType = nullptr;
+  const layout::EntityInfo& entity;
+  Family family = Family::any;
 };
 const StateInput kStateInputs[] = {
-    {"routingConfig", paths::kRoutingConfig, paths::kRouting6Config, true},
-    {"routingStatus", paths::kFibRoute, paths::kFib6Route, true},
-    {"forwardingStatus", paths::kFibFec, paths::kFib6Fec, true},
-    {"forwarding6Status", paths::kFib6Fec, nullptr, true},
-    {"tunnelFib", paths::kTunnelFib, paths::kTunnelFib, false},
-    {"arpBrine", paths::kArpStatus, paths::kArpStatus, false},
-    {"vrfIdMap", paths::kVrfIdMap, paths::kVrfIdMap, false},
-    {"allIntfConfig", paths::kIntfConfig, paths::kIntfConfig, false},
-    {"ipStatus", paths::kIpStatus, paths::kIp6Status, false},
-    {"routingHwStatus", paths::kHwVrfStatus, paths::kHwVrfStatus, true,
-     "Routing::Hardware::VrfStatus"},
-    {"routingHwStatus", paths::kRoutingHw, paths::kRoutingHw, false, "Routing::Hardware::Status"},
-    {"routingHardwareStatus", paths::kRoutingHw, paths::kRouting6Hw, false},
-    {"nhEntryStatus", paths::kNhgEntryStatus, paths::kNhgEntryStatus, false},
-    {"kernelUnprogrammedRoute", paths::kKernelUnprogrammed, paths::kKernelUnprogrammed6, true},
-    {"evpnVxlanTunnelTable", paths::kEvpnVxlan, paths::kEvpnVxlan, false},
-    {"tunnelTableDir", paths::kTunnelTables, paths::kTunnelTables, false},
-    {"srTePolicyStatus", paths::kSrTePolicy, paths::kSrTePolicy, false},
-    {"ipConfig", paths::kIpConfig, nullptr, false},
-    {"ip6Config", nullptr, paths::kIp6Config, false},
-    {"routeDistinguisherInputDir", paths::kRdInputDir, paths::kRdInputDir, false},
-    {"nhgConfig", paths::kNhgConfig, paths::kNhgConfig, false},
-    {"nhgEntryStatus", paths::kNhgEntryStatus, paths::kNhgEntryStatus, false},
-    {"nhgHwStatus", paths::kNhgHwStatus, paths::kNhgHwStatus, false},
+    {"routingConfig", layout::routingConfig, Family::v4},
+    {"routingConfig", layout::routing6Config, Family::v6},
+    {"routingStatus", layout::fibRoute},
+    {"routingStatus", layout::fib6Route},
+    {"forwardingStatus", layout::fibFec},
+    {"forwardingStatus", layout::fib6Fec},
+    // An IPv4 route may be forwarded by an IPv6 FEC.
+    {"forwarding6Status", layout::fib6Fec, Family::v4},
+    {"tunnelFib", layout::tunnelFib},
+    {"arpBrine", layout::arpStatus},
+    {"vrfIdMap", layout::vrfIdMap},
+    {"allIntfConfig", layout::intfConfig},
+    {"ipStatus", layout::ipStatus},
+    {"ipStatus", layout::ip6Status},
+    // The sorters' is a VRF's hardware status, the nexthop-group objects' the device's.
+    {"routingHwStatus", layout::hwVrfStatus},
+    {"routingHwStatus", layout::routingHw},
+    {"routingHardwareStatus", layout::routingHw},
+    {"routingHardwareStatus", layout::routing6Hw},
+    {"nhEntryStatus", layout::nhgEntryStatus},
+    {"kernelUnprogrammedRoute", layout::kernelUnprogrammed, Family::v4},
+    {"kernelUnprogrammedRoute", layout::kernelUnprogrammed6, Family::v6},
+    {"evpnVxlanTunnelTable", layout::evpnVxlan},
+    {"tunnelTableDir", layout::tunnelTables},
+    {"srTePolicyStatus", layout::srTePolicy},
+    {"ipConfig", layout::ipConfig},
+    {"ip6Config", layout::ip6Config},
+    {"routeDistinguisherInputDir", layout::rdInputDir},
+    {"nhgConfig", layout::nhgConfig},
+    {"nhgEntryStatus", layout::nhgEntryStatus},
+    {"nhgHwStatus", layout::nhgHwStatus},
 };
+
+// A type lists one family's routes: the IPv6 ones read the IPv6 route table.
+Family familyOf(const Rova::TypeEntry& type) {
+  for (const Rova::Param& p : type.constructorInputs) {
+    if (p.typeName == layout::fib6Route.typeName) return Family::v6;
+  }
+  return Family::v4;
+}
 
 }  // namespace
 
 std::vector<Rova::NamedValue> stateInputs(const DeviceState& state, const Rova::TypeEntry& type,
                                           std::string_view vrf) {
-  const bool v6 = type.name.find('6') != std::string::npos;
+  const Family family = familyOf(type);
   std::vector<Rova::NamedValue> args;
   for (const Rova::Param& p : type.constructorInputs) {
     for (const StateInput& in : kStateInputs) {
-      const char* path = v6 ? in.path6 : in.path4;
-      if (p.name != in.input || !path) continue;
-      if (in.entityType && p.typeName != in.entityType) continue;
-      args.push_back({in.input, in.perVrf ? state.atVrf(vrf, path) : state.at(path)});
+      if (p.name != in.input || p.typeName != in.entity.typeName) continue;
+      if (in.family != Family::any && in.family != family) continue;
+      args.push_back({in.input, state.entityAt(in.entity, vrf)});
     }
   }
   return args;

@@ -12,8 +12,8 @@
 namespace cli {
 
 // The inputs of `type` that the state holds, by input name, each the entity the state keeps
-// for it: per-VRF ones from `vrf`, the IPv6 ones for a type of the IPv6 family (a name with a
-// 6: Rova::Route6Sorter). An entity the state lacks is None.
+// for it: per-VRF ones from `vrf`, the IPv6 ones for a type that reads the IPv6 route table
+// (Rova::Route6Sorter). An entity the state lacks is None.
 std::vector<Rova::NamedValue> stateInputs(const DeviceState& state, const Rova::TypeEntry& type,
                                           std::string_view vrf);
 

@@ -10,20 +10,20 @@
 #include "cli/DeviceState.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/plexa/VrfName.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
 namespace {
 
-namespace paths = Snapshot::paths;
+namespace layout = Snapshot::layout;
 using Rova::Value;
 
 // The defaults a saved line leaves out, from the state's static route defaults record; a state
 // without that record keeps the built-in defaults (preference 1, tag 0, no name).
 Value staticRouteDefaults() {
   Value consts = registry().construct("Rova::RovaConsts", {});
-  const Value defaults = state().at(paths::kStaticRouteDefaults);
+  const Value defaults = state().at(layout::staticRouteDefaults);
   if (defaults.isNone()) return consts;
   const auto& r = registry();
   r.attributeIs(consts, "defaultStaticRoutePreference", r.attribute(defaults, "preference"));
@@ -44,7 +44,7 @@ int showStaticRoutes(const Match& m, const Context&, Output& out) {
   const Value consts = staticRouteDefaults();
   for (const std::string& vrf : state().vrfNames()) {
     for (bool v6 : {false, true}) {
-      const Value config = state().atVrf(vrf, v6 ? paths::kRouting6Config : paths::kRoutingConfig);
+      const Value config = state().atVrf(vrf, v6 ? layout::routing6Config : layout::routingConfig);
       if (config.isNone()) continue;
       std::string routeCmd = v6 ? "ipv6 route " : "ip route ";
       if (vrf != L3::VrfName::kDefault) routeCmd += "vrf " + vrf + " ";
@@ -82,8 +82,8 @@ int showStaticRoutesRib(const Match& m, const Context& c, Output& out) {
   const std::string vrf = vrfOf(m);
   if (int s = checkVrf(vrf, c); s >= 0) return s;
   Value rib = registry().construct("Rova::StaticRoutesRibCommon",
-                                   {{"allIntfConfig", state().at(paths::kIntfConfig)}});
-  for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+                                   {{"allIntfConfig", state().at(layout::intfConfig)}});
+  for (const auto& leaf : {layout::routingConfig, layout::routing6Config}) {
     const Value input = state().atVrf(vrf, leaf);
     if (input.isNone()) continue;
     const Value args[] = {input, Value(true)};
@@ -106,7 +106,7 @@ int clearStaticRoutes(const Match& m, const Context& c, Output& out) {
   }
   Value helper = registry().construct("Rova::ClearIntfRoutesAndViasHelper", {});
   for (const std::string& vrf : vrfs) {
-    for (const char* leaf : {paths::kRoutingConfig, paths::kRouting6Config}) {
+    for (const auto& leaf : {layout::routingConfig, layout::routing6Config}) {
       const Value config = state().atVrf(vrf, leaf);
       if (config.isNone()) continue;
       const Value args[] = {config, Value(m.value("INTF").c_str())};

@@ -1,5 +1,5 @@
 #pragma once
-// What the snapshot says about the device itself, at paths::kDevice.
+// What the snapshot says about the device itself, at layout::device (StateLayout.h).
 
 #include "platform/mox/Attribute.h"
 #include "platform/mox/Ptr.h"

@@ -31,7 +31,9 @@
 #include "platform/state/RoutingConfig.h"
 #include "platform/state/RoutingHardware.h"
 #include "snapshot/DeviceInfo.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/LiveFecTable.h"
+#include "snapshot/LiveRouteTypes.h"
+#include "snapshot/StateLayout.h"
 
 namespace Snapshot {
 
@@ -41,203 +43,21 @@ using Mox::makePtr;
 using Mox::Ptr;
 namespace k = kernel;
 
-// ---- the two families ----
-
-// The platform's family traits, with what the kernel source adds: the family's netlink
-// address family and the adjacency type its FECs carry.
-struct V4 : Routing::V4 {
-  static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv4;
-  static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ipAdj;
-};
-
-struct V6 : Routing::V6 {
-  static constexpr Plexa::AddressFamily kFamily = Plexa::AddressFamily::ipv6;
-  // IPv6 FECs carry the IPv6 adjacency type, so that an IPv4 route over IPv6 next hops can
-  // name one and the listing looks it up in the IPv6 table.
-  static constexpr Brine::Fib::AdjType kAdjType = Brine::Fib::AdjType::ip6Adj;
-};
-
-// The route type a kernel route shows as; false for routes a router's table does not hold
-// (multicast, throw).
-template <class Fam>
-bool routeTypeOf(const k::Route& r, bool hasGateway, typename Fam::RouteType& out) {
-  using T = typename Fam::RouteType;
-  constexpr bool v4 = std::is_same_v<Fam, V4>;
-  switch (r.type) {
-    case k::rtn::local:
-    case k::rtn::anycast:
-      out = T::receive;
-      return true;
-    case k::rtn::broadcast:
-      if constexpr (v4) {
-        out = T::broadcast;
-        return true;
-      }
-      return false;
-    case k::rtn::blackhole:
-    case k::rtn::unreachable:
-    case k::rtn::prohibit:
-      out = T::dropRoute;
-      return true;
-    case k::rtn::unicast:
-      break;
-    default:
-      return false;
-  }
-  switch (r.protocol) {
-    case k::proto::kernel:
-      // The kernel's own prefix routes of its addresses have no gateway.
-      out = hasGateway ? T::kernel : T::connected;
-      break;
-    case k::proto::staticRoute:
-    case k::proto::zstatic:
-      out = T::staticConfig;
-      break;
-    case k::proto::dhcp:
-      out = T::dhcp;
-      break;
-    case k::proto::bgp:
-      // The kernel keeps no peer type; see docs/live.md.
-      if constexpr (v4) {
-        out = T::eBgp;
-      } else {
-        out = T::bgp;
-      }
-      break;
-    case k::proto::ospf:
-      if constexpr (v4) {
-        out = T::ospfIntraArea;
-      } else {
-        out = T::ospf3;
-      }
-      break;
-    case k::proto::isis:
-      out = T::isisLevel2;
-      break;
-    case k::proto::rip:
-    case k::proto::ripng:
-      out = T::rip;
-      break;
-    default:
-      // boot (ip route add), redirects, router advertisements and daemons without a type of
-      // their own: routes in the kernel that no routing protocol of ours installed.
-      out = T::kernel;
-      break;
-  }
-  return true;
-}
-
-// The protocols' usual administrative distances, as a snapshot defaults them: the kernel
-// keeps none.
-template <class Fam>
-std::uint8_t usualDistance(typename Fam::RouteType t) {
-  using T = typename Fam::RouteType;
-  if (t == T::staticConfig || t == T::dropRoute || t == T::dhcp) return 1;
-  if (t == T::rip) return 120;
-  if (t == T::isisLevel2) return 115;
-  if constexpr (std::is_same_v<Fam, V4>) {
-    if (t == T::ospfIntraArea) return 110;
-    if (t == T::eBgp) return 200;
-  } else {
-    if (t == T::ospf3) return 110;
-    if (t == T::bgp) return 200;
-  }
-  return 0;
-}
-
-bool isForwarding(std::uint8_t kernelType) {
-  return kernelType == k::rtn::unicast;
-}
-
-// A next hop as a route uses it: the kernel's next hop and the weight it has in the route.
-struct Hop {
-  const k::Nexthop* nexthop;
-  std::uint16_t weight;
-};
-
-// ---- FECs ----
-
-// One FEC table of a VRF, with the map that finds a FEC by its vias.
-template <class Fam>
-class FecTable {
- public:
-  FecTable() : fec_(std::make_unique<typename Fam::Fec>()) {}
-
-  Ptr<typename Fam::ForwardingStatus> table = makePtr<typename Fam::ForwardingStatus>();
-
-  // The scratch FEC that callers fill before intern().
-  typename Fam::Fec& scratch() {
-    fec_->fecId = {};
-    fec_->backupViaIndexValue = 0;
-    fec_->via.clear();
-    return *fec_;
-  }
-
-  // The FEC holding the scratch FEC's vias, made when there is none yet.
-  Brine::Fib::FecId intern() {
-    key_.clear();
-    for (const auto& via : fec_->via) {
-      append(via.hop);
-      append(via.intfId.value());
-      append(via.labelValue);
-      append(via.weight);
-      append(via.tunnelIdValue);
-    }
-    auto it = byVias_.find(std::string_view(key_));
-    if (it != byVias_.end()) return it->second;
-    const Brine::Fib::FecId id(Fam::kAdjType, next_++);
-    fec_->fecId = id;
-    table->recordIs(*fec_);
-    byVias_.emplace(key_, id);
-    return id;
-  }
-
-  // Reads a FEC's vias into the scratch FEC, after those already there.
-  void appendVias(Brine::Fib::FecId id) {
-    const auto record = std::make_unique<typename Fam::Fec>(table->lookup(id));
-    for (const auto& via : record->via) {
-      if (fec_->via.size() >= Fam::Fec::kMaxVias) break;
-      if (std::find(fec_->via.begin(), fec_->via.end(), via) == fec_->via.end())
-        fec_->via.push(via);
-    }
-  }
-
- private:
-  template <class T>
-  void append(const T& v) {
-    if constexpr (std::is_same_v<T, Plexa::Ip6Addr>) {
-      key_.append(reinterpret_cast<const char*>(v.bytes().data()), 16);
-    } else if constexpr (std::is_same_v<T, Plexa::IpAddr>) {
-      append(v.value());
-    } else {
-      char bytes[sizeof(T)];
-      std::memcpy(bytes, &v, sizeof(T));
-      key_.append(bytes, sizeof(T));
-    }
-  }
-
-  struct Hash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view s) const noexcept {
-      return std::hash<std::string_view>()(s);
-    }
-  };
-  struct Equal {
-    using is_transparent = void;
-    bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
-  };
-
-  std::unique_ptr<typename Fam::Fec> fec_;
-  std::string key_;
-  std::unordered_map<std::string, Brine::Fib::FecId, Hash, Equal> byVias_;
-  std::uint64_t next_ = 1;
-};
+using live::FecTable;
+using live::Hop;
+using live::isForwarding;
+using live::routeTypeOf;
+using live::usualDistance;
+using live::V4;
+using live::V6;
 
 // ---- VRFs ----
 
 template <class Fam>
 struct RouteTable {
-  Ptr<typename Fam::RouteStatus> table = makePtr<typename Fam::RouteStatus>();
+  explicit RouteTable(Ptr<typename Fam::RouteStatus> t) : table(std::move(t)) {}
+
+  Ptr<typename Fam::RouteStatus> table;
   // The rank of the kernel table each route came from, for every route but the bulk table's
   // (main, or a VRF's own): the few others need not cost a million-entry map.
   std::unordered_map<typename Fam::Prefix, std::uint8_t> rankOf;
@@ -247,7 +67,8 @@ struct RouteTable {
   std::unordered_set<typename Fam::Prefix> flaggedLater;
 };
 
-struct VrfState {
+// A VRF's tables, and what building them needs.
+struct VrfState : layout::VrfTables {
   std::string name;
   std::uint32_t id = 0;
   // The kernel tables of this VRF, best first: a route of a later table is used only when no
@@ -255,16 +76,10 @@ struct VrfState {
   std::vector<std::uint32_t> tables;
   std::size_t bulkRank = 0;
 
-  Ptr<Routing::ConfigGen> config4 = makePtr<Routing::ConfigGen>();
-  Ptr<Routing::ConfigGen> config6 = makePtr<Routing::ConfigGen>();
-  RouteTable<V4> routes4;
-  RouteTable<V6> routes6;
-  FecTable<V4> fecs4;
-  FecTable<V6> fecs6;
-  Ptr<Routing::Hardware::VrfStatus> hw = makePtr<Routing::Hardware::VrfStatus>();
-  using Unprogrammed = Brine::KernelUnprogrammedRoute::UnprogrammedRoute;
-  Ptr<Unprogrammed> kernel4 = makePtr<Unprogrammed>();
-  Ptr<Unprogrammed> kernel6 = makePtr<Unprogrammed>();
+  RouteTable<V4> routes4{fibRoute};
+  RouteTable<V6> routes6{fib6Route};
+  FecTable<V4> fecs4{fibFec};
+  FecTable<V6> fecs6{fib6Fec};
   // The FEC of each nexthop object the VRF's routes use.
   std::unordered_map<std::uint32_t, Brine::Fib::FecId> fecOfNexthop4, fecOfNexthop6;
 
@@ -304,22 +119,8 @@ bool usableVrfName(const std::string& name) {
 
 }  // namespace
 
-struct LiveBuilder::Impl {
-  Ptr<DeviceInfo> device = makePtr<DeviceInfo>();
-  Ptr<Interface::AllIntfConfigDir> intfConfig = makePtr<Interface::AllIntfConfigDir>();
-  Ptr<Interface::AllIntfStatusDir> intfStatus = makePtr<Interface::AllIntfStatusDir>();
-  Ptr<Ip::Config> ipConfig = makePtr<Ip::Config>();
-  Ptr<Ip::Status> ipStatus = makePtr<Ip::Status>();
-  Ptr<Ip6::Config> ip6Config = makePtr<Ip6::Config>();
-  Ptr<Ip6::Status> ip6Status = makePtr<Ip6::Status>();
-  Ptr<Arp::Table::Status> arp = makePtr<Arp::Table::Status>();
-  Ptr<Vrf::VrfIdMap::Status> vrfIdMap = makePtr<Vrf::VrfIdMap::Status>();
-  Ptr<Tunnel::TunnelFib::MplsTunnelFib> tunnelFib = makePtr<Tunnel::TunnelFib::MplsTunnelFib>();
-  Ptr<Routing::NexthopGroup::Config> nhgConfig = makePtr<Routing::NexthopGroup::Config>();
-  Ptr<NexthopGroup::EntryStatus> nhgEntryStatus = makePtr<NexthopGroup::EntryStatus>();
-  Ptr<Routing::Hardware::NexthopGroupStatus> nhgHw =
-      makePtr<Routing::Hardware::NexthopGroupStatus>();
-
+// The device's tables, and what building them needs.
+struct LiveBuilder::Impl : layout::DeviceTables {
   bool forwarding4 = true, forwarding6 = true;
   std::map<std::uint32_t, LinkState> links;
   bool settled = false;
@@ -401,7 +202,7 @@ VrfState& LiveBuilder::Impl::addVrf(const std::string& name, std::uint32_t id,
   v.id = id;
   v.tables = std::move(tables);
   v.bulkRank = bulkRank;
-  v.hw->vrfNameIs(L3::VrfName(name));
+  v.hwVrfStatus->vrfNameIs(L3::VrfName(name));
   for (std::size_t rank = 0; rank < v.tables.size(); ++rank)
     tableVrfs[v.tables[rank]].emplace_back(&v, std::uint8_t(rank));
   vrfs.emplace(name, std::move(state));
@@ -720,9 +521,9 @@ void LiveBuilder::Impl::markUnflagged(VrfState& v) {
   for (const auto& route : *rt.table)
     count += route.hardwareProgrammed ? 0 : 1;
   if constexpr (std::is_same_v<Fam, V4>) {
-    v.hw->unprogrammedRouteCountIs(count);
+    v.hwVrfStatus->unprogrammedRouteCountIs(count);
   } else {
-    v.hw->unprogrammedRoute6CountIs(count);
+    v.hwVrfStatus->unprogrammedRoute6CountIs(count);
   }
 }
 
@@ -740,7 +541,7 @@ void LiveBuilder::neighbor(const kernel::Neighbor& n) {
   entry.arpKey.addr = n.address;
   entry.arpKey.intfId = l->id;
   entry.ethAddr = Plexa::EthAddr(n.mac);
-  m.arp->recordIs(entry);
+  m.arpStatus->recordIs(entry);
 }
 
 // ---- the end ----
@@ -777,11 +578,11 @@ void LiveBuilder::Impl::publishNexthopGroups() {
     if (offloading && object.offload != k::Offload::held) continue;
     for (const auto& [vrfName, v] : vrfs) {
       const L3::VrfName vrf(vrfName);
-      auto hw = nhgHw->vrf(vrf);
+      auto hw = nhgHwStatus->vrf(vrf);
       if (!hw) {
         hw = makePtr<Routing::Hardware::VrfNexthopGroupStatus>();
         hw->vrfNameIs(vrf);
-        nhgHw->vrfIs(vrf, hw);
+        nhgHwStatus->vrfIs(vrf, hw);
       }
       hw->nexthopGroupIs(id, true);
     }
@@ -793,8 +594,8 @@ Mox::Ptr<Statum::EntityManager> LiveBuilder::finish() {
   m.settleLinks();
   for (auto& [name, v] : m.vrfs) {
     // The kernel's forwarding switch is one for all its VRFs.
-    v->config4->routingEnabledIs(m.forwarding4);
-    v->config6->routingEnabledIs(m.forwarding6);
+    v->routingConfig->routingEnabledIs(m.forwarding4);
+    v->routing6Config->routingEnabledIs(m.forwarding6);
     m.markUnflagged<V4>(*v);
     m.markUnflagged<V6>(*v);
   }
@@ -804,45 +605,12 @@ Mox::Ptr<Statum::EntityManager> LiveBuilder::finish() {
 
 Mox::Ptr<Statum::EntityManager> LiveBuilder::Impl::mount() {
   auto em = makePtr<Statum::EntityManager>();
-  namespace p = paths;
-  em->entityIs(p::kDevice, device);
   // Nothing is configured: the kernel has no static route configuration, tunnels, SR-TE
-  // policies, counters or route distinguishers to give. The tables are there, empty, as a
+  // policies, counters or route distinguishers to give. Those tables are there, empty, as a
   // snapshot that says nothing of them has them.
-  em->entityIs(p::kStaticRouteDefaults, makePtr<Routing::StaticRouteDefaults>());
-  em->entityIs(p::kIntfConfig, intfConfig);
-  em->entityIs(p::kIntfStatus, intfStatus);
-  em->entityIs(p::kIpConfig, ipConfig);
-  em->entityIs(p::kIpStatus, ipStatus);
-  em->entityIs(p::kIp6Config, ip6Config);
-  em->entityIs(p::kIp6Status, ip6Status);
-  em->entityIs(p::kArpStatus, arp);
-  em->entityIs(p::kVrfIdMap, vrfIdMap);
-  em->entityIs(p::kTunnelFib, tunnelFib);
-  em->entityIs(p::kTunnelTables, makePtr<Mox::Dir>());
-  em->entityIs(p::kEvpnVxlan, makePtr<Tunnel::TunnelTable::EvpnVxlanTunnelTable>());
-  em->entityIs(p::kSrTePolicy, makePtr<SrTePolicy::PolicyStatus>());
-  em->entityIs(p::kNhgConfig, nhgConfig);
-  em->entityIs(p::kNhgEntryStatus, nhgEntryStatus);
-  em->entityIs(p::kNhgHwStatus, nhgHw);
-  em->entityIs(p::kRoutingHw, makePtr<Routing::Hardware::Status>());
-  em->entityIs(p::kRouting6Hw, makePtr<Routing6::Hardware::Status>());
-  em->entityIs(p::kRdInputDir, makePtr<Mox::Dir>());
-  em->entityIs(p::kCounterKeyTable,
-               makePtr<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable>());
-  em->entityIs(p::kCounterTable, makePtr<FlexCounters::CounterTable>());
-  em->entityIs(p::kSnapshotCounterTable, makePtr<FlexCounters::CounterTable>());
-  for (auto& [name, v] : vrfs) {
-    em->entityIs(p::vrfPath(name, p::kRoutingConfig), v->config4);
-    em->entityIs(p::vrfPath(name, p::kRouting6Config), v->config6);
-    em->entityIs(p::vrfPath(name, p::kFibRoute), v->routes4.table);
-    em->entityIs(p::vrfPath(name, p::kFibFec), v->fecs4.table);
-    em->entityIs(p::vrfPath(name, p::kFib6Route), v->routes6.table);
-    em->entityIs(p::vrfPath(name, p::kFib6Fec), v->fecs6.table);
-    em->entityIs(p::vrfPath(name, p::kHwVrfStatus), v->hw);
-    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed), v->kernel4);
-    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed6), v->kernel6);
-  }
+  layout::publish(*em, *this);
+  for (auto& [name, v] : vrfs)
+    layout::publish(*em, name, *v);
   return em;
 }
 

@@ -10,7 +10,7 @@
 #include "platform/brine/Fib.h"
 #include "platform/brine/Neighbor.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 int main(int argc, char** argv) {
   if (argc != 2) {
@@ -26,16 +26,15 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-  namespace p = Snapshot::paths;
-  auto vrfs = em->mount<Vrf::VrfIdMap::Status>(p::kVrfIdMap);
+  namespace layout = Snapshot::layout;
+  auto vrfs = layout::mount(*em, layout::vrfIdMap);
   for (const auto& entry : *vrfs) {
     const std::string name = entry.vrfName().stringValue();
     std::printf("vrf %s: %zu IPv4 routes, %zu IPv4 FECs, %zu IPv6 routes, %zu IPv6 FECs\n",
-                name.c_str(),
-                em->mount<Brine::Fib::RouteStatus>(p::vrfPath(name, p::kFibRoute))->size(),
-                em->mount<Brine::Fib::ForwardingStatus>(p::vrfPath(name, p::kFibFec))->size(),
-                em->mount<Brine::Fib6::RouteStatus>(p::vrfPath(name, p::kFib6Route))->size(),
-                em->mount<Brine::Fib6::ForwardingStatus>(p::vrfPath(name, p::kFib6Fec))->size());
+                name.c_str(), layout::mount(*em, layout::fibRoute, name)->size(),
+                layout::mount(*em, layout::fibFec, name)->size(),
+                layout::mount(*em, layout::fib6Route, name)->size(),
+                layout::mount(*em, layout::fib6Fec, name)->size());
   }
   std::printf("loaded in %.3f s (parser kernel: %s, %s)\n", took.count(),
               simdjson::get_active_implementation()->name().c_str(),

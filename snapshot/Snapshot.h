@@ -1,6 +1,6 @@
 #pragma once
 // The JSON state snapshot: one document describing a whole device, loaded into a fresh entity
-// manager at the paths of StatePaths.h. docs/state-format.md describes the format.
+// manager at the paths of StateLayout.h. docs/state-format.md describes the format.
 //
 // Loading is strict and all-or-nothing: the first thing wrong in the document raises
 // LoadError naming where it is ("$.vrfs.red.ipv4.fecs[3].vias[512]") and what is wrong, and
@@ -8,8 +8,7 @@
 // for every VRF it names, every per-VRF entity, empty where the document says nothing.
 //
 //   auto em = Snapshot::loadFile("examples/leaf1.json");       // or load(text), or "-"
-//   auto routes = em->find<Brine::Fib::RouteStatus>(
-//       Snapshot::paths::vrfPath("red", Snapshot::paths::kFibRoute));
+//   auto routes = Snapshot::layout::find(*em, Snapshot::layout::fibRoute, "red");
 //   Snapshot::save(*em, "/tmp/leaf1.json");                    // written whole, then renamed
 //
 //   try { Snapshot::load("{\"version\": 1}"); }

@@ -37,13 +37,11 @@
 #include "snapshot/DeviceInfo.h"
 #include "snapshot/Refs.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace Snapshot {
 
 namespace {
-
-namespace p = paths;
 
 // JSON written straight into one buffer, two blanks of indent per level. Members and elements
 // are separated as they come, so callers only say what to write.
@@ -135,22 +133,6 @@ class Json {
   bool pendingValue_ = false;
 };
 
-template <class T>
-Mox::Ptr<T const> need(const Statum::EntityManager& em, std::string_view path) {
-  return em.find<T>(path);
-}
-
-std::vector<std::string> vrfNames(const Statum::EntityManager& em) {
-  std::vector<std::string> names;
-  const std::string leaf = std::string("/") + p::kFibRoute;
-  for (const auto& [path, entity] : em.entities()) {
-    if (path.rfind("vrf/", 0) != 0 || path.size() <= leaf.size() + 4) continue;
-    if (path.compare(path.size() - leaf.size(), leaf.size(), leaf) != 0) continue;
-    names.push_back(path.substr(4, path.size() - 4 - leaf.size()));
-  }
-  return names;
-}
-
 class Writer {
  public:
   explicit Writer(const Statum::EntityManager& em) : em_(em) {}
@@ -161,9 +143,8 @@ class Writer {
   void staticRouteDefaults();
   void vrfs();
   void vrf(const std::string& name);
-  template <class RouteTable, class FecTable, class NameOf>
-  void family(const std::string& vrf, const char* routes, const char* fecs, const char* kernel,
-              NameOf nameOf);
+  template <class Fam, class NameOf>
+  void family(const std::string& vrf, NameOf nameOf);
   template <class Fec>
   void fec(const Fec& fec);
   void staticRoutes(const std::string& vrf);
@@ -177,7 +158,8 @@ class Writer {
   void srTePolicies();
   void nexthopGroups();
   void flexCounters();
-  void counterRows(const char* key, const char* path);
+  void counterRows(const char* key,
+                   const layout::Entity<FlexCounters::CounterTable, layout::Scope::device>& table);
   void routeDistinguishers();
 
   template <class V>
@@ -192,7 +174,7 @@ class Writer {
 std::string Writer::run() {
   json_.openObject();
   json_.member("version", std::uint64_t(kFormatVersion));
-  if (auto device = need<DeviceInfo>(em_, p::kDevice))
+  if (auto device = layout::find(em_, layout::device))
     json_.member("hostname", device->hostname().stringValue());
   hardware();
   staticRouteDefaults();
@@ -209,7 +191,7 @@ std::string Writer::run() {
 }
 
 void Writer::hardware() {
-  auto hw = need<Routing::Hardware::Status>(em_, p::kRoutingHw);
+  auto hw = layout::find(em_, layout::routingHw);
   if (!hw) return;
   json_.key("hardware").openObject();
   json_.member("fecWeightLimit", hw->fecWeightLimit());
@@ -219,7 +201,7 @@ void Writer::hardware() {
 }
 
 void Writer::staticRouteDefaults() {
-  auto d = need<Routing::StaticRouteDefaults>(em_, p::kStaticRouteDefaults);
+  auto d = layout::find(em_, layout::staticRouteDefaults);
   if (!d) return;
   json_.key("staticRouteDefaults").openObject();
   json_.member("preference", d->preference());
@@ -230,43 +212,38 @@ void Writer::staticRouteDefaults() {
 
 void Writer::vrfs() {
   json_.key("vrfs").openObject();
-  for (const std::string& name : vrfNames(em_))
+  for (const std::string& name : layout::vrfNames(em_))
     vrf(name);
   json_.close();
 }
 
 void Writer::vrf(const std::string& name) {
   json_.key(name).openObject();
-  if (auto ids = need<Vrf::VrfIdMap::Status>(em_, p::kVrfIdMap)) {
+  if (auto ids = layout::find(em_, layout::vrfIdMap)) {
     for (const auto& entry : *ids) {
       if (entry.vrfName().stringValue() == name) json_.member("id", entry.vrfId);
     }
   }
-  if (auto c = need<Routing::ConfigGen>(em_, p::vrfPath(name, p::kRoutingConfig)))
+  if (auto c = layout::find(em_, layout::routingConfig, name))
     json_.memberBool("routingEnabled", c->routingEnabled());
-  if (auto c = need<Routing::ConfigGen>(em_, p::vrfPath(name, p::kRouting6Config)))
+  if (auto c = layout::find(em_, layout::routing6Config, name))
     json_.memberBool("routing6Enabled", c->routingEnabled());
   staticRoutes(name);
   json_.key("ipv4").openObject();
-  family<Brine::Fib::RouteStatus, Brine::Fib::ForwardingStatus>(
-      name, p::kFibRoute, p::kFibFec, p::kKernelUnprogrammed,
-      [](auto t) { return Routing::Fib::routeTypeName(t); });
+  family<Routing::V4>(name, [](auto t) { return Routing::Fib::routeTypeName(t); });
   json_.close();
   json_.key("ipv6").openObject();
-  family<Brine::Fib6::RouteStatus, Brine::Fib6::ForwardingStatus>(
-      name, p::kFib6Route, p::kFib6Fec, p::kKernelUnprogrammed6,
-      [](auto t) { return Routing6::Fib::routeTypeName(t); });
+  family<Routing::V6>(name, [](auto t) { return Routing6::Fib::routeTypeName(t); });
   json_.close();
   json_.close();
 }
 
-template <class RouteTable, class FecTable, class NameOf>
-void Writer::family(const std::string& vrf, const char* routes, const char* fecs,
-                    const char* kernel, NameOf nameOf) {
-  using Unprogrammed = Brine::KernelUnprogrammedRoute::UnprogrammedRoute;
-  auto notInKernel = need<Unprogrammed>(em_, p::vrfPath(vrf, kernel));
+template <class Fam, class NameOf>
+void Writer::family(const std::string& vrf, NameOf nameOf) {
+  using Entities = layout::FamilyEntities<Fam>;
+  auto notInKernel = layout::find(em_, Entities::kernelUnprogrammed, vrf);
   json_.key("routes").openArray();
-  if (auto table = need<RouteTable>(em_, p::vrfPath(vrf, routes))) {
+  if (auto table = layout::find(em_, Entities::routes, vrf)) {
     for (const auto& route : *table) {
       json_.openObject();
       text("prefix", route.prefix);
@@ -282,7 +259,7 @@ void Writer::family(const std::string& vrf, const char* routes, const char* fecs
   }
   json_.close();
   json_.key("fecs").openArray();
-  if (auto table = need<FecTable>(em_, p::vrfPath(vrf, fecs))) {
+  if (auto table = layout::find(em_, Entities::fecs, vrf)) {
     // A FEC holds room for 512 vias: copied out one at a time, not all at once.
     for (auto it = table->begin(); it != table->end(); ++it)
       fec(*it);
@@ -314,8 +291,8 @@ void Writer::fec(const Fec& fec) {
 
 void Writer::staticRoutes(const std::string& vrf) {
   std::vector<Mox::Ptr<Routing::Route>> routes;
-  for (const char* leaf : {p::kRoutingConfig, p::kRouting6Config}) {
-    if (auto config = need<Routing::ConfigGen>(em_, p::vrfPath(vrf, leaf))) {
+  for (const auto& entity : {layout::routingConfig, layout::routing6Config}) {
+    if (auto config = layout::find(em_, entity, vrf)) {
       for (const auto& [key, route] : config->route())
         routes.push_back(route);
     }
@@ -371,10 +348,10 @@ void Writer::staticRoute(const Routing::Route& route) {
 }
 
 void Writer::interfaces() {
-  auto config = need<Interface::AllIntfConfigDir>(em_, p::kIntfConfig);
-  auto status = need<Interface::AllIntfStatusDir>(em_, p::kIntfStatus);
-  auto ip = need<Ip::Config>(em_, p::kIpConfig);
-  auto ip6 = need<Ip6::Config>(em_, p::kIp6Config);
+  auto config = layout::find(em_, layout::intfConfig);
+  auto status = layout::find(em_, layout::intfStatus);
+  auto ip = layout::find(em_, layout::ipConfig);
+  auto ip6 = layout::find(em_, layout::ip6Config);
   json_.key("interfaces").openArray();
   if (config) {
     for (const auto& [id, intf] : config->intfConfig()) {
@@ -421,8 +398,8 @@ void Writer::interfaces() {
 }
 
 void Writer::neighbors() {
-  auto arp = need<Arp::Table::Status>(em_, p::kArpStatus);
-  auto ids = need<Vrf::VrfIdMap::Status>(em_, p::kVrfIdMap);
+  auto arp = layout::find(em_, layout::arpStatus);
+  auto ids = layout::find(em_, layout::vrfIdMap);
   json_.key("neighbors").openArray();
   if (arp) {
     for (const auto& entry : *arp) {
@@ -457,7 +434,7 @@ void Writer::tunnelVias(const Tunnel::TunnelTable::TunnelViaArray& vias) {
 
 template <class Table>
 void Writer::tunnelTable(const char* name) {
-  auto dir = need<Mox::Dir>(em_, p::kTunnelTables);
+  auto dir = layout::find(em_, layout::tunnelTables);
   auto table = dir ? dir->entity<Table>(name) : nullptr;
   if (!table) return;  // the protocol does not run: no key at all
   json_.key(name).openArray();
@@ -475,7 +452,7 @@ void Writer::tunnels() {
   using namespace Tunnel::TunnelTable;
   json_.key("tunnels").openObject();
   json_.key("fib").openArray();
-  if (auto fib = need<Tunnel::TunnelFib::MplsTunnelFib>(em_, p::kTunnelFib)) {
+  if (auto fib = layout::find(em_, layout::tunnelFib)) {
     for (const auto& entry : *fib) {
       json_.openObject();
       json_.member("tunnel", tunnelRefText(entry.tunnelId));
@@ -489,7 +466,7 @@ void Writer::tunnels() {
   tunnelTable<LdpTunnelTable>("ldp");
   tunnelTable<BgpLuTunnelTable>("bgpLu");
   json_.key("evpnVxlan").openArray();
-  if (auto evpn = need<EvpnVxlanTunnelTable>(em_, p::kEvpnVxlan)) {
+  if (auto evpn = layout::find(em_, layout::evpnVxlan)) {
     for (const auto& entry : *evpn) {
       json_.openObject();
       text("interface", entry.intfId);
@@ -505,7 +482,7 @@ void Writer::tunnels() {
 
 void Writer::srTePolicies() {
   json_.key("srTePolicies").openArray();
-  if (auto policies = need<SrTePolicy::PolicyStatus>(em_, p::kSrTePolicy)) {
+  if (auto policies = layout::find(em_, layout::srTePolicy)) {
     for (const auto& entry : *policies) {
       json_.openObject();
       json_.member("fec", fecRefText(entry.fecId));
@@ -518,9 +495,9 @@ void Writer::srTePolicies() {
 }
 
 void Writer::nexthopGroups() {
-  auto config = need<Routing::NexthopGroup::Config>(em_, p::kNhgConfig);
-  auto ids = need<NexthopGroup::EntryStatus>(em_, p::kNhgEntryStatus);
-  auto hw = need<Routing::Hardware::NexthopGroupStatus>(em_, p::kNhgHwStatus);
+  auto config = layout::find(em_, layout::nhgConfig);
+  auto ids = layout::find(em_, layout::nhgEntryStatus);
+  auto hw = layout::find(em_, layout::nhgHwStatus);
   json_.key("nexthopGroups").openArray();
   if (config) {
     for (const auto& [name, group] : config->nexthopGroup()) {
@@ -554,9 +531,11 @@ void Writer::nexthopGroups() {
   json_.close();
 }
 
-void Writer::counterRows(const char* key, const char* path) {
+void Writer::counterRows(
+    const char* key,
+    const layout::Entity<FlexCounters::CounterTable, layout::Scope::device>& entity) {
   json_.key(key).openArray();
-  if (auto table = need<FlexCounters::CounterTable>(em_, path)) {
+  if (auto table = layout::find(em_, entity)) {
     for (const auto& row : *table) {
       json_.openObject();
       json_.member("index", row.counterKey.counterIndex);
@@ -571,11 +550,10 @@ void Writer::counterRows(const char* key, const char* path) {
 
 void Writer::flexCounters() {
   json_.key("flexCounters").openObject();
-  counterRows("counters", p::kCounterTable);
-  counterRows("snapshot", p::kSnapshotCounterTable);
+  counterRows("counters", layout::counterTable);
+  counterRows("snapshot", layout::snapshotCounterTable);
   json_.key("entryKeys").openArray();
-  using Keys = Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable;
-  if (auto keys = need<Keys>(em_, p::kCounterKeyTable)) {
+  if (auto keys = layout::find(em_, layout::counterKeyTable)) {
     for (const auto& rec : *keys) {
       json_.openObject();
       json_.member("nexthopGroupId", rec.entry.nhgId);
@@ -591,7 +569,7 @@ void Writer::flexCounters() {
 
 void Writer::routeDistinguishers() {
   json_.key("routeDistinguisherInputs").openObject();
-  if (auto dir = need<Mox::Dir>(em_, p::kRdInputDir)) {
+  if (auto dir = layout::find(em_, layout::rdInputDir)) {
     for (const auto& [inputName, entity] : dir->entries()) {
       auto input = Mox::ptrCast<Ip::RouteDistinguisherInput>(entity);
       if (!input) continue;

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "lib/common/Neighbors.h"
 #include "lib/common/RouteTypes.h"
 #include "platform/mox/ActivityLock.h"
 #include "platform/mox/Trace.h"
@@ -152,25 +153,9 @@ void SummaryOperations<Self, Fam>::loadAttachedRoutes() {
   Self& s = self();
   MOX_TRACE(trace(), 8, "Counting ", Fam::kName, " neighbours of VRF ", s.vrfName().stringValue());
   if (!s.arpBrine()) return;
-  const auto& neighbours = *s.arpBrine();
-  const bool defaultVrf = s.vrfName().isDefault();
   std::uint32_t attached = 0;
-  for (auto it = neighbours.begin(); it != neighbours.end(); ++it) {
-    Arp::Table::ArpEntry entry;
-    try {
-      entry = *it;
-    } catch (const Velt::CorruptionDetectedException& e) {
-      neighbours.corruptionDetected(e.what());
-      break;
-    }
-    // One table holds both families' neighbours; the other family's are not host routes here.
-    const auto& key = entry.arpKey;
-    if (!Fam::ofFamily(key.addr) || key.intfId.isManagement()) continue;
-    // An id missing from the map has the unset name, which names no VRF.
-    const bool inVrf = defaultVrf ? key.vrfId == Vrf::VrfIdMap::kDefaultVrfId
-                                  : s.vrfIdMap() && s.vrfIdMap()->vrfName(key.vrfId) == s.vrfName();
-    if (inVrf) ++attached;
-  }
+  forEachNeighborInVrf<Fam>(*s.arpBrine(), s.vrfIdMap().get(), s.vrfName(),
+                            [&](const Arp::Table::ArpKey&) { ++attached; });
   if (attached == 0) return;
   s.routeCountByTypeInc("attached", attached);
   s.routeCountByMaskInc(std::uint32_t(Fam::kHostLen), attached);

@@ -33,41 +33,9 @@ Ptr<Statum::EntityManager> Loader::run(od::document& doc, const char* text) {
   finish();
 
   auto em = makePtr<Statum::EntityManager>();
-  namespace p = paths;
-  em->entityIs(p::kDevice, device_);
-  em->entityIs(p::kStaticRouteDefaults, staticDefaults_);
-  em->entityIs(p::kIntfConfig, intfConfig_);
-  em->entityIs(p::kIntfStatus, intfStatus_);
-  em->entityIs(p::kIpConfig, ipConfig_);
-  em->entityIs(p::kIpStatus, ipStatus_);
-  em->entityIs(p::kIp6Config, ip6Config_);
-  em->entityIs(p::kIp6Status, ip6Status_);
-  em->entityIs(p::kArpStatus, arp_);
-  em->entityIs(p::kVrfIdMap, vrfIdMap_);
-  em->entityIs(p::kTunnelFib, tunnelFib_);
-  em->entityIs(p::kTunnelTables, tunnelTables_);
-  em->entityIs(p::kEvpnVxlan, evpn_);
-  em->entityIs(p::kSrTePolicy, srTe_);
-  em->entityIs(p::kNhgConfig, nhgConfig_);
-  em->entityIs(p::kNhgEntryStatus, nhgEntryStatus_);
-  em->entityIs(p::kNhgHwStatus, nhgHw_);
-  em->entityIs(p::kRoutingHw, routingHw_);
-  em->entityIs(p::kRouting6Hw, routing6Hw_);
-  em->entityIs(p::kRdInputDir, rdInputs_);
-  em->entityIs(p::kCounterKeyTable, counterKeys_);
-  em->entityIs(p::kCounterTable, counters_);
-  em->entityIs(p::kSnapshotCounterTable, counterSnapshot_);
-  for (auto& [name, v] : vrfs_) {
-    em->entityIs(p::vrfPath(name, p::kRoutingConfig), v->config4);
-    em->entityIs(p::vrfPath(name, p::kRouting6Config), v->config6);
-    em->entityIs(p::vrfPath(name, p::kFibRoute), v->route4);
-    em->entityIs(p::vrfPath(name, p::kFibFec), v->fec4);
-    em->entityIs(p::vrfPath(name, p::kFib6Route), v->route6);
-    em->entityIs(p::vrfPath(name, p::kFib6Fec), v->fec6);
-    em->entityIs(p::vrfPath(name, p::kHwVrfStatus), v->hw);
-    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed), v->kernel4);
-    em->entityIs(p::vrfPath(name, p::kKernelUnprogrammed6), v->kernel6);
-  }
+  layout::publish(*em, tables_);
+  for (auto& [name, v] : vrfs_)
+    layout::publish(*em, name, *v);
   return em;
 }
 
@@ -111,7 +79,7 @@ void Loader::top(od::object obj) {
         }
         break;
       case kHostname:
-        device_->hostnameIs(std::string(r_.string(v)));
+        tables_.device->hostnameIs(std::string(r_.string(v)));
         break;
       case kHardware:
         hardware(v);
@@ -152,11 +120,11 @@ void Loader::staticRouteDefaults(od::value& v) {
   r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
     if (k == 0) {
       const auto preference = r_.number(f, 255, 1);
-      staticDefaults_->preferenceIs(Routing::RoutePreference(preference));
+      tables_.staticRouteDefaults->preferenceIs(Routing::RoutePreference(preference));
     } else if (k == 1) {
-      staticDefaults_->tagIs(std::uint32_t(r_.number(f, kU32Max)));
+      tables_.staticRouteDefaults->tagIs(std::uint32_t(r_.number(f, kU32Max)));
     } else {
-      staticDefaults_->nameIs(std::string(r_.string(f)));
+      tables_.staticRouteDefaults->nameIs(std::string(r_.string(f)));
     }
   });
 }
@@ -166,13 +134,13 @@ void Loader::hardware(od::value& v) {
   r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
     const auto n = std::uint32_t(r_.number(f, kU32Max));
     if (k == 0) {
-      routingHw_->fecWeightLimitIs(n);
-      routing6Hw_->fecWeightLimitIs(n);
+      tables_.routingHw->fecWeightLimitIs(n);
+      tables_.routing6Hw->fecWeightLimitIs(n);
     } else if (k == 1) {
-      routingHw_->maxEcmpIs(n);
-      routing6Hw_->maxEcmpIs(n);
+      tables_.routingHw->maxEcmpIs(n);
+      tables_.routing6Hw->maxEcmpIs(n);
     } else {
-      routingHw_->nexthopGroupMaxSizeIs(n);
+      tables_.routingHw->nexthopGroupMaxSizeIs(n);
     }
   });
 }
@@ -187,15 +155,15 @@ void Loader::finish() {
     if (vrfs_.find(name.stringValue()) == vrfs_.end())
       throw LoadError(path, "unknown VRF " + quote(name.stringValue()) + " (not in \"vrfs\")");
   }
-  arp_->reserve(neighbors_.size());
+  tables_.arpStatus->reserve(neighbors_.size());
   for (PendingNeighbor& n : neighbors_) {
     n.entry.arpKey.vrfId = vrfs_.at(vrfRefs_[n.vrfRef].first.stringValue())->id;
-    if (arp_->contains(n.entry.arpKey)) {
+    if (tables_.arpStatus->contains(n.entry.arpKey)) {
       throw LoadError("$.neighbors[" + std::to_string(n.index) + "]",
                       "duplicate neighbour " + n.entry.arpKey.addr.stringValue() + " on " +
                           n.entry.arpKey.intfId.stringValue());
     }
-    arp_->recordIs(n.entry);
+    tables_.arpStatus->recordIs(n.entry);
   }
 }
 

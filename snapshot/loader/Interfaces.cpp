@@ -32,7 +32,7 @@ void Loader::interface(od::value& v) {
     switch (k) {
       case kIfName:
         id = intf(f);
-        if (intfConfig_->intfConfig().contains(id))
+        if (tables_.intfConfig->intfConfig().contains(id))
           r_.fail("duplicate interface " + id.stringValue());
         break;
       case kIfVrf:
@@ -91,10 +91,10 @@ void Loader::interface(od::value& v) {
   config->descriptionIs(description);
   config->vrfIs(vrf);
   config->enabledIs(enabled);
-  intfConfig_->intfConfigIs(id, config);
+  tables_.intfConfig->intfConfigIs(id, config);
   auto status = makePtr<Interface::IntfStatus>(id);
   status->operUpIs(operUp);
-  intfStatus_->intfStatusIs(id, status);
+  tables_.intfStatus->intfStatusIs(id, status);
 
   // The status mirrors the configuration: a snapshot describes a settled device.
   if (ip) {
@@ -110,8 +110,8 @@ void Loader::interface(od::value& v) {
       st->activeSecondaryWithMaskIs(a, true);
     for (const auto& a : ip->virtualSecondaryWithMask())
       st->activeSecondaryWithMaskIs(a, true);
-    ipConfig_->intfConfigIs(id, ip);
-    ipStatus_->ipIntfStatusIs(id, st);
+    tables_.ipConfig->intfConfigIs(id, ip);
+    tables_.ipStatus->ipIntfStatusIs(id, st);
   }
   if (ip6) {
     ip6->intfIdIs(id);
@@ -119,8 +119,8 @@ void Loader::interface(od::value& v) {
     auto st = makePtr<Ip6::IntfStatus>(id);
     for (const auto& entry : ip6->addr())
       st->addrIs(entry.first, true);
-    ip6Config_->intfIs(id, ip6);
-    ip6Status_->intfIs(id, st);
+    tables_.ip6Config->intfIs(id, ip6);
+    tables_.ip6Status->intfIs(id, st);
   }
 }
 

@@ -39,7 +39,7 @@
 #include "snapshot/JsonReader.h"
 #include "snapshot/Refs.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace Snapshot::loader {
 
@@ -87,48 +87,39 @@ const RouteTypeWords<typename Fam::RouteType>& routeTypeWords() {
 using Routing::V4;
 using Routing::V6;
 
-// Everything one VRF owns.
-struct VrfState {
+// Everything one VRF owns: its tables, and what the document says of it.
+struct VrfState : layout::VrfTables {
   std::string name;
   bool hasId = false;
   std::uint32_t id = 0;
-  Ptr<Routing::ConfigGen> config4 = makePtr<Routing::ConfigGen>();
-  Ptr<Routing::ConfigGen> config6 = makePtr<Routing::ConfigGen>();
-  Ptr<Brine::Fib::RouteStatus> route4 = makePtr<Brine::Fib::RouteStatus>();
-  Ptr<Brine::Fib::ForwardingStatus> fec4 = makePtr<Brine::Fib::ForwardingStatus>();
-  Ptr<Brine::Fib6::RouteStatus> route6 = makePtr<Brine::Fib6::RouteStatus>();
-  Ptr<Brine::Fib6::ForwardingStatus> fec6 = makePtr<Brine::Fib6::ForwardingStatus>();
-  Ptr<Routing::Hardware::VrfStatus> hw = makePtr<Routing::Hardware::VrfStatus>();
   using Unprogrammed = Brine::KernelUnprogrammedRoute::UnprogrammedRoute;
-  Ptr<Unprogrammed> kernel4 = makePtr<Unprogrammed>();
-  Ptr<Unprogrammed> kernel6 = makePtr<Unprogrammed>();
 
   template <class Fam>
   auto& routes() {
     if constexpr (std::is_same_v<Fam, V4>) {
-      return *route4;
+      return *fibRoute;
     } else {
-      return *route6;
+      return *fib6Route;
     }
   }
   template <class Fam>
   auto& fecs() {
     if constexpr (std::is_same_v<Fam, V4>) {
-      return *fec4;
+      return *fibFec;
     } else {
-      return *fec6;
+      return *fib6Fec;
     }
   }
   template <class Fam>
   Unprogrammed& kernel() {
-    return std::is_same_v<Fam, V4> ? *kernel4 : *kernel6;
+    return std::is_same_v<Fam, V4> ? *kernelUnprogrammed : *kernelUnprogrammed6;
   }
   template <class Fam>
   void countUnprogrammed(std::uint32_t n) {
     if constexpr (std::is_same_v<Fam, V4>) {
-      hw->unprogrammedRouteCountIs(hw->unprogrammedRouteCount() + n);
+      hwVrfStatus->unprogrammedRouteCountIs(hwVrfStatus->unprogrammedRouteCount() + n);
     } else {
-      hw->unprogrammedRoute6CountIs(hw->unprogrammedRoute6Count() + n);
+      hwVrfStatus->unprogrammedRoute6CountIs(hwVrfStatus->unprogrammedRoute6Count() + n);
     }
   }
 };
@@ -217,32 +208,7 @@ class Loader {
   std::vector<std::pair<L3::VrfName, std::string>> vrfRefs_;
   std::vector<PendingNeighbor> neighbors_;
 
-  Ptr<DeviceInfo> device_ = makePtr<DeviceInfo>();
-  Ptr<Routing::StaticRouteDefaults> staticDefaults_ = makePtr<Routing::StaticRouteDefaults>();
-  Ptr<Interface::AllIntfConfigDir> intfConfig_ = makePtr<Interface::AllIntfConfigDir>();
-  Ptr<Interface::AllIntfStatusDir> intfStatus_ = makePtr<Interface::AllIntfStatusDir>();
-  Ptr<Ip::Config> ipConfig_ = makePtr<Ip::Config>();
-  Ptr<Ip::Status> ipStatus_ = makePtr<Ip::Status>();
-  Ptr<Ip6::Config> ip6Config_ = makePtr<Ip6::Config>();
-  Ptr<Ip6::Status> ip6Status_ = makePtr<Ip6::Status>();
-  Ptr<Arp::Table::Status> arp_ = makePtr<Arp::Table::Status>();
-  Ptr<Vrf::VrfIdMap::Status> vrfIdMap_ = makePtr<Vrf::VrfIdMap::Status>();
-  Ptr<Tunnel::TunnelFib::MplsTunnelFib> tunnelFib_ = makePtr<Tunnel::TunnelFib::MplsTunnelFib>();
-  Ptr<Mox::Dir> tunnelTables_ = makePtr<Mox::Dir>();
-  Ptr<Tunnel::TunnelTable::EvpnVxlanTunnelTable> evpn_ =
-      makePtr<Tunnel::TunnelTable::EvpnVxlanTunnelTable>();
-  Ptr<SrTePolicy::PolicyStatus> srTe_ = makePtr<SrTePolicy::PolicyStatus>();
-  Ptr<Routing::NexthopGroup::Config> nhgConfig_ = makePtr<Routing::NexthopGroup::Config>();
-  Ptr<NexthopGroup::EntryStatus> nhgEntryStatus_ = makePtr<NexthopGroup::EntryStatus>();
-  Ptr<Routing::Hardware::NexthopGroupStatus> nhgHw_ =
-      makePtr<Routing::Hardware::NexthopGroupStatus>();
-  Ptr<Routing::Hardware::Status> routingHw_ = makePtr<Routing::Hardware::Status>();
-  Ptr<Routing6::Hardware::Status> routing6Hw_ = makePtr<Routing6::Hardware::Status>();
-  Ptr<Mox::Dir> rdInputs_ = makePtr<Mox::Dir>();
-  Ptr<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable> counterKeys_ =
-      makePtr<Routing::NexthopGroup::NexthopGroupEntryToCounterKeyTable>();
-  Ptr<FlexCounters::CounterTable> counters_ = makePtr<FlexCounters::CounterTable>();
-  Ptr<FlexCounters::CounterTable> counterSnapshot_ = makePtr<FlexCounters::CounterTable>();
+  layout::DeviceTables tables_;
   std::map<std::uint64_t, std::string> nhgIds_;
   // The route type words last read, per family: a table's million routes repeat a handful of
   // words, and comparing with those is quicker than hashing each. The views point into the

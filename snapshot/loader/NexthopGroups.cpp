@@ -29,7 +29,7 @@ void Loader::nexthopGroup(od::value& v) {
                   }
                   status.entryKey.name.setText(name);
                   group->nameIs(std::string(name));
-                  if (nhgConfig_->nexthopGroup().contains(group->name()))
+                  if (tables_.nhgConfig->nexthopGroup().contains(group->name()))
                     r_.fail("duplicate nexthop group " + quote(name));
                   break;
                 }
@@ -90,14 +90,14 @@ void Loader::nexthopGroup(od::value& v) {
     r_.fail("the group has " + std::to_string(group->entrys()) + " entries but size " +
             std::to_string(group->size()));
   nhgIds_.emplace(status.nhgId, group->name().stringValue());
-  nhgConfig_->nexthopGroupIs(group->name(), group);
-  nhgEntryStatus_->recordIs(status);
+  tables_.nhgConfig->nexthopGroupIs(group->name(), group);
+  tables_.nhgEntryStatus->recordIs(status);
   for (const auto& vrf : programmed) {
-    auto hw = nhgHw_->vrf(vrf);
+    auto hw = tables_.nhgHwStatus->vrf(vrf);
     if (!hw) {
       hw = makePtr<Routing::Hardware::VrfNexthopGroupStatus>();
       hw->vrfNameIs(vrf);
-      nhgHw_->vrfIs(vrf, hw);
+      tables_.nhgHwStatus->vrfIs(vrf, hw);
     }
     hw->nexthopGroupIs(status.nhgId, true);
   }
@@ -107,9 +107,9 @@ void Loader::flexCounters(od::value& v) {
   static constexpr Keys<3> keys = {"counters", "snapshot", "entryKeys"};
   r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
     if (k == 0) {
-      counterRows(f, *counters_);
+      counterRows(f, *tables_.counterTable);
     } else if (k == 1) {
-      counterRows(f, *counterSnapshot_);
+      counterRows(f, *tables_.snapshotCounterTable);
     } else {
       counterKeys(f);
     }
@@ -170,10 +170,10 @@ void Loader::counterKeys(od::value& v) {
           break;
       }
     });
-    if (counterKeys_->contains(rec.entry))
+    if (tables_.counterKeyTable->contains(rec.entry))
       r_.fail("duplicate counter key for nexthop group " + std::to_string(rec.entry.nhgId) +
               " entry " + std::to_string(rec.entry.entryIndex));
-    counterKeys_->recordIs(rec);
+    tables_.counterKeyTable->recordIs(rec);
   });
 }
 

@@ -18,7 +18,7 @@ void Loader::vrf(std::string_view name, od::value& v) {
   auto state = std::make_unique<VrfState>();
   VrfState& s = *state;
   s.name = vrfName.stringValue();
-  s.hw->vrfNameIs(vrfName);
+  s.hwVrfStatus->vrfNameIs(vrfName);
   vrfs_.emplace(s.name, std::move(state));
   r_.fields(r_.object(v), kVrfKeys, 0, [&](unsigned k, od::value& f) {
     switch (k) {
@@ -33,10 +33,10 @@ void Loader::vrf(std::string_view name, od::value& v) {
         vrfIds_.emplace(s.id, s.name);
         break;
       case kRoutingEnabled:
-        s.config4->routingEnabledIs(r_.boolean(f));
+        s.routingConfig->routingEnabledIs(r_.boolean(f));
         break;
       case kRouting6Enabled:
-        s.config6->routingEnabledIs(r_.boolean(f));
+        s.routing6Config->routingEnabledIs(r_.boolean(f));
         break;
       case kStaticRoutes:
         staticRoutes(f, s);
@@ -59,7 +59,7 @@ void Loader::vrf(std::string_view name, od::value& v) {
   Vrf::VrfIdMap::Entry entry;
   entry.vrfId = s.id;
   entry.vrfNameIs(vrfName);
-  vrfIdMap_->recordIs(entry);
+  tables_.vrfIdMap->recordIs(entry);
 }
 
 template <class Fam>
@@ -241,7 +241,7 @@ void Loader::routeDistinguishers(od::value& v) {
                 " (expected ASN:n or IPv4-address:n, for example 100:1)");
       input->routeDistinguisherIs(name.string8(), value);
     });
-    rdInputs_->entityIs(std::string(inputName), input);
+    tables_.rdInputDir->entityIs(std::string(inputName), input);
   });
 }
 

@@ -108,7 +108,8 @@ void Loader::staticRoutes(od::value& v, VrfState& vrf) {
       if (info.trackBfd) route->viaTrackBfdIs(info.via, true);
       if (!info.name.empty()) route->viaNextHopNameIs(info.via, info.name);
     }
-    auto& config = prefix.af() == Plexa::AddressFamily::ipv4 ? *vrf.config4 : *vrf.config6;
+    auto& config =
+        prefix.af() == Plexa::AddressFamily::ipv4 ? *vrf.routingConfig : *vrf.routing6Config;
     if (config.route().contains(key))
       r_.fail("duplicate static route for " + prefix.stringValue() + " at preference " +
               std::to_string(preference));

@@ -19,25 +19,25 @@ void Loader::tunnels(od::value& v) {
       case kTnSr: {
         auto t = makePtr<SrTunnelTable>();
         tunnelTable(f, *t, TunnelType::srTunnel, "sr");
-        tunnelTables_->entityIs("sr", t);
+        tables_.tunnelTables->entityIs("sr", t);
         break;
       }
       case kTnStatic: {
         auto t = makePtr<StaticTunnelTable>();
         tunnelTable(f, *t, TunnelType::staticTunnel, "static");
-        tunnelTables_->entityIs("static", t);
+        tables_.tunnelTables->entityIs("static", t);
         break;
       }
       case kTnLdp: {
         auto t = makePtr<LdpTunnelTable>();
         tunnelTable(f, *t, TunnelType::ldpTunnel, "ldp");
-        tunnelTables_->entityIs("ldp", t);
+        tables_.tunnelTables->entityIs("ldp", t);
         break;
       }
       case kTnBgpLu: {
         auto t = makePtr<BgpLuTunnelTable>();
         tunnelTable(f, *t, TunnelType::bgpLuTunnel, "bgpLu");
-        tunnelTables_->entityIs("bgpLu", t);
+        tables_.tunnelTables->entityIs("bgpLu", t);
         break;
       }
       case kTnEvpn:
@@ -58,9 +58,9 @@ void Loader::tunnelFib(od::value& v) {
         entry.tunnelVia = tunnelVias(f);
       }
     });
-    if (tunnelFib_->contains(entry.tunnelId))
+    if (tables_.tunnelFib->contains(entry.tunnelId))
       r_.fail("duplicate tunnel " + tunnelRefText(entry.tunnelId));
-    tunnelFib_->recordIs(entry);
+    tables_.tunnelFib->recordIs(entry);
   });
 }
 
@@ -145,9 +145,9 @@ void Loader::evpnVxlan(od::value& v) {
           break;
       }
     });
-    if (evpn_->contains(entry.intfId))
+    if (tables_.evpnVxlan->contains(entry.intfId))
       r_.fail("duplicate EVPN VXLAN tunnel on " + entry.intfId.stringValue());
-    evpn_->recordIs(entry);
+    tables_.evpnVxlan->recordIs(entry);
   });
 }
 
@@ -170,8 +170,9 @@ void Loader::srTePolicies(od::value& v) {
           break;
       }
     });
-    if (srTe_->contains(entry.fecId)) r_.fail("duplicate policy FEC " + fecRefText(entry.fecId));
-    srTe_->recordIs(entry);
+    if (tables_.srTePolicy->contains(entry.fecId))
+      r_.fail("duplicate policy FEC " + fecRefText(entry.fecId));
+    tables_.srTePolicy->recordIs(entry);
   });
 }
 

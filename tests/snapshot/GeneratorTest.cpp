@@ -13,11 +13,11 @@
 #include "platform/state/RoutingHardware.h"
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace {
 
-namespace p = Snapshot::paths;
+namespace layout = Snapshot::layout;
 
 Mox::Ptr<Statum::EntityManager> generated(std::uint64_t v4, std::uint64_t v6,
                                           std::uint64_t seed = 1, unsigned vrfs = 0) {
@@ -33,18 +33,17 @@ TEST(Generator, HoldsExactlyTheRoutesAskedFor) {
   for (std::uint64_t n : {0, 1, 5, 40, 3000}) {
     SCOPED_TRACE(n);
     auto em = generated(n, n / 3);
-    EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute))->size(), n);
-    EXPECT_EQ(em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route))->size(),
-              n / 3);
+    EXPECT_EQ(layout::mount(*em, layout::fibRoute, "default")->size(), n);
+    EXPECT_EQ(layout::mount(*em, layout::fib6Route, "default")->size(), n / 3);
   }
 }
 
 TEST(Generator, PrefixLengthsFollowAnInternetLikeMix) {
   auto em = generated(20000, 5000);
   std::map<int, int> v4, v6;
-  for (const auto& r : *em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute)))
+  for (const auto& r : *layout::mount(*em, layout::fibRoute, "default"))
     ++v4[r.prefix.len()];
-  for (const auto& r : *em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route)))
+  for (const auto& r : *layout::mount(*em, layout::fib6Route, "default"))
     ++v6[r.prefix.len()];
   EXPECT_NEAR(v4[24] / 20000.0, 0.6, 0.05);
   int mid = 0, shorter = 0;
@@ -62,9 +61,9 @@ TEST(Generator, PrefixLengthsFollowAnInternetLikeMix) {
 
 TEST(Generator, RoutesShareFecsOfEveryKind) {
   auto em = generated(30000, 1000);
-  auto routes = em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute));
-  auto fecs = em->mount<Brine::Fib::ForwardingStatus>(p::vrfPath("default", p::kFibFec));
-  auto tunnelFib = em->mount<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib);
+  auto routes = layout::mount(*em, layout::fibRoute, "default");
+  auto fecs = layout::mount(*em, layout::fibFec, "default");
+  auto tunnelFib = layout::mount(*em, layout::tunnelFib);
   EXPECT_GE(fecs->size(), 50u);
   EXPECT_LE(fecs->size(), 5000u);
   std::size_t nexthopGroup = 0, unprogrammed = 0;
@@ -79,8 +78,7 @@ TEST(Generator, RoutesShareFecsOfEveryKind) {
   EXPECT_GT(nexthopGroup, 0u);
   EXPECT_GT(unprogrammed, 0u);
   EXPECT_LT(unprogrammed, 30000u / 100);
-  EXPECT_EQ(em->mount<Routing::Hardware::VrfStatus>(p::vrfPath("default", p::kHwVrfStatus))
-                ->unprogrammedRouteCount(),
+  EXPECT_EQ(layout::mount(*em, layout::hwVrfStatus, "default")->unprogrammedRouteCount(),
             unprogrammed);
   EXPECT_TRUE(routes->contains(Plexa::Prefix::fromString("0.0.0.0/0")));
 
@@ -104,10 +102,10 @@ TEST(Generator, RoutesShareFecsOfEveryKind) {
 
 TEST(Generator, ExtraVrfsAreSmallAndHaveTheirOwnIds) {
   auto em = generated(100, 10, 1, 3);
-  auto ids = em->mount<Vrf::VrfIdMap::Status>(p::kVrfIdMap);
+  auto ids = layout::mount(*em, layout::vrfIdMap);
   EXPECT_EQ(ids->size(), 4u);
   EXPECT_EQ(ids->vrfName(2).stringValue(), "vrf2");
-  const auto n = em->mount<Brine::Fib::RouteStatus>(p::vrfPath("vrf3", p::kFibRoute))->size();
+  const auto n = layout::mount(*em, layout::fibRoute, "vrf3")->size();
   EXPECT_GT(n, 0u);
   EXPECT_LT(n, 100u);
 }
@@ -123,9 +121,9 @@ TEST(Generator, TheInternetProfileIsShapedLikeTheInternetTable) {
   o.seed = 43;
   EXPECT_NE(text, Snapshot::generate(o));
   auto em = Snapshot::load(text);
-  auto routes = em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute));
-  auto fecs = em->mount<Brine::Fib::ForwardingStatus>(p::vrfPath("default", p::kFibFec));
-  auto routes6 = em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route));
+  auto routes = layout::mount(*em, layout::fibRoute, "default");
+  auto fecs = layout::mount(*em, layout::fibFec, "default");
+  auto routes6 = layout::mount(*em, layout::fib6Route, "default");
   ASSERT_EQ(routes->size(), 40000u);
   ASSERT_EQ(routes6->size(), 8000u);
 

@@ -20,12 +20,12 @@
 #include "snapshot/Live.h"
 #include "snapshot/LiveBuilder.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace {
 
 namespace k = Snapshot::kernel;
-namespace p = Snapshot::paths;
+namespace layout = Snapshot::layout;
 using T4 = Routing::Fib::RouteType;
 using T6 = Routing6::Fib::RouteType;
 
@@ -102,21 +102,22 @@ class LiveBuilder : public ::testing::Test {
 
   void finish() { em = b.finish(); }
 
-  template <class T>
-  Mox::Ptr<T const> at(const std::string& path) const {
-    return em->mount<T>(path);
+  template <class E>
+  auto at(const E& entity) const {
+    return layout::mount(*em, entity);
+  }
+  template <class E>
+  auto at(const E& entity, std::string_view vrf) const {
+    return layout::mount(*em, entity, vrf);
   }
   Brine::Fib::Route r4(const char* prefix, const char* vrf = "default") const {
-    return at<Brine::Fib::RouteStatus>(p::vrfPath(vrf, p::kFibRoute))
-        ->lookup(Plexa::Prefix::fromString(prefix));
+    return at(layout::fibRoute, vrf)->lookup(Plexa::Prefix::fromString(prefix));
   }
   Brine::Fib6::Route r6(const char* prefix, const char* vrf = "default") const {
-    return at<Brine::Fib6::RouteStatus>(p::vrfPath(vrf, p::kFib6Route))
-        ->lookup(Plexa::Ip6Prefix::fromString(prefix));
+    return at(layout::fib6Route, vrf)->lookup(Plexa::Ip6Prefix::fromString(prefix));
   }
   bool has4(const char* prefix, const char* vrf = "default") const {
-    return at<Brine::Fib::RouteStatus>(p::vrfPath(vrf, p::kFibRoute))
-        ->contains(Plexa::Prefix::fromString(prefix));
+    return at(layout::fibRoute, vrf)->contains(Plexa::Prefix::fromString(prefix));
   }
   // A FEC's vias as "gateway interface weight label tunnel", from the table its id names.
   std::vector<std::string> vias(Brine::Fib::FecId id, const char* vrf = "default") const {
@@ -132,14 +133,14 @@ class LiveBuilder : public ::testing::Test {
       }
     };
     if (Brine::Fib::isV6FecId(id)) {
-      add(at<Brine::Fib6::ForwardingStatus>(p::vrfPath(vrf, p::kFib6Fec))->lookup(id));
+      add(at(layout::fib6Fec, vrf)->lookup(id));
     } else {
-      add(at<Brine::Fib::ForwardingStatus>(p::vrfPath(vrf, p::kFibFec))->lookup(id));
+      add(at(layout::fibFec, vrf)->lookup(id));
     }
     return out;
   }
   Mox::Ptr<Interface::IntfConfig const> intf(const char* name) const {
-    return at<Interface::AllIntfConfigDir>(p::kIntfConfig)->intfConfig(Plexa::IntfId(name));
+    return at(layout::intfConfig)->intfConfig(Plexa::IntfId(name));
   }
 
   Snapshot::LiveBuilder b;
@@ -153,7 +154,7 @@ using Vias = std::vector<std::string>;
 TEST_F(LiveBuilder, LinksAreInterfacesAndVrfDevicesAreVrfsWithTheirMembers) {
   EXPECT_EQ(b.routeTables(), (std::vector<std::uint32_t>{255, 254, 253, 10}));
   finish();
-  const auto ids = at<Vrf::VrfIdMap::Status>(p::kVrfIdMap);
+  const auto ids = at(layout::vrfIdMap);
   EXPECT_EQ(ids->vrfName(0).stringValue(), "default");
   EXPECT_EQ(ids->vrfName(10).stringValue(), "red");
   EXPECT_EQ(ids->size(), 2u);
@@ -163,15 +164,15 @@ TEST_F(LiveBuilder, LinksAreInterfacesAndVrfDevicesAreVrfsWithTheirMembers) {
   // The VRF device is in its own VRF; a bridge port is in the bridge's (default) VRF.
   EXPECT_EQ(intf("red")->vrf().stringValue(), "red");
   EXPECT_EQ(intf("eth4")->vrf().stringValue(), "default");
-  const auto status = at<Interface::AllIntfStatusDir>(p::kIntfStatus);
+  const auto status = at(layout::intfStatus);
   EXPECT_TRUE(status->intfStatus(Plexa::IntfId("eth1"))->operUp());
   EXPECT_FALSE(status->intfStatus(Plexa::IntfId("eth2"))->operUp());
   EXPECT_TRUE(intf("eth2")->enabled());
-  for (const char* leaf :
-       {p::kRoutingConfig, p::kRouting6Config, p::kFibRoute, p::kFibFec, p::kFib6Route, p::kFib6Fec,
-        p::kHwVrfStatus, p::kKernelUnprogrammed, p::kKernelUnprogrammed6}) {
-    EXPECT_TRUE(em->entities().count(p::vrfPath("red", leaf))) << leaf;
-  }
+  layout::forEachEntity([&](const layout::EntityInfo& e) {
+    if (e.scope == layout::Scope::vrf) {
+      EXPECT_TRUE(em->entities().count(layout::pathOf(e, "red"))) << e.name;
+    }
+  });
 }
 
 TEST_F(LiveBuilder, VrfsSharingATableBothListItAndADeviceNamedDefaultIsNoVrf) {
@@ -187,7 +188,7 @@ TEST_F(LiveBuilder, VrfsSharingATableBothListItAndADeviceNamedDefaultIsNoVrf) {
   EXPECT_TRUE(has4("10.30.0.0/16", "green"));
   EXPECT_FALSE(has4("10.40.0.0/16"));
   // One id, one name: the first VRF of the table.
-  EXPECT_EQ(at<Vrf::VrfIdMap::Status>(p::kVrfIdMap)->vrfName(30).stringValue(), "blue");
+  EXPECT_EQ(at(layout::vrfIdMap)->vrfName(30).stringValue(), "blue");
   EXPECT_EQ(intf("eth9")->vrf().stringValue(), "default");
 }
 
@@ -199,7 +200,7 @@ TEST_F(LiveBuilder, TheFirstIpv4AddressIsPrimaryAndIpv6KeepsLinkLocal) {
   b.address(address(kEth1, "2001:db8:1::1/64"));
   b.address(address(kEth1, "fe80::1/64"));
   finish();
-  const auto ip = at<Ip::Config>(p::kIpConfig);
+  const auto ip = at(layout::ipConfig);
   const auto eth1 = ip->intfConfig(Plexa::IntfId("eth1"));
   EXPECT_EQ(eth1->addrWithMask().stringValue(), "10.0.1.1/24");
   EXPECT_EQ(eth1->secondaryWithMask().size(), 2u);
@@ -207,10 +208,10 @@ TEST_F(LiveBuilder, TheFirstIpv4AddressIsPrimaryAndIpv6KeepsLinkLocal) {
   EXPECT_TRUE(eth1->secondaryWithMask().contains(Plexa::IpAddrWithMask::fromString("10.0.1.7/24")));
   EXPECT_EQ(ip->intfConfig(Plexa::IntfId("eth3"))->vrf().stringValue(), "red");
   EXPECT_EQ(ip->intfConfig(Plexa::IntfId("eth2")), nullptr);
-  const auto active = at<Ip::Status>(p::kIpStatus)->ipIntfStatus(Plexa::IntfId("eth1"));
+  const auto active = at(layout::ipStatus)->ipIntfStatus(Plexa::IntfId("eth1"));
   EXPECT_EQ(active->activeAddrWithMask().stringValue(), "10.0.1.1/24");
   EXPECT_EQ(active->activeSecondaryWithMask().size(), 2u);
-  const auto ip6 = at<Ip6::Status>(p::kIp6Status)->intf(Plexa::IntfId("eth1"));
+  const auto ip6 = at(layout::ip6Status)->intf(Plexa::IntfId("eth1"));
   EXPECT_TRUE(ip6->addr().contains(Plexa::Ip6AddrWithMask::fromString("2001:db8:1::1/64")));
   EXPECT_TRUE(ip6->addr().contains(Plexa::Ip6AddrWithMask::fromString("fe80::1/64")));
 }
@@ -260,9 +261,7 @@ TEST_F(LiveBuilder, TheProtocolGivesTheRouteTypeAndItsUsualDistance) {
     EXPECT_EQ(v4.metric, 7u);
     EXPECT_TRUE(v4.hardwareProgrammed);  // without offload flags the kernel is the hardware
   }
-  EXPECT_EQ(at<Routing::Hardware::VrfStatus>(p::vrfPath("default", p::kHwVrfStatus))
-                ->unprogrammedRouteCount(),
-            0u);
+  EXPECT_EQ(at(layout::hwVrfStatus, "default")->unprogrammedRouteCount(), 0u);
 }
 
 TEST_F(LiveBuilder, LocalRoutesAreReceiveDropRoutesGoToNull0AndTheRestIsLeftOut) {
@@ -292,7 +291,7 @@ TEST_F(LiveBuilder, LocalRoutesAreReceiveDropRoutesGoToNull0AndTheRestIsLeftOut)
     EXPECT_EQ(r4(prefix).preference, 1);
     EXPECT_EQ(vias(r4(prefix).fecId), Vias{"- Null0 1"});
   }
-  EXPECT_EQ(at<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route))->size(), 1u);
+  EXPECT_EQ(at(layout::fib6Route, "default")->size(), 1u);
   EXPECT_FALSE(has4("10.9.0.0/16"));
   EXPECT_FALSE(has4("10.8.0.0/16"));
   EXPECT_FALSE(has4("10.7.0.0/16"));
@@ -332,7 +331,7 @@ TEST_F(LiveBuilder, NexthopObjectsGiveFecsAndAreListedAsNexthopGroups) {
   EXPECT_EQ(vias(r4("10.22.0.0/16").fecId), Vias{"- Null0 1"});
   EXPECT_EQ(vias(r4("10.23.0.0/16").fecId), Vias{"10.0.2.2 eth2 1"});
 
-  const auto groups = at<Routing::NexthopGroup::Config>(p::kNhgConfig);
+  const auto groups = at(layout::nhgConfig);
   EXPECT_EQ(groups->nexthopGroups(), 4u);
   const auto nhid10 = groups->nexthopGroup(Mox::String8("nhid10"));
   ASSERT_NE(nhid10, nullptr);
@@ -341,10 +340,10 @@ TEST_F(LiveBuilder, NexthopObjectsGiveFecsAndAreListedAsNexthopGroups) {
   EXPECT_EQ(nhid10->entry(0).destination().stringValue(), "10.0.1.2");
   EXPECT_EQ(nhid10->entry(1).destination().stringValue(), "10.0.2.2");
   EXPECT_EQ(groups->nexthopGroup(Mox::String8("nhid12"))->entrys(), 0u);
-  const auto ids = at<NexthopGroup::EntryStatus>(p::kNhgEntryStatus);
+  const auto ids = at(layout::nhgEntryStatus);
   EXPECT_EQ(ids->lookup(NexthopGroup::NexthopGroupEntryKey("nhid10")).nhgId, 10u);
   // No offloading hardware: the kernel holds every group, for every VRF.
-  const auto hw = at<Routing::Hardware::NexthopGroupStatus>(p::kNhgHwStatus);
+  const auto hw = at(layout::nhgHwStatus);
   EXPECT_TRUE(hw->vrf(L3::VrfName("default"))->nexthopGroup().contains(10));
   EXPECT_TRUE(hw->vrf(L3::VrfName("red"))->nexthopGroup().contains(10));
 }
@@ -362,7 +361,7 @@ TEST_F(LiveBuilder, OneMplsLabelIsTheViasAndAStackRidesATunnel) {
   const Tunnel::TunnelTable::TunnelId tunnel(1, 1);  // static:1
   EXPECT_EQ(vias(r4("10.2.0.0/16").fecId),
             Vias{"- DynamicTunnel1.1 1 tunnel " + std::to_string(tunnel.value())});
-  const auto fib = at<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib);
+  const auto fib = at(layout::tunnelFib);
   ASSERT_EQ(fib->size(), 1u);
   const auto entry = fib->lookup(tunnel);
   ASSERT_EQ(entry.tunnelVia.size(), 1u);
@@ -412,10 +411,8 @@ TEST_F(LiveBuilder, WithOffloadingHardwareARouteWithoutTheFlagIsNotProgrammed) {
   EXPECT_FALSE(r4("10.2.0.0/16").hardwareProgrammed);
   EXPECT_FALSE(r4("10.3.0.0/16").hardwareProgrammed);
   EXPECT_TRUE(r4("10.4.0.0/16").hardwareProgrammed);
-  EXPECT_EQ(at<Routing::Hardware::VrfStatus>(p::vrfPath("default", p::kHwVrfStatus))
-                ->unprogrammedRouteCount(),
-            2u);
-  EXPECT_EQ(at<Routing::Hardware::NexthopGroupStatus>(p::kNhgHwStatus)->vrfs(), 0u);
+  EXPECT_EQ(at(layout::hwVrfStatus, "default")->unprogrammedRouteCount(), 2u);
+  EXPECT_EQ(at(layout::nhgHwStatus)->vrfs(), 0u);
 }
 
 // ---- neighbours and the rest ----
@@ -449,7 +446,7 @@ TEST_F(LiveBuilder, ResolvedNeighboursFillTheArpTableOfTheirInterfacesVrf) {
     b.neighbor(n);
   }
   finish();
-  const auto arp = at<Arp::Table::Status>(p::kArpStatus);
+  const auto arp = at(layout::arpStatus);
   for (const Case& c : cases) {
     Arp::Table::ArpKey key;
     key.vrfId = c.ifindex == kEth3 ? 10 : 0;
@@ -467,8 +464,8 @@ TEST_F(LiveBuilder, TheForwardingSwitchesAreEveryVrfsRoutingSwitches) {
   b.forwardingIs(Plexa::AddressFamily::ipv6, false);
   finish();
   for (const char* vrf : {"default", "red"}) {
-    EXPECT_TRUE(at<Routing::ConfigGen>(p::vrfPath(vrf, p::kRoutingConfig))->routingEnabled());
-    EXPECT_FALSE(at<Routing::ConfigGen>(p::vrfPath(vrf, p::kRouting6Config))->routingEnabled());
+    EXPECT_TRUE(at(layout::routingConfig, vrf)->routingEnabled());
+    EXPECT_FALSE(at(layout::routing6Config, vrf)->routingEnabled());
   }
 }
 
@@ -499,7 +496,7 @@ TEST(LiveRead, AnInterruptedReadIsDoneAgainFromScratch) {
       },
       Snapshot::kLiveReadAttempts);
   EXPECT_EQ(reads, 3);
-  EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute))->size(), 0u);
+  EXPECT_EQ(layout::mount(*em, layout::fibRoute, "default")->size(), 0u);
 }
 
 TEST(LiveRead, AReadThatIsAlwaysInterruptedIsReportedAfterTheLastAttempt) {

@@ -13,10 +13,11 @@
 
 #include "platform/brine/Fib.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace {
 
+namespace layout = Snapshot::layout;
 using nlohmann::json;
 
 json minimal() {
@@ -351,10 +352,7 @@ TEST(LoadError, LongBadWordsAreCutInMessages) {
 TEST(LoadError, PipesAndFifosAreReadToTheirEnd) {
   const std::string text = withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}}}).dump(1);
   const auto routes = [](const Mox::Ptr<Statum::EntityManager>& em) {
-    return em
-        ->mount<Brine::Fib::RouteStatus>(
-            Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute))
-        ->size();
+    return layout::mount(*em, layout::fibRoute, "default")->size();
   };
   // Written slowly, a few bytes at a time, so that reads come back short.
   const auto writeSlowly = [&](int fd) {
@@ -403,8 +401,7 @@ TEST(LoadError, ALargeFileLoadsLikeTextAndIsRefusedWhereItIsWrong) {
     EXPECT_GT(text.size(), 1u << 20);
     try {
       auto em = Snapshot::loadFile(path);
-      auto table = em->mount<Brine::Fib::RouteStatus>(
-          Snapshot::paths::vrfPath("default", Snapshot::paths::kFibRoute));
+      auto table = layout::mount(*em, layout::fibRoute, "default");
       return std::to_string(table->size()) + " " +
              table->lookup(Plexa::Prefix::fromString("11.156.63.0/24")).fecId.stringValue() + " " +
              std::string(Routing::Fib::routeTypeName(

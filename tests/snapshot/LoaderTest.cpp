@@ -11,11 +11,11 @@
 #include "platform/state/NexthopGroupConfig.h"
 #include "snapshot/DeviceInfo.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace {
 
-namespace p = Snapshot::paths;
+namespace layout = Snapshot::layout;
 using Brine::Fib::AdjType;
 using Brine::Fib::FecId;
 
@@ -30,23 +30,21 @@ TEST(HandWritten, ShapesWithAMeaningLoad) {
              "fecs": [{"id": "7", "vias": [{"interface": "Cpu"}]}]}}},
     "nexthopGroups": [{"name": "G0", "id": 1, "type": "invalid"}]})");
   // Backups from the index equal to the number of vias: the FEC has none.
-  const auto fec = em->mount<Brine::Fib::ForwardingStatus>(p::vrfPath("default", p::kFibFec))
-                       ->lookup(FecId(AdjType::ipAdj, 5));
+  const auto fec = layout::mount(*em, layout::fibFec, "default")->lookup(FecId(AdjType::ipAdj, 5));
   EXPECT_EQ(fec.via.size(), 2u);
   EXPECT_EQ(fec.backupViaIndex().value(), 2u);
   // In the IPv6 tables a bare FEC number and its ip6: spelling are one FEC, the one an IPv4
   // route over IPv6 next hops names.
   const FecId ip6Fec(AdjType::ip6Adj, 7);
-  EXPECT_TRUE(em->mount<Brine::Fib6::ForwardingStatus>(p::vrfPath("default", p::kFib6Fec))
-                  ->contains(ip6Fec));
-  const auto routes6 = em->mount<Brine::Fib6::RouteStatus>(p::vrfPath("default", p::kFib6Route));
+  EXPECT_TRUE(layout::mount(*em, layout::fib6Fec, "default")->contains(ip6Fec));
+  const auto routes6 = layout::mount(*em, layout::fib6Route, "default");
   EXPECT_EQ(routes6->lookup(Plexa::Ip6Prefix::fromString("2001:db8::/32")).fecId, ip6Fec);
   EXPECT_EQ(routes6->lookup(Plexa::Ip6Prefix::fromString("2001:db9::/32")).fecId, ip6Fec);
-  EXPECT_EQ(em->mount<Brine::Fib::RouteStatus>(p::vrfPath("default", p::kFibRoute))
+  EXPECT_EQ(layout::mount(*em, layout::fibRoute, "default")
                 ->lookup(Plexa::Prefix::fromString("10.1.0.0/16"))
                 .fecId,
             ip6Fec);
-  EXPECT_EQ(em->mount<Routing::NexthopGroup::Config>(p::kNhgConfig)->nexthopGroup("G0")->type(),
+  EXPECT_EQ(layout::mount(*em, layout::nhgConfig)->nexthopGroup("G0")->type(),
             Routing::NexthopGroup::NexthopGroupType::invalid);
 }
 
@@ -64,7 +62,7 @@ TEST(HandWritten, StringsHoldTheirTextWithOrWithoutEscapes) {
     SCOPED_TRACE(written);
     const auto em = Snapshot::load(R"({"version": 1, "hostname": ")" + written +
                                    R"(" , "vrfs": {"default": {}}})");
-    EXPECT_EQ(em->find<Snapshot::DeviceInfo>(p::kDevice)->hostname().stringValue(), text);
+    EXPECT_EQ(layout::find(*em, layout::device)->hostname().stringValue(), text);
   }
 }
 

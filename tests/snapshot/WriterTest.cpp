@@ -21,11 +21,11 @@
 #include "platform/state/RoutingHardware.h"
 #include "snapshot/Generator.h"
 #include "snapshot/Snapshot.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace {
 
-namespace p = Snapshot::paths;
+namespace layout = Snapshot::layout;
 namespace fs = std::filesystem;
 
 // Written once, loaded and written again: the second text is the first. Together with the
@@ -52,9 +52,8 @@ TEST(WriterRoundTrip, TheExampleDeviceAndGeneratedStatesReadBackAsWritten) {
     EXPECT_EQ(a->entities().size(), b->entities().size());
     for (const std::string vrf : {"default", "vrf1"}) {
       if (vrfs == 0 && vrf != "default") continue;
-      const auto path = p::vrfPath(vrf, p::kFibFec);
-      EXPECT_EQ(a->find<Brine::Fib::ForwardingStatus>(path)->size(),
-                b->find<Brine::Fib::ForwardingStatus>(path)->size());
+      EXPECT_EQ(layout::find(*a, layout::fibFec, vrf)->size(),
+                layout::find(*b, layout::fibFec, vrf)->size());
     }
   }
 }
@@ -62,45 +61,43 @@ TEST(WriterRoundTrip, TheExampleDeviceAndGeneratedStatesReadBackAsWritten) {
 // The values no listing shows, so that only a reader of the state would miss them.
 TEST(WriterRoundTrip, KeepsWhatTheListingsDoNotShow) {
   auto em = Snapshot::load(Snapshot::write(*Snapshot::load(Snapshot::embeddedExample())));
-  auto config = em->find<Routing::ConfigGen>(p::vrfPath("default", p::kRoutingConfig));
+  auto config = layout::find(*em, layout::routingConfig, "default");
   const auto route = [&](const char* prefix) {
     return config->route(Routing::RouteKey(Plexa::IpGenPrefix::fromString(prefix), 1));
   };
   EXPECT_FALSE(route("10.9.0.0/16")->persistent());
   EXPECT_TRUE(route("10.12.0.0/16")->dynamic());
   EXPECT_EQ(route("10.10.0.0/16")->viaTrackBfds(), 1u);
-  EXPECT_FALSE(
-      em->find<Routing::ConfigGen>(p::vrfPath("blue", p::kRouting6Config))->routingEnabled());
+  EXPECT_FALSE(layout::find(*em, layout::routing6Config, "blue")->routingEnabled());
 
-  auto intfs = em->find<Interface::AllIntfConfigDir>(p::kIntfConfig);
+  auto intfs = layout::find(*em, layout::intfConfig);
   auto lab = intfs->intfConfig(Plexa::IntfId("Ethernet10"));
   EXPECT_EQ(lab->vrf().stringValue(), "");  // no VRF link, not "default"
-  EXPECT_FALSE(em->find<Interface::AllIntfStatusDir>(p::kIntfStatus)
-                   ->intfStatus(Plexa::IntfId("Ethernet10"))
-                   ->operUp());
-  auto ip = em->find<Ip::Config>(p::kIpConfig)->intfConfig(Plexa::IntfId("Ethernet3"));
+  EXPECT_FALSE(
+      layout::find(*em, layout::intfStatus)->intfStatus(Plexa::IntfId("Ethernet10"))->operUp());
+  auto ip = layout::find(*em, layout::ipConfig)->intfConfig(Plexa::IntfId("Ethernet3"));
   EXPECT_EQ(ip->secondaryWithMasks(), 1u);
   EXPECT_EQ(ip->virtualSecondaryWithMasks(), 1u);
 
-  auto snapshot = em->find<FlexCounters::CounterTable>(p::kSnapshotCounterTable);
+  auto snapshot = layout::find(*em, layout::snapshotCounterTable);
   EXPECT_EQ(snapshot->size(), 2u);
-  auto rds = em->find<Mox::Dir>(p::kRdInputDir);
+  auto rds = layout::find(*em, layout::rdInputDir);
   EXPECT_EQ(rds->size(), 2u);
   auto bgp = rds->entity<Ip::RouteDistinguisherInput>("bgp");
   EXPECT_EQ(bgp->routeDistinguisher("blue").stringValue(), "100:2");
-  auto hw = em->find<Routing::Hardware::NexthopGroupStatus>(p::kNhgHwStatus);
+  auto hw = layout::find(*em, layout::nhgHwStatus);
   EXPECT_EQ(hw->vrfs(), 2u);  // default and red
 }
 
 TEST(WriterRoundTrip, TextNeedingEscapesIsWrittenAsJsonStrings) {
   auto em = Snapshot::load(Snapshot::embeddedExample());
-  auto intfs = em->find<Interface::AllIntfConfigDir>(p::kIntfConfig);
+  auto intfs = layout::find(*em, layout::intfConfig);
   // (Control characters are refused in a state, so the writer never meets one.)
   const std::string odd = "say \"hi\"\\ there/\u00e9";
   const_cast<Interface::IntfConfig&>(*intfs->intfConfig(Plexa::IntfId("Ethernet1")))
       .descriptionIs(odd);
   auto back = Snapshot::load(Snapshot::write(*em));
-  EXPECT_EQ(back->find<Interface::AllIntfConfigDir>(p::kIntfConfig)
+  EXPECT_EQ(layout::find(*back, layout::intfConfig)
                 ->intfConfig(Plexa::IntfId("Ethernet1"))
                 ->description()
                 .stringValue(),

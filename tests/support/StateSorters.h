@@ -6,36 +6,32 @@
 
 #include "lib/route_listing/RouteSorter.h"
 #include "platform/statum/EntityManager.h"
-#include "snapshot/StatePaths.h"
+#include "snapshot/StateLayout.h"
 
 namespace rovatest {
 
 template <class Sorter>
 typename Sorter::Inputs stateInputs(const Statum::EntityManager& em, const std::string& vrfName) {
-  namespace p = Snapshot::paths;
+  namespace layout = Snapshot::layout;
   using Fam = typename Sorter::Family;
-  constexpr bool v6 = Fam::kIsV6;
-  const auto vrf = [&](const char* leaf) { return p::vrfPath(vrfName, leaf); };
+  using Own = layout::FamilyEntities<Fam>;
   typename Sorter::Inputs in;
-  in.routingConfig = em.find<Routing::ConfigGen>(vrf(v6 ? p::kRouting6Config : p::kRoutingConfig));
-  in.routingStatus = em.find<typename Fam::RouteStatus>(vrf(v6 ? p::kFib6Route : p::kFibRoute));
-  in.forwardingStatus = em.find<typename Fam::ForwardingStatus>(vrf(v6 ? p::kFib6Fec : p::kFibFec));
-  if constexpr (!v6)
-    in.forwarding6Status = em.find<Brine::Fib6::ForwardingStatus>(vrf(p::kFib6Fec));
-  in.tunnelFib = em.find<Tunnel::TunnelFib::MplsTunnelFib>(p::kTunnelFib);
-  in.arpBrine = em.find<Arp::Table::Status>(p::kArpStatus);
-  in.vrfIdMap = em.find<Vrf::VrfIdMap::Status>(p::kVrfIdMap);
-  in.allIntfConfig = em.find<Interface::AllIntfConfigDir>(p::kIntfConfig);
-  in.ipStatus = em.find<typename Fam::IpStatus>(v6 ? p::kIp6Status : p::kIpStatus);
-  in.routingHwStatus = em.find<Routing::Hardware::VrfStatus>(vrf(p::kHwVrfStatus));
-  in.routingHardwareStatus =
-      em.find<typename Fam::HardwareStatus>(v6 ? p::kRouting6Hw : p::kRoutingHw);
-  in.nhEntryStatus = em.find<NexthopGroup::EntryStatus>(p::kNhgEntryStatus);
-  in.kernelUnprogrammedRoute = em.find<Brine::KernelUnprogrammedRoute::UnprogrammedRoute>(
-      vrf(v6 ? p::kKernelUnprogrammed6 : p::kKernelUnprogrammed));
-  in.evpnVxlanTunnelTable = em.find<Tunnel::TunnelTable::EvpnVxlanTunnelTable>(p::kEvpnVxlan);
-  in.tunnelTableDir = em.find<Mox::Dir>(p::kTunnelTables);
-  in.srTePolicyStatus = em.find<SrTePolicy::PolicyStatus>(p::kSrTePolicy);
+  in.routingConfig = layout::find(em, Own::routingConfig, vrfName);
+  in.routingStatus = layout::find(em, Own::routes, vrfName);
+  in.forwardingStatus = layout::find(em, Own::fecs, vrfName);
+  if constexpr (!Fam::kIsV6) in.forwarding6Status = layout::find(em, layout::fib6Fec, vrfName);
+  in.tunnelFib = layout::find(em, layout::tunnelFib);
+  in.arpBrine = layout::find(em, layout::arpStatus);
+  in.vrfIdMap = layout::find(em, layout::vrfIdMap);
+  in.allIntfConfig = layout::find(em, layout::intfConfig);
+  in.ipStatus = layout::find(em, Own::ipStatus);
+  in.routingHwStatus = layout::find(em, layout::hwVrfStatus, vrfName);
+  in.routingHardwareStatus = layout::find(em, Own::hardware);
+  in.nhEntryStatus = layout::find(em, layout::nhgEntryStatus);
+  in.kernelUnprogrammedRoute = layout::find(em, Own::kernelUnprogrammed, vrfName);
+  in.evpnVxlanTunnelTable = layout::find(em, layout::evpnVxlan);
+  in.tunnelTableDir = layout::find(em, layout::tunnelTables);
+  in.srTePolicyStatus = layout::find(em, layout::srTePolicy);
   in.vrfName = L3::VrfName(vrfName);
   in.fd = 1;
   return in;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdio>
 
+#include "lib/common/Neighbors.h"
 #include "lib/common/RouteTypes.h"
 #include "lib/route_listing/RouteSorter.h"
 #include "platform/mox/ActivityLock.h"
@@ -288,25 +289,11 @@ void filterHostPrefixes(Sorter& s) {
     }
   }
   if (!s.arpBrine()) return;
-  const auto& arp = *s.arpBrine();
-  const bool defaultVrf = s.vrfName().isDefault();
-  for (auto it = arp.begin(); it != arp.end(); ++it) {
-    Arp::Table::ArpEntry entry;
-    try {
-      entry = *it;
-    } catch (const Velt::CorruptionDetectedException& e) {
-      // A neighbour table found changing under the walk is not walked further.
-      arp.corruptionDetected(e.what());
-      break;
-    }
-    const auto& key = entry.arpKey;
-    if (!Family::ofFamily(key.addr) || key.intfId.isManagement()) continue;
-    const bool inVrf = defaultVrf ? key.vrfId == Vrf::VrfIdMap::kDefaultVrfId
-                                  : s.vrfIdMap() && s.vrfIdMap()->vrfName(key.vrfId) == s.vrfName();
-    if (!inVrf) continue;
-    const auto route = s.createAttachedRoute(key.addr, key.intfId);
-    s.sortedRouteIs(route.prefix, route);
-  }
+  forEachNeighborInVrf<Family>(*s.arpBrine(), s.vrfIdMap().get(), s.vrfName(),
+                               [&](const Arp::Table::ArpKey& key) {
+                                 const auto route = s.createAttachedRoute(key.addr, key.intfId);
+                                 s.sortedRouteIs(route.prefix, route);
+                               });
 }
 
 // Every sorter of the process draws attached-route FEC ids from one counter.

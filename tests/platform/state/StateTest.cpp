@@ -52,28 +52,56 @@ TEST(RoutingConfig, ValuesWriteAndParseTheirTextForm) {
   EXPECT_EQ(Mox::valueFromText<Routing::Via>(text), v);
 }
 
-TEST(EntityManager, MountsByPathAndType) {
+// Readers mount by path and expected type; the messages name both, since a wrong layout shows
+// up as one of them.
+TEST(EntityManager, MountRefusesAMissingPathOrAnotherTypeNamingBoth) {
   Statum::EntityManager em;
   em.entityIs("ip/config", Mox::makePtr<Ip::Config>());
-  em.entityIs("ip/rdInput", Mox::makePtr<Mox::Dir>());
-  EXPECT_NE(em.mount<Ip::Config>("ip/config"), nullptr);
-  EXPECT_EQ(em.mount<Ip::Config>("ip/config")->path(), "ip/config");
   try {
     em.mount("ip/config", "Ip6::Config");
     FAIL();
   } catch (const Mox::RangeException& e) {
     EXPECT_EQ(std::string(e.what()), "entity at 'ip/config' is a Ip::Config, not a Ip6::Config");
   }
-  EXPECT_THROW(em.mount("ip/nothing", "Ip::Config"), Mox::RangeException);
-  EXPECT_EQ(em.find<Ip::Config>("ip/rdInput"), nullptr);
+  try {
+    em.mount("ip/nothing", "Ip::Config");
+    FAIL();
+  } catch (const Mox::RangeException& e) {
+    EXPECT_EQ(std::string(e.what()), "no entity at 'ip/nothing'");
+  }
+  EXPECT_EQ(em.find<Ip6::Config>("ip/config"), nullptr);
+  EXPECT_EQ(em.find<Ip::Config>("ip/nothing"), nullptr);
 }
 
-TEST(Dir, TypedLookupIsEmptyWhenMissingOrOfAnotherType) {
+// Value texts name an entity by its path, so the path it learns must be the one it is kept at,
+// also when it replaces another.
+TEST(EntityManager, AnEntityWrittenAtAPathReplacesTheOldOneAndLearnsThePath) {
+  Statum::EntityManager em;
+  auto first = Mox::makePtr<Ip::Config>();
+  auto second = Mox::makePtr<Ip::Config>();
+  em.entityIs("ip/config", first);
+  em.entityIs("ip/config", second);
+  EXPECT_EQ(em.entities().size(), 1u);
+  EXPECT_EQ(em.mount<Ip::Config>("ip/config"), second);
+  EXPECT_EQ(second->path(), "ip/config");
+  EXPECT_EQ(Mox::textOf(em.mount<Ip::Config>("ip/config")), "Ptr('Ip::Config', 'ip/config')");
+}
+
+TEST(Dir, TypedLookupIsEmptyWhenMissingOrOfAnotherTypeAndEntriesGoInNameOrder) {
   Mox::Dir dir;
+  dir.entityIs("static", Mox::makePtr<Ip::Config>());
   dir.entityIs("sr", Mox::makePtr<Ip::Config>());
+  dir.entityIs("bgpLu", Mox::makePtr<Ip6::Config>());
   EXPECT_NE(dir.entity<Ip::Config>("sr"), nullptr);
   EXPECT_EQ(dir.entity<Ip6::Config>("sr"), nullptr);
   EXPECT_EQ(dir.entity<Ip::Config>("ldp"), nullptr);
+  std::vector<std::string> names;
+  for (const auto& [name, entity] : dir.entries())
+    names.push_back(name.stringValue());
+  EXPECT_EQ(names, (std::vector<std::string>{"bgpLu", "sr", "static"}));
+  EXPECT_TRUE(dir.entityDel("sr"));
+  EXPECT_FALSE(dir.entityDel("sr"));
+  EXPECT_EQ(dir.entity("sr"), nullptr);
 }
 
 }  // namespace
