@@ -45,7 +45,7 @@ const Rova::TypeRegistry& reg() {
 
 // The module's exception classes, made at import.
 struct Errors {
-  py::object error, rangeError, internalError, loadError, commandError;
+  py::object error, rangeError, internalError, loadError, commandError, changedError;
 };
 Errors& errors() {
   static Errors* e = new Errors;  // never destroyed: Python may outlive static destructors
@@ -594,11 +594,17 @@ PYBIND11_MODULE(rova, m) {
   e.commandError = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
       "rova.CommandError", "A command that failed; .status is its exit status.", e.error.ptr(),
       nullptr));
+  py::tuple changedBases = py::make_tuple(e.error, py::handle(PyExc_RuntimeError));
+  e.changedError = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+      "rova.CollectionChangedError",
+      "A collection changed while an iterator walked it, other than through that iterator.",
+      changedBases.ptr(), nullptr));
   m.attr("Error") = e.error;
   m.attr("RangeError") = e.rangeError;
   m.attr("InternalError") = e.internalError;
   m.attr("LoadError") = e.loadError;
   m.attr("CommandError") = e.commandError;
+  m.attr("CollectionChangedError") = e.changedError;
 
   py::register_exception_translator([](std::exception_ptr p) {
     try {
@@ -611,6 +617,8 @@ PYBIND11_MODULE(rova, m) {
       PyErr_SetString(errors().internalError.ptr(), x.what());
     } catch (const Mox::RangeException& x) {
       PyErr_SetString(errors().rangeError.ptr(), x.what());
+    } catch (const Mox::CollectionChangedException& x) {
+      PyErr_SetString(errors().changedError.ptr(), x.what());
     } catch (const std::exception& x) {
       PyErr_SetString(errors().error.ptr(), x.what());
     }

@@ -9,6 +9,11 @@
 //     for (auto it = c.iterator(); it; ++it) if (...) it.deleteCurrent();
 // visits every entry once.
 //
+// Any other change while an iterator is out (an entry added or removed, the collection cleared
+// or assigned) may leave that iterator pointing at freed memory. A collection counts such
+// changes in changes(); a walker that must survive code it does not control (a script's
+// iterator) notes the count and stops when it moves under it.
+//
 // For a class whose attribute list (see Attribute.h) holds a map of counts by prefix length,
 //     C(routeCountByMask, RouteCountByMask, RouteCountByMaskMap)
 // its users write
@@ -56,6 +61,25 @@ class HookSlot {
   std::shared_ptr<const ChangeHook<K>> hook_;
 };
 
+// How many times a collection changed in a way that can move or free its entries. A copy is a
+// new collection and starts from zero; assigning to a collection replaces all its entries, so
+// its own count moves on instead of taking the other's (which could happen to equal what a
+// walker noted). Four bytes: a walker compares for equality, so wrapping is harmless.
+class ChangeCount {
+ public:
+  ChangeCount() = default;
+  ChangeCount(const ChangeCount&) {}
+  ChangeCount& operator=(const ChangeCount&) {
+    ++n_;
+    return *this;
+  }
+  void bump() { ++n_; }
+  std::uint32_t value() const { return n_; }
+
+ private:
+  std::uint32_t n_ = 0;
+};
+
 // The common part of a collection over a standard associative container (map-like or
 // set-like). Derived templates add the value-specific operations.
 template <class Storage, class Derived>
@@ -84,6 +108,7 @@ class CollectionBase {
     void deleteCurrent() {
       Key k = key();
       it_ = owner_->storage_.erase(it_);
+      owner_->changes_.bump();
       advanced_ = true;
       owner_->notify(k);
     }
@@ -101,14 +126,17 @@ class CollectionBase {
   const_iterator end() const { return storage_.end(); }
   const Storage& storage() const { return storage_; }
   Iterator iterator() { return Iterator(static_cast<Derived*>(this), storage_.begin()); }
+  std::uint32_t changes() const { return changes_.value(); }
 
   bool del(const Key& k) {
     if (storage_.erase(k) == 0) return false;
+    changes_.bump();
     notify(k);
     return true;
   }
   void del(Iterator& it) { it.deleteCurrent(); }
   void delAll() {
+    changes_.bump();
     if (!hook_) {
       storage_.clear();
       return;
@@ -137,14 +165,18 @@ class CollectionBase {
   std::pair<StorageIterator, bool> emplaceKey(const Key& k, Args&&... args) {
     if constexpr (requires { typename Storage::key_compare; }) {
       if (storage_.empty() || storage_.key_comp()(Derived::keyOf(*storage_.rbegin()), k)) {
+        changes_.bump();
         return {storage_.emplace_hint(storage_.end(), k, std::forward<Args>(args)...), true};
       }
     }
-    return storage_.try_emplace(k, std::forward<Args>(args)...);
+    auto placed = storage_.try_emplace(k, std::forward<Args>(args)...);
+    if (placed.second) changes_.bump();  // a hashed map may have rehashed
+    return placed;
   }
 
   Storage storage_;
   HookSlot<Key> hook_;
+  ChangeCount changes_;
 };
 
 // A map from key to value: ordered (std::map) or hashed (std::unordered_map).
@@ -199,7 +231,10 @@ class MapCollection : public CollectionBase<Storage, MapCollection<Storage>> {
     this->notify(k);
   }
   void reserve(std::size_t n) {
-    if constexpr (requires { this->storage_.reserve(n); }) this->storage_.reserve(n);
+    if constexpr (requires { this->storage_.reserve(n); }) {
+      this->storage_.reserve(n);
+      this->changes_.bump();
+    }
   }
 };
 
@@ -226,7 +261,10 @@ class SetCollection : public CollectionBase<Storage, SetCollection<Storage>> {
     } else {
       added = this->storage_.insert(k).second;
     }
-    if (added) this->notify(k);
+    if (added) {
+      this->changes_.bump();
+      this->notify(k);
+    }
     return added;
   }
   void set(const Key& k, bool flag = true) {
@@ -422,6 +460,7 @@ class VectorMap {
       K k = key();
       owner_->data_.erase(owner_->data_.begin() + std::ptrdiff_t(i_));
       --owner_->sorted_;
+      owner_->changes_.bump();
       advanced_ = true;
       owner_->notify(k);
     }
@@ -450,6 +489,7 @@ class VectorMap {
     normalize();
     return Iterator(this, 0);
   }
+  std::uint32_t changes() const { return changes_.value(); }
   void reserve(std::size_t n) { data_.reserve(n); }
 
   bool newEntry(const K& k, const V& v) {
@@ -477,12 +517,14 @@ class VectorMap {
     if (it == data_.end() || cmp_(k, it->first)) return false;
     data_.erase(it);
     --sorted_;
+    changes_.bump();
     notify(k);
     return true;
   }
   void del(Iterator& it) { it.deleteCurrent(); }
   void delAll() {
     normalize();
+    changes_.bump();
     std::vector<Entry> old;
     old.swap(data_);
     sorted_ = 0;
@@ -507,6 +549,8 @@ class VectorMap {
         return;
       }
     }
+    // Appended, and sorted in among the others on the next read: entries move.
+    changes_.bump();
     data_.emplace_back(k, v);
     if (sorted_ + 1 == data_.size() && (sorted_ == 0 || cmp_(data_[sorted_ - 1].first, k))) {
       ++sorted_;  // still in order
@@ -547,6 +591,7 @@ class VectorMap {
   mutable std::size_t sorted_ = 0;  // data_[0, sorted_) is sorted with unique keys
   [[no_unique_address]] Compare cmp_;
   HookSlot<K> hook_;
+  ChangeCount changes_;
 };
 
 namespace detail {
@@ -644,6 +689,7 @@ class DenseMap {
   const_iterator begin() const { return const_iterator(this, 0); }
   const_iterator end() const { return const_iterator(this, cells_.size()); }
   Iterator iterator() { return Iterator(this, 0); }
+  std::uint32_t changes() const { return changes_.value(); }
 
   bool newEntry(const K& k, const V& v) {
     if (contains(k)) return false;
@@ -663,6 +709,7 @@ class DenseMap {
     cells_[k].present = false;
     cells_[k].value = V{};
     --size_;
+    changes_.bump();
     notify(k);
     return true;
   }
@@ -676,6 +723,7 @@ class DenseMap {
     }
     cells_.clear();
     size_ = 0;
+    changes_.bump();
     for (const K& k : keys)
       hook_(k);
   }
@@ -698,6 +746,7 @@ class DenseMap {
     if (!cells_[k].present) {
       cells_[k].present = true;
       ++size_;
+      changes_.bump();
     }
     return cells_[k].value;
   }
@@ -711,6 +760,7 @@ class DenseMap {
   };
   std::vector<Cell> cells_;
   std::uint32_t size_ = 0;
+  ChangeCount changes_;  // beside size_, in what was padding
   HookSlot<K> hook_;
   friend struct detail::CellAccess<DenseMap>;
 };
@@ -747,6 +797,7 @@ class FlatHashMap {
   const_iterator begin() const { return const_iterator(this, 0); }
   const_iterator end() const { return const_iterator(this, slots_.size()); }
   Iterator iterator() { return Iterator(this, 0); }
+  std::uint32_t changes() const { return changes_.value(); }
 
   const V* find(const K& k) const {
     if (slots_.empty()) return nullptr;
@@ -797,6 +848,7 @@ class FlatHashMap {
     }
     slots_.clear();
     size_ = removed_ = 0;
+    changes_.bump();
     for (const K& k : keys)
       hook_(k);
   }
@@ -833,6 +885,7 @@ class FlatHashMap {
     s.value = V{};
     --size_;
     ++removed_;
+    changes_.bump();
     notify(k);
   }
   // The slot of k, made if it is absent; at most half the slots are in use or removed.
@@ -846,6 +899,7 @@ class FlatHashMap {
     slots_[i].key = k;
     slots_[i].state = State::used;
     ++size_;
+    changes_.bump();
     return slots_[i].value;
   }
   void grow() {
@@ -873,6 +927,7 @@ class FlatHashMap {
   std::size_t size_ = 0;
   std::size_t removed_ = 0;
   HookSlot<K> hook_;
+  ChangeCount changes_;
   friend struct detail::CellAccess<FlatHashMap>;
 };
 

@@ -544,6 +544,42 @@ def test_delete_current_on_every_collection_kind(state):
     assert [k for k, _ in r.sortedRoute] == keys[1:]
 
 
+def test_iterators_stop_when_their_collection_changes_under_them(state):
+    """Only an iterator's own delete_current() keeps it going: a collection cleared, the
+    current key deleted or another iterator's deletions raise instead of reading freed
+    entries (each of these crashed the interpreter)."""
+    def vias():
+        return sorter(state, vrfName="default").viasForPrefix("10.3.0.0/16")
+
+    fec = vias()
+    with pytest.raises(rova.CollectionChangedError, match=r"Rova::CachedFec::via changed"):
+        for _ in fec.via:
+            fec.viaDelAll()
+    fec = vias()
+    with pytest.raises(rova.CollectionChangedError):
+        for via, _ in fec.via:
+            fec.viaDel(via)
+    nhg = state.construct("Rova::NexthopGroupSummaryHelper", vrfName="default")
+    nhg.processNexthopGroups()
+    sizes = [k for k, _ in nhg.nhgPerType]
+    assert len(sizes) > 1
+    first, second = iter(nhg.nhgPerType), iter(nhg.nhgPerType)
+    next(second)
+    for _ in first:
+        first.delete_current()
+    with pytest.raises(rova.CollectionChangedError) as e:
+        next(second)
+    assert isinstance(e.value, RuntimeError) and isinstance(e.value, rova.Error)
+    with pytest.raises(rova.CollectionChangedError):
+        second.delete_current()
+    # Adding counts too, and a new iterator walks what is there now.
+    walk = iter(nhg.nhgPerType)
+    nhg.newNhgPerType(sizes[0], 1)
+    with pytest.raises(rova.CollectionChangedError):
+        next(walk)
+    assert list(nhg.nhgPerType) == [(sizes[0], 1)]
+
+
 def test_the_documented_example_runs(capsys):
     """The example script of docs/python.md, as a reader would paste it."""
     doc = open(os.path.join(os.path.dirname(__file__), "..", "..", "docs", "python.md")).read()
