@@ -30,6 +30,9 @@
 #include "cli/StateInputs.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Exception.h"
+#include "platform/plexa/IntfId.h"
+#include "platform/plexa/VrfName.h"
+#include "platform/rendr/Interrupt.h"
 #include "snapshot/Snapshot.h"
 
 namespace py = pybind11;
@@ -75,6 +78,19 @@ py::str pyText(const std::string& s) {
   return py::reinterpret_steal<py::str>(text);
 }
 
+// A str as the UTF-8 the library reads. A lone surrogate has no UTF-8 form: refused as a
+// value, not left to a failed conversion.
+std::string utf8(py::handle text) {
+  Py_ssize_t size = 0;
+  const char* bytes = PyUnicode_AsUTF8AndSize(text.ptr(), &size);
+  if (!bytes) {
+    PyErr_Clear();
+    throw Mox::RangeException("text " + py::repr(text).cast<std::string>() +
+                              " is not valid Unicode (a lone surrogate)");
+  }
+  return std::string(bytes, static_cast<std::size_t>(size));
+}
+
 Value fromPy(py::handle h) {
   if (h.is_none()) return Value();
   if (PyBool_Check(h.ptr())) return Value(h.cast<bool>());
@@ -91,7 +107,7 @@ Value fromPy(py::handle h) {
     throw Mox::RangeException("integer " + py::str(h).cast<std::string>() + " out of range");
   }
   if (PyFloat_Check(h.ptr())) return Value(h.cast<double>());
-  if (PyUnicode_Check(h.ptr())) return Value(Mox::String8(h.cast<std::string>()));
+  if (PyUnicode_Check(h.ptr())) return Value(Mox::String8(utf8(h)));
   if (py::isinstance<PyValue>(h)) return h.cast<const PyValue&>().v;
   throw py::type_error("rova cannot take a " +
                        py::str(py::type::handle_of(h).attr("__name__")).cast<std::string>());
@@ -118,6 +134,43 @@ py::object toPy(const Value& v) {
         }
       },
       v.variant());
+}
+
+// Interface and VRF names from a script are held to the rule a state holds them to, the one the
+// loader and the command line apply: a name a command refuses, or that a state written from it
+// could not load again, is refused here too. An input is a name by its type, or, where the
+// library takes the name as plain text, by its own name.
+void checkName(const std::string& input, const std::string& typeName, const Value& v) {
+  if (!v.holds<Mox::String8>()) return;
+  const std::string& text = v.get<Mox::String8>().stringValue();
+  const bool text8 = typeName == "Mox::String8";
+  if (typeName == "Plexa::IntfId" || (text8 && (input == "intfName" || input == "intf"))) {
+    if (!Plexa::IntfId::validName(text)) {
+      throw Mox::RangeException("argument '" + input + "': bad interface name " +
+                                Mox::shownWord(text) + " (" + Plexa::IntfId::kNameRule + ")");
+    }
+  } else if (typeName == "L3::VrfName" || (text8 && input == "vrfName")) {
+    // A name too long is the value type's own range error, raised when it is converted.
+    if (text.size() <= L3::VrfName::kMaxBytes && !L3::VrfName::validName(text)) {
+      throw Mox::RangeException("argument '" + input + "': bad VRF name " + Mox::shownWord(text) +
+                                " (" + L3::VrfName::kNameRule + ")");
+    }
+  }
+}
+
+void checkNames(const std::vector<Rova::Param>& params, const std::vector<Value>& args) {
+  for (std::size_t i = 0; i < args.size() && i < params.size(); ++i)
+    checkName(params[i].name, params[i].typeName, args[i]);
+}
+
+// An input given by name may be a constructor input or an attribute written after construction.
+void checkNames(const Rova::TypeEntry& type, const std::vector<Rova::NamedValue>& named) {
+  for (const Rova::NamedValue& in : named) {
+    for (const Rova::Param& p : type.constructorInputs) {
+      if (p.name == in.name) checkName(p.name, p.typeName, in.value);
+    }
+    if (const Rova::AttrEntry* a = type.attr(in.name)) checkName(a->name, a->typeName, in.value);
+  }
 }
 
 // Arguments given in order or by name, put in the order of `params`; a name that is not a
@@ -151,6 +204,7 @@ std::vector<Value> orderedArgs(const std::string& what, const std::vector<Rova::
       if (!known) throw Mox::RangeException(what + " has no argument '" + name + "'");
     }
   }
+  checkNames(params, out);
   return out;
 }
 
@@ -221,8 +275,11 @@ py::object getAttr(py::object self, const std::string& name) {
 
 void setAttr(PyValue& self, const std::string& name, py::handle v) {
   const Rova::TypeEntry& type = typeForAttribute(self.v, name);
-  if (!type.attr(name)) throw py::attribute_error(type.name + " has no attribute '" + name + "'");
-  reg().attributeIs(self.v, name, fromPy(v));
+  const Rova::AttrEntry* a = type.attr(name);
+  if (!a) throw py::attribute_error(type.name + " has no attribute '" + name + "'");
+  const Value value = fromPy(v);
+  checkName(a->name, a->typeName, value);
+  reg().attributeIs(self.v, name, value);
 }
 
 std::vector<std::string> dirOf(const PyValue& self) {
@@ -290,15 +347,18 @@ py::dict typeInfo(const std::string& name) {
 Value construct(const std::string& type, const py::args& args, const py::kwargs& kwargs) {
   if (args.size() && kwargs.size())
     throw Mox::RangeException(type + ": give the constructor inputs in order or by name, not both");
+  const Rova::TypeEntry& entry = reg().type(type);
   if (!kwargs.size()) {
     std::vector<Value> ordered;
     for (py::handle a : args)
       ordered.push_back(fromPy(a));
+    checkNames(entry.constructorInputs, ordered);
     return reg().construct(type, ordered);
   }
   std::vector<Rova::NamedValue> named;
   for (auto item : kwargs)
     named.push_back({py::str(item.first), fromPy(item.second)});
+  checkNames(entry, named);
   return reg().constructNamed(type, named);
 }
 
@@ -329,19 +389,26 @@ struct PyState {
   void adopt() const { cli::DeviceState::instance().adopt(em, source, file); }
 };
 
-PyState loadState(const std::optional<std::string>& path) {
-  const std::string p = path.value_or("");
+// Without a path, the built-in example. A path is what Python's own open() takes (str,
+// bytes or a path object), turned into the file system's bytes the way open() turns it, so a
+// file whose name is not UTF-8 can still be named. An empty name or one holding a NUL is
+// refused by the loader, for the module as for the command line.
+PyState loadState(const py::object& path) {
+  std::string p;
+  if (!path.is_none()) p = py::module_::import("os").attr("fsencode")(path).cast<std::string>();
   try {
     PyState s;
-    s.em = p.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(p);
-    s.source = p.empty() ? "built-in example" : p;
+    s.em = path.is_none() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(p);
+    s.source = path.is_none() ? "built-in example" : p;
     s.file = p;
     return s;
   } catch (const Snapshot::LoadError& e) {
     // The CLI's message for a state it cannot load.
-    raise(errors().loadError,
-          "Cannot load state " + (p.empty() ? std::string("(built-in)") : Mox::shownWord(p, '\0')) +
-              ": " + (e.file().empty() ? e.what() : e.reason()));
+    raise(errors().loadError, "Cannot load state " +
+                                  (path.is_none() ? std::string("(built-in)")
+                                   : p.empty()    ? std::string("''")
+                                                  : Mox::shownWord(p, '\0')) +
+                                  ": " + (e.file().empty() ? e.what() : e.reason()));
   }
 }
 
@@ -361,9 +428,10 @@ Value constructFromState(const PyState& s, const std::string& typeName, const py
     }
     named.push_back({name, std::move(v)});
   }
+  checkNames(type, named);
   std::string vrf(L3::VrfName::kDefault);
   if (kwargs.contains("vrfName") && py::isinstance<py::str>(kwargs["vrfName"]))
-    vrf = kwargs["vrfName"].cast<std::string>();
+    vrf = utf8(kwargs["vrfName"]);
   auto lock = commandLock();
   s.adopt();
   for (Rova::NamedValue& in : cli::stateInputs(cli::DeviceState::instance(), type, vrf)) {
@@ -435,6 +503,19 @@ py::object document(const std::string& out, bool json) {
   throw py::error_already_set();
 }
 
+// A signal noted while no command ran belongs to the script, which Python has already told
+// (its own handler runs after the printer's): it must not stop the next command.
+void startCommand() {
+  rendr::clearInterrupt();
+}
+
+// A command that ^C stopped raises KeyboardInterrupt, as any interrupted call does in Python;
+// Python's own handler saw the signal too.
+void raiseInterrupt(int status) {
+  if (status == cli::kStatusSignal + SIGINT && PyErr_CheckSignals() != 0)
+    throw py::error_already_set();
+}
+
 py::object runCommand(const PyState& s, const std::string& line, bool json) {
   std::vector<std::string> words = commandWords(line, json);
   auto lock = commandLock();
@@ -444,11 +525,13 @@ py::object runCommand(const PyState& s, const std::string& line, bool json) {
   int status;
   {
     py::gil_scoped_release release;
+    startCommand();
     status = cli::runCommand(grammar(), words, cli::Context{out, err});
   }
   const std::string text = readAll(out), messages = readAll(err);
   ::close(out);
   ::close(err);
+  raiseInterrupt(status);
   if (status != cli::kStatusOk) {
     py::object output = pyText(text);
     if (json) {
@@ -476,6 +559,7 @@ class LineStream {
       throw Mox::RangeException(std::string("cannot make a pipe: ") + strerror(errno));
     read_ = fds[0];
     err_ = memoryFile("rova-messages");
+    startCommand();
     worker_ = std::thread([this, words = std::move(words), write = fds[1]] {
       // runCommand reports every failure of the command itself; this is for the rest (no
       // memory), which must not end the interpreter from a thread of ours.
@@ -561,6 +645,7 @@ class LineStream {
       ::close(errFd);
     }
     close();
+    raiseInterrupt(status_);
     if (status_ != cli::kStatusOk) raiseCommandError(status_, messages, py::none(), "");
   }
 
@@ -639,13 +724,13 @@ PYBIND11_MODULE(rova, m) {
            })
       .def_static(
           "parse",
-          [](const std::string& text, std::optional<PyState> state) {
+          [](const py::str& text, std::optional<PyState> state) {
             std::unique_lock<std::mutex> lock;
             if (state) {
               lock = commandLock();
               state->adopt();
             }
-            return PyValue{reg().parse(text)};
+            return PyValue{reg().parse(utf8(text))};
           },
           py::arg("text"), py::arg("state") = py::none(),
           "Builds a value from its text form; state records named in it are read from `state`.");
@@ -663,11 +748,18 @@ PYBIND11_MODULE(rova, m) {
   py::class_<PyState>(m, "State", "A device state: a snapshot document, loaded whole.")
       .def_static("load", &loadState, py::arg("path") = py::none(),
                   "Loads a state document; without a path, the built-in example device.")
-      .def_readonly("source", &PyState::source)
+      .def_property_readonly("source",
+                             [](const PyState& s) -> py::object {
+                               if (s.file.empty()) return py::str(s.source);
+                               return py::module_::import("os").attr("fsdecode")(py::bytes(s.file));
+                             })
       .def_property_readonly(
           "entity_manager", [](const PyState& s) { return PyValue{Rova::toValue(s.em)}; },
           "The state database itself, for objects that mount their own tables from it.")
-      .def("__repr__", [](const PyState& s) { return "<rova.State " + s.source + ">"; })
+      .def("__repr__",
+           [](const PyState& s) {
+             return pyText("<rova.State " + Mox::shownWord(s.source, '\0') + ">");
+           })
       .def("vrfs",
            [](const PyState& s) {
              auto lock = commandLock();
@@ -726,7 +818,8 @@ PYBIND11_MODULE(rova, m) {
       py::arg("type"), "Builds a registered type from its inputs, in order or by name.");
   m.def(
       "run",
-      [](const PyState& s, const std::string& line, bool json, bool lines) -> py::object {
+      [](const PyState& s, const py::str& command, bool json, bool lines) -> py::object {
+        const std::string line = utf8(command);
         if (lines) return py::cast(std::make_unique<LineStream>(s, line, json));
         return runCommand(s, line, json);
       },

@@ -109,6 +109,14 @@ IntfId::IntfId(std::string_view name) {
   if (value_ == 0) value_ = intern(name);
 }
 
+bool IntfId::validName(std::string_view name) {
+  if (name.empty() || name.size() > kMaxNameBytes) return false;
+  for (char c : name) {
+    if (c <= ' ' || c >= 127) return false;
+  }
+  return true;
+}
+
 bool IntfId::isManagement() const {
   return value_ >> kKindShift == kManagementKind && isValid();
 }

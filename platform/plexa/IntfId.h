@@ -37,6 +37,12 @@ class IntfId {
   constexpr bool isValid() const { return !isEmpty() && !isInvalid(); }
   bool isManagement() const;
 
+  // The names a state may hold, whoever gives them (a snapshot, a configuration line): 1 to 64
+  // printable ASCII characters without blanks. kNameRule says so in a message.
+  static constexpr std::size_t kMaxNameBytes = 64;
+  static constexpr const char* kNameRule = "1 to 64 printable characters without blanks";
+  static bool validName(std::string_view name);
+
   std::string stringValue() const;
   void appendTo(std::string& out) const;
 

@@ -23,6 +23,12 @@ class VrfName {
   static VrfName fromString(std::string_view name) { return VrfName(name); }
   static VrfName defaultVrf() { return VrfName(kDefault); }
 
+  // The names a state may hold, whoever gives them: printable ASCII without blanks, at most
+  // 100 bytes, and no slash, since the name becomes a step of the state's paths
+  // ("vrf/<name>/..."). kNameRule says so in a message.
+  static constexpr const char* kNameRule = "printable, no blanks or slashes";
+  static bool validName(std::string_view name);
+
   bool isDefault() const { return name_ == kDefault; }
   bool empty() const { return name_.empty(); }
   const std::string& stringValue() const { return name_.stringValue(); }

@@ -29,13 +29,9 @@ Plexa::IpGenAddr Loader::genAddress(od::value& v) {
 }
 
 Plexa::IntfId Loader::intf(od::value& v) {
-  constexpr std::size_t kMaxName = 64;
   const std::string_view text = r_.string(v);
-  bool ok = !text.empty() && text.size() <= kMaxName;
-  for (char c : text)
-    ok = ok && c > ' ' && c < 127;
-  if (!ok)
-    r_.fail("bad interface name " + quote(text) + " (1 to 64 printable characters without blanks)");
+  if (!Plexa::IntfId::validName(text))
+    r_.fail("bad interface name " + quote(text) + " (" + Plexa::IntfId::kNameRule + ")");
   return Plexa::IntfId(text);
 }
 
@@ -82,11 +78,8 @@ Tunnel::TunnelTable::TunnelId Loader::tunnelRef(od::value& v) {
 
 L3::VrfName Loader::vrfName(std::string_view text) {
   L3::VrfName name = r_.guarded([&] { return L3::VrfName(text); });
-  bool ok = !text.empty();
-  // The name becomes a path step ("vrf/<name>/..."), so no slash.
-  for (char c : text)
-    ok = ok && c > ' ' && c < 127 && c != '/';
-  if (!ok) r_.fail("bad VRF name " + quote(text) + " (printable, no blanks or slashes)");
+  if (!L3::VrfName::validName(text))
+    r_.fail("bad VRF name " + quote(text) + " (" + L3::VrfName::kNameRule + ")");
   return name;
 }
 
