@@ -214,7 +214,7 @@ TEST(Registry, CursorsStopWhenTheCollectionChangesUnderThem) {
   local.add(Rova::TypeBuilder<Switch>("Test::Switch")
                 .constructor<Mox::String8>({"name"})
                 .op("addPort", &Switch::addPort, {"n", "label"})
-                .op("portDelAll", &Switch::portDelAll, {})
+                .op("portDelAll", static_cast<void (Switch::*)()>(&Switch::portDelAll), {})
                 .op("portDel",
                     static_cast<bool (Switch::*)(const std::uint32_t&)>(&Switch::portDel), {"n"})
                 .build());
