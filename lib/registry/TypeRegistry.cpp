@@ -178,7 +178,18 @@ std::unique_ptr<CollectionCursor> TypeRegistry::iterate(Value& obj, std::string_
   const AttrEntry* a = t.attr(name);
   if (!a) throw Mox::RangeException(t.name + " has no attribute " + Mox::shownWord(name));
   if (!a->iterate) throw Mox::RangeException(t.name + "::" + a->name + " is not a collection");
-  return a->iterate(obj);
+  auto cursor = a->iterate(obj);
+  cursor->nameIs(t.name + "::" + a->name);
+  return cursor;
+}
+
+void CollectionCursor::changed() const {
+  throw Mox::CollectionChangedException(
+      name_ + " changed while it was iterated, other than by the iterator itself");
+}
+
+void CollectionCursor::noEntry() const {
+  throw Mox::RangeException(name_ + ": the iterator stands on no entry");
 }
 
 Value TypeRegistry::call(Value& obj, std::string_view name, std::span<const Value> args) const {

@@ -29,6 +29,7 @@
 // 'bytes'").
 
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <new>
@@ -46,6 +47,10 @@
 namespace Rova {
 
 // A position in a collection attribute: step, read the key and value, delete the current entry.
+// Deleting through the cursor is the one change it survives. Once the collection changed
+// otherwise (an entry added or removed by an operation, by another cursor, the collection
+// cleared), every call raises Mox::CollectionChangedException: the entry it stood on may be
+// freed. Reading the key or value where there is no entry raises Mox::RangeException.
 class CollectionCursor {
  public:
   virtual ~CollectionCursor() = default;
@@ -54,6 +59,16 @@ class CollectionCursor {
   virtual Value key() const = 0;
   virtual Value value() const = 0;
   virtual void deleteCurrent() = 0;
+
+  // The collection's name in errors ("Rova::CachedFec::via").
+  void nameIs(std::string name) { name_ = std::move(name); }
+
+ protected:
+  [[noreturn]] void changed() const;
+  [[noreturn]] void noEntry() const;
+
+ private:
+  std::string name_;
 };
 
 enum class TypeKind { value, entity, enumeration };
@@ -240,16 +255,43 @@ T& mutableObject(Value& v) {
 template <class Coll>
 class MoxCursor final : public CollectionCursor {
  public:
-  MoxCursor(Value owner, Coll& c) : owner_(std::move(owner)), it_(c.iterator()) {}
-  bool valid() const override { return bool(it_); }
-  void next() override { ++it_; }
-  Value key() const override { return toValue(it_.key()); }
-  Value value() const override { return toValue(it_.value()); }
-  void deleteCurrent() override { it_.deleteCurrent(); }
+  MoxCursor(Value owner, Coll& c)
+      : owner_(std::move(owner)), coll_(&c), it_(c.iterator()), seen_(c.changes()) {}
+  bool valid() const override {
+    check();
+    return bool(it_);
+  }
+  void next() override {
+    if (valid()) ++it_;
+  }
+  Value key() const override {
+    current();
+    return toValue(it_.key());
+  }
+  Value value() const override {
+    current();
+    return toValue(it_.value());
+  }
+  void deleteCurrent() override {
+    current();
+    it_.deleteCurrent();
+    // Its own deletion, and nothing else: a change hook that changed the collection again
+    // leaves the count further on, and the next call stops.
+    ++seen_;
+  }
 
  private:
-  Value owner_;  // keeps the object alive while the cursor walks it
+  void check() const {
+    if (coll_->changes() != seen_) changed();
+  }
+  void current() const {
+    if (!valid()) noEntry();
+  }
+
+  Value owner_;  // keeps the object, and so the collection, alive while the cursor walks it
+  Coll* coll_;
   typename Coll::Iterator it_;
+  std::uint32_t seen_;
 };
 
 // "argument 'name': <what the conversion said>".

@@ -110,6 +110,7 @@ class DenseMap {
   const_iterator begin() const { return const_iterator(this, 0); }
   const_iterator end() const { return const_iterator(this, cells_.size()); }
   Iterator iterator() { return Iterator(this, 0); }
+  std::uint32_t changes() const { return changes_.value(); }
 
   bool newEntry(const K& k, const V& v) {
     if (contains(k)) return false;
@@ -129,6 +130,7 @@ class DenseMap {
     cells_[k].present = false;
     cells_[k].value = V{};
     --size_;
+    changes_.bump();
     notify(k);
     return true;
   }
@@ -142,6 +144,7 @@ class DenseMap {
     }
     cells_.clear();
     size_ = 0;
+    changes_.bump();
     for (const K& k : keys)
       hook_(k);
   }
@@ -164,6 +167,7 @@ class DenseMap {
     if (!cells_[k].present) {
       cells_[k].present = true;
       ++size_;
+      changes_.bump();
     }
     return cells_[k].value;
   }
@@ -177,6 +181,7 @@ class DenseMap {
   };
   std::vector<Cell> cells_;
   std::uint32_t size_ = 0;
+  ChangeCount changes_;  // beside size_, in what was padding
   HookSlot<K> hook_;
   friend struct detail::CellAccess<DenseMap>;
 };
@@ -213,6 +218,7 @@ class FlatHashMap {
   const_iterator begin() const { return const_iterator(this, 0); }
   const_iterator end() const { return const_iterator(this, slots_.size()); }
   Iterator iterator() { return Iterator(this, 0); }
+  std::uint32_t changes() const { return changes_.value(); }
 
   const V* find(const K& k) const {
     if (slots_.empty()) return nullptr;
@@ -263,6 +269,7 @@ class FlatHashMap {
     }
     slots_.clear();
     size_ = removed_ = 0;
+    changes_.bump();
     for (const K& k : keys)
       hook_(k);
   }
@@ -299,6 +306,7 @@ class FlatHashMap {
     s.value = V{};
     --size_;
     ++removed_;
+    changes_.bump();
     notify(k);
   }
   // The slot of k, made if it is absent; at most half the slots are in use or removed.
@@ -312,6 +320,7 @@ class FlatHashMap {
     slots_[i].key = k;
     slots_[i].state = State::used;
     ++size_;
+    changes_.bump();
     return slots_[i].value;
   }
   void grow() {
@@ -339,6 +348,7 @@ class FlatHashMap {
   std::size_t size_ = 0;
   std::size_t removed_ = 0;
   HookSlot<K> hook_;
+  ChangeCount changes_;
   friend struct detail::CellAccess<FlatHashMap>;
 };
 

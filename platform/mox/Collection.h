@@ -9,6 +9,11 @@
 //     for (auto it = c.iterator(); it; ++it) if (...) it.deleteCurrent();
 // visits every entry once.
 //
+// Any other change while an iterator is out (an entry added or removed, the collection cleared
+// or assigned) may leave that iterator pointing at freed memory. A collection counts such
+// changes in changes(); a walker that must survive code it does not control (a script's
+// iterator) notes the count and stops when it moves under it.
+//
 // For a class whose attribute list (see Attribute.h) holds a map of counts by prefix length,
 //     C(routeCountByMask, RouteCountByMask, RouteCountByMaskMap)
 // its users write

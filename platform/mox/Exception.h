@@ -20,6 +20,13 @@ class RangeException : public Exception {
   using Exception::Exception;
 };
 
+// A collection changed under a walk that was not told: the entry the walk stood on may be
+// gone, so it stops instead of reading what is no longer there.
+class CollectionChangedException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
 // A broken invariant. what() is the assertion text exactly as written in the code.
 class InternalException : public Exception {
  public:

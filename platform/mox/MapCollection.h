@@ -3,6 +3,7 @@
 // operations every collection shares, written once over the storage, and the map and set kinds.
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -30,6 +31,25 @@ class HookSlot {
 
  private:
   std::shared_ptr<const ChangeHook<K>> hook_;
+};
+
+// How many times a collection changed in a way that can move or free its entries. A copy is a
+// new collection and starts from zero; assigning to a collection replaces all its entries, so
+// its own count moves on instead of taking the other's (which could happen to equal what a
+// walker noted). Four bytes: a walker compares for equality, so wrapping is harmless.
+class ChangeCount {
+ public:
+  ChangeCount() = default;
+  ChangeCount(const ChangeCount&) {}
+  ChangeCount& operator=(const ChangeCount&) {
+    ++n_;
+    return *this;
+  }
+  void bump() { ++n_; }
+  std::uint32_t value() const { return n_; }
+
+ private:
+  std::uint32_t n_ = 0;
 };
 
 // The common part of a collection over a standard associative container (map-like or
@@ -60,6 +80,7 @@ class CollectionBase {
     void deleteCurrent() {
       Key k = key();
       it_ = owner_->storage_.erase(it_);
+      owner_->changes_.bump();
       advanced_ = true;
       owner_->notify(k);
     }
@@ -77,14 +98,17 @@ class CollectionBase {
   const_iterator end() const { return storage_.end(); }
   const Storage& storage() const { return storage_; }
   Iterator iterator() { return Iterator(static_cast<Derived*>(this), storage_.begin()); }
+  std::uint32_t changes() const { return changes_.value(); }
 
   bool del(const Key& k) {
     if (storage_.erase(k) == 0) return false;
+    changes_.bump();
     notify(k);
     return true;
   }
   void del(Iterator& it) { it.deleteCurrent(); }
   void delAll() {
+    changes_.bump();
     if (!hook_) {
       storage_.clear();
       return;
@@ -113,14 +137,18 @@ class CollectionBase {
   std::pair<StorageIterator, bool> emplaceKey(const Key& k, Args&&... args) {
     if constexpr (requires { typename Storage::key_compare; }) {
       if (storage_.empty() || storage_.key_comp()(Derived::keyOf(*storage_.rbegin()), k)) {
+        changes_.bump();
         return {storage_.emplace_hint(storage_.end(), k, std::forward<Args>(args)...), true};
       }
     }
-    return storage_.try_emplace(k, std::forward<Args>(args)...);
+    auto placed = storage_.try_emplace(k, std::forward<Args>(args)...);
+    if (placed.second) changes_.bump();  // a hashed map may have rehashed
+    return placed;
   }
 
   Storage storage_;
   HookSlot<Key> hook_;
+  ChangeCount changes_;
 };
 
 // A map from key to value: ordered (std::map) or hashed (std::unordered_map).
@@ -175,7 +203,10 @@ class MapCollection : public CollectionBase<Storage, MapCollection<Storage>> {
     this->notify(k);
   }
   void reserve(std::size_t n) {
-    if constexpr (requires { this->storage_.reserve(n); }) this->storage_.reserve(n);
+    if constexpr (requires { this->storage_.reserve(n); }) {
+      this->storage_.reserve(n);
+      this->changes_.bump();
+    }
   }
 };
 
@@ -202,7 +233,10 @@ class SetCollection : public CollectionBase<Storage, SetCollection<Storage>> {
     } else {
       added = this->storage_.insert(k).second;
     }
-    if (added) this->notify(k);
+    if (added) {
+      this->changes_.bump();
+      this->notify(k);
+    }
     return added;
   }
   void set(const Key& k, bool flag = true) {

@@ -44,6 +44,7 @@ class VectorMap {
       K k = key();
       owner_->data_.erase(owner_->data_.begin() + std::ptrdiff_t(i_));
       --owner_->sorted_;
+      owner_->changes_.bump();
       advanced_ = true;
       owner_->notify(k);
     }
@@ -72,6 +73,7 @@ class VectorMap {
     normalize();
     return Iterator(this, 0);
   }
+  std::uint32_t changes() const { return changes_.value(); }
   void reserve(std::size_t n) { data_.reserve(n); }
 
   bool newEntry(const K& k, const V& v) {
@@ -99,12 +101,14 @@ class VectorMap {
     if (it == data_.end() || cmp_(k, it->first)) return false;
     data_.erase(it);
     --sorted_;
+    changes_.bump();
     notify(k);
     return true;
   }
   void del(Iterator& it) { it.deleteCurrent(); }
   void delAll() {
     normalize();
+    changes_.bump();
     std::vector<Entry> old;
     old.swap(data_);
     sorted_ = 0;
@@ -129,6 +133,8 @@ class VectorMap {
         return;
       }
     }
+    // Appended, and sorted in among the others on the next read: entries move.
+    changes_.bump();
     data_.emplace_back(k, v);
     if (sorted_ + 1 == data_.size() && (sorted_ == 0 || cmp_(data_[sorted_ - 1].first, k))) {
       ++sorted_;  // still in order
@@ -169,6 +175,7 @@ class VectorMap {
   mutable std::size_t sorted_ = 0;  // data_[0, sorted_) is sorted with unique keys
   [[no_unique_address]] Compare cmp_;
   HookSlot<K> hook_;
+  ChangeCount changes_;
 };
 
 }  // namespace Mox

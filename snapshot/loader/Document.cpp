@@ -2,7 +2,6 @@
 // from a string, a file, a pipe or standard input.
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -205,7 +204,13 @@ constexpr std::size_t kMaxDocumentBytes = 0xffffffffu;
   throw LoadError("", std::strerror(err), path);
 }
 
-// A file's bytes with the parser's padding after them.
+// A file's bytes, copied into memory of the program's own with the parser's padding after
+// them. The parser finds the document's structure in one pass over the text and then reads the
+// text again at the places found; text that changed between the two (a file written over in
+// place while it is read, or cut short) would send it past the document. A copy cannot change,
+// so whatever happens to the file, the parser reads only what it indexed. The copy is an
+// anonymous mapping, so that the pages the reader has gone past can be let go as it goes and
+// the file's text and the tables built from it are not all held at once.
 class FileText {
  public:
   // Reads `fd` to its end. `expected` is the size when it is known (a regular file), so that
@@ -215,7 +220,7 @@ class FileText {
     reserve(expected + 1);  // room for the read that finds the end
     for (;;) {
       if (size_ == room()) reserve(2 * size_);
-      const ssize_t n = ::read(fd, data_.get() + size_, room() - size_);
+      const ssize_t n = ::read(fd, base_ + size_, room() - size_);
       if (n == 0) return;
       if (n < 0) {
         if (errno == EINTR) continue;
@@ -226,58 +231,22 @@ class FileText {
         throw LoadError("", "larger than 4 GiB, the most a state may be", path);
     }
   }
+  FileText(const FileText&) = delete;
+  FileText& operator=(const FileText&) = delete;
+  ~FileText() {
+    if (base_) ::munmap(base_, capacity_);
+  }
 
+  std::size_t size() const { return size_; }
+  const char* data() const { return base_; }
   simdjson::padded_string_view view() const {
-    return simdjson::padded_string_view(data_.get(), size_, capacity_);
+    return simdjson::padded_string_view(base_, size_, capacity_);
   }
-
- private:
-  std::size_t room() const { return capacity_ - simdjson::SIMDJSON_PADDING; }
-
-  void reserve(std::size_t bytes) {
-    const std::size_t capacity =
-        std::max<std::size_t>(bytes, 64 * 1024) + simdjson::SIMDJSON_PADDING;
-    auto grown = std::make_unique_for_overwrite<char[]>(capacity);
-    if (size_) std::memcpy(grown.get(), data_.get(), size_);
-    data_ = std::move(grown);
-    capacity_ = capacity;
-  }
-
-  std::unique_ptr<char[]> data_;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
-};
-
-// A regular file's bytes, mapped rather than copied: the pages are the kernel's page cache,
-// and those the reader has gone past are let go as it goes, so that the file's text and the
-// tables built from it are not all held at once. The padding the parser reads beyond the end is
-// zero pages of an anonymous mapping under the file's.
-class MappedText {
- public:
-  MappedText(int fd, std::size_t size, const std::string& path) : size_(size) {
-    const std::size_t page = pageSize();
-    length_ = (size + simdjson::SIMDJSON_PADDING + page - 1) / page * page;
-    void* base = ::mmap(nullptr, length_, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (base == MAP_FAILED) failFile(path, errno);
-    base_ = static_cast<char*>(base);
-    if (::mmap(base_, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0) == MAP_FAILED) {
-      const int e = errno;
-      ::munmap(base_, length_);
-      failFile(path, e);
-    }
-    ::madvise(base_, size, MADV_SEQUENTIAL);
-  }
-  MappedText(const MappedText&) = delete;
-  MappedText& operator=(const MappedText&) = delete;
-  ~MappedText() { ::munmap(base_, length_); }
-
-  simdjson::padded_string_view view() const {
-    return simdjson::padded_string_view(base_, size_, length_);
-  }
-  // Lets go of the whole pages before `at`; read again, they come back from the file.
+  // Lets go of the whole huge pages before `at`; the reader does not come back to them.
+  // (Letting go of part of one would split it.)
   void readPast(const char* at) {
-    const std::size_t page = pageSize();
-    const std::size_t upTo = std::min<std::size_t>(at - base_, size_) / page * page;
+    constexpr std::size_t kUnit = 2 << 20;
+    const std::size_t upTo = std::min<std::size_t>(at - base_, size_) / kUnit * kUnit;
     if (upTo > released_) {
       ::madvise(base_ + released_, upTo - released_, MADV_DONTNEED);
       released_ = upTo;
@@ -285,48 +254,56 @@ class MappedText {
   }
 
  private:
-  static std::size_t pageSize() { return static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)); }
+  static std::size_t page() { return static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)); }
+  std::size_t room() const { return capacity_ - simdjson::SIMDJSON_PADDING; }
+
+  // Fresh anonymous pages read as zeros, which is the padding the parser wants. Huge pages
+  // where the kernel has them: faulted in a small page at a time while read() fills them,
+  // they cost more than the copy itself.
+  void reserve(std::size_t bytes) {
+    std::size_t capacity = std::max<std::size_t>(bytes, 64 * 1024) + simdjson::SIMDJSON_PADDING;
+    capacity = (capacity + page() - 1) / page() * page();
+    void* grown = base_ ? ::mremap(base_, capacity_, capacity, MREMAP_MAYMOVE)
+                        : ::mmap(nullptr, capacity, PROT_READ | PROT_WRITE,
+                                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (grown == MAP_FAILED) throw std::bad_alloc();
+    base_ = static_cast<char*>(grown);
+    capacity_ = capacity;
+    ::madvise(base_, capacity_, MADV_HUGEPAGE);
+  }
 
   char* base_ = nullptr;
   std::size_t size_ = 0;
-  std::size_t length_ = 0;
+  std::size_t capacity_ = 0;
   std::size_t released_ = 0;
 };
 
-// A mapped file cut short under the reader makes the missing pages fault (SIGBUS) instead of
-// reading as an early end. That is the file changing under the program, not a fault of its
-// own: while a mapped file is read, the signal ends the program with the message and status
-// of a state that cannot be loaded, not with a crash.
-class CutShortGuard {
- public:
-  explicit CutShortGuard(const std::string& path) {
-    std::string text = "% Cannot load state " + Mox::shownWord(path, '\0') +
-                       ": the file was cut short while it was read\n";
-    length_ = std::min(text.size(), sizeof message_);
-    std::memcpy(message_, text.data(), length_);
-    struct sigaction action {};
-    action.sa_handler = &CutShortGuard::cutShort;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGBUS, &action, &previous_);
+// A regular file that changed while it was read holds neither its old document nor its new
+// one, and a copy taken while another program wrote over it in place may mix the two: it is
+// read a second time and compared, and refused when the two reads differ, whatever the mix
+// would have parsed as. (Its time stamps would not do: they move in clock ticks, so a write
+// within the tick of the last one leaves them as they were.) The second read comes from the
+// page cache the first filled and costs little beside parsing.
+void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const std::string& path) {
+  if (text.size() < sizeBefore)
+    throw LoadError("", "the file was cut short while it was read", path);
+  constexpr std::size_t kChunk = 1 << 20;
+  const auto again = std::make_unique_for_overwrite<char[]>(kChunk);
+  std::size_t at = 0;
+  for (;;) {
+    const ssize_t n = ::pread(fd, again.get(), kChunk, static_cast<off_t>(at));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      failFile(path, errno);
+    }
+    if (n == 0) break;
+    const auto got = static_cast<std::size_t>(n);
+    if (got > text.size() - at || std::memcmp(again.get(), text.data() + at, got) != 0)
+      throw LoadError("", "the file changed while it was read", path);
+    at += got;
   }
-  CutShortGuard(const CutShortGuard&) = delete;
-  CutShortGuard& operator=(const CutShortGuard&) = delete;
-  ~CutShortGuard() { ::sigaction(SIGBUS, &previous_, nullptr); }
-
- private:
-  static void cutShort(int) {
-    ssize_t ignored = ::write(STDERR_FILENO, message_, length_);
-    (void)ignored;
-    ::_exit(2);
-  }
-
-  static inline char message_[512];
-  static inline std::size_t length_ = 0;
-  struct sigaction previous_ {};
-};
-
-// Below this a file is simply read: a mapping saves nothing worth its set-up.
-constexpr std::size_t kMapFrom = 1 << 20;
+  if (at < text.size()) throw LoadError("", "the file was cut short while it was read", path);
+}
 
 }  // namespace
 
@@ -335,6 +312,11 @@ Mox::Ptr<Statum::EntityManager> load(std::string_view json) {
 }
 
 Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
+  // Whoever asks (the command line, a script): an empty name is a mistake (an unset variable),
+  // and a name holding a NUL would open a file the caller did not name.
+  if (path.empty()) throw LoadError("", "empty file name", path);
+  if (path.find('\0') != std::string::npos)
+    throw LoadError("", "a file name cannot hold a NUL byte", path);
   const bool standardInput = path == "-";
   const int fd = standardInput ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) failFile(path, errno);
@@ -352,13 +334,9 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
   const std::size_t expected = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) : 0;
   if (expected > kMaxDocumentBytes)
     throw LoadError("", "larger than 4 GiB, the most a state may be", path);
-  if (expected >= kMapFrom) {
-    const CutShortGuard guard(path);
-    MappedText text(fd, expected, path);
-    return loadPadded(text.view(), [&text](const char* at) { text.readPast(at); });
-  }
-  const FileText text(fd, expected, path);
-  return loadPadded(text.view());
+  FileText text(fd, expected, path);
+  if (S_ISREG(st.st_mode)) checkUnchanged(fd, expected, text, path);
+  return loadPadded(text.view(), [&text](const char* at) { text.readPast(at); });
 }
 
 }  // namespace Snapshot

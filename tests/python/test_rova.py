@@ -3,7 +3,9 @@ commands run from Python against the rova program's own output, and the errors a
 
 import json
 import os
+import signal
 import subprocess
+import sys
 import tempfile
 
 import pytest
@@ -446,6 +448,117 @@ def test_load_errors():
             rova.State.load(f.name)
 
 
+# A child interpreter loads a state again and again while another process cuts the file short
+# and writes it over in place; it reports what each load gave.
+LOADER = """
+import sys, rova
+path, prefix = sys.argv[1], "Cannot load state " + sys.argv[1] + ": "
+seen = set()
+for _ in range(60):
+    try:
+        rova.State.load(path)
+        seen.add("loaded")
+    except rova.LoadError as e:
+        assert str(e).startswith(prefix), str(e)
+        seen.add(str(e)[len(prefix):])
+print(sorted(seen))
+"""
+
+SCRIBBLER = """
+import os, sys
+path, docs = sys.argv[1], [open(f, "rb").read() for f in sys.argv[2:]]
+while True:
+    for doc in docs:
+        os.truncate(path, len(doc) // 3)
+        with open(path, "r+b") as f:
+            f.write(doc)
+"""
+
+
+def test_a_state_file_changed_while_it_loads_is_refused_not_fatal():
+    """A file cut short under the loader once ended the whole interpreter (status 2, no
+    exception); one written over in place sent the reader past the document. Every load now
+    gives a state or a rova.LoadError, and the interpreter lives on."""
+    text = open(os.path.join(EXAMPLES, "leaf1.json")).read().strip()
+    pad = " " * (8 << 20)  # large enough that a load takes a while
+    with tempfile.TemporaryDirectory() as tmp:
+        docs = [os.path.join(tmp, name) for name in ("a.json", "b.json")]
+        # The same size, the document at either end: a mix of the two is no document.
+        for name, doc in zip(docs, ("{" + pad + text[1:], text + pad)):
+            with open(name, "w") as f:
+                f.write(doc)
+        path = os.path.join(tmp, "state.json")
+        with open(path, "w") as f:
+            f.write(text + pad)
+        scribbler = subprocess.Popen([sys.executable, "-c", SCRIBBLER, path, *docs])
+        try:
+            done = subprocess.run([sys.executable, "-c", LOADER, path], capture_output=True,
+                                  text=True, timeout=120)
+        finally:
+            scribbler.kill()
+            scribbler.wait()
+    assert done.returncode == 0, done.stderr
+    # A copy taken while the other process wrote is refused as changed, or at worst (a write
+    # that stalled across both reads) as the malformed document it is, at its place ("$...").
+    allowed = {"loaded", "the file was cut short while it was read",
+               "the file changed while it was read"}
+    assert all(seen in allowed or seen.startswith("$") for seen in eval(done.stdout)), done.stdout
+
+
+def test_an_interrupt_between_commands_stops_none_of_them(state):
+    """^C that the script took as KeyboardInterrupt, or that stopped a command whose output
+    was all written, must not stop the next, unrelated command."""
+    red = rova.run(state, "show ip route vrf red")  # the printer's signal handlers are in place
+    with pytest.raises(KeyboardInterrupt):
+        signal.raise_signal(signal.SIGINT)
+    assert rova.run(state, "show version").startswith("rova ")
+    lines = rova.run(state, "show ip route", lines=True)
+    next(lines)
+    with pytest.raises(KeyboardInterrupt):
+        signal.raise_signal(signal.SIGINT)
+    try:
+        list(lines)
+    except (KeyboardInterrupt, rova.CommandError):
+        pass  # the command saw the signal too, or had finished before it
+    assert rova.run(state, "show ip route vrf red") == red
+
+
+def test_names_the_command_line_refuses_are_refused(state):
+    """The module takes the names the command line and the loader take, by the same rule."""
+    with pytest.raises(rova.LoadError, match="Cannot load state '': empty file name"):
+        rova.State.load("")
+    with pytest.raises(rova.LoadError, match="cannot hold a NUL byte"):
+        rova.State.load(os.path.join(EXAMPLES, "leaf1.json") + "\0x")
+    with pytest.raises(rova.LoadError, match="No such file"):
+        rova.State.load("\udc80")  # a file name that is not UTF-8, as open() names it
+    assert "blue" in rova.State.load(os.path.join(EXAMPLES, "leaf1.json").encode()).vrfs()
+    long_name = "Ethernet" + "1" * 57
+    with pytest.raises(rova.RangeError, match=r"argument 'intfName': bad interface name .*"
+                                              r"\(1 to 64 printable characters without blanks\)"):
+        state.construct("Rova::AddressQueryParams", intfName=long_name, mgmtPrefix="M",
+                        primaryMatch=0, secondaryMatch=0, addrWithMask="10.0.0.1/24")
+    with pytest.raises(rova.RangeError, match="bad interface name"):
+        rova.construct("Rova::ClearIntfRoutesAndViasHelper").clearIntfRoutesAndViasHelper(
+            state["vrf/default/routing/config"], long_name)
+    with pytest.raises(rova.RangeError, match="bad interface name"):
+        rova.construct("Rova::CachedVia").intfId = "Ethernet 1"
+    assert len(long_name[:-1]) == 64
+    rova.construct("Rova::CachedVia").intfId = long_name[:-1]
+    with pytest.raises(rova.RangeError, match=r"argument 'vrfName': bad VRF name 'a\\x00b'"):
+        summary(state, False, "a\x00b")
+    with pytest.raises(rova.RangeError, match="bad VRF name"):
+        rova.construct("Rova::InvalidNextHopChecker").check(None, "10.0.0.1", "red/blue")
+    with pytest.raises(rova.CommandError, match="control characters are not allowed"):
+        rova.run(state, "show ip route vrf a\x00b")
+    # A lone surrogate has no UTF-8 form: a refused value, not a failed conversion.
+    for call in (lambda: rova.run(state, "show ip route vrf \udc80"),
+                 lambda: summary(state, False, "\udc80"),
+                 lambda: rova.construct("Rova::AddressQueryResult", msg="\ud800"),
+                 lambda: rova.Value.parse("\udc80")):
+        with pytest.raises(rova.RangeError, match="not valid Unicode"):
+            call()
+
+
 def test_an_empty_command_is_refused(state):
     with pytest.raises(rova.RangeError, match="no command given"):
         rova.run(state, "   ")
@@ -542,6 +655,42 @@ def test_delete_current_on_every_collection_kind(state):
         it.delete_current()
     assert next(it)[0] == keys[1]
     assert [k for k, _ in r.sortedRoute] == keys[1:]
+
+
+def test_iterators_stop_when_their_collection_changes_under_them(state):
+    """Only an iterator's own delete_current() keeps it going: a collection cleared, the
+    current key deleted or another iterator's deletions raise instead of reading freed
+    entries (each of these crashed the interpreter)."""
+    def vias():
+        return sorter(state, vrfName="default").viasForPrefix("10.3.0.0/16")
+
+    fec = vias()
+    with pytest.raises(rova.CollectionChangedError, match=r"Rova::CachedFec::via changed"):
+        for _ in fec.via:
+            fec.viaDelAll()
+    fec = vias()
+    with pytest.raises(rova.CollectionChangedError):
+        for via, _ in fec.via:
+            fec.viaDel(via)
+    nhg = state.construct("Rova::NexthopGroupSummaryHelper", vrfName="default")
+    nhg.processNexthopGroups()
+    sizes = [k for k, _ in nhg.nhgPerType]
+    assert len(sizes) > 1
+    first, second = iter(nhg.nhgPerType), iter(nhg.nhgPerType)
+    next(second)
+    for _ in first:
+        first.delete_current()
+    with pytest.raises(rova.CollectionChangedError) as e:
+        next(second)
+    assert isinstance(e.value, RuntimeError) and isinstance(e.value, rova.Error)
+    with pytest.raises(rova.CollectionChangedError):
+        second.delete_current()
+    # Adding counts too, and a new iterator walks what is there now.
+    walk = iter(nhg.nhgPerType)
+    nhg.newNhgPerType(sizes[0], 1)
+    with pytest.raises(rova.CollectionChangedError):
+        next(walk)
+    assert list(nhg.nhgPerType) == [(sizes[0], 1)]
 
 
 def test_the_documented_example_runs(capsys):

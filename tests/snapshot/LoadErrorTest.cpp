@@ -423,3 +423,30 @@ TEST(LoadError, ALargeFileLoadsLikeTextAndIsRefusedWhereItIsWrong) {
 }
 
 }  // namespace
+
+namespace {
+
+// A name that is empty (an unset variable) or holds a NUL (which the file system would stop
+// at, opening a file the caller did not name) is refused before anything is opened.
+TEST(LoadError, EmptyNamesAndNamesWithANulAreRefused) {
+  const auto refusedAs = [](const std::string& path) {
+    try {
+      Snapshot::loadFile(path);
+    } catch (const Snapshot::LoadError& e) {
+      return e.reason();
+    }
+    return std::string("loaded");
+  };
+  EXPECT_EQ(refusedAs(""), "empty file name");
+  const std::string real = ::testing::TempDir() + "snapshot_nul_test.json";
+  const std::string text = minimal().dump();
+  std::FILE* f = std::fopen(real.c_str(), "wb");
+  ASSERT_NE(f, nullptr);
+  std::fwrite(text.data(), 1, text.size(), f);
+  std::fclose(f);
+  EXPECT_EQ(refusedAs(real), "loaded");
+  EXPECT_EQ(refusedAs(real + std::string(1, '\0') + "x"), "a file name cannot hold a NUL byte");
+  std::remove(real.c_str());
+}
+
+}  // namespace

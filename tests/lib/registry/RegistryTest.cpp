@@ -206,4 +206,61 @@ TEST(Registry, EntitiesIterateCallAndRefuseReadOnlyWrites) {
   EXPECT_EQ(errorOf([&] { local.call(sw, "fly", {}); }), "Test::Switch has no operation 'fly'");
 }
 
+// A cursor survives its own deletions and nothing else: once the collection changed under it
+// (another cursor deleted, an operation cleared or added), it raises instead of reading entries
+// that may be freed.
+TEST(Registry, CursorsStopWhenTheCollectionChangesUnderThem) {
+  TypeRegistry local;
+  local.add(Rova::TypeBuilder<Switch>("Test::Switch")
+                .constructor<Mox::String8>({"name"})
+                .op("addPort", &Switch::addPort, {"n", "label"})
+                .op("portDelAll", static_cast<void (Switch::*)()>(&Switch::portDelAll), {})
+                .op("portDel",
+                    static_cast<bool (Switch::*)(const std::uint32_t&)>(&Switch::portDel), {"n"})
+                .build());
+  const Value ctor[] = {Value("sw1")};
+  Value sw = local.construct("Test::Switch", ctor);
+  const auto addPorts = [&] {
+    for (std::uint32_t i = 1; i <= 3; ++i) {
+      const Value a[] = {Value(i), Value("p")};
+      local.call(sw, "addPort", a);
+    }
+  };
+  addPorts();
+  const std::string changed =
+      "Test::Switch::port changed while it was iterated, other than by the iterator itself";
+  const auto changedError = [](auto body) {
+    try {
+      body();
+    } catch (const Mox::CollectionChangedException& e) {
+      return std::string(e.what());
+    } catch (const std::exception& e) {
+      return std::string("other error: ") + e.what();
+    }
+    return std::string("no error");
+  };
+
+  auto first = local.iterate(sw, "port");
+  auto second = local.iterate(sw, "port");
+  first->deleteCurrent();  // its own deletion: it goes on
+  EXPECT_EQ(first->key(), Value(2u));
+  EXPECT_EQ(changedError([&] { second->key(); }), changed);
+  EXPECT_EQ(changedError([&] { second->next(); }), changed);
+  EXPECT_EQ(changedError([&] { second->deleteCurrent(); }), changed);
+
+  local.call(sw, "portDelAll", {});
+  EXPECT_EQ(changedError([&] { first->valid(); }), changed);
+
+  addPorts();
+  auto walk = local.iterate(sw, "port");
+  const Value one[] = {Value(1u)};
+  local.call(sw, "portDel", one);  // the entry the cursor stands on
+  EXPECT_EQ(changedError([&] { walk->value(); }), changed);
+
+  auto past = local.iterate(sw, "port");
+  while (past->valid())
+    past->next();
+  EXPECT_EQ(errorOf([&] { past->key(); }), "Test::Switch::port: the iterator stands on no entry");
+}
+
 }  // namespace

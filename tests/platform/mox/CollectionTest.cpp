@@ -256,3 +256,58 @@ TEST(FlatHashMap, AgreesWithTheTreeMapAndDeletesWhileIterating) {
 }
 
 }  // namespace
+
+namespace {
+
+// Whatever may move or free an entry moves the change count, so a walker that noted it can
+// tell that its position may be gone; replacing a value in place frees nothing and does not.
+template <class Map>
+void changesCountWhatMovesEntries() {
+  Map m;
+  auto moved = [&m, last = m.changes()](auto&& change) mutable {
+    change();
+    const bool did = m.changes() != last;
+    last = m.changes();
+    return did;
+  };
+  EXPECT_TRUE(moved([&] { m.newEntry(3, "three"); }));
+  EXPECT_TRUE(moved([&] { m.set(1, "one"); }));
+  EXPECT_FALSE(moved([&] { m.newEntry(3, "again"); }));
+  (void)m.get(1);  // a read sorts what was appended out of order, once; not a change of its own
+  EXPECT_FALSE(moved([&] { (void)m.get(3); }));
+  EXPECT_FALSE(moved([&] { m.del(7); }));
+  EXPECT_TRUE(moved([&] { m.del(3); }));
+  EXPECT_TRUE(moved([&] {
+    auto it = m.iterator();
+    it.deleteCurrent();
+  }));
+  m.set(5, "five");
+  EXPECT_TRUE(moved([&] { m.delAll(); }));
+  // Assigning replaces every entry: the count moves on, whatever the other's count is.
+  Map other;
+  EXPECT_TRUE(moved([&] { m = other; }));
+  EXPECT_TRUE(moved([&] { m = Map(); }));
+}
+
+TEST(Collection, ChangesCountWhatMovesEntriesInEveryKind) {
+  changesCountWhatMovesEntries<Mox::OrderedMap<std::uint16_t, std::string>>();
+  changesCountWhatMovesEntries<Mox::HashMap<std::uint16_t, std::string>>();
+  changesCountWhatMovesEntries<Mox::VectorMap<std::uint16_t, std::string>>();
+  changesCountWhatMovesEntries<Mox::DenseMap<std::uint16_t, std::string>>();
+  changesCountWhatMovesEntries<Mox::FlatHashMap<std::uint16_t, std::string>>();
+}
+
+TEST(Collection, ChangesCountOnSets) {
+  Mox::OrderedSet<int> s;
+  const auto before = s.changes();
+  s.newEntry(1);
+  EXPECT_NE(s.changes(), before);
+  const auto added = s.changes();
+  s.newEntry(1);
+  s.set(1, true);
+  EXPECT_EQ(s.changes(), added);
+  s.set(1, false);
+  EXPECT_NE(s.changes(), added);
+}
+
+}  // namespace

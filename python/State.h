@@ -1,0 +1,36 @@
+#pragma once
+// A device state loaded for scripts, and the one lock that commands and construction from a
+// state share.
+
+#include <pybind11/pybind11.h>
+
+#include <mutex>
+#include <string>
+
+#include "cli/DeviceState.h"
+#include "platform/mox/Ptr.h"
+#include "platform/statum/EntityManager.h"
+#include "python/Values.h"
+
+namespace rovapy {
+
+// Commands share the front end's state and printer status, so one runs at a time; a second
+// one is refused instead of waiting.
+std::unique_lock<std::mutex> commandLock();
+
+struct PyState {
+  Mox::Ptr<Statum::EntityManager> em;
+  std::string source;
+  std::string file;
+
+  void adopt() const { cli::DeviceState::instance().adopt(em, source, file); }
+};
+
+// Without a path, the built-in example; a path as open() takes it.
+PyState loadState(const py::object& path);
+
+// Builds a type with inputs by name, the state records it needs and that are not given taken
+// from the state.
+Value constructFromState(const PyState& s, const std::string& typeName, const py::kwargs& kwargs);
+
+}  // namespace rovapy
