@@ -159,7 +159,7 @@ class GroupPrinter {
                  inHardware ? "yes" : "no");
     printEntries();
     p_.endDictEntry();
-    if (p_.fullness() > 66) p_.ioflush();
+    p_.itemDone();
   }
 
  private:

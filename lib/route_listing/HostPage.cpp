@@ -113,14 +113,14 @@ void renderHostPage(const HostListing<Sorter>& model, double start, rendr::Print
   p.addFrills("%s\n", Sorter::hostLegend().charPtr());
   p.addAttributes("", 2, routingDisabled.getArg(), allHardware.getArg());
   p.ioflush();
-  p.startDict("routes");
-
-  HostAttrs attrs(format);
-  model.forEachRow([&](const auto& row) {
-    printHostRow(row, p, attrs);
-    if (p.fullness() > 66) p.ioflush();
-  });
-  p.endDict();
+  {
+    auto routes = p.dict("routes");
+    HostAttrs attrs(format);
+    model.forEachRow([&](const auto& row) {
+      printHostRow(row, p, attrs);
+      p.itemDone();
+    });
+  }
   p.addFrills("\n");
   addTimingLines(model.sorter(), start, p);
   p.end();

@@ -92,12 +92,13 @@ void renderPage(const RouteListing<Sorter>& model, double start, rendr::Printer&
   const bool defaultShown = printDefaultRoute(model, p, attrs);
   p.ioflush();
 
-  p.startDict("routes");
-  model.forEachRow(!defaultShown, [&](const auto& row) {
-    printRow(row, p, attrs);
-    if (p.fullness() > 66) p.ioflush();
-  });
-  p.endDict();
+  {
+    auto routes = p.dict("routes");
+    model.forEachRow(!defaultShown, [&](const auto& row) {
+      printRow(row, p, attrs);
+      p.itemDone();
+    });
+  }
   p.addFrills("\n");
   addTimingLines(model.sorter(), start, p);
 }

@@ -16,10 +16,6 @@ namespace {
 
 Mox::TraceHandle ribTrace("CliSupport");
 
-// Above this fill the printer's buffer is written out before the next via, so that a long
-// listing streams instead of growing.
-constexpr unsigned kFlushFullness = 66;
-
 // The output attributes of one listing, built once and set per route.
 struct RibAttrs {
   explicit RibAttrs(unsigned f)
@@ -123,10 +119,10 @@ void printRow(const RibRow& row, rendr::Printer& p, RibAttrs& a) {
   // Each route is an entry of its own, keyed by its prefix: routes of one prefix at several
   // preferences repeat the prefix's key, each with its one preference inside.
   a.prefix.setValue(row.prefix);
-  p.startDictEntry(a.prefix);
-  p.startDict("preference");
+  auto route = p.dictEntry(a.prefix);
+  auto preferences = p.dict("preference");
   a.preference.setValue(row.preference);
-  p.startDictEntry(a.preference);
+  auto atPreference = p.dictEntry(a.preference);
 
   a.routeType.setValue(row.type);
   p.addAttributes("%-5s", 1, a.routeType.getArg());
@@ -150,19 +146,16 @@ void printRow(const RibRow& row, rendr::Printer& p, RibAttrs& a) {
         p.addAttributes(", name: %s", 1, a.dropNextHopName.getArg());
       }
       break;
-    case RibRowForm::vias:
-      p.startList("vias");
+    case RibRowForm::vias: {
+      auto vias = p.list("vias");
       for (const RibVia& via : row.vias) {
-        if (p.fullness() > kFlushFullness) p.ioflush();
+        p.itemDone();
         printVia(via, width, p, a);
       }
-      p.endList();
       break;
+    }
   }
   p.addFrills("\n");
-  p.endDictEntry();
-  p.endDict();
-  p.endDictEntry();
 }
 
 }  // namespace

@@ -21,6 +21,8 @@ namespace {
 
 // An indent is written 16 blanks at a time.
 constexpr char kBlanks[17] = "                ";
+// How full the buffer is, in percent, when a finished item has it written out.
+constexpr unsigned kFlushFullness = 66;
 
 // Reads n getArg() pointers; false when one of them is null.
 bool collectAttributes(va_list ap, int n, const AttrInfo** attrs) {
@@ -467,6 +469,35 @@ void Printer::addArgs(const char* fmt, ...) {
 unsigned Printer::fullness() {
   enter();
   return out_.fullness();
+}
+
+Printer::Block Printer::dict(const char* name) {
+  startDict(name);
+  return Block(*this, &Printer::endDict);
+}
+
+Printer::Block Printer::dictEntry(const AttrInfo& key) {
+  startDictEntry(key);
+  return Block(*this, &Printer::endDictEntry);
+}
+
+Printer::Block Printer::list(const char* name) {
+  startList(name);
+  return Block(*this, &Printer::endList);
+}
+
+Printer::Block Printer::listEntry() {
+  startListEntry();
+  return Block(*this, &Printer::endListEntry);
+}
+
+Printer::Block Printer::submodel(const char* name) {
+  startSubmodel(name);
+  return Block(*this, &Printer::endSubmodel);
+}
+
+void Printer::itemDone() {
+  if (fullness() > kFlushFullness) ioflush();
 }
 
 void Printer::ioflush() {

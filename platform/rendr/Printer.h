@@ -6,15 +6,17 @@
 //
 //   rendr::Printer p(fd, format, true, false, true, 0);
 //   rendr::StringAttrInfo prefix("prefix", format);
-//   p.startDict("routes");
-//   for (...) {
-//     prefix.setValue(text);
-//     p.startDictEntry(prefix);
-//     p.addAttributes(" %s\n", 1, prefix.getArg());
-//     p.endDictEntry();
-//     if (p.fullness() > 66) p.ioflush();
+//   {
+//     auto routes = p.dict("routes");
+//     for (...) {
+//       prefix.setValue(text);
+//       {
+//         auto entry = p.dictEntry(prefix);
+//         p.addAttributes(" %s\n", 1, prefix.getArg());
+//       }
+//       p.itemDone();
+//     }
 //   }
-//   p.endDict();
 //
 // JSON is streamed, never held as a tree, and always valid: a call out of sequence (closing
 // what is not open, an entry outside its dict or list, an attribute directly in a list,
@@ -158,6 +160,36 @@ class Printer {
                                                          RecordedShape& shape,
                                                          std::size_t hang) const;
   void replayHanging(std::string_view run, RecordedShape shape, std::size_t hang);
+
+  // Block forms of the structure calls: what a block opens is closed when the block ends, so
+  // that no dictionary, list or entry is left open by a return or a forgotten end call. A
+  // block left by an exception closes nothing: the stop or failure that threw owns the rest of
+  // the output (the cut listing's JSON is closed by reportStop, or by the destructor).
+  class [[nodiscard]] Block {
+   public:
+    Block(Printer& p, void (Printer::*end)())
+        : p_(&p), end_(end), exceptions_(std::uncaught_exceptions()) {}
+    Block(const Block&) = delete;
+    Block& operator=(const Block&) = delete;
+    ~Block() noexcept(false) {
+      if (std::uncaught_exceptions() == exceptions_) (p_->*end_)();
+    }
+
+   private:
+    Printer* p_;
+    void (Printer::*end_)();
+    int exceptions_;
+  };
+  Block dict(const char* name);
+  Block dictEntry(const AttrInfo& key);
+  Block list(const char* name);
+  Block listEntry();
+  Block submodel(const char* name);
+
+  // A listing says where it finished one of its items; the printer writes its buffer out
+  // there once it is two-thirds full, so that a long listing streams in large writes and ends
+  // no write in the middle of an item.
+  void itemDone();
 
   // The output buffer's fill, in percent (0 to 100).
   unsigned fullness();

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -144,6 +145,29 @@ TEST(PrinterJson, DestructorClosesWhatIsStillOpen) {
   });
   EXPECT_EQ(parsePretty(out),
             ordered_json::parse(R"({"d": {"x": {"l": [{"s": {"inner": {"x": null}}}]}}})"));
+}
+
+// Blocks close what they open where they end, so what follows lands outside them.
+TEST(PrinterJson, BlocksCloseWhereTheyEnd) {
+  const std::string out = render(kFormatJson, [](rendr::Printer& p, unsigned f) {
+    rendr::StringAttrInfo key("k", f);
+    rendr::StringAttrInfo after("after", f);
+    key.setValue("x");
+    after.setValue("y");
+    {
+      auto d = p.dict("d");
+      {
+        auto e = p.dictEntry(key);
+        auto l = p.list("l");
+        auto le = p.listEntry();
+        auto s = p.submodel("s");
+      }
+      p.itemDone();
+    }
+    p.addAttributes("", 1, after.getArg());
+  });
+  EXPECT_EQ(parsePretty(out),
+            ordered_json::parse(R"({"d": {"x": {"l": [{"s": {}}]}}, "after": "y"})"));
 }
 
 // Strings, keys and names come from device state (interface descriptions, VRF names): any

@@ -172,6 +172,32 @@ TEST(PrinterOutput, ClosedReaderEndsTheOutputQuietly) {
   EXPECT_FALSE(rendr::Printer::outputFailed());
 }
 
+// A block left by a stop closes nothing: the printer throws again on every call after a stop,
+// and a throw from a destructor while the first exception is on its way ends the process.
+TEST(PrinterOutput, BlocksLeftByAStopCloseNothing) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  close(fds[0]);
+  rendr::Printer::clearOutputFailed();
+  bool closed = false;
+  rovatest::captureStderr([&] {
+    rendr::Printer p(fds[1], kFormatJson, true, false, true, 0);
+    rendr::StringAttrInfo s("description", kFormatJson);
+    s.setValue(std::string(100, 'd'));
+    try {
+      auto l = p.list("l");
+      for (int calls = 0; calls < 100000; ++calls) {
+        auto entry = p.listEntry();
+        p.addAttributes("%s", 1, s.getArg());
+      }
+    } catch (const rendr::outputClosedException&) {
+      closed = true;
+    }
+  });
+  close(fds[1]);
+  EXPECT_TRUE(closed);
+}
+
 // A full disk stops the listing at the write that failed: a million-route listing must not
 // be produced in full only to be thrown away.
 TEST(PrinterOutput, OtherWriteErrorsAreReportedOnceAndStopTheOutput) {
