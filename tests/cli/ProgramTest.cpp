@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "tests/cli/Capture.h"
+#include "tests/cli/ExampleStateFile.h"
 #include "tests/support/GoldenCases.h"
 
 namespace {
@@ -354,19 +355,8 @@ TEST(RovaProgram, JsonMayComeAfterAnyKeywordOfTheCommand) {
 
 // ---- Changing the state: configuration mode, clearing, writing back ----
 
-// A copy of the example device in a fresh directory, removed afterwards.
-class StateFile : public testing::Test {
+class StateFile : public clitest::ExampleStateFile {
  protected:
-  void SetUp() override {
-    char name[] = "/tmp/rova-program-XXXXXX";
-    ASSERT_NE(::mkdtemp(name), nullptr);
-    dir_ = name;
-    file_ = dir_ + "/state.json";
-    std::ifstream in(ROVA_EXAMPLE);
-    std::ofstream(file_) << in.rdbuf();
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
   clitest::Captured session(const std::string& input, std::vector<std::string> extra = {}) {
     std::vector<std::string> args = {"--state", file_};
     args.insert(args.end(), extra.begin(), extra.end());
@@ -376,9 +366,6 @@ class StateFile : public testing::Test {
     return runRova({"--state", file_, "show", "running-config", "static-routes"}).out;
   }
   std::string contents() { return rovatest::readText(file_); }
-
-  std::string dir_;
-  std::string file_;
 };
 
 // What `show running-config static-routes` writes (every kind of line: VRFs, IPv6, labels,

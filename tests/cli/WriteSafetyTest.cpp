@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "tests/cli/Capture.h"
+#include "tests/cli/ExampleStateFile.h"
 #include "tests/support/GoldenCases.h"
 
 namespace {
@@ -29,18 +30,8 @@ clitest::Captured runRova(std::vector<std::string> args, std::string input = "",
   return clitest::runProgram(ROVA_PROGRAM, std::move(args), input, inChild);
 }
 
-class Saving : public testing::Test {
+class Saving : public clitest::ExampleStateFile {
  protected:
-  void SetUp() override {
-    char name[] = "/tmp/rova-write-XXXXXX";
-    ASSERT_NE(::mkdtemp(name), nullptr);
-    dir_ = name;
-    file_ = dir_ + "/state.json";
-    example_ = rovatest::readText(ROVA_EXAMPLE);
-    std::ofstream(file_) << example_;
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
   // One-shot: removes the static routes through Ethernet1 and writes the state back.
   clitest::Captured clearIn(const std::string& state) {
     return runRova({"--state", state, "clear", "static-routes", "interface", "Ethernet1"});
@@ -59,8 +50,6 @@ class Saving : public testing::Test {
     std::sort(all.begin(), all.end());
     return all;
   }
-
-  std::string dir_, file_, example_;
 };
 
 // A symbolic link is written through: the link stays, the file it leads to gets the new state,
