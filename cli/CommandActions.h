@@ -41,6 +41,10 @@ int showStaticRoutes(const Match& m, const Context& c, Output& out);
 int showStaticRoutesRib(const Match& m, const Context& c, Output& out);
 int clearStaticRoutes(const Match& m, const Context& c, Output& out);
 
+// RunningConfig.cpp: the whole running configuration, and one interface's.
+int showRunningConfig(const Match& m, const Context& c, Output& out);
+int showRunningConfigInterface(const Match& m, const Context& c, Output& out);
+
 // NexthopGroupCommands.cpp: nexthop group summary, listing and counters.
 int showNexthopGroupSummary(const Match& m, const Context& c, Output& out);
 int showNexthopGroups(const Match& m, const Context& c, Output& out);

@@ -136,6 +136,14 @@ void addCommands(Grammar& grammar) {
        [](const Match& m, const Context& c, Output& out) {
          return showRouteSummary(m, c, out, true);
        }},
+      {"show running-config [all]",
+       {{"running-config", "Current configuration"},
+        {"all", "With the static routes' default preference and tag too"}},
+       showRunningConfig},
+      {"show running-config interface INTF",
+       {{"running-config", "Current configuration"},
+        {"interface", "One interface's configuration"}},
+       showRunningConfigInterface},
       {"show running-config static-routes [all]",
        {{"running-config", "Current configuration"},
         {"static-routes", "Static routes"},

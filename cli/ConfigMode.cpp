@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/ConfigLines.h"
+#include "cli/ConfigSession.h"
 #include "cli/DeviceState.h"
 #include "cli/Output.h"
 #include "lib/registry/TypeRegistry.h"
@@ -35,14 +37,8 @@ constexpr const char* kMgmtPrefix = "Management";
 
 // ---- where the shell is ----
 
-enum class Mode { exec, config, interface, vrf };
-
-struct Session {
-  Mode mode = Mode::exec;
-  std::string intf;  // interface mode: the interface
-  std::string vrf;   // VRF mode: the VRF
-};
-Session session;
+using Mode = ConfigMode;
+ConfigPosition& session = configPosition();
 
 // A state entity to change; null when the state has none.
 template <class T>
@@ -310,7 +306,7 @@ int enterInterface(const Match& m, const Context& c) {
   auto all = writable<Interface::AllIntfConfigDir>(layout::intfConfig);
   auto statuses = writable<Interface::AllIntfStatusDir>(layout::intfStatus);
   if (!all || !statuses) return refuse(c, "The state has no interface configuration");
-  if (!all->intfConfig().contains(id)) {
+  if (!inSession() && !all->intfConfig().contains(id)) {
     auto config = Mox::makePtr<Interface::IntfConfig>(id);
     config->vrfIs(L3::VrfName::defaultVrf());
     all->intfConfigIs(id, config);
@@ -331,6 +327,9 @@ int enterVrf(const Match& m, const Context& c) {
                   "Invalid input at " + Mox::shownWord(m.value("NAME")) + ": a VRF name is " +
                       L3::VrfName::kNameRule,
                   kStatusUsage);
+  }
+  if (!inSession()) {
+    if (int s = createVrf(m.value("NAME"), c); s >= 0) return s;
   }
   session.mode = Mode::vrf;
   session.vrf = m.value("NAME");
@@ -373,10 +372,12 @@ int noRd(const Match&, const Context&) {
 
 int exitMode(const Match&, const Context&) {
   session.mode = session.mode == Mode::config ? Mode::exec : Mode::config;
+  session.enteredBy.clear();
   return kStatusOk;
 }
 int endMode(const Match&, const Context&) {
   session.mode = Mode::exec;
+  session.enteredBy.clear();
   return kStatusOk;
 }
 
@@ -426,16 +427,28 @@ void addConfigTypes(Grammar& g) {
   g.addKeywordHelp("no", "Remove configuration");
   g.addKeywordHelp("exit", "Leave this mode");
   g.addKeywordHelp("end", "Leave configuration mode");
+  addDeviceConfigTypes(g);
 }
 
 // A configuration line prints nothing; in JSON mode it leaves, as every command does, one
 // document: {}. (A refused line's message goes to standard error.)
-std::vector<Row> leavingOneDocument(std::vector<Row> rows) {
+// In a configuration session a line that changes the configuration is recorded instead
+// (ConfigSession.h), and a line that enters a sub-mode is recorded and only moves there.
+std::vector<Row> leavingOneDocument(std::vector<Row> rows, LineKind kind = LineKind::edit) {
   for (Row& r : rows) {
-    r.action =
-        oneDocument([action = std::move(r.action)](const Match& m, const Context& c, Output& out) {
+    r.action = oneDocument(
+        [action = std::move(r.action), kind](const Match& m, const Context& c, Output& out) {
+          if (kind == LineKind::edit && inSession()) {
+            sessionRecord(m, false);
+            return out.nothing();
+          }
           const int status = action(m, c);
-          return status == kStatusOk ? out.nothing() : status;
+          if (status != kStatusOk) return status;
+          if (kind == LineKind::enter) {
+            session.enteredBy = lineOf(m);
+            if (inSession()) sessionRecord(m, true);
+          }
+          return out.nothing();
         });
   }
   return rows;
@@ -454,15 +467,22 @@ void addConfigRows(Grammar& g) {
         rows.push_back(std::move(r));
     }
   }
-  rows.push_back({"interface INTF", {{"interface", "Configure an interface"}}, enterInterface});
-  rows.push_back({"vrf instance NAME", {{"instance", "Configure a VRF"}}, enterVrf});
-  rows.push_back({"exit", {}, exitMode});
-  rows.push_back({"end", {}, endMode});
+  for (Row& r : deviceRows())
+    rows.push_back(std::move(r));
   g.addRows(leavingOneDocument(std::move(rows)));
+  g.addRows(leavingOneDocument(
+      {{"interface INTF", {{"interface", "Configure an interface"}}, enterInterface},
+       {"vrf instance NAME", {{"instance", "Configure a VRF"}}, enterVrf},
+       {"nexthop-group GROUP [type NHGTYPE]",
+        {{"nexthop-group", "Configure a nexthop group"}, {"type", "What the group encapsulates"}},
+        enterNexthopGroup}},
+      LineKind::enter));
+  g.addRows(leavingOneDocument({{"exit", {}, exitMode}, {"end", {}, endMode}}, LineKind::leave));
+  addSessionRows(g);
 }
 
 struct ConfigGrammars {
-  Grammar config, interface, vrf;
+  Grammar config, interface, vrf, nexthopGroup;
   ConfigGrammars() {
     addConfigRows(config);
     addConfigRows(interface);
@@ -485,35 +505,80 @@ struct ConfigGrammars {
         {"rd RD", {{"rd", "Route distinguisher of the VRF"}}, rd},
         {"no rd", {{"rd", "Remove the VRF's route distinguisher"}}, noRd},
     }));
+    interface.addRows(leavingOneDocument(interfaceRows()));
+    addConfigRows(nexthopGroup);
+    nexthopGroup.addRows(leavingOneDocument(nexthopGroupRows()));
   }
 };
+
+ConfigGrammars& grammars() {
+  static ConfigGrammars g;
+  return g;
+}
 
 }  // namespace
 
 void addConfigureRow(Grammar& exec) {
+  exec.addType({"SESSION", "Session name", [](std::string_view w) { return !w.empty(); }, {}});
   exec.addRows({{"configure",
                  {{"configure", "Enter configuration mode"}},
                  oneDocument([](const Match&, const Context&, Output& out) {
+                   leaveSession();
                    session.mode = Mode::config;
+                   return out.nothing();
+                 })},
+                {"configure session [SESSION]",
+                 {{"session", "Collect lines into a candidate, applied whole by commit"},
+                  {"SESSION", "The session's name (default: a new one)"}},
+                 oneDocument([](const Match& m, const Context& c, Output& out) {
+                   if (int s = enterSession(m.value("SESSION"), c); s >= 0) return s;
+                   session.mode = Mode::config;
+                   session.enteredBy.clear();
                    return out.nothing();
                  })}});
 }
 
+ConfigPosition& configPosition() {
+  static ConfigPosition position;
+  return position;
+}
+
+const Grammar& configGrammar(ConfigMode mode) {
+  ConfigGrammars& g = grammars();
+  switch (mode) {
+    case Mode::interface:
+      return g.interface;
+    case Mode::vrf:
+      return g.vrf;
+    case Mode::nexthopGroup:
+      return g.nexthopGroup;
+    default:
+      return g.config;
+  }
+}
+
 ModeSource shellModes(const Grammar& exec) {
-  auto grammars = std::make_shared<std::unique_ptr<ConfigGrammars>>();
-  return [&exec, grammars]() -> ShellMode {
+  return [&exec]() -> ShellMode {
     if (session.mode == Mode::exec) return {&exec, Shell::kPrompt, false};
-    if (!*grammars) *grammars = std::make_unique<ConfigGrammars>();
-    ConfigGrammars& g = **grammars;
+    // A session shows its name, as router shells do: rova(config-s-NAME)#.
+    const std::string s = inSession() ? "-s-" + sessionName() : "";
+    const Grammar& g = configGrammar(session.mode);
     switch (session.mode) {
       case Mode::interface:
-        return {&g.interface, "rova(config-if-" + session.intf + ")#", true};
+        return {&g, "rova(config" + s + "-if-" + session.intf + ")#", true};
       case Mode::vrf:
-        return {&g.vrf, "rova(config-vrf-" + session.vrf + ")#", true};
+        return {&g, "rova(config" + s + "-vrf-" + session.vrf + ")#", true};
+      case Mode::nexthopGroup:
+        return {&g, "rova(config" + s + "-nexthop-group-" + session.group + ")#", true};
       default:
-        return {&g.config, "rova(config)#", true};
+        return {&g, "rova(config" + s + ")#", true};
     }
   };
+}
+
+int runInMode(const Grammar& exec, std::span<const std::string> words, const Context& context) {
+  const Grammar& g = session.mode == Mode::exec ? exec : configGrammar(session.mode);
+  return runCommand(g, words, context);
 }
 
 }  // namespace cli

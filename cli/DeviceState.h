@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "lib/registry/TypeRegistry.h"
@@ -35,6 +36,13 @@ class DeviceState {
   bool live() const { return live_; }
 
   const Statum::EntityManager& entities() const { return *em_; }
+  // Puts `em` in place of the state's tables and hands back the ones it held; the state's
+  // file, source and saved flag stay. A configuration session judges its candidate on a copy
+  // this way.
+  void swapEntities(Mox::Ptr<Statum::EntityManager>& em) {
+    std::swap(em_, em);
+    std::swap(unsaved_, swappedUnsaved_);
+  }
   const std::string& source() const { return source_; }
   // The file the state was loaded from; empty for the built-in example.
   const std::string& filePath() const { return filePath_; }
@@ -79,6 +87,7 @@ class DeviceState {
   bool live_ = false;
   std::string filePath_;
   bool unsaved_ = false;
+  bool swappedUnsaved_ = false;
   Snapshot::FileStamp stamp_;  // the state's own file as it was read or last written
 
   void use(Mox::Ptr<Statum::EntityManager> em, std::string source);

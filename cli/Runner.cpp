@@ -107,6 +107,11 @@ std::vector<std::string> splitWords(std::string_view line) {
   // quotes themselves are not part of the word. An unclosed quote runs to the end.
   std::vector<std::string> words;
   std::size_t i = 0;
+  // A line that starts with '!' is a comment, as in a router's configuration, whose blocks
+  // `show running-config` separates with "!" lines.
+  while (i < line.size() && isSpace(line[i]))
+    ++i;
+  if (i < line.size() && line[i] == '!') return words;
   while (i < line.size()) {
     while (i < line.size() && isSpace(line[i]))
       ++i;

@@ -57,7 +57,8 @@ int runCommand(const Grammar& grammar, std::span<const std::string> words, const
 int refuseLine(std::span<const std::string> words, std::string_view message, int status,
                const Context& context);
 
-// Splits a typed line at blanks (spaces, tabs, a trailing newline).
+// Splits a typed line at blanks (spaces, tabs, a trailing newline); a comment line (its first
+// word starts with '!') has no words.
 std::vector<std::string> splitWords(std::string_view line);
 
 }  // namespace cli

@@ -90,8 +90,17 @@ struct IntfAddressEditor::V6 {
   static void insert(Ip6::Config& c, const Plexa::IntfId& id, Mox::Ptr<IntfConfig> r) {
     c.intfIs(id, std::move(r));
   }
+  // `linkLocal` is the keyword that names a link-local address: one that belongs to its link
+  // alone, so it overlaps nothing, and that the check takes only with the keyword.
   static AddressQueryResult check(const IntfAddressEditor& e, const Plexa::IntfId& intf,
-                                  const Addr& addr, bool) {
+                                  const Addr& addr, bool linkLocal) {
+    if (linkLocal) {
+      AddressQueryResult r;
+      r.acceptableIs(addr.address().isLinkLocal());
+      if (!r.acceptable())
+        r.msgIs(Mox::String8("Address " + addr.stringValue() + " is not a link-local address"));
+      return r;
+    }
     const Address6QueryParams params(e.ip6Config_, Mox::String8(intf.stringValue()), e.mgmtPrefix_,
                                      addr);
     return Address6AssignmentChecker().check(params);

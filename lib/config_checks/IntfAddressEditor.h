@@ -35,7 +35,9 @@ class IntfAddressEditor : public Mox::Entity {
   // `addrWithMask` is an IPv4 or an IPv6 address with its mask length, which says the family.
   // An IPv4 primary replaces the primary (its mask may change); a secondary is added to the
   // secondaries, and may be given again but not with another mask. IPv6 addresses have no
-  // primary: each is one more. Returns the refusal, empty when the address is assigned.
+  // primary: each is one more, and `secondary` says it is link-local (the `link-local`
+  // keyword), which only a link-local address may be and which only such an address needs.
+  // Returns the refusal, empty when the address is assigned.
   Mox::String8 addAddress(Plexa::IntfId intf, Mox::String8 addrWithMask, bool secondary);
   // Removes one address, which must be assigned as named (IPv4: as primary or as secondary).
   // Returns the refusal, empty when it went.
