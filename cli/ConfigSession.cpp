@@ -251,12 +251,13 @@ std::string unifiedDiff(const std::string& from, const std::string& to, const st
   std::string out;
   std::size_t i = 0;
   while (i < edits.size()) {
-    // The next change, and the last change that lies within two contexts of the one before.
+    // The next change, and the last one whose unchanged lines before it are no more than two
+    // contexts: those share one hunk.
     while (i < edits.size() && edits[i].op == Op::same)
       ++i;
     if (i == edits.size()) break;
     std::size_t last = i;
-    for (std::size_t j = i + 1; j < edits.size() && j <= last + 2 * kContext; ++j) {
+    for (std::size_t j = i + 1; j < edits.size() && j <= last + 2 * kContext + 1; ++j) {
       if (edits[j].op != Op::same) last = j;
     }
     const std::size_t begin = i > kContext ? i - kContext : 0;
