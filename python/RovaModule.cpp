@@ -9,6 +9,7 @@
 
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
+#include <algorithm>
 
 #include <memory>
 #include <optional>
@@ -190,4 +191,52 @@ PYBIND11_MODULE(rova, m) {
       "Runs a rova command on a state: its output as text, the parsed document with "
       "json=True, or an iterator of lines with lines=True. A failed command raises "
       "rova.CommandError (rova.InternalError for an internal error) with the CLI's messages.");
+  m.def(
+      "configure",
+      [](const PyState& s, const py::object& lines, const py::object& session) {
+        std::vector<std::string> list;
+        if (py::isinstance<py::str>(lines)) {
+          const std::string text = utf8(lines);
+          std::size_t start = 0;
+          while (start < text.size()) {
+            const std::size_t end = std::min(text.find('\n', start), text.size());
+            list.push_back(text.substr(start, end - start));
+            start = end + 1;
+          }
+        } else {
+          for (const py::handle& l : lines)
+            list.push_back(utf8(l));
+        }
+        if (session.is_none()) {
+          configure(s, list, "configure", true);
+        } else {
+          configure(s, list, "configure session " + utf8(session), true);
+        }
+      },
+      py::arg("state"), py::arg("lines"), py::arg("session") = py::none(),
+      "Configuration lines (one text of lines, or a list), as configuration mode takes them. "
+      "Without a session each applies at once; with session=NAME they are recorded in that "
+      "session's candidate until commit(). A refused line raises rova.CommandError naming it; "
+      "the lines before it stay.");
+  m.def(
+      "session_diff",
+      [](const PyState& s, const py::str& session) {
+        return configure(s, {"show session diff"}, "configure session " + utf8(session), false);
+      },
+      py::arg("state"), py::arg("session"),
+      "What the session's candidate changes: a unified diff of the running configuration.");
+  m.def(
+      "commit",
+      [](const PyState& s, const py::str& session) {
+        configure(s, {"commit"}, "configure session " + utf8(session), false);
+      },
+      py::arg("state"), py::arg("session"),
+      "Applies the session's candidate whole; when a line is refused, nothing, and raises "
+      "rova.CommandError naming the line.");
+  m.def(
+      "abort",
+      [](const PyState& s, const py::str& session) {
+        configure(s, {"abort"}, "configure session " + utf8(session), false);
+      },
+      py::arg("state"), py::arg("session"), "Drops the session's candidate.");
 }

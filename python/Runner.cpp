@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/ConfigMode.h"
+#include "cli/ConfigSession.h"
 #include "cli/Grammar.h"
 #include "cli/Runner.h"
 #include "platform/mox/Exception.h"
@@ -122,6 +124,60 @@ py::object runCommand(const PyState& s, const std::string& line, bool json) {
     raiseCommandError(status, messages, output, text);
   }
   return document(text, json);
+}
+
+// The command table with the way into configuration mode, for configuration lines only: `run`
+// keeps the table without it, so that no command of a script is left in configuration mode.
+const cli::Grammar& configExec() {
+  static cli::Grammar* g = [] {
+    auto* made = new cli::Grammar;
+    cli::addCommands(*made);
+    cli::addConfigureRow(*made);
+    return made;
+  }();
+  return *g;
+}
+
+py::object configure(const PyState& s, const std::vector<std::string>& lines,
+                     const std::string& opening, bool nameLines) {
+  auto lock = commandLock();
+  s.adopt();
+  const int out = memoryFile("rova-output");
+  const int err = memoryFile("rova-messages");
+  // Whatever happens, the module leaves configuration mode; a session's candidate stays.
+  struct Leave {
+    int out, err;
+    ~Leave() {
+      cli::configPosition() = cli::ConfigPosition{};
+      cli::leaveSession();
+      ::close(out);
+      ::close(err);
+    }
+  } leave{out, err};
+  int status = cli::kStatusOk;
+  std::string refusal;
+  {
+    py::gil_scoped_release release;
+    startCommand();
+    cli::configPosition() = cli::ConfigPosition{};
+    cli::leaveSession();
+    const cli::Context context{out, err};
+    status = cli::runInMode(configExec(), cli::splitWords(opening), context);
+    for (std::size_t i = 0; status == cli::kStatusOk && i < lines.size(); ++i) {
+      const std::vector<std::string> words = cli::splitWords(lines[i]);
+      if (words.empty()) continue;
+      status = cli::runInMode(configExec(), words, context);
+      if (status != cli::kStatusOk && nameLines)
+        refusal = "line " + std::to_string(i + 1) + " '" + lines[i] + "': ";
+    }
+  }
+  std::string messages = readAll(err);
+  raiseInterrupt(status);
+  if (status != cli::kStatusOk) {
+    if (messages.rfind("% ", 0) == 0 && !refusal.empty()) messages.erase(0, 2);
+    raiseCommandError(status, refusal + messages, py::none(), "");
+  }
+  return pyText(readAll(out));
 }
 
 }  // namespace rovapy

@@ -25,6 +25,13 @@ namespace rovapy {
 // rova.CommandError (rova.InternalError for an internal error).
 py::object runCommand(const PyState& s, const std::string& line, bool json);
 
+// Configuration lines, after `opening` ("configure" or "configure session NAME"), one after
+// another in configuration mode; configuration mode is left at the end. A refused line raises
+// rova.CommandError with its message, naming the line ("line 2 'ip route ...': ...") when
+// `nameLines`. Returns what the lines printed.
+py::object configure(const PyState& s, const std::vector<std::string>& lines,
+                     const std::string& opening, bool nameLines);
+
 // The pieces LineStream runs a command with.
 std::vector<std::string> commandWords(const std::string& line, bool& json);
 int memoryFile(const char* name);

@@ -702,3 +702,39 @@ def test_the_documented_example_runs(capsys):
     assert "10.23.0.0/16 B E [('10.20.4.254', 'Ethernet4')]" in out
     assert "refused: Subnet 10.2.0.0 overlaps with existing subnet 10.2.3.0 of interface " \
         "Ethernet3" in out
+
+
+# ---- configuration lines and sessions ----
+
+def static_routes(s):
+    return rova.run(s, "show running-config static-routes")
+
+
+def test_configuration_lines_apply_at_once_and_a_refusal_names_its_line(state):
+    rova.configure(state, "interface Ethernet5\n   ip address 10.77.0.1/24\n!\nhostname lab")
+    assert "ip address 10.77.0.1/24" in rova.run(state, "show running-config interface Ethernet5")
+    with pytest.raises(rova.CommandError) as e:
+        rova.configure(state, ["ip route 10.97.0.0/16 10.1.1.9", "ip route 10.98.0.0/16 10.77.0.1"])
+    assert str(e.value) == ("line 2 'ip route 10.98.0.0/16 10.77.0.1': Next hop 10.77.0.1 is an "
+                            "address of this router in VRF default")
+    assert e.value.status == 1
+    # The line before the refused one stays, as in configuration mode.
+    assert "ip route 10.97.0.0/16 10.1.1.9" in static_routes(state)
+    # The module is out of configuration mode again: a command runs as ever.
+    assert rova.run(state, "show version").startswith("rova")
+
+
+def test_a_session_commits_whole_or_nothing(state):
+    before = static_routes(state)
+    rova.configure(state, ["ip route 10.99.0.0/16 10.1.1.9"], session="py")
+    assert static_routes(state) == before
+    assert "+ip route 10.99.0.0/16 10.1.1.9" in rova.session_diff(state, "py").splitlines()
+    rova.configure(state, ["ip route 10.98.0.0/16 10.0.0.11"], session="py")
+    with pytest.raises(rova.CommandError) as e:
+        rova.commit(state, "py")
+    assert "line 2 'ip route 10.98.0.0/16 10.0.0.11'" in str(e.value)
+    assert static_routes(state) == before
+    rova.abort(state, "py")
+    rova.configure(state, ["ip route 10.99.0.0/16 10.1.1.9"], session="py")
+    rova.commit(state, "py")
+    assert "ip route 10.99.0.0/16 10.1.1.9" in static_routes(state)
