@@ -373,11 +373,14 @@ int noRd(const Match&, const Context&) {
 int exitMode(const Match&, const Context&) {
   session.mode = session.mode == Mode::config ? Mode::exec : Mode::config;
   session.enteredBy.clear();
+  // A session left for the command table stays pending, under its name.
+  if (session.mode == Mode::exec) leaveSession();
   return kStatusOk;
 }
 int endMode(const Match&, const Context&) {
   session.mode = Mode::exec;
   session.enteredBy.clear();
+  leaveSession();
   return kStatusOk;
 }
 

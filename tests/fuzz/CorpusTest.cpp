@@ -43,6 +43,10 @@ const std::map<std::string, std::string> kSampleWords = {
     {"VNI", "10"},
     {"MAC", "00:11:22:33:44:55"},
     {"ADDR", "10.9.9.9"},
+    {"SESSION", "s9"},
+    {"SIZE", "8"},
+    {"TTL", "32"},
+    {"INDEX", "2"},
 };
 
 // What a grammar offers: every keyword (choices and `json` included) and every row.
@@ -115,6 +119,9 @@ const std::map<std::string, Mode>& modes() {
     runner.runWords({"exit"});
     runner.runWords({"vrf", "instance", "red"});
     add("vrf");
+    runner.runWords({"exit"});
+    runner.runWords({"nexthop-group", "NHG-A"});
+    add("nexthop-group");
     runner.leaveModes();
     return m;
   }();

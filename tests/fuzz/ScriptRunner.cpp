@@ -31,8 +31,13 @@ bool isLeaveWord(std::string_view word) {
 
 // The mode, from the prompt the shell would show in it.
 std::string modeName(const std::string& prompt) {
-  if (prompt.rfind("rova(config-if-", 0) == 0) return "interface";
-  if (prompt.rfind("rova(config-vrf-", 0) == 0) return "vrf";
+  // A session's prompt holds its name first: rova(config-s-NAME-if-Ethernet1)#.
+  if (prompt.rfind("rova(config", 0) == 0 && prompt.find("-if-") != std::string::npos)
+    return "interface";
+  if (prompt.rfind("rova(config", 0) == 0 && prompt.find("-vrf-") != std::string::npos)
+    return "vrf";
+  if (prompt.rfind("rova(config", 0) == 0 && prompt.find("-nexthop-group-") != std::string::npos)
+    return "nexthop-group";
   if (prompt.rfind("rova(config", 0) == 0) return "config";
   return "exec";
 }

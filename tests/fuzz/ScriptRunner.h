@@ -26,7 +26,7 @@ namespace fuzz {
 // One line as it ran.
 struct LineRun {
   std::vector<std::string> words;
-  // The mode the line was read in: "exec", "config", "interface" or "vrf".
+  // The mode the line was read in: "exec", "config", "interface", "vrf" or "nexthop-group".
   std::string mode;
   const cli::Grammar* grammar = nullptr;
   bool json = false;

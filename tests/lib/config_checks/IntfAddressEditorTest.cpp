@@ -116,6 +116,20 @@ TEST_F(IntfAddressEditing, Ipv6AddressesKeepTheStatusInStep) {
   EXPECT_EQ(config4("Ethernet1"), "10.1.1.1/24");
 }
 
+// A link-local address is taken only with its keyword (the `secondary` flag of IPv6), and
+// then on any number of interfaces: it belongs to its link.
+TEST_F(IntfAddressEditing, ALinkLocalAddressNeedsItsKeyword) {
+  EXPECT_EQ(add("Ethernet1", "fe80::1/64"),
+            "'link-local' keyword must be used to configure a link local address.");
+  EXPECT_EQ(add("Ethernet1", "fe80::1/64", true), "");
+  EXPECT_EQ(add("Ethernet2", "fe80::1/64", true), "");
+  EXPECT_EQ(config6("Ethernet2"), "fe80::1/64");
+  EXPECT_EQ(status6("Ethernet2"), "fe80::1/64");
+  EXPECT_EQ(add("Ethernet1", "2001:db8:9::1/64", true),
+            "Address 2001:db8:9::1/64 is not a link-local address");
+  EXPECT_EQ(config6("Ethernet1"), "fe80::1/64");
+}
+
 TEST_F(IntfAddressEditing, ANewInterfaceTakesItsVrfFromTheInterfaceConfiguration) {
   EXPECT_EQ(add("Ethernet5", "10.8.8.1/24"), "");
   EXPECT_EQ(add("Ethernet5", "2001:db8:8::1/64"), "");
