@@ -155,11 +155,22 @@ int groupSource(const Match& m, const Context& c) {
 int groupEntry(const Match& m, const Context& c) {
   auto group = currentGroup(c);
   if (!group) return kStatusFailed;
-  const auto index = std::uint16_t(toNumber(m.value("INDEX")));
+  // A group's entries are numbered from 0 without a gap, as a state holds them (entry i is
+  // the i-th): a new entry comes next, and only the last one goes.
+  const unsigned index = toNumber(m.value("INDEX"));
+  const std::size_t count = group->entrys();
   if (m.flag("no")) {
-    if (group->entryDel(index)) state().changed();
+    if (index >= count) return kStatusOk;
+    if (index + 1 != count)
+      return say(c, "Entry " + std::to_string(index) + " is not the last (" +
+                        std::to_string(count - 1) + "); the entries have no gaps");
+    group->entryDel(std::uint16_t(index));
+    state().changed();
     return kStatusOk;
   }
+  if (index > count)
+    return say(c, "Entry " + std::to_string(index) + " would leave a gap; the next entry is " +
+                      std::to_string(count));
   if (group->size() != 0 && index >= group->size())
     return say(c, "Entry " + std::to_string(index) + " is beyond the group's size " +
                       std::to_string(group->size()));
@@ -173,7 +184,7 @@ int groupEntry(const Match& m, const Context& c) {
     }
     entry.mplsLabelsIs(Plexa::MplsLabelOperation::fromString(op));
   }
-  group->entryIs(index, entry);
+  group->entryIs(std::uint16_t(index), entry);
   state().changed();
   return kStatusOk;
 }

@@ -111,9 +111,10 @@ TEST_F(RunningConfig, EditedStatesReplayToTheSameText) {
         case 3:
           s += "nexthop-group " + pick({"G1", "NHG-B", "NHG-IP"}) + " " +
                pick({"type mpls", "type gre", ""}) + "\n" +
-               pick({"size 6", "ttl 9", "tunnel-source 10.0.0.11", "no entry 1",
-                     "entry 3 nexthop 10.5.5.5 label swap 17", "entry 0 nexthop 2001:db8::5",
-                     "no size", "label pop"}) +
+               pick({"size 6", "ttl 9", "tunnel-source 10.0.0.11", "no entry 1", "no entry 2",
+                     "entry 1 nexthop 10.5.5.5 label swap 17", "entry 0 nexthop 2001:db8::5",
+                     "entry 2 nexthop 10.5.5.6", "entry 3 nexthop 10.5.5.7 label push 9", "no size",
+                     "label pop"}) +
                "\nexit\n";
           break;
         case 4:
@@ -140,6 +141,24 @@ TEST_F(RunningConfig, EditedStatesReplayToTheSameText) {
     EXPECT_EQ(replayed(text), text) << script;
   }
   EXPECT_GT(changed, 40);
+}
+
+// A state numbers a group's entries from 0 without gaps, so configuration keeps them so: what
+// it takes, `write` saves and loads again as it was.
+TEST_F(RunningConfig, NexthopGroupEntriesHaveNoGaps) {
+  useState(kEmptyState);
+  EXPECT_EQ(run("configure\nnexthop-group G type gre\nentry 0 nexthop 10.1.1.1\n"
+                "entry 2 nexthop 10.1.1.3\nentry 1 nexthop 10.1.1.2\nno entry 0\nno entry 1\n"
+                "entry 0 nexthop 10.1.1.9\n"),
+            "% Entry 2 would leave a gap; the next entry is 1\n"
+            "% Entry 0 is not the last (1); the entries have no gaps\n");
+  const std::string text = cli::runningConfigText();
+  EXPECT_NE(text.find("nexthop-group G type gre\n   entry 0 nexthop 10.1.1.9\n!\n"),
+            std::string::npos)
+      << text;
+  cli::DeviceState::instance().adopt(
+      Snapshot::load(Snapshot::write(cli::DeviceState::instance().entities())), "test", "");
+  EXPECT_EQ(cli::runningConfigText(), text);
 }
 
 TEST_F(RunningConfig, OneInterfaceIsItsBlockOfTheWhole) {
