@@ -36,6 +36,7 @@ struct IntfAddressEditor::V4 {
   static void insert(Ip::Config& c, const Plexa::IntfId& id, Mox::Ptr<IntfConfig> r) {
     c.intfConfigIs(id, std::move(r));
   }
+  static void erase(Ip::Config& c, const Plexa::IntfId& id) { c.intfConfigDel(id); }
 
   // A new primary may change the mask of the one it replaces; a secondary may be entered
   // again, but not with another mask, and never equal to the primary.
@@ -90,6 +91,7 @@ struct IntfAddressEditor::V6 {
   static void insert(Ip6::Config& c, const Plexa::IntfId& id, Mox::Ptr<IntfConfig> r) {
     c.intfIs(id, std::move(r));
   }
+  static void erase(Ip6::Config& c, const Plexa::IntfId& id) { c.intfDel(id); }
   // `linkLocal` is the keyword that names a link-local address: one that belongs to its link
   // alone, so it overlaps nothing, and that the check takes only with the keyword.
   static AddressQueryResult check(const IntfAddressEditor& e, const Plexa::IntfId& intf,
@@ -163,17 +165,26 @@ template <class Family>
 Mox::String8 IntfAddressEditor::add(const Plexa::IntfId& intf, const Mox::String8& text,
                                     bool secondary) {
   const auto addr = Family::Addr::fromString(std::string(text.view()));
-  const AddressQueryResult verdict = Family::check(*this, intf, addr, secondary);
-  if (!verdict.acceptable()) return verdict.msg();
   auto& config = Family::config(*this);
-  if (!config) return Mox::String8(Family::kNoConfig);
+  if (!config) {
+    const AddressQueryResult verdict = Family::check(*this, intf, addr, secondary);
+    return verdict.acceptable() ? Mox::String8(Family::kNoConfig) : verdict.msg();
+  }
+  // The checks take an interface without an IP record for one of the default VRF; one that is
+  // already in another VRF gets its record first, so that its address is judged there.
   auto record = Family::find(*config, intf);
-  if (!record) {
+  const bool fresh = !record;
+  if (fresh) {
     record = Mox::makePtr<typename Family::IntfConfig>(intf);
     const auto* known = allIntfConfig_ ? &allIntfConfig_->intfConfig() : nullptr;
     record->vrfIs(known ? intfVrf(*known, Mox::String8(intf.stringValue()))
                         : L3::VrfName::defaultVrf());
     Family::insert(*config, intf, record);
+  }
+  const AddressQueryResult verdict = Family::check(*this, intf, addr, secondary);
+  if (!verdict.acceptable()) {
+    if (fresh) Family::erase(*config, intf);
+    return verdict.msg();
   }
   Family::assign(*record, addr, secondary);
   Family::sync(*this, *record);

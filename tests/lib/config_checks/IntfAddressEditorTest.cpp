@@ -141,6 +141,20 @@ TEST_F(IntfAddressEditing, ANewInterfaceTakesItsVrfFromTheInterfaceConfiguration
   EXPECT_EQ(status6("Ethernet5"), "2001:db8:8::1/64");
 }
 
+// Ethernet5 is in VRF red before it has an address: its first address is judged there, not
+// against the default VRF's subnets; and a refused first address leaves no record behind.
+TEST_F(IntfAddressEditing, AFirstAddressIsJudgedInTheInterfacesVrf) {
+  EXPECT_EQ(add("Ethernet5", "10.1.1.1/24"), "");
+  EXPECT_EQ(ip4.config->intfConfig(IntfId("Ethernet5"))->vrf(), L3::VrfName("red"));
+  auto e7 = Mox::makePtr<Interface::IntfConfig>(IntfId("Ethernet7"));
+  e7->vrfIs(L3::VrfName("red"));
+  intfs->intfConfigIs(e7->intfId(), e7);
+  EXPECT_EQ(add("Ethernet7", "10.1.1.1/24"),
+            "Address 10.1.1.1 is already assigned to interface Ethernet5");
+  EXPECT_EQ(config4("Ethernet7"), "none");
+  EXPECT_EQ(status4("Ethernet7"), "none");
+}
+
 TEST_F(IntfAddressEditing, ARefusedEditChangesNothing) {
   // The checks' own verdicts: an overlap with another interface, a secondary equal to the
   // primary.
