@@ -307,6 +307,11 @@ void leaveSession() {
   sessions().current.clear();
 }
 
+void dropSessions() {
+  sessions().candidate.clear();
+  sessions().current.clear();
+}
+
 std::string lineOf(const Match& m) {
   std::string line;
   for (const Token& t : m.tokens()) {

@@ -26,6 +26,8 @@ const std::string& sessionName();
 int enterSession(const std::string& name, const Context& c);
 // Plain `configure`: lines apply at once again; a session left this way stays pending.
 void leaveSession();
+// Drops every session, pending or current.
+void dropSessions();
 // Records a matched line in the current session, under the sub-mode it was typed in (an
 // `enter` line opens its own).
 void sessionRecord(const Match& m, bool enter);

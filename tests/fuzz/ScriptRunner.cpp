@@ -11,6 +11,7 @@
 
 #include "cli/Commands.h"
 #include "cli/ConfigMode.h"
+#include "cli/ConfigSession.h"
 #include "cli/DeviceState.h"
 
 namespace fuzz {
@@ -80,6 +81,8 @@ ScriptRunner::~ScriptRunner() {
 
 void ScriptRunner::useExample() {
   leaveModes();
+  // A session another script left pending would make this script's commit depend on it.
+  cli::dropSessions();
   // Loading the example costs more than most scripts, so an input that changed nothing leaves
   // it to the next. A command that changes the state says so (a one-shot command saves only
   // then), and so does every other way the state is replaced.
