@@ -725,22 +725,32 @@ bool sameState(std::string_view x, std::string_view y) {
 std::string write(const Statum::EntityManager& em, std::string_view original) {
   std::string now = write(em);
   if (original.empty()) return now;
-  std::string before;
-  try {
-    before = write(*load(original));
-  } catch (const LoadError&) {
-    return now;
-  }
-  if (before == now) return std::string(original);
+  // The writer's text of the state the original loads as; an original that does not load
+  // has no form to keep.
+  struct NoOriginal {};
+  const auto before = [&] {
+    try {
+      return write(*load(original));
+    } catch (const LoadError&) {
+      throw NoOriginal{};
+    }
+  };
   // A value left out of a new entity means its default, which may hang on more than the
   // entity's type: should the state read back otherwise, the new entities say everything.
   for (const bool leaveOutDefaults : {true, false}) {
     try {
-      std::string kept = KeepForm(original, before, now, leaveOutDefaults).run();
+      std::string kept;
+      {
+        const std::string was = before();
+        if (was == now) return std::string(original);
+        kept = KeepForm(original, was, now, leaveOutDefaults).run();
+      }
+      // (The text of before is let go first: on a full table it is as large as the state.)
       if (sameState(write(*load(kept)), now)) return kept;
-        fprintf(stderr, "NOT SAME %d\n%s\n", int(leaveOutDefaults), kept.c_str());
     } catch (const CannotKeepForm&) {
     } catch (const LoadError&) {
+    } catch (const NoOriginal&) {
+      return now;
     }
   }
   return now;
