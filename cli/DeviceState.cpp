@@ -28,6 +28,7 @@ void DeviceState::load(const std::string& path) {
   // Standard input is read once; there is no file to write back to.
   filePath_ = path == "-" ? std::string() : path;
   stamp_ = stamp;
+  builtIn_ = path.empty();
 }
 
 void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
@@ -35,12 +36,14 @@ void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
   if (em_ != em || filePath != filePath_) stamp_ = {};
   if (em_ != em) use(std::move(em), std::move(source));
   live_ = false;
+  builtIn_ = false;
   filePath_ = std::move(filePath);
 }
 
 void DeviceState::loadLive() {
   use(Snapshot::readLive(), "live");
   live_ = true;
+  builtIn_ = false;
   filePath_.clear();
   stamp_ = {};
 }
@@ -66,7 +69,13 @@ void DeviceState::save(const std::string& path) {
   }
   // The state's own file, by its name or another (a link), must be as the state found it.
   const bool own = target == filePath_ || stamp_.sameFile(Snapshot::stampOf(target));
-  const Snapshot::FileStamp written = Snapshot::save(*em_, target, own ? &stamp_ : nullptr);
+  // The document the state came from, read again now rather than kept since the load (a
+  // full table's text is as large as its tables): the new text keeps its form.
+  const std::string original = !filePath_.empty() ? Snapshot::documentText(filePath_, stamp_)
+                               : builtIn_         ? std::string(Snapshot::embeddedExample())
+                                                  : std::string();
+  const Snapshot::FileStamp written =
+      Snapshot::save(*em_, target, own ? &stamp_ : nullptr, original);
   if (own) stamp_ = written;
   if (target == filePath_) unsaved_ = false;
 }

@@ -51,7 +51,9 @@ class DeviceState {
   // the state was loaded or last saved to its own file.
   void changed() { unsaved_ = true; }
   bool unsaved() const { return unsaved_; }
-  // Writes the state to `path` (empty: the file it came from) with Snapshot::save. Saving over
+  // Writes the state to `path` (empty: the file it came from) with Snapshot::save, in the form
+  // of the document it was loaded from (read again from its file, unless that changed since
+  // it was read or last saved; standard input is not kept). Saving over
   // the file the state came from is refused when the file changed since it was loaded or
   // last saved by this process (another session wrote it). Throws Snapshot::SaveError;
   // Mox::RangeException when there is no file to write to.
@@ -89,6 +91,7 @@ class DeviceState {
   bool unsaved_ = false;
   bool swappedUnsaved_ = false;
   Snapshot::FileStamp stamp_;  // the state's own file as it was read or last written
+  bool builtIn_ = false;       // loaded from the built-in example, whose text a write keeps
 
   void use(Mox::Ptr<Statum::EntityManager> em, std::string source);
 };

@@ -149,8 +149,27 @@ FileStamp stampOf(const std::string& path) {
   return stampOf(st);
 }
 
-FileStamp save(const Statum::EntityManager& em, const std::string& path, const FileStamp* loaded) {
-  const std::string text = write(em);
+std::string documentText(const std::string& path, const FileStamp& stamp) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return {};
+  Fd file(fd);
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return {};
+  if (stamp.known && stampOf(st) != stamp) return {};
+  std::string text(static_cast<std::size_t>(st.st_size), '\0');
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const ssize_t n = ::read(fd, text.data() + at, text.size() - at);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return {};
+    at += static_cast<std::size_t>(n);
+  }
+  return text;
+}
+
+FileStamp save(const Statum::EntityManager& em, const std::string& path, const FileStamp* loaded,
+               std::string_view original) {
+  const std::string text = write(em, original);
   const std::string target = fileToReplace(path);
   const auto unchanged = [&] {
     if (!loaded || !loaded->known) return;

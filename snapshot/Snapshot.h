@@ -88,6 +88,17 @@ struct FileStamp {
 // none.
 FileStamp stampOf(const std::string& path);
 
+// The state in the form of `original`, the document it was loaded from: what did not change
+// keeps its text, blanks and all (members in their order, defaults left out where they were),
+// a changed entity changes in place, a removed one goes, a new one comes after the last of
+// its list. Loading the text gives back the same state. With no original (empty), or one
+// this cannot follow, the text is write(em)'s.
+std::string write(const Statum::EntityManager& em, std::string_view original);
+
+// The text of the document at `path`, to give write() as the original: empty when it cannot
+// be read, is not a regular file, or is no longer what `stamp` says it was (when known).
+std::string documentText(const std::string& path, const FileStamp& stamp);
+
 // Writes the state to `path`, replacing the file atomically: the text goes to a temporary file
 // beside it, is flushed to disk, and is renamed over it. On any error (a full disk, a
 // read-only directory) SaveError is raised and `path` is left as it was, with no temporary
@@ -104,8 +115,11 @@ FileStamp stampOf(const std::string& path);
 // - SIGINT, SIGTERM and SIGHUP are held while the temporary file exists: one that comes
 //   abandons the save (SaveError "interrupted") and acts once the temporary file is gone.
 //
+// - With `original`, the text is write(em, original): the form of the document the state
+//   came from.
+//
 // Returns the stamp of the new file.
 FileStamp save(const Statum::EntityManager& em, const std::string& path,
-               const FileStamp* loaded = nullptr);
+               const FileStamp* loaded = nullptr, std::string_view original = {});
 
 }  // namespace Snapshot

@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -190,7 +192,6 @@ class ConfigRoundTrip : public testing::Test {
     example_ = rovatest::readText(ROVA_EXAMPLE);
     cli::addCommands(grammar_);
     cli::addConfigureRow(grammar_);
-    unchanged_ = Snapshot::write(*Snapshot::load(example_));
   }
   void TearDown() override { std::filesystem::remove_all(dir_); }
 
@@ -209,17 +210,30 @@ class ConfigRoundTrip : public testing::Test {
       shell.run();
     }
     std::fclose(in);
+    const Snapshot::FileStamp loaded = Snapshot::stampOf(file_);
     try {
       cli::DeviceState::instance().save("");
     } catch (const std::exception& e) {
       ADD_FAILURE() << "write failed: " << e.what() << "\nscript:\n" << script;
     }
+    // A save replaces the file: a new one, even when its text is the old one.
+    replaced_ = !Snapshot::stampOf(file_).sameFile(loaded);
     return err.contents();
+  }
+
+  // The lines of a text, sorted: two states that differ only in the order of their tables
+  // (a table fills a removed record's place with its last one) have the same.
+  static std::multiset<std::string> sortedLines(const std::string& text) {
+    std::multiset<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+      out.insert(line);
+    return out;
   }
 
   cli::Grammar grammar_;
   std::string dir_, file_, example_;
-  std::string unchanged_;  // what writing the example device gives
+  bool replaced_ = false;  // the last run's write replaced the file
 };
 
 TEST_F(ConfigRoundTrip, EveryWrittenStateLoadsAgainAndWritesTheSameText) {
@@ -229,14 +243,18 @@ TEST_F(ConfigRoundTrip, EveryWrittenStateLoadsAgainAndWritesTheSameText) {
     const std::string script = maker.script();
     const std::string messages = run(script);
     const std::string saved = rovatest::readText(file_);
-    if (saved == example_) {
+    if (!replaced_) {
       ADD_FAILURE() << "not written\nscript:\n" << script << "messages:\n" << messages;
       continue;
     }
-    if (saved != unchanged_) ++written;
+    if (saved != example_) ++written;
     try {
+      // The file holds the state of the session, and in its own form gives itself back.
       const auto reloaded = Snapshot::loadFile(file_);
-      EXPECT_EQ(Snapshot::write(*reloaded), saved) << script;
+      EXPECT_EQ(sortedLines(Snapshot::write(*reloaded)),
+                sortedLines(Snapshot::write(cli::DeviceState::instance().entities())))
+          << script;
+      EXPECT_EQ(Snapshot::write(*reloaded, saved), saved) << script;
     } catch (const Snapshot::LoadError& e) {
       ADD_FAILURE() << "the written state does not load: " << e.what() << "\nscript:\n"
                     << script << "messages:\n"

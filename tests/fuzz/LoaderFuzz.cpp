@@ -4,7 +4,8 @@
 // - every listing of every VRF passes ScriptRunner::check (no internal error, one JSON
 //   document, clean messages) in JSON, which selects what the text shows; the round-trip
 //   target, which starts from these seeds too, runs them in text;
-// - the document the state is saved as loads again, and saving that gives the same document.
+// - the document the state is saved as loads again, and saving that gives the same document;
+// - written in the form of the document it came from, the state gives that document back.
 // The round-trip target goes further: the reloaded state must list the same.
 
 #include <cstddef>
@@ -36,6 +37,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   } catch (const Snapshot::LoadError& e) {
     runner.fault("the saved document does not load", text, std::string(e.what()) + "\n" + saved);
+  }
+  // Written in its own form, an unchanged state is its document again, byte for byte.
+  if (Snapshot::write(*em, text) != text) {
+    runner.fault("written in its own form, the unchanged state gives another document", text,
+                 Snapshot::write(*em, text));
   }
 
   runner.use(std::move(em));
