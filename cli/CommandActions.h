@@ -40,6 +40,10 @@ int showRouteSummary(const Match& m, const Context& c, Output& out, bool v6);
 int showStaticRoutes(const Match& m, const Context& c, Output& out);
 int showStaticRoutesRib(const Match& m, const Context& c, Output& out);
 int clearStaticRoutes(const Match& m, const Context& c, Output& out);
+// Brings every VRF's forwarding tables in line with its static route configuration and the
+// interfaces, as a routing agent would; a writer of configuration calls it after each change.
+// What a static displaced is remembered for as long as the state in use stays loaded.
+void updateStaticRouteFibs();
 
 // NexthopGroupCommands.cpp: nexthop group summary, listing and counters.
 int showNexthopGroupSummary(const Match& m, const Context& c, Output& out);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/CommandActions.h"
 #include "cli/Commands.h"
 #include "cli/DeviceState.h"
 #include "cli/Output.h"
@@ -435,7 +436,11 @@ std::vector<Row> leavingOneDocument(std::vector<Row> rows) {
     r.action =
         oneDocument([action = std::move(r.action)](const Match& m, const Context& c, Output& out) {
           const int status = action(m, c);
-          return status == kStatusOk ? out.nothing() : status;
+          if (status != kStatusOk) return status;
+          // Whatever a line changed (a route, an address, an interface) may change what the
+          // static routes resolve through.
+          if (state().unsaved()) updateStaticRouteFibs();
+          return out.nothing();
         });
   }
   return rows;

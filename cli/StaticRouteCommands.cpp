@@ -3,6 +3,7 @@
 
 #include "cli/CommandActions.h"
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -114,7 +115,38 @@ int clearStaticRoutes(const Match& m, const Context& c, Output& out) {
     }
   }
   state().changed();
+  updateStaticRouteFibs();
   return out.nothing();
+}
+
+// ---- static routes in the forwarding tables ----
+
+void updateStaticRouteFibs() {
+  if (state().live()) return;
+  // One object per VRF for the life of the loaded state: it remembers the routes the statics
+  // displaced. Another state (loaded, or adopted from the Python module) starts afresh.
+  static Mox::Ptr<Statum::EntityManager> owner;
+  static std::map<std::string, Value> fibs;
+  if (owner != state().entityManager()) {
+    fibs.clear();
+    owner = state().entityManager();
+  }
+  for (const std::string& vrf : state().vrfNames()) {
+    Value& fib = fibs[vrf];
+    if (fib.isNone()) {
+      fib = registry().construct("Rova::StaticRouteFib",
+                                 {{"routes", state().atVrf(vrf, layout::fibRoute)},
+                                  {"fecs", state().atVrf(vrf, layout::fibFec)},
+                                  {"routes6", state().atVrf(vrf, layout::fib6Route)},
+                                  {"fecs6", state().atVrf(vrf, layout::fib6Fec)},
+                                  {"config", state().atVrf(vrf, layout::routingConfig)},
+                                  {"config6", state().atVrf(vrf, layout::routing6Config)},
+                                  {"intfStatus", state().at(layout::intfStatus)},
+                                  {"intfConfig", state().at(layout::intfConfig)},
+                                  {"nhgEntryStatus", state().at(layout::nhgEntryStatus)}});
+    }
+    registry().call(fib, "update", {});
+  }
 }
 
 }  // namespace cli
