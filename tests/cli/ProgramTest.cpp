@@ -442,15 +442,23 @@ TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
     SCOPED_TRACE(lines);
     clitest::Captured r = session(std::string("configure\n") + lines + "write\n");
     EXPECT_NE(r.status, 0);
-    EXPECT_EQ(r.err, message);
+    // The refusal names its line, and the summary says the run stopped there.
+    ASSERT_EQ(r.err.rfind("line ", 0), 0u) << r.err;
+    const std::string n = r.err.substr(5, r.err.find(':') - 5);
+    EXPECT_EQ(r.err, "line " + n + ": " + message + "% 1 of " + n +
+                         " lines refused; the run stopped at line " + n + "\n");
     EXPECT_EQ(contents(), before);
   }
-  // --keep-going runs every line; the accepted ones are written.
+  // --keep-going runs every line; the accepted ones are written, and the run ends with the
+  // refusal's status all the same.
   clitest::Captured r = session(
       "configure\nip route 10.5.0.0/16 10.1.1.0\nvrf instance green\nrd 100:7\nexit\n"
       "interface Loopback9\nip address 10.250.0.1/32\nend\nwrite\n",
       {"--keep-going"});
-  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err,
+            "line 2: % Next hop 10.1.1.0 is an address of this router in VRF default\n"
+            "% 1 of 9 lines refused, the first at line 2\n");
   EXPECT_NE(contents(), before);
   EXPECT_EQ(runRova({"--state", file_, "check", "rd", "blue", "100:7"}).out,
             "RD 100:7 already in use by VRF green\n");
@@ -473,7 +481,9 @@ TEST_F(StateFile, AOneShotClearWritesTheFileBack) {
 TEST_F(StateFile, WriteFailuresNameTheFile) {
   clitest::Captured r = session("write " + dir_ + "/no/such/dir.json\n");
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "% Cannot write " + dir_ + "/no/such/dir.json: No such file or directory\n");
+  EXPECT_EQ(r.err, "line 1: % Cannot write " + dir_ +
+                       "/no/such/dir.json: No such file or directory\n"
+                       "% 1 of 1 line refused; the run stopped at line 1\n");
   clitest::Captured builtIn = runRova({"write"});
   EXPECT_EQ(builtIn.status, 1);
   EXPECT_EQ(builtIn.err,
