@@ -10,6 +10,11 @@
 #include "cli/Grammar.h"
 #include "cli/Output.h"
 #include "cli/Runner.h"
+#include "platform/mox/Ptr.h"
+
+namespace Statum {
+class EntityManager;
+}
 
 namespace cli {
 
@@ -40,6 +45,12 @@ int showRouteSummary(const Match& m, const Context& c, Output& out, bool v6);
 int showStaticRoutes(const Match& m, const Context& c, Output& out);
 int showStaticRoutesRib(const Match& m, const Context& c, Output& out);
 int clearStaticRoutes(const Match& m, const Context& c, Output& out);
+// Brings every VRF's forwarding tables in line with its static route configuration and the
+// interfaces, as a routing agent would; a writer of configuration calls it after each change.
+// What a static displaced is remembered for as long as the state in use stays loaded.
+void updateStaticRouteFibs();
+// Drops what updateStaticRouteFibs() remembers of a state that is going away.
+void forgetStaticRouteFibs(const Mox::Ptr<Statum::EntityManager>& em);
 
 // RunningConfig.cpp: the whole running configuration, and one interface's.
 int showRunningConfig(const Match& m, const Context& c, Output& out);

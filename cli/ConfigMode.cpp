@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/CommandActions.h"
 #include "cli/Commands.h"
 #include "cli/ConfigLines.h"
 #include "cli/ConfigSession.h"
@@ -447,6 +448,9 @@ std::vector<Row> leavingOneDocument(std::vector<Row> rows, LineKind kind = LineK
           }
           const int status = action(m, c);
           if (status != kStatusOk) return status;
+          // Whatever a line changed (a route, an address, an interface) may change what the
+          // static routes resolve through.
+          if (state().unsaved()) updateStaticRouteFibs();
           if (kind == LineKind::enter) {
             session.enteredBy = lineOf(m);
             if (inSession()) sessionRecord(m, true);

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/CommandActions.h"
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
 #include "cli/Output.h"
@@ -119,6 +120,7 @@ Verdict judge(const std::vector<Entry>& entries, std::string* runningConfig) {
   } swap(copy);
   Verdict v = replay(entries);
   if (v.status == kStatusOk && runningConfig) *runningConfig = runningConfigText();
+  forgetStaticRouteFibs(state().entityManager());
   return v;
 }
 

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <exception>
 #include <new>
+#include <string>
 
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
@@ -43,8 +44,10 @@ void Context::print(std::string_view text) const {
   writeAll(out, text);
 }
 
-void Context::error(std::string_view line) const {
-  std::string text(line);
+void Context::error(std::string_view message) const {
+  std::string text;
+  if (line != 0) text = "line " + std::to_string(line) + ": ";
+  text += message;
   text += '\n';
   writeAll(err, text);
 }

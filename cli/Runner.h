@@ -3,6 +3,7 @@
 // every way it can fail into the message and exit status the user sees. The one-shot program
 // and the shell both go through runCommand, so a command behaves the same in either.
 
+#include <cstddef>
 #include <functional>
 #include <span>
 #include <string>
@@ -28,10 +29,13 @@ constexpr int kStatusSignal = 128;
 struct Context {
   int out = 1;
   int err = 2;
+  // The line of a script the command came from (1 for the first); 0 outside a script.
+  std::size_t line = 0;
 
   // Writes all of `text` to `out`.
   void print(std::string_view text) const;
-  // Writes one message line (a newline is added) to `err`.
+  // Writes one message line (a newline is added) to `err`; in a script the message names the
+  // line it is about first ("line 3: % Invalid input at 'bogus'").
   void error(std::string_view line) const;
 };
 

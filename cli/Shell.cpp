@@ -255,13 +255,34 @@ int Shell::runLines() {
   char* buffer = nullptr;
   std::size_t capacity = 0;
   ssize_t length;
-  while ((length = getline(&buffer, &capacity, in_)) >= 0) {
-    if (!execute(std::string_view(buffer, static_cast<std::size_t>(length)))) break;
+  // Every refusal names its line; the run ends with the status of the first one, which is
+  // what a script's caller needs to know even when the lines after it went on.
+  std::size_t refused = 0, firstRefused = 0;
+  int firstStatus = kStatusOk;
+  bool leave = false;
+  while (!leave && (length = getline(&buffer, &capacity, in_)) >= 0) {
+    ++context_.line;
+    leave = !execute(std::string_view(buffer, static_cast<std::size_t>(length)));
+    if (status_ == kStatusOk) continue;
+    if (refused++ == 0) {
+      firstRefused = context_.line;
+      firstStatus = status_;
+    }
     // A script must not go on past a refused change: what follows (a write, say) assumed it.
-    if (status_ != kStatusOk && !keepGoing_) break;
+    if (!keepGoing_) break;
   }
   std::free(buffer);
-  return status_;
+  const std::size_t lines = context_.line;
+  context_.line = 0;
+  if (refused == 0) return status_;
+  std::string summary = "% " + std::to_string(refused) + " of " + std::to_string(lines) +
+                        (lines == 1 ? " line" : " lines") + " refused";
+  // A SIGTERM or SIGHUP ends the run too, with its own status.
+  const bool signalled = leave && status_ > kStatusSignal;
+  summary += keepGoing_ && !signalled ? ", the first at line " + std::to_string(firstRefused)
+                                      : "; the run stopped at line " + std::to_string(lines);
+  context_.error(summary);
+  return signalled ? status_ : firstStatus;
 }
 
 int Shell::runInteractive() {

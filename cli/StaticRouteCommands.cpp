@@ -3,6 +3,7 @@
 
 #include "cli/CommandActions.h"
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -114,7 +115,56 @@ int clearStaticRoutes(const Match& m, const Context& c, Output& out) {
     }
   }
   state().changed();
+  updateStaticRouteFibs();
   return out.nothing();
+}
+
+// ---- static routes in the forwarding tables ----
+
+namespace {
+// The resolvers of one state's VRFs: they remember the routes the statics displaced, so they
+// live as long as the state does.
+struct StaticRouteFibs {
+  Mox::Ptr<Statum::EntityManager> owner;
+  std::map<std::string, Value> fibs;
+};
+// Two states at a time: the one in use and another, so that a session judging its candidate
+// on a copy, or Python switching between two states, does not make the state in use forget
+// what its statics displaced.
+StaticRouteFibs& staticRouteFibsOf(const Mox::Ptr<Statum::EntityManager>& em) {
+  static StaticRouteFibs first, second;
+  if (first.owner == em) return first;
+  if (second.owner == em) return second;
+  StaticRouteFibs& slot = first.owner == nullptr ? first : second;
+  slot = StaticRouteFibs{em, {}};
+  return slot;
+}
+}  // namespace
+
+void forgetStaticRouteFibs(const Mox::Ptr<Statum::EntityManager>& em) {
+  StaticRouteFibs& f = staticRouteFibsOf(em);
+  f = StaticRouteFibs{};
+}
+
+void updateStaticRouteFibs() {
+  if (state().live()) return;
+  std::map<std::string, Value>& fibs = staticRouteFibsOf(state().entityManager()).fibs;
+  for (const std::string& vrf : state().vrfNames()) {
+    Value& fib = fibs[vrf];
+    if (fib.isNone()) {
+      fib = registry().construct("Rova::StaticRouteFib",
+                                 {{"routes", state().atVrf(vrf, layout::fibRoute)},
+                                  {"fecs", state().atVrf(vrf, layout::fibFec)},
+                                  {"routes6", state().atVrf(vrf, layout::fib6Route)},
+                                  {"fecs6", state().atVrf(vrf, layout::fib6Fec)},
+                                  {"config", state().atVrf(vrf, layout::routingConfig)},
+                                  {"config6", state().atVrf(vrf, layout::routing6Config)},
+                                  {"intfStatus", state().at(layout::intfStatus)},
+                                  {"intfConfig", state().at(layout::intfConfig)},
+                                  {"nhgEntryStatus", state().at(layout::nhgEntryStatus)}});
+    }
+    registry().call(fib, "update", {});
+  }
 }
 
 }  // namespace cli

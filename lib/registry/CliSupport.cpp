@@ -44,6 +44,7 @@ void registerTypes(TypeRegistry& r) {
   // What writers of configuration call to change it.
   r.addEditor(staticRouteEditorType());
   r.addEditor(intfAddressEditorType());
+  r.addEditor(staticRouteFibType());
 }
 
 }  // namespace Rova

@@ -7,6 +7,7 @@
 #include "lib/static_routes/RouteSortKey.h"
 #include "lib/static_routes/RovaConsts.h"
 #include "lib/static_routes/StaticRouteEditor.h"
+#include "lib/static_routes/StaticRouteFib.h"
 #include "lib/static_routes/StaticRoutesCliSaver.h"
 #include "lib/static_routes/StaticRoutesRibCommon.h"
 #include "platform/state/RoutingConfig.h"
@@ -59,6 +60,21 @@ TypeEntry staticRouteEditorType() {
       .constructor<>()
       .op("addRoute", &E::addRoute, {"config", "line"})
       .op("removeRoute", &E::removeRoute, {"config", "line", "everyPreference"})
+      .build();
+}
+
+TypeEntry staticRouteFibType() {
+  using F = StaticRouteFib;
+  return TypeBuilder<F>("Rova::StaticRouteFib")
+      .constructor<Mox::Ptr<Brine::Fib::RouteStatus>, Mox::Ptr<Brine::Fib::ForwardingStatus>,
+                   Mox::Ptr<Brine::Fib6::RouteStatus>, Mox::Ptr<Brine::Fib6::ForwardingStatus>,
+                   Mox::Ptr<Routing::ConfigGen const>, Mox::Ptr<Routing::ConfigGen const>,
+                   Mox::Ptr<Interface::AllIntfStatusDir const>,
+                   Mox::Ptr<Interface::AllIntfConfigDir const>,
+                   Mox::Ptr<NexthopGroup::EntryStatus const>>({"routes", "fecs", "routes6", "fecs6",
+                                                               "config", "config6", "intfStatus",
+                                                               "intfConfig", "nhgEntryStatus"})
+      .op("update", &F::update)
       .build();
 }
 

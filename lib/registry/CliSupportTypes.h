@@ -51,6 +51,7 @@ TypeEntry staticRouteDefaultsRecord();
 
 // The configuration editors (CliSupportStaticRoutes.cpp, CliSupportConfigChecks.cpp).
 TypeEntry staticRouteEditorType();
+TypeEntry staticRouteFibType();
 TypeEntry intfAddressEditorType();
 
 // Both sorters: constructed from their inputs (in order or by name), with the same operations.

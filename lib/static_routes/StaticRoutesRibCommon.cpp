@@ -2,6 +2,8 @@
 
 #include <exception>
 #include <iterator>
+#include <optional>
+#include <string>
 
 #include "lib/common/RouteAttrs.h"
 #include "lib/common/RouteTypes.h"
@@ -115,12 +117,8 @@ void printVia(const RibVia& via, int width, rendr::Printer& p, RibAttrs& a) {
 
 // One route: its code, prefix, preference and tag, then what it forwards to, each line below
 // the first indented by the code column's width.
+// The caller has opened the prefix's entry and its "preference" dictionary.
 void printRow(const RibRow& row, rendr::Printer& p, RibAttrs& a) {
-  // Each route is an entry of its own, keyed by its prefix: routes of one prefix at several
-  // preferences repeat the prefix's key, each with its one preference inside.
-  a.prefix.setValue(row.prefix);
-  auto route = p.dictEntry(a.prefix);
-  auto preferences = p.dict("preference");
   a.preference.setValue(row.preference);
   auto atPreference = p.dictEntry(a.preference);
 
@@ -158,6 +156,11 @@ void printRow(const RibRow& row, rendr::Printer& p, RibAttrs& a) {
   p.addFrills("\n");
 }
 
+void closePrefix(rendr::Printer& p) {
+  p.endDict();
+  p.endDictEntry();
+}
+
 }  // namespace
 
 // The dump, from its model alone.
@@ -168,7 +171,21 @@ void StaticRoutesRibCommon::print(const RovaConsts& rovaConsts) {
     RibAttrs a(p.format());
     p.startDict("routes");
     p.addFrills("%s\n", legend().charPtr());
-    model.forEachRow([&](const RibRow& row) { printRow(row, p, a); });
+    // A prefix is one key, with every preference it has inside (a floating static route is
+    // one more preference of its prefix): a JSON reader keeps only one of repeated keys. The
+    // rows come in prefix order, so a prefix's rows are together.
+    std::optional<std::string> open;
+    model.forEachRow([&](const RibRow& row) {
+      if (open != row.prefix) {
+        if (open) closePrefix(p);
+        a.prefix.setValue(row.prefix);
+        p.startDictEntry(a.prefix);
+        p.startDict("preference");
+        open = row.prefix;
+      }
+      printRow(row, p, a);
+    });
+    if (open) closePrefix(p);
     p.endDict();
   } catch (const std::exception& e) {
     p.reportFailure(e);

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -35,5 +36,27 @@ TEST_P(Golden, OutputIsExactlyTheGoldenFile) {
 INSTANTIATE_TEST_SUITE_P(Commands, Golden,
                          testing::ValuesIn(rovatest::readGoldenCases(ROVA_GOLDEN_DIR "/cases.txt")),
                          rovatest::goldenTestName);
+
+// Every JSON golden, of this folder's cases and of the others (the live listings), is one
+// document in which no object repeats a key: a reader keeps only one of repeated keys, so such
+// an output loses the others whatever reads it. The finder must see a repeated key where there
+// is one, or the walk proves nothing.
+TEST(GoldenJson, NoObjectRepeatsAKey) {
+  EXPECT_EQ(rovatest::repeatedJsonKey(R"({"a": {"b": [{"c": 1, "c": 2}]}})"), "$.a.b[].c");
+  EXPECT_EQ(rovatest::repeatedJsonKey(R"({"a": {"c": 1}, "b": {"c": 2}})"), "");
+  int files = 0;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(ROVA_GOLDEN_DIR)) {
+    const std::string name = e.path().filename().string();
+    if (!e.is_regular_file() || name.size() < 9 ||
+        name.compare(name.size() - 9, 9, ".json.out") != 0)
+      continue;
+    const std::string text = rovatest::readText(e.path().string());
+    if (text.empty()) continue;
+    ++files;
+    EXPECT_TRUE(nlohmann::json::accept(text)) << e.path();
+    EXPECT_EQ(rovatest::repeatedJsonKey(text), "") << e.path();
+  }
+  EXPECT_GT(files, 40);
+}
 
 }  // namespace

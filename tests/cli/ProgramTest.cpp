@@ -403,6 +403,37 @@ TEST_F(StateFile, RemovingRoutesLeavesOtherPreferencesAndTheAgentsRoutes) {
       std::string::npos);
 }
 
+// A configured route is in the listings at the next command, as the routing agent would put it
+// in the forwarding table: resolved through a connected subnet or another static, left out
+// while its gateway is not reached, ahead of a worse route of another protocol, which is back
+// when the static goes. The library's tests hold the rules; this is the shell's side of it.
+TEST_F(StateFile, AConfiguredRouteReachesTheListingsAtOnce) {
+  clitest::Captured r = session(
+      "configure\nip route 10.99.0.0/16 10.2.3.5\nip route 10.98.0.0/16 10.99.1.1\n"
+      "ip route 10.97.0.0/16 10.250.0.1\nip route 10.6.8.0/22 Ethernet2 50\nend\n"
+      "show ip route 10.98.0.0/16\nshow ip route 10.97.0.0/16\nshow ip route 10.6.8.0/22\n"
+      "show ip route summary\nconfigure\nno ip route 10.6.8.0/22\nend\n"
+      "show ip route 10.6.8.0/22\nwrite\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find(" S      10.98.0.0/16 [1/0] via 10.2.3.5, Ethernet3\n"), std::string::npos)
+      << r.out;
+  EXPECT_EQ(r.out.find("10.97.0.0/16"), std::string::npos) << r.out;
+  const auto staticAt = r.out.find(" 10.6.8.0/22 [50/0] is directly connected, Ethernet2\n");
+  const auto ospfAt = r.out.find(" 10.6.8.0/22 [110/45] via 10.1.1.1, Ethernet1\n");
+  EXPECT_NE(staticAt, std::string::npos) << r.out;
+  EXPECT_NE(ospfAt, std::string::npos) << r.out;
+  EXPECT_LT(staticAt, ospfAt);
+  // Three more static routes than the example's four.
+  EXPECT_NE(r.out.find("\nstatic                                  7\n"), std::string::npos)
+      << r.out;
+  // Written, the forwarding table keeps what was configured; the unreached route stays
+  // configured.
+  EXPECT_NE(runRova({"--state", file_, "show", "ip", "route", "10.98.0.0/16"})
+                .out.find(" S      10.98.0.0/16 [1/0] via 10.2.3.5, Ethernet3\n"),
+            std::string::npos);
+  EXPECT_NE(staticRoutes().find("ip route 10.97.0.0/16 10.250.0.1\n"), std::string::npos);
+}
+
 TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
   const std::string before = contents();
   const char* const refusals[][2] = {
@@ -442,15 +473,23 @@ TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
     SCOPED_TRACE(lines);
     clitest::Captured r = session(std::string("configure\n") + lines + "write\n");
     EXPECT_NE(r.status, 0);
-    EXPECT_EQ(r.err, message);
+    // The refusal names its line, and the summary says the run stopped there.
+    ASSERT_EQ(r.err.rfind("line ", 0), 0u) << r.err;
+    const std::string n = r.err.substr(5, r.err.find(':') - 5);
+    EXPECT_EQ(r.err, "line " + n + ": " + message + "% 1 of " + n +
+                         " lines refused; the run stopped at line " + n + "\n");
     EXPECT_EQ(contents(), before);
   }
-  // --keep-going runs every line; the accepted ones are written.
+  // --keep-going runs every line; the accepted ones are written, and the run ends with the
+  // refusal's status all the same.
   clitest::Captured r = session(
       "configure\nip route 10.5.0.0/16 10.1.1.0\nvrf instance green\nrd 100:7\nexit\n"
       "interface Loopback9\nip address 10.250.0.1/32\nend\nwrite\n",
       {"--keep-going"});
-  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err,
+            "line 2: % Next hop 10.1.1.0 is an address of this router in VRF default\n"
+            "% 1 of 9 lines refused, the first at line 2\n");
   EXPECT_NE(contents(), before);
   EXPECT_EQ(runRova({"--state", file_, "check", "rd", "blue", "100:7"}).out,
             "RD 100:7 already in use by VRF green\n");
@@ -473,7 +512,9 @@ TEST_F(StateFile, AOneShotClearWritesTheFileBack) {
 TEST_F(StateFile, WriteFailuresNameTheFile) {
   clitest::Captured r = session("write " + dir_ + "/no/such/dir.json\n");
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "% Cannot write " + dir_ + "/no/such/dir.json: No such file or directory\n");
+  EXPECT_EQ(r.err, "line 1: % Cannot write " + dir_ +
+                       "/no/such/dir.json: No such file or directory\n"
+                       "% 1 of 1 line refused; the run stopped at line 1\n");
   clitest::Captured builtIn = runRova({"write"});
   EXPECT_EQ(builtIn.status, 1);
   EXPECT_EQ(builtIn.err,

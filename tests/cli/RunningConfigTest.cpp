@@ -150,8 +150,9 @@ TEST_F(RunningConfig, NexthopGroupEntriesHaveNoGaps) {
   EXPECT_EQ(run("configure\nnexthop-group G type gre\nentry 0 nexthop 10.1.1.1\n"
                 "entry 2 nexthop 10.1.1.3\nentry 1 nexthop 10.1.1.2\nno entry 0\nno entry 1\n"
                 "entry 0 nexthop 10.1.1.9\n"),
-            "% Entry 2 would leave a gap; the next entry is 1\n"
-            "% Entry 0 is not the last (1); the entries have no gaps\n");
+            "line 4: % Entry 2 would leave a gap; the next entry is 1\n"
+            "line 6: % Entry 0 is not the last (1); the entries have no gaps\n"
+            "% 2 of 8 lines refused, the first at line 4\n");
   const std::string text = cli::runningConfigText();
   EXPECT_NE(text.find("nexthop-group G type gre\n   entry 0 nexthop 10.1.1.9\n!\n"),
             std::string::npos)
@@ -180,8 +181,9 @@ TEST_F(RunningConfig, ASessionCommitsWholeOrNotAtAll) {
   const std::string refused =
       run("configure session s\ninterface Ethernet5\nvrf nosuch\nexit\ncommit\n");
   EXPECT_EQ(refused,
-            "% Session s not committed, nothing changed: line 4 'vrf nosuch' (interface "
-            "Ethernet5): VRF 'nosuch' does not exist\n");
+            "line 5: % Session s not committed, nothing changed: line 4 'vrf nosuch' (interface "
+            "Ethernet5): VRF 'nosuch' does not exist\n"
+            "% 1 of 5 lines refused, the first at line 5\n");
   EXPECT_EQ(cli::runningConfigText(), before);
 
   // Abort drops the candidate; a session opened again by that name starts empty.
@@ -189,7 +191,8 @@ TEST_F(RunningConfig, ASessionCommitsWholeOrNotAtAll) {
   EXPECT_EQ(run("configure session s\nhostname other\ncommit\n"), "");
   EXPECT_EQ(cli::DeviceState::instance().hostname(), "other");
   EXPECT_EQ(cli::runningConfigText().find("10.99.0.0/16"), std::string::npos);
-  EXPECT_EQ(run("commit\n"), "% Invalid input at 'commit'\n");
+  EXPECT_EQ(run("commit\n"),
+            "line 1: % Invalid input at 'commit'\n% 1 of 1 line refused, the first at line 1\n");
 }
 
 // Refusals are decided against the candidate: an address the session assigns is one of the
@@ -198,8 +201,9 @@ TEST_F(RunningConfig, ACandidateIsJudgedWhole) {
   useExample();
   EXPECT_EQ(run("configure session own\ninterface Ethernet5\nip address 10.77.0.1/24\nexit\n"
                 "ip route 10.99.0.0/16 10.77.0.1\ncommit\n"),
-            "% Session own not committed, nothing changed: line 3 'ip route 10.99.0.0/16 "
-            "10.77.0.1': Next hop 10.77.0.1 is an address of this router in VRF default\n");
+            "line 6: % Session own not committed, nothing changed: line 3 'ip route 10.99.0.0/16 "
+            "10.77.0.1': Next hop 10.77.0.1 is an address of this router in VRF default\n"
+            "% 1 of 6 lines refused, the first at line 6\n");
   EXPECT_EQ(cli::interfaceConfigText("Ethernet5"), "interface Ethernet5\n!\n");
   EXPECT_EQ(run("abort\n"), "");
 

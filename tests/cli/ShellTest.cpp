@@ -39,24 +39,36 @@ TEST_F(ShellLines, StopsAtTheFirstFailingCommandWithItsStatus) {
       "show version\n\n   \nsh ip ro vrf red json\nshow bogus\nshow version\n";
   clitest::Captured r = session(script);
   EXPECT_EQ(r.out, "demo 1.0\nroute NAME=red json\n");
-  EXPECT_EQ(r.err, "% Invalid input at 'bogus'\n");
+  EXPECT_EQ(r.err,
+            "line 5: % Invalid input at 'bogus'\n"
+            "% 1 of 5 lines refused; the run stopped at line 5\n");
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(session("fail\nshow version\n").out, "");
   EXPECT_EQ(session("show version\nfail\n").status, 1);
 }
 
-TEST_F(ShellLines, KeepGoingRunsEveryLineAndEndsWithTheLastStatus) {
+// --keep-going runs every line, but a script that had a refusal does not end as if it had
+// none: its status is the first refusal's, and a summary counts the refused lines.
+TEST_F(ShellLines, KeepGoingRunsEveryLineAndEndsWithTheFirstFailure) {
   clitest::Captured r =
-      session("show version\n\n   \nsh ip ro vrf red json\nshow bogus\nshow version\n", true);
+      session("show version\n\n   \nsh ip ro vrf red json\nshow bogus\nfail\nshow version\n", true);
   EXPECT_EQ(r.out, "demo 1.0\nroute NAME=red json\ndemo 1.0\n");
-  EXPECT_EQ(r.err, "% Invalid input at 'bogus'\n");
-  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err,
+            "line 5: % Invalid input at 'bogus'\n"
+            "line 6: % the check refused\n"
+            "% 2 of 7 lines refused, the first at line 5\n");
+  EXPECT_EQ(r.status, 2);
 
-  EXPECT_EQ(session("show version\nfail\n", true).status, 1);
+  clitest::Captured clean = session("show version\nshow version\n", true);
+  EXPECT_EQ(clean.status, 0);
+  EXPECT_EQ(clean.err, "");
+  EXPECT_EQ(session("show version\nfail\nshow version\n", true).status, 1);
   // The last line counts even without its newline.
   clitest::Captured unterminated = session("show version\nshow bogus", true);
   EXPECT_EQ(unterminated.status, 2);
-  EXPECT_EQ(unterminated.err, "% Invalid input at 'bogus'\n");
+  EXPECT_EQ(unterminated.err,
+            "line 2: % Invalid input at 'bogus'\n"
+            "% 1 of 2 lines refused, the first at line 2\n");
 }
 
 TEST_F(ShellLines, ExitAndQuitStopReading) {

@@ -84,8 +84,9 @@ TEST_F(Saving, RefusesToReplaceWhatIsNotARegularFile) {
     const std::string path = dir_ + "/" + name;
     clitest::Captured r = runRova({"--state", file_}, "write " + path + "\n");
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "% Cannot write " + path +
-                         ": not a regular file (a state is saved only to a regular file)\n");
+    EXPECT_EQ(r.err, "line 1: % Cannot write " + path +
+                         ": not a regular file (a state is saved only to a regular file)\n"
+                         "% 1 of 1 line refused; the run stopped at line 1\n");
   }
   EXPECT_TRUE(fs::is_fifo(fifo));
   EXPECT_TRUE(fs::is_symlink(dir_ + "/null"));

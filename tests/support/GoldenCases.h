@@ -10,6 +10,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -79,6 +80,55 @@ inline std::string goldenTestName(const testing::TestParamInfo<GoldenCase>& info
   return n;
 }
 
+// Where a JSON text repeats a key within one object ("$.routes.10.0.0.0/8"), empty when it
+// does not (or is not JSON at all: parsing says that). Every reader keeps one of repeated keys,
+// so an output that repeats one loses the others.
+inline std::string repeatedJsonKey(const std::string& text) {
+  struct Finder : nlohmann::json_sax<nlohmann::json> {
+    struct Open {
+      bool object;
+      std::string path;
+      std::string lastKey;
+      std::set<std::string> keys;
+    };
+    std::vector<Open> open;
+    std::string found;
+
+    bool enter(bool object) {
+      std::string path = "$";
+      if (!open.empty())
+        path = open.back().path + (open.back().object ? "." + open.back().lastKey : "[]");
+      open.push_back({object, std::move(path), {}, {}});
+      return true;
+    }
+    bool leave() {
+      open.pop_back();
+      return true;
+    }
+    bool key(string_t& k) override {
+      if (!open.back().keys.insert(k).second && found.empty()) found = open.back().path + "." + k;
+      open.back().lastKey = k;
+      return true;
+    }
+    bool start_object(std::size_t) override { return enter(true); }
+    bool end_object() override { return leave(); }
+    bool start_array(std::size_t) override { return enter(false); }
+    bool end_array() override { return leave(); }
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t&) override { return true; }
+    bool string(string_t&) override { return true; }
+    bool binary(binary_t&) override { return true; }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+      return false;
+    }
+  } finder;
+  nlohmann::json::sax_parse(text, &finder, nlohmann::json::input_format_t::json, false);
+  return finder.found;
+}
+
 // What a run of case `c` gave against the case's files in `dir`: the status, standard output
 // and standard error exactly, and a .json case's output parsed back as an object. With
 // ROVA_UPDATE_GOLDEN set the files are rewritten first; read every changed line before
@@ -102,6 +152,7 @@ inline void expectGolden(const std::string& dir, const GoldenCase& c, int status
     nlohmann::json parsed;
     EXPECT_NO_THROW(parsed = nlohmann::json::parse(out)) << c.command << "\n" << out;
     EXPECT_TRUE(parsed.is_object()) << c.command;
+    EXPECT_EQ(repeatedJsonKey(out), "") << c.command << ": a key repeated in one object";
   }
 }
 
