@@ -244,6 +244,9 @@ class RouteDecoder {
   void operator()(const nlmsghdr* nlh, Sink&& sink) {
     const auto* rtm = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(nlh));
     if (rtm->rtm_family != AF_INET && rtm->rtm_family != AF_INET6) return;
+    // A cached route (an IPv6 exception, as a path MTU makes) is no route of a table: a dump
+    // leaves them out, and a notification of one is passed over alike.
+    if (rtm->rtm_flags & RTM_F_CLONED) return;
     Attrs<RTA_MAX> a;
     a.parse(nlh, sizeof *rtm);
     k::Route& r = route_;
