@@ -461,7 +461,7 @@ TEST_F(Following, AnOverrunEndsInAReadNotALostRoute) {
          ns_->name() + " -batch - 2>&1");
   ASSERT_EQ(burst.status, 0) << burst.out;
   catchUp();
-  EXPECT_GE(follower_->last().rereads, 1u);
+  ASSERT_GE(follower_->last().rereads, 1u);
   ASSERT_EQ(log_.size(), follower_->last().rereads);
   EXPECT_NE(log_[0].find("notifications were lost"), std::string::npos) << log_[0];
   const std::string routes = followed("show ip route");
