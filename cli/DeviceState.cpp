@@ -40,8 +40,8 @@ void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
   filePath_ = std::move(filePath);
 }
 
-void DeviceState::loadLive() {
-  use(Snapshot::readLive(), "live");
+void DeviceState::loadLive(const Snapshot::LiveScope& scope) {
+  use(Snapshot::readLive(scope), "live");
   live_ = true;
   builtIn_ = false;
   filePath_.clear();

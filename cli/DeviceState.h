@@ -11,6 +11,7 @@
 #include "lib/registry/TypeRegistry.h"
 #include "lib/registry/Value.h"
 #include "platform/statum/EntityManager.h"
+#include "snapshot/Live.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StateLayout.h"
 
@@ -30,8 +31,9 @@ class DeviceState {
   void adopt(Mox::Ptr<Statum::EntityManager> em, std::string source, std::string filePath);
   // The state in use, shared with whoever else holds it.
   const Mox::Ptr<Statum::EntityManager>& entityManager() const { return em_; }
-  // Reads the routing state of the kernel this process runs on. Throws Snapshot::LiveError.
-  void loadLive();
+  // Reads the routing state of the kernel this process runs on, the tables `scope` names.
+  // Throws Snapshot::LiveError.
+  void loadLive(const Snapshot::LiveScope& scope = {});
   // The state is the kernel's own: there is no configuration to change.
   bool live() const { return live_; }
 

@@ -21,7 +21,31 @@ bool isConfigurationWord(std::string_view w) {
          std::end(kConfigurationWords);
 }
 
+// Whether word `i` of `words` is `keyword`, written whole or abbreviated as the grammar
+// takes it there.
+bool wordIs(const Grammar& grammar, std::span<const std::string> words, std::size_t i,
+            std::string_view keyword) {
+  if (i >= words.size()) return false;
+  if (words[i] == keyword) return true;
+  if (keyword.substr(0, words[i].size()) != words[i]) return false;
+  std::size_t keywords = 0;
+  for (const Candidate& c : grammar.complete(words.first(i), words[i]).candidates)
+    keywords += c.kind == Candidate::Kind::keyword ? 1 : 0;
+  return keywords == 1;
+}
+
 }  // namespace
+
+Snapshot::LiveScope liveScopeOf(const Grammar& grammar, std::span<const std::string> command) {
+  Snapshot::LiveScope scope;
+  if (!wordIs(grammar, command, 0, "show") || !wordIs(grammar, command, 2, "route")) return scope;
+  if (wordIs(grammar, command, 1, "ip")) {
+    scope.ipv6Routes = false;
+  } else if (wordIs(grammar, command, 1, "ipv6")) {
+    scope.ipv4Routes = false;
+  }
+  return scope;
+}
 
 int refuseConfiguration(const Grammar& grammar, std::span<const std::string> words,
                         const Context& context) {
@@ -44,7 +68,7 @@ int refuseConfiguration(const Grammar& grammar, std::span<const std::string> wor
 int startLiveMode(const Grammar& grammar, std::span<const std::string> command,
                   const Context& context) {
   try {
-    DeviceState::instance().loadLive();
+    DeviceState::instance().loadLive(liveScopeOf(grammar, command));
   } catch (const std::exception& e) {
     return refuseLine(command, std::string("% Cannot read live state: ") + e.what(), kStatusUsage,
                       context);

@@ -11,6 +11,7 @@
 
 #include "platform/mox/Exception.h"
 #include "platform/mox/Ptr.h"
+#include "platform/plexa/IpAddr.h"
 #include "platform/statum/EntityManager.h"
 #include "snapshot/LiveBuilder.h"
 
@@ -26,8 +27,23 @@ class LiveError : public Mox::Exception {
 // How many times a read is tried before a state that keeps changing is reported.
 inline constexpr int kLiveReadAttempts = 5;
 
-// Reads the kernel's state. Throws LiveError.
-Mox::Ptr<Statum::EntityManager> readLive();
+// What a read takes from the kernel. A command that lists the routes of one family needs
+// neither the other family's routes nor the time the kernel takes to dump them (a full
+// table's IPv6 routes are a third of its read): the front end narrows the read to what the
+// command lists. Links, addresses, nexthop objects and neighbours are always read: they are
+// small, and every listing names interfaces. A table left out is there, empty.
+struct LiveScope {
+  bool ipv4Routes = true;
+  bool ipv6Routes = true;
+
+  bool routesOf(Plexa::AddressFamily family) const {
+    return family == Plexa::AddressFamily::ipv6 ? ipv6Routes : ipv4Routes;
+  }
+  friend bool operator==(const LiveScope&, const LiveScope&) = default;
+};
+
+// Reads the kernel's state, the tables `scope` names. Throws LiveError.
+Mox::Ptr<Statum::EntityManager> readLive(const LiveScope& scope = {});
 
 // One read of all the kernel's dumps into a builder. Returns the name of the dump a change
 // interrupted ("the routes of table 254"), or "" when every dump was read whole.

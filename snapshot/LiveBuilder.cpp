@@ -466,9 +466,11 @@ void LiveBuilder::Impl::insert(VrfState& v, std::uint8_t rank, const typename Fa
   const bool bulk = rank == v.bulkRank;
   auto& table = *rt.table;
   typename Fam::Route chosen = route;
-  const bool replacing = table.contains(route.prefix);
+  // One probe for the route already there: a missing one reads as the empty record, whose
+  // type no route written here has.
+  const auto existing = table.lookup(route.prefix);
+  const bool replacing = existing.routeType != Fam::RouteType::invalid;
   if (replacing) {
-    const auto existing = table.lookup(route.prefix);
     const auto r = rt.rankOf.find(route.prefix);
     const std::size_t existingRank = r == rt.rankOf.end() ? v.bulkRank : r->second;
     if (existingRank < rank) return;
@@ -492,7 +494,7 @@ void LiveBuilder::Impl::insert(VrfState& v, std::uint8_t rank, const typename Fa
     }
   }
   if (bulk) {
-    rt.rankOf.erase(route.prefix);
+    if (!rt.rankOf.empty()) rt.rankOf.erase(route.prefix);
   } else {
     rt.rankOf[route.prefix] = rank;
   }

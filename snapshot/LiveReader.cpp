@@ -3,6 +3,7 @@
 // a buffer of messages and the attribute walk; what each attribute means is ours.
 
 #include "snapshot/Live.h"
+#include "snapshot/LiveFollower.h"
 
 #if defined(__linux__)
 
@@ -19,13 +20,20 @@
 #include <net/if.h>
 #include <unistd.h>
 
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <exception>
+#include <future>
+#include <map>
 #include <vector>
 
 #include "snapshot/KernelRecords.h"
+#include "snapshot/StateLayout.h"
 
 namespace Snapshot {
 
@@ -154,7 +162,7 @@ k::Offload nexthopOffload(unsigned flags) {
 
 // ---- the messages ----
 
-void decodeLink(const nlmsghdr* nlh, LiveBuilder& b) {
+void decodeLink(const nlmsghdr* nlh, auto& b) {
   const auto* ifi = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(nlh));
   Attrs<IFLA_MAX> a;
   a.parse(nlh, sizeof *ifi);
@@ -175,7 +183,7 @@ void decodeLink(const nlmsghdr* nlh, LiveBuilder& b) {
   if (!l.name.empty()) b.link(l);
 }
 
-void decodeAddress(const nlmsghdr* nlh, LiveBuilder& b) {
+void decodeAddress(const nlmsghdr* nlh, auto& b) {
   const auto* ifa = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(nlh));
   Attrs<IFA_MAX> a;
   a.parse(nlh, sizeof *ifa);
@@ -192,7 +200,7 @@ void decodeAddress(const nlmsghdr* nlh, LiveBuilder& b) {
   if (addr.address.isV4() || addr.address.isV6()) b.address(addr);
 }
 
-void decodeNexthopObject(const nlmsghdr* nlh, LiveBuilder& b) {
+void decodeNexthopObject(const nlmsghdr* nlh, auto& b) {
   const auto* nhm = static_cast<const nhmsg*>(mnl_nlmsg_get_payload(nlh));
   Attrs<NHA_MAX> a;
   a.parse(nlh, sizeof *nhm);
@@ -228,18 +236,24 @@ void decodeHop(const A& a, k::Nexthop& hop) {
 
 class RouteDecoder {
  public:
+  static constexpr std::uint32_t kAnyTable = 0;
   explicit RouteDecoder(std::uint32_t table) : table_(table) {}
 
-  void operator()(const nlmsghdr* nlh, LiveBuilder& b) {
+  // Decodes a route message and hands the route of the table asked for to `sink`.
+  template <class Sink>
+  void operator()(const nlmsghdr* nlh, Sink&& sink) {
     const auto* rtm = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(nlh));
     if (rtm->rtm_family != AF_INET && rtm->rtm_family != AF_INET6) return;
+    // A cached route (an IPv6 exception, as a path MTU makes) is no route of a table: a dump
+    // leaves them out, and a notification of one is passed over alike.
+    if (rtm->rtm_flags & RTM_F_CLONED) return;
     Attrs<RTA_MAX> a;
     a.parse(nlh, sizeof *rtm);
     k::Route& r = route_;
     r.table = rtm->rtm_table;
     getU32(a[RTA_TABLE], r.table);
     // A kernel without strict checking dumps every table, whatever the request asked.
-    if (r.table != table_) return;
+    if (table_ != kAnyTable && r.table != table_) return;
     r.family = rtm->rtm_family == AF_INET ? Plexa::AddressFamily::ipv4 : Plexa::AddressFamily::ipv6;
     r.type = rtm->rtm_type;
     r.protocol = rtm->rtm_protocol;
@@ -263,7 +277,7 @@ class RouteDecoder {
       getU32(a[RTA_OIF], hop.ifindex);
       decodeHop(a, hop);
     }
-    b.route(r);
+    sink(r);
   }
 
  private:
@@ -293,7 +307,7 @@ class RouteDecoder {
   k::Route route_;
 };
 
-void decodeNeighbor(const nlmsghdr* nlh, LiveBuilder& b) {
+void decodeNeighbor(const nlmsghdr* nlh, auto& b) {
   const auto* ndm = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(nlh));
   if (ndm->ndm_family != AF_INET && ndm->ndm_family != AF_INET6) return;
   Attrs<NDA_MAX> a;
@@ -309,7 +323,7 @@ void decodeNeighbor(const nlmsghdr* nlh, LiveBuilder& b) {
   b.neighbor(n);
 }
 
-void decodeNetconf(const nlmsghdr* nlh, LiveBuilder& b) {
+void decodeNetconf(const nlmsghdr* nlh, auto& b) {
   const auto* ncm = static_cast<const netconfmsg*>(mnl_nlmsg_get_payload(nlh));
   Attrs<NETCONFA_MAX> a;
   a.parse(nlh, sizeof *ncm);
@@ -444,11 +458,44 @@ std::string hostname() {
   return name;
 }
 
-// One read of every dump, in the order the builder takes them.
-std::string readOnce(LiveBuilder& b) {
+// One table's routes of one family, into `sink`.
+template <class Sink>
+Session::End dumpRoutes(Session& s, std::uint32_t table, std::uint8_t family, Sink&& sink) {
+  void* header;
+  nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
+  static_cast<rtmsg*>(header)->rtm_family = family;
+  mnl_attr_put_u32(req, RTA_TABLE, table);
+  RouteDecoder decode(table);
+  return s.dump(req, "the routes of table " + std::to_string(table), true,
+                [&](const nlmsghdr* m) { decode(m, sink); });
+}
+
+// The IPv4 local table's routes, read on a socket of their own.
+struct LocalRoutes {
+  std::vector<k::Route> routes;
+  Session::End end = Session::End::whole;
+};
+
+LocalRoutes readLocal4() {
+  LocalRoutes local;
+  Session s;
+  local.end =
+      dumpRoutes(s, k::kTableLocal, AF_INET, [&](const k::Route& r) { local.routes.push_back(r); });
+  return local;
+}
+
+// One read of every dump the scope needs, in the order the builder takes them.
+std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
+  using End = Session::End;
+  // Until a policy rule is added, the kernel keeps the IPv4 local table in the main table's
+  // trie, and dumping it walks every route of main for the few of its own (0.3 s of kernel
+  // time for a million routes). That walk runs on a second socket while this one reads the
+  // rest; its few routes join the builder at the end.
+  std::future<LocalRoutes> local;
+  if (scope.ipv4Routes) local = std::async(std::launch::async, readLocal4);
+
   Session s;
   b.hostnameIs(hostname());
-  using End = Session::End;
   void* header;
 
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
@@ -479,15 +526,15 @@ std::string readOnce(LiveBuilder& b) {
                [&](const nlmsghdr* m) { decodeNexthopObject(m, b); }) == End::interrupted)
       return "the nexthop objects";
   }
+  const auto toBuilder = [&](const k::Route& r) { b.route(r); };
   for (std::uint32_t table : b.routeTables()) {
-    const std::string what = "the routes of table " + std::to_string(table);
-    RouteDecoder decode(table);
     for (std::uint8_t family : {AF_INET, AF_INET6}) {
-      nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
-      static_cast<rtmsg*>(header)->rtm_family = family;
-      mnl_attr_put_u32(req, RTA_TABLE, table);
-      if (s.dump(req, what, true, [&](const nlmsghdr* m) { decode(m, b); }) == End::interrupted)
-        return what;
+      if (!scope.routesOf(family == AF_INET ? Plexa::AddressFamily::ipv4
+                                            : Plexa::AddressFamily::ipv6))
+        continue;
+      if (table == k::kTableLocal && family == AF_INET) continue;
+      if (dumpRoutes(s, table, family, toBuilder) == End::interrupted)
+        return "the routes of table " + std::to_string(table);
     }
   }
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
@@ -497,13 +544,423 @@ std::string readOnce(LiveBuilder& b) {
         End::interrupted)
       return "the neighbours";
   }
+  if (local.valid()) {
+    const LocalRoutes routes = local.get();
+    if (routes.end == End::interrupted)
+      return "the routes of table " + std::to_string(k::kTableLocal);
+    for (const k::Route& r : routes.routes)
+      b.route(r);
+  }
   return {};
 }
 
 }  // namespace
 
-Mox::Ptr<Statum::EntityManager> readLive() {
-  return readConsistently(readOnce, kLiveReadAttempts);
+Mox::Ptr<Statum::EntityManager> readLive(const LiveScope& scope) {
+  return readConsistently([&](LiveBuilder& b) { return readOnce(b, scope); }, kLiveReadAttempts);
+}
+
+// ---- following ----
+
+namespace follow {
+
+// What the kernel holds, as its notifications and dumps say it: the records a fresh read
+// would hand the builder. Routes are kept by what the kernel tells them apart by: an IPv4
+// route by its table, prefix, TOS and metric; an IPv6 route also by its next hop, since the
+// kernel keeps each next hop of an IPv6 multipath route as a route of its own.
+struct Mirror {
+  std::string host;
+  bool forwarding4 = true, forwarding6 = true;
+  std::map<std::uint32_t, k::Link> links;
+  std::map<std::uint32_t, std::vector<k::Address>> addresses;
+  std::map<std::uint32_t, k::NexthopObject> nexthops;
+  std::map<std::string, std::vector<k::Route>> routes;
+  std::map<std::string, k::Neighbor> neighbors;
+
+  static void appendAddress(std::string& key, const Plexa::IpGenAddr& a) {
+    key.push_back(static_cast<char>(a.af()));
+    key.append(reinterpret_cast<const char*>(a.bytes().data()), a.bytes().size());
+  }
+  template <class T>
+  static void appendValue(std::string& key, T v) {
+    key.append(reinterpret_cast<const char*>(&v), sizeof v);
+  }
+  static std::string keyOf(const k::Route& r) {
+    std::string key;
+    appendValue(key, r.table);
+    appendAddress(key, r.destination);
+    appendValue(key, r.prefixLen);
+    appendValue(key, r.tos);
+    appendValue(key, r.metric);
+    return key;
+  }
+  static bool sameHop(const k::Route& a, const k::Route& b) {
+    if (a.nexthops.size() != 1 || b.nexthops.size() != 1)
+      return a.nexthops.empty() && b.nexthops.empty();
+    return a.nexthops[0].ifindex == b.nexthops[0].ifindex &&
+           a.nexthops[0].gateway == b.nexthops[0].gateway;
+  }
+
+  // The decoders' sink, for a dump.
+  void hostnameIs(const std::string& name) { host = name; }
+  void forwardingIs(Plexa::AddressFamily family, bool on) {
+    (family == Plexa::AddressFamily::ipv6 ? forwarding6 : forwarding4) = on;
+  }
+  void link(const k::Link& l) { links[l.index] = l; }
+  void address(const k::Address& a) { addresses[a.ifindex].push_back(a); }
+  void nexthopObject(const k::NexthopObject& o) { nexthops[o.id] = o; }
+  void route(const k::Route& r) { routeNew(r, false); }
+  void neighbor(const k::Neighbor& n) { neighbors[neighborKey(n)] = n; }
+
+  static std::string neighborKey(const k::Neighbor& n) {
+    std::string key;
+    appendValue(key, n.ifindex);
+    appendAddress(key, n.address);
+    return key;
+  }
+
+  void routeNew(const k::Route& r, bool replace) {
+    auto& same = routes[keyOf(r)];
+    if (r.family == Plexa::AddressFamily::ipv4) {
+      same.assign(1, r);
+      return;
+    }
+    if (replace) same.clear();
+    if (r.nexthops.size() <= 1) return putOne(same, r);
+    k::Route one = r;
+    for (const k::Nexthop& hop : r.nexthops) {
+      one.nexthops.assign(1, hop);
+      putOne(same, one);
+    }
+  }
+  static void putOne(std::vector<k::Route>& same, const k::Route& r) {
+    for (k::Route& have : same) {
+      if (sameHop(have, r)) {
+        have = r;
+        return;
+      }
+    }
+    same.push_back(r);
+  }
+  void routeDel(const k::Route& r) {
+    auto it = routes.find(keyOf(r));
+    if (it == routes.end()) return;
+    if (r.family == Plexa::AddressFamily::ipv4 || r.nexthops.empty()) {
+      routes.erase(it);
+      return;
+    }
+    k::Route one = r;
+    for (const k::Nexthop& hop : r.nexthops) {
+      one.nexthops.assign(1, hop);
+      std::erase_if(it->second, [&](const k::Route& have) { return sameHop(have, one); });
+    }
+    if (it->second.empty()) routes.erase(it);
+  }
+
+  // Hands everything to a builder, in the order a read does.
+  void feed(LiveBuilder& b) const {
+    b.hostnameIs(host);
+    b.forwardingIs(Plexa::AddressFamily::ipv4, forwarding4);
+    b.forwardingIs(Plexa::AddressFamily::ipv6, forwarding6);
+    for (const auto& [index, l] : links)
+      b.link(l);
+    for (const bool v4 : {true, false}) {
+      for (const auto& [index, list] : addresses) {
+        for (const k::Address& a : list)
+          if (a.address.isV4() == v4) b.address(a);
+      }
+    }
+    for (const auto& [id, o] : nexthops)
+      b.nexthopObject(o);
+    for (const auto& [key, list] : routes) {
+      for (const k::Route& r : list)
+        b.route(r);
+    }
+    for (const auto& [key, n] : neighbors)
+      b.neighbor(n);
+  }
+};
+
+// Reads every dump into the mirror: every table's routes, so that a VRF made later finds
+// its routes there.
+std::string readAll(Mirror& m) {
+  Session s;
+  m.hostnameIs(hostname());
+  using End = Session::End;
+  void* header;
+  for (std::uint8_t family : {AF_INET, AF_INET6}) {
+    const nlmsghdr* req = s.request(RTM_GETNETCONF, sizeof(netconfmsg), &header);
+    static_cast<netconfmsg*>(header)->ncm_family = family;
+    if (s.dump(req, "the forwarding settings", true,
+               [&](const nlmsghdr* n) { decodeNetconf(n, m); }) == End::interrupted)
+      return "the forwarding settings";
+  }
+  {
+    const nlmsghdr* req = s.request(RTM_GETLINK, sizeof(ifinfomsg), &header);
+    static_cast<ifinfomsg*>(header)->ifi_family = AF_UNSPEC;
+    if (s.dump(req, "the links", false, [&](const nlmsghdr* n) { decodeLink(n, m); }) ==
+        End::interrupted)
+      return "the links";
+  }
+  for (std::uint8_t family : {AF_INET, AF_INET6}) {
+    const nlmsghdr* req = s.request(RTM_GETADDR, sizeof(ifaddrmsg), &header);
+    static_cast<ifaddrmsg*>(header)->ifa_family = family;
+    if (s.dump(req, "the addresses", false, [&](const nlmsghdr* n) { decodeAddress(n, m); }) ==
+        End::interrupted)
+      return "the addresses";
+  }
+  {
+    const nlmsghdr* req = s.request(RTM_GETNEXTHOP, sizeof(nhmsg), &header);
+    static_cast<nhmsg*>(header)->nh_family = AF_UNSPEC;
+    if (s.dump(req, "the nexthop objects", true,
+               [&](const nlmsghdr* n) { decodeNexthopObject(n, m); }) == End::interrupted)
+      return "the nexthop objects";
+  }
+  RouteDecoder decode(RouteDecoder::kAnyTable);
+  for (std::uint8_t family : {AF_INET, AF_INET6}) {
+    const nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
+    static_cast<rtmsg*>(header)->rtm_family = family;
+    if (s.dump(req, "the routes", true, [&](const nlmsghdr* n) {
+          decode(n, [&](const k::Route& r) { m.route(r); });
+        }) == End::interrupted)
+      return "the routes";
+  }
+  for (std::uint8_t family : {AF_INET, AF_INET6}) {
+    const nlmsghdr* req = s.request(RTM_GETNEIGH, sizeof(ndmsg), &header);
+    static_cast<ndmsg*>(header)->ndm_family = family;
+    if (s.dump(req, "the neighbours", false, [&](const nlmsghdr* n) { decodeNeighbor(n, m); }) ==
+        End::interrupted)
+      return "the neighbours";
+  }
+  return {};
+}
+
+// A Brine table: written record by record.
+template <class R>
+concept RecordTable = requires(R& t, const typename R::Record& v) {
+  t.recordIs(v);
+  t.recordDel(v.key());
+  t.lookup(v.key());
+};
+
+// Makes `target`'s entity at `path` what `fresh` is: a table by writing the records that
+// differ and removing those `fresh` has not; any other entity whole.
+template <class R>
+void syncEntity(Statum::EntityManager& target, const Statum::EntityManager& fresh,
+                const std::string& path) {
+  const auto f = fresh.entities().find(path);
+  const auto t = target.entities().find(path);
+  R* current = t == target.entities().end() ? nullptr : dynamic_cast<R*>(t->second.get());
+  const R* next = f == fresh.entities().end() ? nullptr : dynamic_cast<const R*>(f->second.get());
+  if constexpr (RecordTable<R>) {
+    if (current) {
+      using V = typename R::Record;
+      if (next) {
+        for (const V& v : *next) {
+          const V old = current->lookup(v.key());
+          if (std::memcmp(&old, &v, sizeof v) != 0) current->recordIs(v);
+        }
+      }
+      std::vector<typename R::Key> gone;
+      for (const V& v : *current) {
+        if (!next || !next->contains(v.key())) gone.push_back(v.key());
+      }
+      for (const auto& key : gone)
+        current->recordDel(key);
+      return;
+    }
+  }
+  if (next) target.entityIs(path, f->second);
+}
+
+void syncAll(Statum::EntityManager& target, const Statum::EntityManager& fresh) {
+  std::vector<std::string> vrfs = layout::vrfNames(fresh);
+  for (const std::string& v : layout::vrfNames(target)) {
+    if (std::find(vrfs.begin(), vrfs.end(), v) == vrfs.end()) vrfs.push_back(v);
+  }
+  layout::forEachEntity([&](const auto& entity) {
+    using R = typename std::decay_t<decltype(entity)>::Record;
+    if (entity.scope == layout::Scope::device) {
+      syncEntity<R>(target, fresh, std::string(entity.path));
+    } else {
+      for (const std::string& v : vrfs)
+        syncEntity<R>(target, fresh, layout::pathOf(entity, v));
+    }
+  });
+}
+
+}  // namespace follow
+
+struct LiveFollower::Impl {
+  using Mirror = follow::Mirror;
+  Statum::EntityManager& em;
+  BatchDone onBatch;
+  Options options;
+  mnl_socket* nl = nullptr;
+  std::vector<char> buffer = std::vector<char>(256 * 1024);
+  Mirror mirror;
+  Batch batch;
+  // What the messages of this batch asked for.
+  bool resync = false;
+  std::size_t pending = 0;
+
+  Impl(Statum::EntityManager& e, BatchDone done, Options o)
+      : em(e), onBatch(std::move(done)), options(std::move(o)) {}
+  ~Impl() {
+    if (nl) mnl_socket_close(nl);
+  }
+
+  void log(const std::string& line) {
+    if (options.log) {
+      options.log(line);
+    } else {
+      std::fprintf(stderr, "%s\n", line.c_str());
+    }
+  }
+
+  void subscribe() {
+    nl = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (!nl) fail("cannot open a netlink socket");
+    if (options.receiveBuffer > 0) {
+      const int size = options.receiveBuffer;
+      // Beyond the system's limit when privileged; within it otherwise.
+      if (setsockopt(mnl_socket_get_fd(nl), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0)
+        setsockopt(mnl_socket_get_fd(nl), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+    }
+    if (mnl_socket_bind(nl, 0, MNL_SOCKET_AUTOPID) < 0) fail("cannot bind a netlink socket");
+    for (unsigned group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR,
+                           RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEIGH,
+                           RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF, RTNLGRP_NEXTHOP}) {
+      // A kernel without nexthop objects has no such group; the rest are older than it.
+      if (mnl_socket_setsockopt(nl, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) < 0 &&
+          group != RTNLGRP_NEXTHOP)
+        fail("cannot subscribe to the kernel's notifications");
+    }
+  }
+
+  // Reads the kernel whole into a fresh mirror, read again while a change interrupts it.
+  void readWhole() {
+    std::string interrupted;
+    for (int attempt = 0; attempt < kLiveReadAttempts; ++attempt) {
+      Mirror fresh;
+      interrupted = follow::readAll(fresh);
+      if (interrupted.empty()) {
+        mirror = std::move(fresh);
+        return;
+      }
+    }
+    throw LiveError(interrupted + " kept changing while they were read (" +
+                    std::to_string(kLiveReadAttempts) + " attempts); try again");
+  }
+
+  void apply(bool whole) {
+    LiveBuilder builder;
+    mirror.feed(builder);
+    const auto fresh = builder.finish();
+    follow::syncAll(em, *fresh);
+    ++batch.generation;
+    batch.reread = whole;
+    batch.notifications = pending;
+    batch.totalNotifications += pending;
+    pending = 0;
+    if (onBatch) onBatch(batch);
+  }
+
+  static int onMessage(const nlmsghdr* nlh, void* data) {
+    auto* self = static_cast<Impl*>(data);
+    ++self->pending;
+    switch (nlh->nlmsg_type) {
+      case RTM_NEWROUTE:
+      case RTM_DELROUTE: {
+        RouteDecoder decode(RouteDecoder::kAnyTable);
+        const bool add = nlh->nlmsg_type == RTM_NEWROUTE;
+        const bool replace = nlh->nlmsg_flags & NLM_F_REPLACE;
+        decode(nlh, [&](const k::Route& r) {
+          if (add) {
+            self->mirror.routeNew(r, replace);
+          } else {
+            self->mirror.routeDel(r);
+          }
+        });
+        break;
+      }
+      case RTM_NEWNEIGH:
+        decodeNeighbor(nlh, self->mirror);
+        break;
+      case RTM_DELNEIGH: {
+        struct Gone {
+          Mirror& m;
+          void neighbor(const k::Neighbor& n) { m.neighbors.erase(Mirror::neighborKey(n)); }
+        } gone{self->mirror};
+        decodeNeighbor(nlh, gone);
+        break;
+      }
+      default:
+        // Links, addresses, nexthop objects, forwarding settings: read again (see the header).
+        self->resync = true;
+        break;
+    }
+    return MNL_CB_OK;
+  }
+
+  std::size_t process() {
+    bool lost = false;
+    for (;;) {
+      const ssize_t n = recv(mnl_socket_get_fd(nl), buffer.data(), buffer.size(), MSG_DONTWAIT);
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0 && errno == ENOBUFS) {
+        // The kernel dropped notifications: what is still queued is newer, and read on.
+        lost = true;
+        continue;
+      }
+      if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
+      if (n < 0) fail("cannot read the kernel's notifications");
+      if (lost || resync) continue;  // a whole read follows; the rest need not be decoded
+      mnl_cb_run(buffer.data(), static_cast<std::size_t>(n), 0, 0, onMessage, this);
+    }
+    if (lost) {
+      ++batch.rereads;
+      log("rova: kernel notifications were lost (the socket's buffer overran); reading the "
+          "kernel again (" +
+          std::to_string(batch.rereads) + " so far)");
+    } else if (resync) {
+      ++batch.resyncs;
+    }
+    const std::size_t applied = pending + (lost ? 1 : 0);
+    if (lost || resync) {
+      resync = false;
+      readWhole();
+      apply(true);
+    } else if (pending > 0) {
+      apply(false);
+    }
+    return applied;
+  }
+};
+
+LiveFollower::LiveFollower(Statum::EntityManager& em, BatchDone onBatch, Options options)
+    : impl_(std::make_unique<Impl>(em, std::move(onBatch), std::move(options))) {
+  // Subscribed before the read: a change made while it reads is queued, not missed.
+  impl_->subscribe();
+  impl_->readWhole();
+  impl_->apply(true);
+}
+
+LiveFollower::LiveFollower(Statum::EntityManager& em, BatchDone onBatch)
+    : LiveFollower(em, std::move(onBatch), Options()) {}
+
+LiveFollower::~LiveFollower() = default;
+
+int LiveFollower::fd() const {
+  return mnl_socket_get_fd(impl_->nl);
+}
+
+std::size_t LiveFollower::process() {
+  return impl_->process();
+}
+
+const LiveFollower::Batch& LiveFollower::last() const {
+  return impl_->batch;
 }
 
 }  // namespace Snapshot
@@ -512,8 +969,27 @@ Mox::Ptr<Statum::EntityManager> readLive() {
 
 namespace Snapshot {
 
-Mox::Ptr<Statum::EntityManager> readLive() {
+Mox::Ptr<Statum::EntityManager> readLive(const LiveScope&) {
   throw LiveError("the live state is read from the Linux kernel, and this system is not Linux");
+}
+
+struct LiveFollower::Impl {};
+
+LiveFollower::LiveFollower(Statum::EntityManager&, BatchDone, Options) {
+  throw LiveError("the live state is followed in the Linux kernel, and this system is not Linux");
+}
+LiveFollower::LiveFollower(Statum::EntityManager& em, BatchDone onBatch)
+    : LiveFollower(em, std::move(onBatch), Options()) {}
+LiveFollower::~LiveFollower() = default;
+int LiveFollower::fd() const {
+  return -1;
+}
+std::size_t LiveFollower::process() {
+  return 0;
+}
+const LiveFollower::Batch& LiveFollower::last() const {
+  static const Batch none;
+  return none;
 }
 
 }  // namespace Snapshot

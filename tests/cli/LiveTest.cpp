@@ -11,10 +11,13 @@
 //
 // ROVA_UPDATE_GOLDEN=1 rewrites the golden files; read every changed line before committing.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -23,11 +26,18 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "cli/Commands.h"
+#include "cli/DeviceState.h"
+#include "cli/LiveMode.h"
 #include "cli/Runner.h"
+#include "snapshot/LiveFollower.h"
 #include "tests/cli/Capture.h"
 #include "tests/support/GoldenCases.h"
 
@@ -85,6 +95,7 @@ class Namespace {
   Namespace& operator=(const Namespace&) = delete;
 
   bool ready() const { return error_.empty(); }
+  const std::string& name() const { return name_; }
   const std::string& error() const { return error_; }
 
   // `ip -n NS <args>`; the first failure is kept as the namespace's error.
@@ -269,6 +280,195 @@ TEST(Live, MplsEncapsulationPushesItsLabels) {
   EXPECT_NE(stack.out.find("via 10.0.1.2, eth1 label 100 200"), std::string::npos) << stack.out;
   const auto one = ns.rova({"show", "ip", "route", "10.31.0.0/16"});
   EXPECT_NE(one.out.find("via 10.0.2.2, eth2 label 300"), std::string::npos) << one.out;
+}
+
+// ---- what a command reads ----
+
+TEST(Live, ACommandReadsOnlyTheRoutesItLists) {
+  cli::Grammar grammar;
+  cli::addCommands(grammar);
+  const auto scope = [&](const std::string& line) {
+    return cli::liveScopeOf(grammar, cli::splitWords(line));
+  };
+  const Snapshot::LiveScope all, v4{true, false}, v6{false, true};
+  EXPECT_EQ(scope("show ip route"), v4);
+  EXPECT_EQ(scope("sh ip ro vrf all json"), v4);
+  EXPECT_EQ(scope("show ipv6 route 2001:db8::/32"), v6);
+  EXPECT_EQ(scope("show ip interface"), all);
+  EXPECT_EQ(scope("show version"), all);
+  EXPECT_EQ(scope("check ip nexthop 10.0.0.1"), all);
+  EXPECT_EQ(scope(""), all);
+}
+
+// The narrowed read lists what the whole read lists.
+TEST(Live, TheNarrowedReadListsWhatTheWholeReadLists) {
+  Namespace ns("scope");
+  if (ns.ready()) makeDevice(ns);
+  if (!ns.ready()) GTEST_SKIP() << ns.error();
+  for (const char* family : {"ip", "ipv6"}) {
+    const auto narrowed = ns.rova({"show", family, "route"});
+    // Through the shell, which reads everything.
+    const auto whole = ns.rova({}, std::string("show ") + family + " route\n");
+    EXPECT_EQ(narrowed.status, 0) << narrowed.err;
+    EXPECT_EQ(narrowed.out, whole.out);
+  }
+}
+
+// ---- following the kernel ----
+
+// Runs the calling thread in a network namespace until the object ends.
+class InNamespace {
+ public:
+  explicit InNamespace(const std::string& name) {
+    self_ = ::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
+    const int target = ::open(("/var/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
+    entered_ = self_ >= 0 && target >= 0 && ::setns(target, CLONE_NEWNET) == 0;
+    if (target >= 0) ::close(target);
+  }
+  ~InNamespace() {
+    if (entered_) ::setns(self_, CLONE_NEWNET);
+    if (self_ >= 0) ::close(self_);
+  }
+  bool entered() const { return entered_; }
+
+ private:
+  int self_ = -1;
+  bool entered_ = false;
+};
+
+class Following : public testing::Test {
+ protected:
+  void SetUp() override {
+    ns_ = std::make_unique<Namespace>("follow");
+    if (ns_->ready()) makeDevice(*ns_);
+    if (!ns_->ready()) GTEST_SKIP() << ns_->error();
+    in_ = std::make_unique<InNamespace>(ns_->name());
+    if (!in_->entered()) GTEST_SKIP() << "cannot enter the network namespace";
+    grammar_.emplace();
+    cli::addCommands(*grammar_);
+    em_ = Mox::makePtr<Statum::EntityManager>();
+  }
+  void TearDown() override {
+    follower_.reset();
+    in_.reset();
+    ns_.reset();
+  }
+
+  void follow(Snapshot::LiveFollower::Options options = {}) {
+    options.log = [this](const std::string& line) { log_.push_back(line); };
+    follower_ = std::make_unique<Snapshot::LiveFollower>(
+        *em_, [this](const Snapshot::LiveFollower::Batch&) { ++batches_; }, options);
+  }
+  // Applies what the kernel has sent: the notifications of a command are queued by the time
+  // it returns.
+  void catchUp() {
+    pollfd p{follower_->fd(), POLLIN, 0};
+    while (::poll(&p, 1, 0) > 0)
+      follower_->process();
+  }
+  // A listing of the followed tables.
+  std::string followed(const std::string& line) {
+    cli::DeviceState::instance().adopt(em_, "followed", "");
+    // Drained while the command writes: a listing may be larger than a pipe holds.
+    int out[2], err[2];
+    if (::pipe(out) != 0 || ::pipe(err) != 0) return "(no pipe)";
+    std::string text, errors;
+    std::thread drainOut([&] { text = clitest::drain(out[0]); });
+    std::thread drainErr([&] { errors = clitest::drain(err[0]); });
+    const int status =
+        cli::runCommand(*grammar_, cli::splitWords(line), cli::Context{out[1], err[1]});
+    ::close(out[1]);
+    ::close(err[1]);
+    drainOut.join();
+    drainErr.join();
+    EXPECT_EQ(status, 0) << errors;
+    return text;
+  }
+  // The same listing from a fresh read.
+  std::string fresh(const std::string& line) {
+    const auto r = ns_->rova(cli::splitWords(line));
+    EXPECT_EQ(r.status, 0) << r.err;
+    return r.out;
+  }
+  void expectSameAsFresh(const std::string& why) {
+    for (const char* line : {"show ip route", "show ipv6 route", "show ip route json",
+                             "show ip route host", "show nexthop-group"}) {
+      EXPECT_EQ(followed(line), fresh(line)) << why << ": " << line;
+    }
+  }
+
+  std::unique_ptr<Namespace> ns_;
+  std::unique_ptr<InNamespace> in_;
+  std::optional<cli::Grammar> grammar_;
+  Mox::Ptr<Statum::EntityManager> em_;
+  std::unique_ptr<Snapshot::LiveFollower> follower_;
+  std::vector<std::string> log_;
+  int batches_ = 0;
+};
+
+TEST_F(Following, RoutesAddedReplacedAndRemovedAreEachSeen) {
+  follow();
+  EXPECT_EQ(batches_, 1);
+  expectSameAsFresh("the first read");
+
+  ns_->ip("route add 10.50.0.0/16 via 10.0.1.2 proto bgp");
+  ns_->ip(
+      "-6 route add 2001:db8:500::/48 proto bgp nexthop via 2001:db8:1::2 dev eth1 "
+      "nexthop via 2001:db8:2::2 dev eth2");
+  ns_->ip("neigh add 10.0.2.9 lladdr 02:00:00:00:02:09 dev eth2 nud permanent");
+  ASSERT_TRUE(ns_->ready()) << ns_->error();
+  catchUp();
+  EXPECT_NE(followed("show ip route").find(" B E    10.50.0.0/16 [200/0] via 10.0.1.2, eth1\n"),
+            std::string::npos);
+  expectSameAsFresh("added");
+
+  ns_->ip("route replace 10.50.0.0/16 via 10.0.2.2 proto static");
+  // One next hop of the IPv6 multipath route goes; the other stays.
+  ns_->ip("-6 route del 2001:db8:500::/48 via 2001:db8:1::2 dev eth1");
+  // A lower metric hides the route of the same prefix.
+  ns_->ip("route add 10.3.0.0/16 via 10.0.1.2 metric 1");
+  ASSERT_TRUE(ns_->ready()) << ns_->error();
+  catchUp();
+  EXPECT_NE(followed("show ip route").find(" S      10.50.0.0/16 [1/0] via 10.0.2.2, eth2\n"),
+            std::string::npos);
+  expectSameAsFresh("replaced");
+
+  ns_->ip("route del 10.50.0.0/16");
+  ns_->ip("route del 10.3.0.0/16 via 10.0.1.2 metric 1");
+  ns_->ip("-6 route del 2001:db8:500::/48");
+  ns_->ip("neigh del 10.0.2.9 dev eth2");
+  ASSERT_TRUE(ns_->ready()) << ns_->error();
+  catchUp();
+  EXPECT_EQ(followed("show ip route").find("10.50.0.0/16"), std::string::npos);
+  expectSameAsFresh("removed");
+
+  // A link that goes down takes its routes along without a word from the kernel: read again.
+  ns_->ip("link set eth2 down");
+  ASSERT_TRUE(ns_->ready()) << ns_->error();
+  catchUp();
+  EXPECT_GE(follower_->last().resyncs, 1u);
+  expectSameAsFresh("a link down");
+  EXPECT_EQ(follower_->last().rereads, 0u);
+  EXPECT_TRUE(log_.empty());
+}
+
+TEST_F(Following, AnOverrunEndsInAReadNotALostRoute) {
+  Snapshot::LiveFollower::Options options;
+  options.receiveBuffer = 4096;
+  follow(options);
+  // Two thousand routes at once: far more notifications than the socket's buffer holds.
+  const auto burst =
+      sh("awk 'BEGIN { for (i = 0; i < 2000; i++) printf \"route add "
+         "10.60.%d.%d/32 via 10.0.1.2 proto bgp\\n\", i / 256, i % 256 }' | ip -n " +
+         ns_->name() + " -batch - 2>&1");
+  ASSERT_EQ(burst.status, 0) << burst.out;
+  catchUp();
+  ASSERT_GE(follower_->last().rereads, 1u);
+  ASSERT_EQ(log_.size(), follower_->last().rereads);
+  EXPECT_NE(log_[0].find("notifications were lost"), std::string::npos) << log_[0];
+  const std::string routes = followed("show ip route");
+  EXPECT_NE(routes.find(" B E    10.60.7.207/32 [200/0] via 10.0.1.2, eth1\n"), std::string::npos);
+  EXPECT_EQ(routes, fresh("show ip route"));
 }
 
 // ---- when the kernel cannot be read ----
