@@ -137,6 +137,8 @@ class Loader {
   Ptr<Statum::EntityManager> run(od::document& doc, const char* text);
   // Told now and then how far into the document the reading has come.
   void readPastIs(std::function<void(const char*)> f) { r_.readPastIs(std::move(f)); }
+  // The route tables to build; those left out are only checked (RouteCheck.cpp).
+  void sectionsIs(Sections s) { sections_ = s; }
 
  private:
   // ---- sections ----
@@ -149,6 +151,8 @@ class Loader {
   void family(od::value& v, VrfState& vrf);
   template <class Fam>
   void routes(od::value& v, VrfState& vrf);
+  template <class Fam>
+  void checkRoutes(od::value& v, VrfState& vrf);
   template <class Fam>
   void fecs(od::value& v, VrfState& vrf);
   template <class Fam>
@@ -201,6 +205,7 @@ class Loader {
   std::size_t vrfRef(const L3::VrfName& name);
 
   JsonReader r_;
+  Sections sections_;
   int version_ = 0;
   std::map<std::string, std::unique_ptr<VrfState>> vrfs_;
   std::map<std::uint32_t, std::string> vrfIds_;
