@@ -188,6 +188,8 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json, Se
   od::document doc;
   loader::Loader loader;
   loader.sectionsIs(sections);
+  // The text is the loader's own copy.
+  loader.scanRoutes(const_cast<char*>(json.data()));
   const auto err = parser.iterate(json).get(doc);
   if (err == simdjson::MEMALLOC) throw std::bad_alloc();
   if (err != simdjson::SUCCESS)

@@ -139,6 +139,9 @@ class Loader {
   void readPastIs(std::function<void(const char*)> f) { r_.readPastIs(std::move(f)); }
   // The route tables to build; those left out are only checked (RouteCheck.cpp).
   void sectionsIs(Sections s) { sections_ = s; }
+  // Reads the route arrays straight from the text, before the parser indexes it, and blanks
+  // each one read (RouteCheck.cpp). `text` is the document, followed by the parser's padding.
+  void scanRoutes(char* text);
 
  private:
   // ---- sections ----
@@ -153,6 +156,8 @@ class Loader {
   void routes(od::value& v, VrfState& vrf);
   template <class Fam>
   void checkRoutes(od::value& v, VrfState& vrf);
+  template <class Fam>
+  bool takeScannedRoutes(od::value& v, VrfState& vrf);
   template <class Fam>
   void fecs(od::value& v, VrfState& vrf);
   template <class Fam>
@@ -206,6 +211,14 @@ class Loader {
 
   JsonReader r_;
   Sections sections_;
+  // What scanRoutes read of each route array it blanked, by where the array starts.
+  struct ScannedRoutes {
+    decltype(layout::VrfTables::fibRoute) v4;
+    decltype(layout::VrfTables::fib6Route) v6;
+    std::uint32_t unprogrammed = 0;
+    std::vector<Plexa::IpGenPrefix> kernel;
+  };
+  std::unordered_map<const char*, ScannedRoutes> scanned_;
   int version_ = 0;
   std::map<std::string, std::unique_ptr<VrfState>> vrfs_;
   std::map<std::uint32_t, std::string> vrfIds_;

@@ -68,6 +68,7 @@ void Loader::family(od::value& v, VrfState& vrf) {
   r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
     if (k != 0) {
       fecs<Fam>(f, vrf);
+    } else if (takeScannedRoutes<Fam>(f, vrf)) {
     } else if (std::is_same_v<Fam, V4> ? sections_.ipv4Routes : sections_.ipv6Routes) {
       routes<Fam>(f, vrf);
     } else {

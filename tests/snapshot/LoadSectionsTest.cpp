@@ -152,4 +152,20 @@ TEST(LoadSections, ATableLeftOutIsEmptyAndItsRoutesStillMarkWhatIsNotProgrammed)
   }
 }
 
+// The route arrays in the form the scan proves are built by it from the text; one key written
+// with an escape sends the same array to the whole reading. Both give the same tables.
+TEST(LoadSections, TheScanBuildsTheTablesTheWholeReadingBuilds) {
+  const std::string v4 = kV4 + R"(, {"prefix": "10.100.0.0/16", "type": "eBgp", "fec": "ip6:3"},
+      {"prefix": "0.0.0.0/0", "type": "staticConfig", "fec": "nhg:2", "preference": 0})";
+  const std::string v6 = kV6 + R"(, {"prefix": "::/0", "type": "staticConfig", "fec": "ip6:4"})";
+  const std::string scanned = Snapshot::write(*Snapshot::load(document(v4, v6)));
+  const auto escaped = [](std::string routes) {
+    routes.replace(routes.find("\"prefix\""), 8, "\"pref\\u0069x\"");
+    return routes;
+  };
+  EXPECT_EQ(Snapshot::write(*Snapshot::load(document(escaped(v4), escaped(v6)))), scanned);
+  EXPECT_NE(scanned.find("10.100.0.0/16"), std::string::npos);
+  EXPECT_NE(scanned.find("2001:db8:1::/48"), std::string::npos);
+}
+
 }  // namespace
