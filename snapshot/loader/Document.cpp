@@ -189,7 +189,7 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json, Se
   loader::Loader loader;
   loader.sectionsIs(sections);
   // The text is the loader's own copy.
-  loader.scanRoutes(const_cast<char*>(json.data()));
+  loader.scanRoutes(const_cast<char*>(json.data()), json.size());
   const auto err = parser.iterate(json).get(doc);
   if (err == simdjson::MEMALLOC) throw std::bad_alloc();
   if (err != simdjson::SUCCESS)

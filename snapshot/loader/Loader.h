@@ -141,7 +141,7 @@ class Loader {
   void sectionsIs(Sections s) { sections_ = s; }
   // Reads the route arrays straight from the text, before the parser indexes it, and blanks
   // each one read (RouteCheck.cpp). `text` is the document, followed by the parser's padding.
-  void scanRoutes(char* text);
+  void scanRoutes(char* text, std::size_t size);
 
  private:
   // ---- sections ----

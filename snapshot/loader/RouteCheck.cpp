@@ -33,6 +33,11 @@ class RouteScan {
   // Without a table the scan checks for prefixes given twice itself; with one it appends each
   // route to it, which indexAppended() then checks.
   explicit RouteScan(const char* at, Table* table = nullptr) : p_(at), table_(table) {}
+  // Room for the prefixes of an array of up to `bytes` of text, in the address space only: the
+  // pages are taken as they are written, and the vector never moves.
+  void expect(std::size_t bytes) {
+    if (!table_) keys_.reserve(bytes / kShortestRoute + 1);
+  }
 
   // Reads the array at the start; false when something is not proven valid. On success,
   // end() is just past the closing bracket.
@@ -61,6 +66,7 @@ class RouteScan {
 
  private:
   enum Field { kPrefix, kType, kFec, kPreference, kMetric, kHw, kKernel, kNone };
+  static constexpr std::size_t kShortestRoute = sizeof(R"({"prefix":"0.0.0.0/0","type":"bgp"})");
 
   void space() {
     while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
@@ -408,11 +414,12 @@ void Loader::checkRoutes(od::value& v, VrfState& vrf) {
 // scan, in a second pass once the first has proven the array and counted its routes; a table
 // left out is only checked. An array the scan does not prove is left as it is for the
 // loader to read.
-void Loader::scanRoutes(char* text) {
+void Loader::scanRoutes(char* text, std::size_t size) {
   auto found = [&](bool v6, char* at) -> char* {
     ScannedRoutes result;
     const auto scan = [&]<class Fam>(Fam) -> const char* {
       RouteScan<Fam> check(at);
+      check.expect(static_cast<std::size_t>(text + size - at));
       const bool build = std::is_same_v<Fam, V4> ? sections_.ipv4Routes : sections_.ipv6Routes;
       if (!check.run()) return nullptr;
       if (build) {
