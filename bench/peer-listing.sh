@@ -58,13 +58,15 @@ done < "$tmp/intfs"
 ip -n "$NS" -batch "$tmp/batch"
 echo "namespace: $(ip -n "$NS" -6 route show | grep -c .) IPv6 routes; state: $state" >&2
 
-# time CMD...: wall seconds of one run, output thrown away.
+# time CMD...: "wall cpu" seconds of one run (cpu: user + system, steadier than the wall clock
+# on a shared machine), output thrown away.
 time1() {
-  local t0 t1
+  local t0 t1 u s
   t0=$(date +%s%N)
-  "$@" > /dev/null
+  /usr/bin/time -f "%U %S" -o "$tmp/cpu" "$@" > /dev/null
   t1=$(date +%s%N)
-  awk "BEGIN{printf \"%.4f\", ($t1 - $t0) / 1e9}"
+  read -r u s < "$tmp/cpu"
+  awk "BEGIN{printf \"%.4f %.2f\", ($t1 - $t0) / 1e9, $u + $s}"
 }
 median() { sort -n | awk '{a[NR]=$1} END{print a[int((NR+1)/2)]}'; }
 
@@ -81,11 +83,14 @@ for r in $(seq "$rounds"); do
     echo "$(time1 ${cmds[$j]})" >> "$tmp/t$j"
   done
 done
-peer=$(median < "$tmp/t0")
-printf '%-55s %8s %8s\n' command 'wall s' 'ratio'
+peer=$(cut -d' ' -f1 < "$tmp/t0" | median)
+peerCpu=$(cut -d' ' -f2 < "$tmp/t0" | median)
+printf '%-70s %8s %6s %6s %6s\n' command 'wall s' ratio 'cpu s' ratio
 for j in "${!cmds[@]}"; do
-  m=$(median < "$tmp/t$j")
-  printf '%-55s %8.3f %8.2f\n' "${cmds[$j]/$state/STATE}" "$m" "$(awk "BEGIN{print $m / $peer}")"
+  m=$(cut -d' ' -f1 < "$tmp/t$j" | median)
+  c=$(cut -d' ' -f2 < "$tmp/t$j" | median)
+  printf '%-70s %8.3f %6.2f %6.2f %6.2f\n' "${cmds[$j]/$state/STATE}" "$m" \
+    "$(awk "BEGIN{print $m / $peer}")" "$c" "$(awk "BEGIN{print $c / $peerCpu}")"
 done
 for args in "show ip route" "show ipv6 route" "check ip address Ethernet1 10.99.0.1/24" "show version"; do
   # shellcheck disable=SC2086
