@@ -32,6 +32,15 @@ std::string refusal(const std::string& text, Sections sections) {
   return "loaded";
 }
 
+// The same document with its route arrays' keys written with an escape: the scan that reads
+// route arrays before the parser does not take an escaped key, so the loader reads these
+// arrays itself, route by route, the reading every other is held to.
+std::string unscanned(std::string text) {
+  for (std::size_t at = 0; (at = text.find("\"routes\"", at)) != std::string::npos;)
+    text.replace(at, 8, "\"rout\\u0065s\"");
+  return text;
+}
+
 // A document with routes of both families in two VRFs; `v4` and `v6` are the default VRF's
 // route arrays' elements.
 std::string document(const std::string& v4, const std::string& v6) {
@@ -96,14 +105,16 @@ TEST(LoadSections, ARouteTableLeftOutIsRefusedAsTheWholeLoadRefusesIt) {
   const std::string base = document(kV4, kV6);
   ASSERT_EQ(refusal(base, Sections::all()), "loaded");
   for (const auto& [from, to] : kChanges) {
-    // The same change in the IPv4 table and, where it makes sense, in the IPv6 one.
+    // The change, in the first IPv4 route or the array.
     std::string v4 = kV4;
     v4.replace(v4.find(from), from.size(), to);
     const std::string text = document(v4, kV6);
-    const std::string whole = refusal(text, Sections::all());
-    for (const Sections s : kChoices)
+    const std::string whole = refusal(unscanned(text), Sections::all());
+    for (const Sections s : kChoices) {
       EXPECT_EQ(refusal(text, s), whole)
           << to << " ipv4 " << s.ipv4Routes << " ipv6 " << s.ipv6Routes;
+      EXPECT_EQ(refusal(unscanned(text), s), whole) << to;
+    }
   }
   // Shapes of the array itself, and an error after it that the scan must not hide.
   for (const std::string& text : {
@@ -116,9 +127,11 @@ TEST(LoadSections, ARouteTableLeftOutIsRefusedAsTheWholeLoadRefusesIt) {
            std::string(R"({"version": 1, "vrfs": {"default": {"ipv4": {"routes": [}}}})"),
            std::string(R"({"version": 1, "vrfs": {"default": {"ipv4": {"routes": []}}, "x": 1}})"),
        }) {
-    const std::string whole = refusal(text, Sections::all());
-    for (const Sections s : kChoices)
+    const std::string whole = refusal(unscanned(text), Sections::all());
+    for (const Sections s : kChoices) {
       EXPECT_EQ(refusal(text, s), whole) << text;
+      EXPECT_EQ(refusal(unscanned(text), s), whole) << text;
+    }
   }
 }
 
@@ -152,18 +165,14 @@ TEST(LoadSections, ATableLeftOutIsEmptyAndItsRoutesStillMarkWhatIsNotProgrammed)
   }
 }
 
-// The route arrays in the form the scan proves are built by it from the text; one key written
-// with an escape sends the same array to the whole reading. Both give the same tables.
+// The route arrays in the form the scan proves are built by it from the text; read by the
+// loader route by route, the same arrays give the same tables.
 TEST(LoadSections, TheScanBuildsTheTablesTheWholeReadingBuilds) {
   const std::string v4 = kV4 + R"(, {"prefix": "10.100.0.0/16", "type": "eBgp", "fec": "ip6:3"},
       {"prefix": "0.0.0.0/0", "type": "staticConfig", "fec": "nhg:2", "preference": 0})";
   const std::string v6 = kV6 + R"(, {"prefix": "::/0", "type": "staticConfig", "fec": "ip6:4"})";
   const std::string scanned = Snapshot::write(*Snapshot::load(document(v4, v6)));
-  const auto escaped = [](std::string routes) {
-    routes.replace(routes.find("\"prefix\""), 8, "\"pref\\u0069x\"");
-    return routes;
-  };
-  EXPECT_EQ(Snapshot::write(*Snapshot::load(document(escaped(v4), escaped(v6)))), scanned);
+  EXPECT_EQ(Snapshot::write(*Snapshot::load(unscanned(document(v4, v6)))), scanned);
   EXPECT_NE(scanned.find("10.100.0.0/16"), std::string::npos);
   EXPECT_NE(scanned.find("2001:db8:1::/48"), std::string::npos);
 }
