@@ -7,6 +7,7 @@
 #include "cli/Commands.h"
 
 #include <cctype>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,11 +26,25 @@ namespace cli {
 namespace {
 
 // A row of the table, before every action is given the one policy for the command's output.
+// `reads` is what of the state the command reads: a one-shot command loads only that (the
+// route tables it leaves out are still checked). A row that changes the state, or may read
+// any table, reads everything, which is the default.
 struct Command {
   std::string syntax;
   std::vector<WordHelp> help;
   OutputAction action;
+  Snapshot::Sections reads = Snapshot::Sections::all();
 };
+
+constexpr Snapshot::Sections kNoRoutes = Snapshot::Sections::none();
+constexpr Snapshot::Sections kIpv4Routes = {.ipv4Routes = true, .ipv6Routes = false};
+constexpr Snapshot::Sections kIpv6Routes = {.ipv4Routes = false, .ipv6Routes = true};
+
+// The rows' declarations by syntax, as addCommands registered them.
+std::map<std::string, Snapshot::Sections>& readsBySyntax() {
+  static std::map<std::string, Snapshot::Sections> reads;
+  return reads;
+}
 
 // The argument types the rows share.
 bool isVrfName(std::string_view w) {
@@ -101,12 +116,19 @@ void addCommands(Grammar& grammar) {
   grammar.addKeywordHelp("nexthop-group", "Nexthop groups");
 
   const Command commands[] = {
-      {"show version", {{"version", "Software version and the state shown"}}, showVersion},
-      {"show types", {{"types", "The library's registered types"}}, showTypes},
+      {"show version",
+       {{"version", "Software version and the state shown"}},
+       showVersion,
+       kNoRoutes},
+      {"show types", {{"types", "The library's registered types"}}, showTypes, kNoRoutes},
       {"show type TYPE",
        {{"type", "One registered type: construction, attributes, operations"}},
-       showType},
-      {"show value VALUE", {{"value", "Parse a value text form and write it back"}}, showValue},
+       showType,
+       kNoRoutes},
+      {"show value VALUE",
+       {{"value", "Parse a value text form and write it back"}},
+       showValue,
+       kNoRoutes},
       {"show ip route [vrf NAME] [A.B.C.D | A.B.C.D/LEN [longer-prefixes]] [PROTOCOL] [detail] "
        "[host] [quantify]",
        {{"route", "IPv4 routing table"},
@@ -114,13 +136,15 @@ void addCommands(Grammar& grammar) {
         {"quantify", "Time the listing"},
         {"A.B.C.D", "The longest match for an address"},
         {"A.B.C.D/LEN", "The route for a prefix"}},
-       [](const Match& m, const Context& c, Output& out) { return showRoute(m, c, out, false); }},
+       [](const Match& m, const Context& c, Output& out) { return showRoute(m, c, out, false); },
+       kIpv4Routes},
       {"show ip route [vrf NAME] summary",
        {{"route", "IPv4 routing table"},
         {"summary", "Route counts by source and by prefix length"}},
        [](const Match& m, const Context& c, Output& out) {
          return showRouteSummary(m, c, out, false);
-       }},
+       },
+       kIpv4Routes},
       {"show ipv6 route [vrf NAME] [X:X::X | X:X::X/LEN [longer-prefixes]] [interface INTF] "
        "[PROTOCOL] [detail] [host] [quantify]",
        {{"route", "IPv6 routing table"},
@@ -129,26 +153,31 @@ void addCommands(Grammar& grammar) {
         {"quantify", "Time the listing"},
         {"X:X::X", "The longest match for an address"},
         {"X:X::X/LEN", "The route for a prefix"}},
-       [](const Match& m, const Context& c, Output& out) { return showRoute(m, c, out, true); }},
+       [](const Match& m, const Context& c, Output& out) { return showRoute(m, c, out, true); },
+       kIpv6Routes},
       {"show ipv6 route [vrf NAME] summary",
        {{"route", "IPv6 routing table"},
         {"summary", "Route counts by source and by prefix length"}},
        [](const Match& m, const Context& c, Output& out) {
          return showRouteSummary(m, c, out, true);
-       }},
+       },
+       kIpv6Routes},
       {"show running-config [all]",
        {{"running-config", "Current configuration"},
         {"all", "With the static routes' default preference and tag too"}},
-       showRunningConfig},
+       showRunningConfig,
+       kNoRoutes},
       {"show running-config interface INTF",
        {{"running-config", "Current configuration"},
         {"interface", "One interface's configuration"}},
-       showRunningConfigInterface},
+       showRunningConfigInterface,
+       kNoRoutes},
       {"show running-config static-routes [all]",
        {{"running-config", "Current configuration"},
         {"static-routes", "Static routes"},
         {"all", "With the default preference and tag too"}},
-       showStaticRoutes},
+       showStaticRoutes,
+       kNoRoutes},
       {"show static-routes [vrf NAME] [dynamic]",
        {{"static-routes", "Static routes as the routing information base holds them"},
         {"dynamic", "The routes installed by agents instead of the configured ones"}},
@@ -160,10 +189,12 @@ void addCommands(Grammar& grammar) {
       {"show nexthop-group summary [vrf NAME]",
        {{"summary", "Nexthop group counts by type and by size"},
         {"vrf", "Whose hardware to check (default: the default VRF)"}},
-       showNexthopGroupSummary},
+       showNexthopGroupSummary,
+       kNoRoutes},
       {"show nexthop-group [GROUP] [vrf NAME]",
        {{"GROUP", "One group only"}, {"vrf", "Whose hardware to check (default: the default VRF)"}},
-       showNexthopGroups},
+       showNexthopGroups,
+       kNoRoutes},
       {"clear nexthop-group counters [GROUP]",
        {{"counters", "Start the entry counters from zero"}, {"GROUP", "One group only"}},
        clearNexthopGroupCounters},
@@ -180,27 +211,41 @@ void addCommands(Grammar& grammar) {
         {"exact", "An equal address conflicts when its mask length differs"},
         {"address", "An equal address never conflicts"},
         {"mgmt-prefix", "Name prefix of management interfaces (default Management)"}},
-       checkIpAddress},
+       checkIpAddress,
+       kNoRoutes},
       {"check ipv6 address INTF X:X::X/LEN [mgmt-prefix TEXT]",
        {{"address", "May this address be assigned to the interface?"},
         {"mgmt-prefix", "Name prefix of management interfaces (default Management)"}},
-       checkIp6Address},
+       checkIp6Address,
+       kNoRoutes},
       {"check ip nexthop A.B.C.D [vrf NAME]",
        {{"nexthop", "Is this next hop one of the router's own addresses?"}},
-       [](const Match& m, const Context& c, Output& out) {
-         return checkNexthop(m, c, out, false);
-       }},
+       [](const Match& m, const Context& c, Output& out) { return checkNexthop(m, c, out, false); },
+       kNoRoutes},
       {"check ipv6 nexthop X:X::X [vrf NAME]",
        {{"nexthop", "Is this next hop one of the router's own addresses?"}},
-       [](const Match& m, const Context& c, Output& out) { return checkNexthop(m, c, out, true); }},
+       [](const Match& m, const Context& c, Output& out) { return checkNexthop(m, c, out, true); },
+       kNoRoutes},
       {"check rd NAME RD",
        {{"rd", "Is this route distinguisher free for the VRF?"}, {"NAME", "The VRF to receive it"}},
-       checkRd},
+       checkRd,
+       kNoRoutes},
   };
   std::vector<Row> rows;
-  for (const Command& command : commands)
+  for (const Command& command : commands) {
     rows.push_back({command.syntax, command.help, oneDocument(command.action)});
+    readsBySyntax()[command.syntax] = command.reads;
+  }
   grammar.addRows(std::move(rows));
+}
+
+Snapshot::Sections sectionsRead(const Grammar& grammar, std::span<const std::string> command) {
+  if (command.empty()) return Snapshot::Sections::all();
+  const MatchResult result = grammar.match(command);
+  if (!result.match) return Snapshot::Sections::all();
+  const auto& reads = readsBySyntax();
+  const auto it = reads.find(result.match->row().syntax);
+  return it == reads.end() ? Snapshot::Sections::all() : it->second;
 }
 
 }  // namespace cli

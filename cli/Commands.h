@@ -7,6 +7,7 @@
 
 #include "cli/Grammar.h"
 #include "cli/Runner.h"
+#include "snapshot/Snapshot.h"
 
 namespace cli {
 
@@ -26,7 +27,11 @@ int finishShell(int status, const Context& context);
 // Loads the device state named by --state (empty: the built-in default; "-": standard input)
 // before the first command runs. Returns kStatusOk, or the status to leave with after refusing
 // `command` (refuseLine) with the reason.
-int loadState(const std::string& path, std::span<const std::string> command,
-              const Context& context);
+int loadState(const std::string& path, std::span<const std::string> command, const Context& context,
+              Snapshot::Sections sections = {});
+
+// What of the state the one-shot `command` reads, by its row: every table for the shell (no
+// command), for a command no row matches, and for a row that does not say.
+Snapshot::Sections sectionsRead(const Grammar& grammar, std::span<const std::string> command);
 
 }  // namespace cli

@@ -1,6 +1,7 @@
 #include "cli/DeviceState.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 #include "platform/plexa/IntfId.h"
 #include "platform/state/Interface.h"
@@ -17,13 +18,15 @@ DeviceState& DeviceState::instance() {
   return state;
 }
 
-void DeviceState::load(const std::string& path) {
+void DeviceState::load(const std::string& path, Snapshot::Sections sections) {
   // Taken before the file is read: a change made while it loads makes the stamp out of date,
   // so that a later save refuses rather than overwrites it.
   const Snapshot::FileStamp stamp =
       path.empty() || path == "-" ? Snapshot::FileStamp() : Snapshot::stampOf(path);
-  auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
+  auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample(), sections)
+                         : Snapshot::loadFile(path, sections);
   use(std::move(em), path.empty() ? "built-in example" : path == "-" ? "standard input" : path);
+  sections_ = sections;
   live_ = false;
   // Standard input is read once; there is no file to write back to.
   filePath_ = path == "-" ? std::string() : path;
@@ -52,6 +55,7 @@ void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
   em_ = std::move(em);
   source_ = std::move(source);
   unsaved_ = false;
+  sections_ = Snapshot::Sections::all();
   // Value texts name state entities by path ("Ptr('Ip::Config', 'ip/config')"): they read
   // back as the entities of this state.
   Mox::ptrResolverIs([this](std::string_view type, std::string_view at) -> Mox::Ptr<Mox::Entity> {
@@ -62,6 +66,10 @@ void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
 }
 
 void DeviceState::save(const std::string& path) {
+  // A command that saves declares that it reads everything; a state without its route tables
+  // written out would lose them.
+  if (!sections_.isAll())
+    throw std::logic_error("a state loaded without its route tables cannot be saved");
   const std::string target = path.empty() ? filePath_ : path;
   if (target.empty()) {
     throw Mox::RangeException("The state has no file of its own (" + source_ +

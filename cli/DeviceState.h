@@ -24,8 +24,9 @@ class DeviceState {
 
   // Loads a snapshot file ("-": standard input), or the built-in example when `path` is
   // empty. Throws
-  // Snapshot::LoadError; the state in use does not change then.
-  void load(const std::string& path);
+  // Snapshot::LoadError; the state in use does not change then. `sections` says what a
+  // one-shot command reads; a state loaded without some tables cannot be saved.
+  void load(const std::string& path, Snapshot::Sections sections = {});
   // Shows a state loaded elsewhere (the Python module keeps one per rova.State); `filePath`
   // is where `write` saves it, empty when it has no file of its own.
   void adopt(Mox::Ptr<Statum::EntityManager> em, std::string source, std::string filePath);
@@ -92,8 +93,9 @@ class DeviceState {
   std::string filePath_;
   bool unsaved_ = false;
   bool swappedUnsaved_ = false;
-  Snapshot::FileStamp stamp_;  // the state's own file as it was read or last written
-  bool builtIn_ = false;       // loaded from the built-in example, whose text a write keeps
+  Snapshot::Sections sections_;  // what the state holds of its document
+  Snapshot::FileStamp stamp_;    // the state's own file as it was read or last written
+  bool builtIn_ = false;         // loaded from the built-in example, whose text a write keeps
 
   void use(Mox::Ptr<Statum::EntityManager> em, std::string source);
 };

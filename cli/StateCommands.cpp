@@ -99,10 +99,10 @@ int finishShell(int status, const Context& context) {
   return status;
 }
 
-int loadState(const std::string& path, std::span<const std::string> command,
-              const Context& context) {
+int loadState(const std::string& path, std::span<const std::string> command, const Context& context,
+              Snapshot::Sections sections) {
   try {
-    DeviceState::instance().load(path);
+    DeviceState::instance().load(path, sections);
   } catch (const Snapshot::LoadError& e) {
     // A file that cannot be read is named once, here.
     return refuseLine(command,

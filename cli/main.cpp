@@ -131,9 +131,10 @@ int main(int argc, char** argv) {
     cli::addConfigureRow(grammar);
     // Until the state is loaded, a signal ends rova at once: there is nothing to close yet,
     // and a state read from a FIFO or a terminal may wait for its writer.
-    const int loaded =
-        options.live ? cli::startLiveMode(grammar, options.command, context)
-                     : cli::loadState(options.statePath.value_or(""), options.command, context);
+    const int loaded = options.live
+                           ? cli::startLiveMode(grammar, options.command, context)
+                           : cli::loadState(options.statePath.value_or(""), options.command,
+                                            context, cli::sectionsRead(grammar, options.command));
     if (loaded != cli::kStatusOk) return loaded;
     if (options.command.empty()) {
       cli::Shell shell(grammar, context);

@@ -43,9 +43,24 @@ class LoadError : public Mox::Exception {
 // The document format version this loader reads.
 inline constexpr int kFormatVersion = 1;
 
-Mox::Ptr<Statum::EntityManager> load(std::string_view json);
+// What a reader needs built of a state. Every table is built unless a family's route tables
+// are left out: those are then read and checked as strictly as ever (a document refused with
+// them is refused without them, with the same message) but not built, and the state holds
+// them empty. The other sections are small and always built. A state loaded without a table
+// is for reading only: writing it back would lose the routes.
+struct Sections {
+  bool ipv4Routes = true;
+  bool ipv6Routes = true;
+
+  static constexpr Sections all() { return {}; }
+  static constexpr Sections none() { return {false, false}; }
+  bool isAll() const { return ipv4Routes && ipv6Routes; }
+  friend bool operator==(const Sections&, const Sections&) = default;
+};
+
+Mox::Ptr<Statum::EntityManager> load(std::string_view json, Sections sections = {});
 // Reads the file whole, whatever it is (a regular file, a pipe, a FIFO); "-" is standard input.
-Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path);
+Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections sections = {});
 
 // The example device (examples/leaf1.json), compiled into the program as its default state.
 std::string_view embeddedExample();

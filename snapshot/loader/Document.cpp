@@ -182,11 +182,14 @@ namespace {
 
 // `readPast` (if any) hears now and then how far the reader has come: the text before that
 // point is not needed again.
-Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
+Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json, Sections sections,
                                            std::function<void(const char*)> readPast = {}) {
   od::parser parser;
   od::document doc;
   loader::Loader loader;
+  loader.sectionsIs(sections);
+  // The text is the loader's own copy.
+  loader.scanRoutes(const_cast<char*>(json.data()), json.size());
   const auto err = parser.iterate(json).get(doc);
   if (err == simdjson::MEMALLOC) throw std::bad_alloc();
   if (err != simdjson::SUCCESS)
@@ -307,11 +310,11 @@ void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const 
 
 }  // namespace
 
-Mox::Ptr<Statum::EntityManager> load(std::string_view json) {
-  return loadPadded(simdjson::padded_string(json));
+Mox::Ptr<Statum::EntityManager> load(std::string_view json, Sections sections) {
+  return loadPadded(simdjson::padded_string(json), sections);
 }
 
-Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
+Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections sections) {
   // Whoever asks (the command line, a script): an empty name is a mistake (an unset variable),
   // and a name holding a NUL would open a file the caller did not name.
   if (path.empty()) throw LoadError("", "empty file name", path);
@@ -336,7 +339,7 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path) {
     throw LoadError("", "larger than 4 GiB, the most a state may be", path);
   FileText text(fd, expected, path);
   if (S_ISREG(st.st_mode)) checkUnchanged(fd, expected, text, path);
-  return loadPadded(text.view(), [&text](const char* at) { text.readPast(at); });
+  return loadPadded(text.view(), sections, [&text](const char* at) { text.readPast(at); });
 }
 
 }  // namespace Snapshot

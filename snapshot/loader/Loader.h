@@ -137,6 +137,11 @@ class Loader {
   Ptr<Statum::EntityManager> run(od::document& doc, const char* text);
   // Told now and then how far into the document the reading has come.
   void readPastIs(std::function<void(const char*)> f) { r_.readPastIs(std::move(f)); }
+  // The route tables to build; those left out are only checked (RouteCheck.cpp).
+  void sectionsIs(Sections s) { sections_ = s; }
+  // Reads the route arrays straight from the text, before the parser indexes it, and blanks
+  // each one read (RouteCheck.cpp). `text` is the document, followed by the parser's padding.
+  void scanRoutes(char* text, std::size_t size);
 
  private:
   // ---- sections ----
@@ -149,6 +154,10 @@ class Loader {
   void family(od::value& v, VrfState& vrf);
   template <class Fam>
   void routes(od::value& v, VrfState& vrf);
+  template <class Fam>
+  void checkRoutes(od::value& v, VrfState& vrf);
+  template <class Fam>
+  bool takeScannedRoutes(od::value& v, VrfState& vrf);
   template <class Fam>
   void fecs(od::value& v, VrfState& vrf);
   template <class Fam>
@@ -201,6 +210,15 @@ class Loader {
   std::size_t vrfRef(const L3::VrfName& name);
 
   JsonReader r_;
+  Sections sections_;
+  // What scanRoutes read of each route array it blanked, by where the array starts.
+  struct ScannedRoutes {
+    decltype(layout::VrfTables::fibRoute) v4;
+    decltype(layout::VrfTables::fib6Route) v6;
+    std::uint32_t unprogrammed = 0;
+    std::vector<Plexa::IpGenPrefix> kernel;
+  };
+  std::unordered_map<const char*, ScannedRoutes> scanned_;
   int version_ = 0;
   std::map<std::string, std::unique_ptr<VrfState>> vrfs_;
   std::map<std::uint32_t, std::string> vrfIds_;

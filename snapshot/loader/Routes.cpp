@@ -66,10 +66,13 @@ template <class Fam>
 void Loader::family(od::value& v, VrfState& vrf) {
   static constexpr Keys<2> keys = {"routes", "fecs"};
   r_.fields(r_.object(v), keys, 0, [&](unsigned k, od::value& f) {
-    if (k == 0) {
+    if (k != 0) {
+      fecs<Fam>(f, vrf);
+    } else if (takeScannedRoutes<Fam>(f, vrf)) {
+    } else if (std::is_same_v<Fam, V4> ? sections_.ipv4Routes : sections_.ipv6Routes) {
       routes<Fam>(f, vrf);
     } else {
-      fecs<Fam>(f, vrf);
+      checkRoutes<Fam>(f, vrf);
     }
   });
 }
@@ -139,6 +142,9 @@ void Loader::routes(od::value& v, VrfState& vrf) {
   refuseDuplicate();
   vrf.countUnprogrammed<Fam>(unprogrammed);
 }
+// The route check falls back on the whole reading (RouteCheck.cpp).
+template void Loader::routes<V4>(od::value&, VrfState&);
+template void Loader::routes<V6>(od::value&, VrfState&);
 
 enum FecKey { kFecId, kBackupIndex, kVias };
 constexpr Keys<3> kFecKeys = {"id", "backupIndex", "vias"};

@@ -434,6 +434,44 @@ TEST_F(StateFile, AConfiguredRouteReachesTheListingsAtOnce) {
   EXPECT_NE(staticRoutes().find("ip route 10.97.0.0/16 10.250.0.1\n"), std::string::npos);
 }
 
+// A command loads only the route tables it reads, but a state wrong in a table it leaves out
+// is refused all the same, with the message the whole load gives, and so is the shell.
+TEST_F(StateFile, AStateWrongInATableTheCommandSkipsIsStillRefused) {
+  const std::pair<std::string, std::string> faults[] = {
+      {R"("prefix": "10.4.0.0/16")", R"("prefix": "10.4.0.1/16")"},
+      {R"("prefix": "2001:db8:3000::/48", "type": "bgp")",
+       R"("prefix": "2001:db8:3000::/48", "type": "bgp", "type": "bgp")"},
+  };
+  const std::vector<std::vector<std::string>> commands = {
+      {"show", "ipv6", "route"},
+      {"show", "ip", "route"},
+      {"show", "ip", "route", "summary"},
+      {"check", "ip", "address", "Ethernet5", "10.99.0.1/24"},
+      {"show", "version"},
+      {},
+  };
+  for (const auto& [from, to] : faults) {
+    std::string text = example_;
+    ASSERT_NE(text.find(from), std::string::npos) << from;
+    text.replace(text.find(from), from.size(), to);
+    std::ofstream(file_, std::ios::trunc) << text;
+    std::string first;
+    for (const auto& command : commands) {
+      std::vector<std::string> args = {"--state", file_};
+      args.insert(args.end(), command.begin(), command.end());
+      const clitest::Captured r = runRova(args, "show version\n");
+      EXPECT_EQ(r.status, 2) << to;
+      EXPECT_EQ(r.out, "");
+      EXPECT_NE(r.err.find("% Cannot load state"), std::string::npos) << r.err;
+      if (first.empty()) first = r.err;
+      EXPECT_EQ(r.err, first) << to;
+    }
+  }
+  EXPECT_NE(runRova({"--state", file_, "show", "ipv6", "route"})
+                .err.find("].type: duplicate key \"type\""),
+            std::string::npos);
+}
+
 TEST_F(StateFile, ARefusedLineStopsTheScriptBeforeItWrites) {
   const std::string before = contents();
   const char* const refusals[][2] = {

@@ -1,0 +1,473 @@
+// Route tables a reader does not need: read and checked, not built.
+//
+// A route array is checked by a scan of its text that accepts only what it can prove the
+// whole reading (Routes.cpp) accepts: the JSON grammar of an array of objects, the route keys
+// written without escapes, each once, `prefix` and `type` present; strings of printable ASCII
+// without escapes; numbers as plain digits within their range; `true` and `false`. Each
+// value goes through the same parser as in the whole reading (prefix, host bits, type word,
+// FEC reference), and no prefix may come twice. Whatever the scan cannot prove (an escape, a
+// non-ASCII string, a number with a fraction, an unknown key, anything wrong) sends the
+// array to the whole reading, which refuses it with its own message, or accepts it; the table
+// it built is then dropped. So a document is refused with a table left out exactly when it is
+// refused with it, and with the same message.
+//
+// What the routes say beyond the table is kept as the whole reading keeps it: the count of
+// routes not programmed in hardware and the prefixes not programmed in the kernel.
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+#include "platform/mox/RadixSort.h"
+#include "snapshot/loader/Loader.h"
+
+namespace Snapshot::loader {
+
+namespace {
+
+template <class Fam>
+class RouteScan {
+ public:
+  using Table = std::remove_reference_t<decltype(std::declval<VrfState&>().routes<Fam>())>;
+  // Without a table the scan checks for prefixes given twice itself; with one it appends each
+  // route to it, which indexAppended() then checks.
+  explicit RouteScan(const char* at, Table* table = nullptr) : p_(at), table_(table) {}
+  // Room for the prefixes of an array of up to `bytes` of text, in the address space only: the
+  // pages are taken as they are written, and the vector never moves.
+  void expect(std::size_t bytes) {
+    if (!table_) keys_.reserve(bytes / kShortestRoute + 1);
+  }
+
+  // Reads the array at the start; false when something is not proven valid. On success,
+  // end() is just past the closing bracket.
+  bool run() {
+    if (*p_ != '[') return false;
+    ++p_;
+    space();
+    if (*p_ == ']') return finishArray();
+    for (;;) {
+      if (!route()) return false;
+      space();
+      if (*p_ == ',') {
+        ++p_;
+        space();
+        continue;
+      }
+      if (*p_ == ']') return finishArray();
+      return false;
+    }
+  }
+
+  const char* end() const { return p_; }
+  std::size_t count() const { return count_; }
+  std::uint32_t unprogrammed() const { return unprogrammed_; }
+  const std::vector<typename Fam::Prefix>& kernelUnprogrammed() const { return kernel_; }
+
+ private:
+  enum Field { kPrefix, kType, kFec, kPreference, kMetric, kHw, kKernel, kNone };
+  static constexpr std::size_t kShortestRoute = sizeof(R"({"prefix":"0.0.0.0/0","type":"bgp"})");
+
+  void space() {
+    while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
+      ++p_;
+  }
+
+  // A string of printable ASCII without escapes. The document is followed by the parser's
+  // padding of zero bytes, so a string left open stops at a byte the loop refuses.
+  bool string(std::string_view& out) {
+    if (*p_ != '"') return false;
+    const char* s = ++p_;
+    for (;;) {
+      const auto c = static_cast<unsigned char>(*p_);
+      if (c == '"') break;
+      if (c < 0x20 || c >= 0x7f || c == '\\') return false;
+      ++p_;
+    }
+    out = std::string_view(s, static_cast<std::size_t>(p_ - s));
+    ++p_;
+    return true;
+  }
+
+  static bool delimiter(char c) {
+    return c == ',' || c == '}' || c == ']' || c == ' ' || c == '\n' || c == '\r' || c == '\t';
+  }
+
+  // A whole number as JSON writes it (no sign, no leading zero, no fraction or exponent).
+  bool number(std::uint64_t max, std::uint64_t& out) {
+    const char* s = p_;
+    if (*p_ == '0') {
+      ++p_;
+    } else {
+      while (*p_ >= '0' && *p_ <= '9' && p_ - s < 19)
+        ++p_;
+    }
+    if (p_ == s || !delimiter(*p_)) return false;
+    std::uint64_t n = 0;
+    for (const char* d = s; d < p_; ++d)
+      n = n * 10 + std::uint64_t(*d - '0');
+    out = n;
+    return n <= max;
+  }
+
+  bool boolean(bool& out) {
+    if (std::memcmp(p_, "true", 4) == 0 && delimiter(p_[4])) {
+      out = true;
+      p_ += 4;
+      return true;
+    }
+    if (std::memcmp(p_, "false", 5) == 0 && delimiter(p_[5])) {
+      out = false;
+      p_ += 5;
+      return true;
+    }
+    return false;
+  }
+
+  static Field fieldOf(std::string_view k) {
+    static constexpr std::string_view kNames[] = {
+        "prefix", "type", "fec", "preference", "metric", "hardwareProgrammed", "kernelProgrammed"};
+    for (unsigned i = 0; i < kNone; ++i) {
+      if (k == kNames[i]) return static_cast<Field>(i);
+    }
+    return kNone;
+  }
+
+  bool routeType(std::string_view word, typename Fam::RouteType& type) {
+    for (const auto& [w, t] : recentTypes_) {
+      if (w == word && !word.empty()) {
+        type = t;
+        return true;
+      }
+    }
+    if (!routeTypeWords<Fam>().find(word, type)) return false;
+    recentTypes_[nextRecentType_++ % recentTypes_.size()] = {word, type};
+    return true;
+  }
+
+  bool route() {
+    if (*p_ != '{') return false;
+    ++p_;
+    space();
+    unsigned seen = 0;
+    typename Fam::Route route;
+    typename Fam::Prefix& prefix = route.prefix;
+    bool hardwareProgrammed = true, kernelProgrammed = true;
+    int preference = -1;
+    if (*p_ == '}') return false;  // no prefix
+    for (;;) {
+      std::string_view keyText;
+      if (!string(keyText)) return false;
+      const Field key = fieldOf(keyText);
+      if (key == kNone || (seen & (1u << key))) return false;
+      seen |= 1u << key;
+      space();
+      if (*p_ != ':') return false;
+      ++p_;
+      space();
+      std::string_view text;
+      std::uint64_t n;
+      switch (key) {
+        case kPrefix: {
+          typename Fam::AddrWithMask a;
+          if (!string(text) || !Fam::AddrWithMask::parse(text, a)) return false;
+          prefix = a.subnet();
+          if (!(prefix.address() == a.address())) return false;
+          break;
+        }
+        case kType:
+          if (!string(text) || !routeType(text, route.routeType)) return false;
+          break;
+        case kFec: {
+          Brine::Fib::FecId id;
+          if (!string(text) || parseFecRef(text, id) != nullptr) return false;
+          // As the whole reading names it (Loader::familyFecRef).
+          if (std::is_same_v<Fam, V6> && id.adjType() == Brine::Fib::AdjType::ipAdj)
+            id = Brine::Fib::FecId(Brine::Fib::AdjType::ip6Adj, id.index());
+          route.fecId = id;
+          break;
+        }
+        case kPreference:
+          if (!number(255, n)) return false;
+          preference = int(n);
+          break;
+        case kMetric:
+          if (!number(kU32Max, n)) return false;
+          route.metric = std::uint32_t(n);
+          break;
+        case kHw:
+          if (!boolean(hardwareProgrammed)) return false;
+          break;
+        case kKernel:
+          if (!boolean(kernelProgrammed)) return false;
+          break;
+        case kNone:
+          return false;
+      }
+      space();
+      if (*p_ == ',') {
+        ++p_;
+        space();
+        continue;
+      }
+      if (*p_ != '}') return false;
+      ++p_;
+      break;
+    }
+    if ((seen & 3u) != 3u) return false;  // prefix and type are required
+    ++count_;
+    if (table_) {
+      route.preference =
+          preference >= 0 ? std::uint8_t(preference) : Fam::defaultPreference(route.routeType);
+      route.hardwareProgrammed = hardwareProgrammed;
+      table_->recordAppend(route);
+    } else {
+      keys_.push_back(orderKey(prefix));
+    }
+    if (!hardwareProgrammed) ++unprogrammed_;
+    if (!kernelProgrammed) kernel_.push_back(prefix);
+    return true;
+  }
+
+  // No prefix twice: the order keys (which tell prefixes apart) sorted by radix.
+  bool finishArray() {
+    ++p_;
+    if (table_) return !table_->indexAppended();
+    if (keys_.empty()) return true;
+    if constexpr (std::is_same_v<Key, std::uint64_t>) {
+      std::uint64_t varies = 0;
+      for (const std::uint64_t k : keys_)
+        varies |= k ^ keys_.front();
+      std::vector<unsigned> passes;
+      for (unsigned shift = 0; shift < 64; shift += 8) {
+        if ((varies >> shift) & 255) passes.push_back(shift);
+      }
+      Mox::detail::radixPasses(keys_, passes,
+                               [](std::uint64_t k, unsigned shift) { return (k >> shift) & 255; });
+    } else if (!Mox::detail::radixSortWide(keys_, [](const Key& k) { return k; })) {
+      std::sort(keys_.begin(), keys_.end());
+    }
+    return std::adjacent_find(keys_.begin(), keys_.end()) == keys_.end();
+  }
+
+  using Key = decltype(orderKey(std::declval<typename Fam::Prefix>()));
+  const char* p_;
+  Table* table_;
+  std::size_t count_ = 0;
+  std::vector<Key> keys_;
+  std::uint32_t unprogrammed_ = 0;
+  std::vector<typename Fam::Prefix> kernel_;
+  std::array<std::pair<std::string_view, typename Fam::RouteType>, 4> recentTypes_{};
+  unsigned nextRecentType_ = 0;
+};
+
+// Walks the document's JSON structure to find the route arrays ($.vrfs.<vrf>.ipv4.routes and
+// ipv6.routes) and hands each to `found`, which returns where the array ends, or nullptr to
+// have it walked like any other value. The walk is strict about structure (strings, brackets,
+// commas, colons), so that an array it finds is the one any JSON parser finds there; it stops
+// at the first thing it does not take (malformed text, an escaped key, nesting past 64), and
+// leaves the rest to the parser. Scalars are taken as they come: their checks are the
+// loader's.
+template <class Found>
+class RouteFinder {
+ public:
+  RouteFinder(char* text, Found found) : p_(text), found_(std::move(found)) {}
+
+  void run() {
+    space();
+    object([&](std::string_view key) { return key == "vrfs" ? vrfs() : value(0); });
+  }
+
+ private:
+  void space() {
+    while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
+      ++p_;
+  }
+
+  // An object whose values `member(key)` walks; a key with an escape is not compared.
+  template <class Member>
+  bool object(Member member) {
+    if (*p_ != '{') return value(0);
+    ++p_;
+    space();
+    if (*p_ == '}') return ++p_, true;
+    for (;;) {
+      const char* key = p_ + 1;
+      if (!string()) return false;
+      const std::string_view k(key, static_cast<std::size_t>(p_ - 1 - key));
+      space();
+      if (*p_ != ':') return false;
+      ++p_;
+      space();
+      if (!member(k.find('\\') == std::string_view::npos ? k : std::string_view("\\")))
+        return false;
+      space();
+      if (*p_ == ',') {
+        ++p_;
+        space();
+        continue;
+      }
+      if (*p_ != '}') return false;
+      ++p_;
+      return true;
+    }
+  }
+
+  bool vrfs() {
+    return object([&](std::string_view) {
+      return object([&](std::string_view key) {
+        if (key != "ipv4" && key != "ipv6") return value(0);
+        const bool v6 = key == "ipv6";
+        return object([&](std::string_view table) {
+          if (table != "routes" || *p_ != '[') return value(0);
+          if (char* end = found_(v6, p_)) {
+            p_ = end;
+            return true;
+          }
+          return value(0);
+        });
+      });
+    });
+  }
+
+  bool string() {
+    if (*p_ != '"') return false;
+    for (++p_;; ++p_) {
+      if (*p_ == '"') break;
+      if (*p_ == '\\') ++p_;
+      if (*p_ == 0) return false;  // the padding: a string left open
+    }
+    ++p_;
+    return true;
+  }
+
+  bool value(int depth) {
+    if (depth > 64) return false;
+    const char c = *p_;
+    if (c == '"') return string();
+    if (c == '{') return object([&](std::string_view) { return value(depth + 1); });
+    if (c == '[') {
+      ++p_;
+      space();
+      if (*p_ == ']') return ++p_, true;
+      for (;;) {
+        if (!value(depth + 1)) return false;
+        space();
+        if (*p_ == ',') {
+          ++p_;
+          space();
+          continue;
+        }
+        if (*p_ != ']') return false;
+        ++p_;
+        return true;
+      }
+    }
+    const char* s = p_;
+    while ((*p_ >= '0' && *p_ <= '9') || (*p_ >= 'a' && *p_ <= 'z') || *p_ == '-' || *p_ == '+' ||
+           *p_ == '.' || *p_ == 'E')
+      ++p_;
+    return p_ != s;
+  }
+
+  char* p_;
+  Found found_;
+};
+
+}  // namespace
+
+template <class Fam>
+void Loader::checkRoutes(od::value& v, VrfState& vrf) {
+  od::json_type t;
+  r_.check(v.type().get(t));
+  if (t == od::json_type::array) {
+    RouteScan<Fam> scan(v.raw_json_token().data());
+    if (scan.run()) {
+      // The parser goes past the array; what comes after it (a stray bracket) is the
+      // enclosing object's to refuse, as it would be after a table read whole.
+      od::array arr;
+      std::string_view text;
+      const bool past = v.get_array().get(arr) == simdjson::SUCCESS &&
+                        arr.raw_json().get(text) == simdjson::SUCCESS;
+      (void)past;
+      vrf.countUnprogrammed<Fam>(scan.unprogrammed());
+      for (const auto& prefix : scan.kernelUnprogrammed())
+        vrf.kernel<Fam>().recordIs({Plexa::IpGenPrefix(prefix)});
+      return;
+    }
+  }
+  // Not proven: the whole reading decides, and its table is let go.
+  routes<Fam>(v, vrf);
+  using Table = std::remove_reference_t<decltype(vrf.routes<Fam>())>;
+  if constexpr (std::is_same_v<Fam, V4>) {
+    vrf.fibRoute = makePtr<Table>();
+  } else {
+    vrf.fib6Route = makePtr<Table>();
+  }
+}
+
+// A route array is read here, from the text, when it is what nearly every state holds: a
+// large array in the form the scan proves. Read so, it is blanked (its brackets kept, the rest
+// made spaces), so that the parser's index, four bytes for every token of the document, and
+// its reading of each route are spent only on the rest of the document; the text keeps its
+// length, so every offset a message gives is the same. A table to build is built by the
+// scan, in a second pass once the first has proven the array and counted its routes; a table
+// left out is only checked. An array the scan does not prove is left as it is for the
+// loader to read.
+void Loader::scanRoutes(char* text, std::size_t size) {
+  auto found = [&](bool v6, char* at) -> char* {
+    ScannedRoutes result;
+    const auto scan = [&]<class Fam>(Fam) -> const char* {
+      RouteScan<Fam> check(at);
+      check.expect(static_cast<std::size_t>(text + size - at));
+      const bool build = std::is_same_v<Fam, V4> ? sections_.ipv4Routes : sections_.ipv6Routes;
+      if (!check.run()) return nullptr;
+      if (build) {
+        auto table = makePtr<typename RouteScan<Fam>::Table>();
+        table->reserve(check.count());
+        RouteScan<Fam> again(at, table.get());
+        if (!again.run()) return nullptr;
+        if constexpr (std::is_same_v<Fam, V4>) {
+          result.v4 = table;
+        } else {
+          result.v6 = table;
+        }
+      }
+      result.unprogrammed = check.unprogrammed();
+      for (const auto& prefix : check.kernelUnprogrammed())
+        result.kernel.emplace_back(prefix);
+      return check.end();
+    };
+    const char* end = v6 ? scan(V6()) : scan(V4());
+    if (!end) return nullptr;
+    std::memset(at + 1, ' ', static_cast<std::size_t>(end - at - 2));
+    scanned_.emplace(at, std::move(result));
+    return const_cast<char*>(end);
+  };
+  RouteFinder<decltype(found)>(text, found).run();
+}
+
+template <class Fam>
+bool Loader::takeScannedRoutes(od::value& v, VrfState& vrf) {
+  const auto it = scanned_.find(v.raw_json_token().data());
+  if (it == scanned_.end()) return false;
+  ScannedRoutes& s = it->second;
+  r_.elements(r_.array(v), [](std::size_t, od::value&) {});  // the blanks of an empty array
+  if constexpr (std::is_same_v<Fam, V4>) {
+    if (s.v4) vrf.fibRoute = std::move(s.v4);
+  } else {
+    if (s.v6) vrf.fib6Route = std::move(s.v6);
+  }
+  vrf.countUnprogrammed<Fam>(s.unprogrammed);
+  for (const Plexa::IpGenPrefix& prefix : s.kernel)
+    vrf.kernel<Fam>().recordIs({prefix});
+  scanned_.erase(it);
+  return true;
+}
+
+template bool Loader::takeScannedRoutes<V4>(od::value&, VrfState&);
+template bool Loader::takeScannedRoutes<V6>(od::value&, VrfState&);
+template void Loader::checkRoutes<V4>(od::value&, VrfState&);
+template void Loader::checkRoutes<V6>(od::value&, VrfState&);
+
+}  // namespace Snapshot::loader

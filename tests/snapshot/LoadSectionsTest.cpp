@@ -1,0 +1,180 @@
+// Loading without a family's route tables: the document is refused exactly when the whole load
+// refuses it, with the same message, and what the routes say beyond their table is kept.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/brine/Fib.h"
+#include "snapshot/Snapshot.h"
+#include "snapshot/StateLayout.h"
+
+namespace {
+
+namespace layout = Snapshot::layout;
+using Snapshot::Sections;
+
+constexpr Sections kChoices[] = {
+    Sections::all(),
+    Sections::none(),
+    {.ipv4Routes = true, .ipv6Routes = false},
+    {.ipv4Routes = false, .ipv6Routes = true},
+};
+
+std::string refusal(const std::string& text, Sections sections) {
+  try {
+    Snapshot::load(text, sections);
+  } catch (const Snapshot::LoadError& e) {
+    return e.what();
+  } catch (const std::exception& e) {
+    return std::string("not a LoadError: ") + e.what();
+  }
+  return "loaded";
+}
+
+// The same document with its route arrays' keys written with an escape: the scan that reads
+// route arrays before the parser does not take an escaped key, so the loader reads these
+// arrays itself, route by route, the reading every other is held to.
+std::string unscanned(std::string text) {
+  for (std::size_t at = 0; (at = text.find("\"routes\"", at)) != std::string::npos;)
+    text.replace(at, 8, "\"rout\\u0065s\"");
+  return text;
+}
+
+// A document with routes of both families in two VRFs; `v4` and `v6` are the default VRF's
+// route arrays' elements.
+std::string document(const std::string& v4, const std::string& v6) {
+  return R"({"version": 1, "vrfs": {
+    "default": {"ipv4": {"routes": [)" +
+         v4 + R"(], "fecs": [{"id": "3", "vias": [{"interface": "Ethernet1"}]}]},
+                "ipv6": {"routes": [)" +
+         v6 + R"(]}},
+    "red": {"id": 1, "ipv4": {"routes": [{"prefix": "10.9.0.0/16", "type": "connected"}]}}}})";
+}
+
+const std::string kV4 =
+    R"({"prefix": "10.1.0.0/16", "type": "eBgp", "fec": "3", "preference": 20, "metric": 7},
+       {"prefix": "10.0.0.0/8", "type": "iBgp", "hardwareProgrammed": false},
+       {"prefix": "10.2.0.0/16", "type": "ospfIntraArea", "kernelProgrammed": false})";
+const std::string kV6 =
+    R"({"prefix": "2001:db8::/32", "type": "bgp", "fec": "4", "kernelProgrammed": false},
+       {"prefix": "2001:db8:1::/48", "type": "connected", "hardwareProgrammed": false})";
+
+// Each is one change to the first IPv4 route (or the whole array) of kV4: the ones the load
+// accepts and the ones it refuses, by every rule a route has.
+const std::vector<std::pair<std::string, std::string>> kChanges = {
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.1/16")"},       // host bits
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/33")"},       // bad prefix
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "2001:db8::/32")"},     // other family
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": 10)"},                  // a number
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.0.0.0/8")"},        // twice
+    {R"("prefix": "10.1.0.0/16")", R"("pref\u0069x": "10.1.0.0/16")"},  // escaped key
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0\/16")"},      // escaped text
+    {R"("prefix": "10.1.0.0/16")", R"("prefx": "10.1.0.0/16")"},        // unknown key
+    {R"("prefix": "10.1.0.0/16", )", ""},                               // no prefix
+    {R"("type": "eBgp")", R"("type": "ospf")"},                         // unknown type
+    {R"("type": "eBgp")", R"("type": "eBgp", "type": "eBgp")"},         // key twice
+    {R"("type": "eBgp")", R"("type": "eB\u0067p")"},                    // escaped word
+    {R"("type": "eBgp")", R"("type": "éBgp")"},                         // not ASCII
+    {R"("type": "eBgp")", "\"type\": \"eBgp\x1b\""},                    // control
+    {R"("fec": "3")", R"("fec": "0")"},                                 // no FEC 0
+    {R"("fec": "3")", R"("fec": "ip6:3")"},                             // over IPv6
+    {R"("fec": "3")", R"("fec": "vrf:3")"},                             // unknown kind
+    {R"("preference": 20)", R"("preference": 256)"},                    // too large
+    {R"("preference": 20)", R"("preference": 255)"},                    // the largest
+    {R"("preference": 20)", R"("preference": 020)"},                    // leading 0
+    {R"("preference": 20)", R"("preference": 2.0)"},                    // fraction
+    {R"("preference": 20)", R"("preference": -1)"},                     // negative
+    {R"("preference": 20)", R"("preference": 2e1)"},                    // exponent
+    {R"("metric": 7)", R"("metric": 4294967295)"},                      // the largest
+    {R"("metric": 7)", R"("metric": 4294967296)"},                      // too large
+    {R"("metric": 7)", R"("metric": 99999999999999999999)"},            // past 64 bits
+    {R"("metric": 7)", R"("metric": true)"},                            // a boolean
+    {R"("metric": 7})", R"("metric": 7, "hardwareProgrammed": 1})"},    // a number
+    {R"("metric": 7})", R"("metric": 7, "kernelProgrammed": tru})"},    // not JSON
+    {R"("metric": 7})", R"("metric": 7 "kernelProgrammed": true})"},    // no comma
+    {R"("metric": 7})", R"("metric": 7,})"},                            // comma at end
+    {R"("metric": 7})", R"("metric" 7})"},                              // no colon
+    {R"("metric": 7},)", R"("metric": 7},,)"},                          // empty element
+    {R"("metric": 7},)", R"("metric": 7}, null,)"},                     // not an object
+    {R"("metric": 7},)", R"("metric": 7}, {},)"},                       // empty route
+    {R"("metric": 7},)", R"("metric": 7}, [],)"},                       // an array
+};
+
+TEST(LoadSections, ARouteTableLeftOutIsRefusedAsTheWholeLoadRefusesIt) {
+  const std::string base = document(kV4, kV6);
+  ASSERT_EQ(refusal(base, Sections::all()), "loaded");
+  for (const auto& [from, to] : kChanges) {
+    // The change, in the first IPv4 route or the array.
+    std::string v4 = kV4;
+    v4.replace(v4.find(from), from.size(), to);
+    const std::string text = document(v4, kV6);
+    const std::string whole = refusal(unscanned(text), Sections::all());
+    for (const Sections s : kChoices) {
+      EXPECT_EQ(refusal(text, s), whole)
+          << to << " ipv4 " << s.ipv4Routes << " ipv6 " << s.ipv6Routes;
+      EXPECT_EQ(refusal(unscanned(text), s), whole) << to;
+    }
+  }
+  // Shapes of the array itself, and an error after it that the scan must not hide.
+  for (const std::string& text : {
+           document("", ""),
+           document(kV4 + "," + kV4, kV6),
+           document(kV4, kV6 + R"(, {"prefix": "2001:db8::/32", "type": "bgp"})"),
+           document(kV4, R"({"prefix": "2001:db8::1/32", "type": "bgp"})"),
+           std::string(R"({"version": 1, "vrfs": {"default": {"ipv4": {"routes": {}}}}})"),
+           std::string(R"({"version": 1, "vrfs": {"default": {"ipv4": {"routes": [] ]}}}})"),
+           std::string(R"({"version": 1, "vrfs": {"default": {"ipv4": {"routes": [}}}})"),
+           std::string(R"({"version": 1, "vrfs": {"default": {"ipv4": {"routes": []}}, "x": 1}})"),
+       }) {
+    const std::string whole = refusal(unscanned(text), Sections::all());
+    for (const Sections s : kChoices) {
+      EXPECT_EQ(refusal(text, s), whole) << text;
+      EXPECT_EQ(refusal(unscanned(text), s), whole) << text;
+    }
+  }
+}
+
+TEST(LoadSections, ATableLeftOutIsEmptyAndItsRoutesStillMarkWhatIsNotProgrammed) {
+  // Through the scan, and through the whole reading when the scan cannot prove the array
+  // (an escaped prefix).
+  for (const std::string& v4 : {kV4, R"({"prefix": "10.7.0.0\/16", "type": "eBgp"},)" + kV4}) {
+    const std::string text = document(v4, kV6);
+    const auto whole = Snapshot::load(text);
+    const auto partial = Snapshot::load(text, Sections::none());
+    for (const char* vrf : {"default", "red"}) {
+      EXPECT_GT(layout::find(*whole, layout::fibRoute, vrf)->size(), 0u);
+      EXPECT_EQ(layout::find(*partial, layout::fibRoute, vrf)->size(), 0u);
+      EXPECT_EQ(layout::find(*partial, layout::fib6Route, vrf)->size(), 0u);
+      const auto hwWhole = layout::find(*whole, layout::hwVrfStatus, vrf);
+      const auto hwPartial = layout::find(*partial, layout::hwVrfStatus, vrf);
+      EXPECT_EQ(hwPartial->unprogrammedRouteCount(), hwWhole->unprogrammedRouteCount());
+      EXPECT_EQ(hwPartial->unprogrammedRoute6Count(), hwWhole->unprogrammedRoute6Count());
+      for (const auto& e : {layout::kernelUnprogrammed, layout::kernelUnprogrammed6}) {
+        const auto kWhole = layout::find(*whole, e, vrf);
+        const auto kPartial = layout::find(*partial, e, vrf);
+        EXPECT_EQ(kPartial->size(), kWhole->size());
+        for (const auto& entry : *kWhole)
+          EXPECT_TRUE(kPartial->contains(entry.prefix)) << entry.prefix.stringValue();
+      }
+    }
+    EXPECT_EQ(layout::find(*whole, layout::hwVrfStatus, "default")->unprogrammedRouteCount(), 1u);
+    EXPECT_EQ(layout::find(*whole, layout::kernelUnprogrammed6, "default")->size(), 1u);
+    // The FECs are built either way.
+    EXPECT_EQ(layout::find(*partial, layout::fibFec, "default")->size(), 1u);
+  }
+}
+
+// The route arrays in the form the scan proves are built by it from the text; read by the
+// loader route by route, the same arrays give the same tables.
+TEST(LoadSections, TheScanBuildsTheTablesTheWholeReadingBuilds) {
+  const std::string v4 = kV4 + R"(, {"prefix": "10.100.0.0/16", "type": "eBgp", "fec": "ip6:3"},
+      {"prefix": "0.0.0.0/0", "type": "staticConfig", "fec": "nhg:2", "preference": 0})";
+  const std::string v6 = kV6 + R"(, {"prefix": "::/0", "type": "staticConfig", "fec": "ip6:4"})";
+  const std::string scanned = Snapshot::write(*Snapshot::load(document(v4, v6)));
+  EXPECT_EQ(Snapshot::write(*Snapshot::load(unscanned(document(v4, v6)))), scanned);
+  EXPECT_NE(scanned.find("10.100.0.0/16"), std::string::npos);
+  EXPECT_NE(scanned.find("2001:db8:1::/48"), std::string::npos);
+}
+
+}  // namespace
