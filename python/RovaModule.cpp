@@ -18,6 +18,7 @@
 #include "cli/DeviceState.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Exception.h"
+#include "python/Routes.h"
 #include "python/Runner.h"
 #include "python/State.h"
 #include "python/Values.h"
@@ -26,6 +27,7 @@ using namespace rovapy;
 
 PYBIND11_MODULE(rova, m) {
   m.doc() = "Rova: a router's routing state, its library types and its commands";
+  m.attr("__version__") = ROVA_VERSION;
 
   Errors& e = errors();
   e.error = py::reinterpret_steal<py::object>(
@@ -47,7 +49,12 @@ PYBIND11_MODULE(rova, m) {
       "rova.CollectionChangedError",
       "A collection changed while an iterator walked it, other than through that iterator.",
       changedBases.ptr(), nullptr));
+  e.busyError = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+      "rova.BusyError",
+      "The module is busy: a command's lines are still open while another call needs it.",
+      changedBases.ptr(), nullptr));
   m.attr("Error") = e.error;
+  m.attr("BusyError") = e.busyError;
   m.attr("RangeError") = e.rangeError;
   m.attr("InternalError") = e.internalError;
   m.attr("LoadError") = e.loadError;
@@ -65,6 +72,8 @@ PYBIND11_MODULE(rova, m) {
       PyErr_SetString(errors().internalError.ptr(), x.what());
     } catch (const Mox::RangeException& x) {
       PyErr_SetString(errors().rangeError.ptr(), x.what());
+    } catch (const BusyError& x) {
+      PyErr_SetString(errors().busyError.ptr(), x.what());
     } catch (const Mox::CollectionChangedException& x) {
       PyErr_SetString(errors().changedError.ptr(), x.what());
     } catch (const std::exception& x) {
@@ -79,6 +88,9 @@ PYBIND11_MODULE(rova, m) {
       .def("__getattr__", &getAttr)
       .def("__setattr__", &setAttr)
       .def("__dir__", &dirOf)
+      .def("to_dict", &toDict,
+           "The attributes as a dict: records and registered values as dicts of their own, a "
+           "collection as a dict (a set as a list).")
       .def("__str__", [](const PyValue& v) { return pyText(reg().text(v.v)); })
       .def("__repr__", [](const PyValue& v) { return pyText(reg().text(v.v)); })
       .def("__eq__",
@@ -111,6 +123,11 @@ PYBIND11_MODULE(rova, m) {
   py::class_<PyState>(m, "State", "A device state: a snapshot document, loaded whole.")
       .def_static("load", &loadState, py::arg("path") = py::none(),
                   "Loads a state document; without a path, the built-in example device.")
+      .def_static("live", &liveState,
+                  "The routing state of this machine's kernel, read now (as rova --live): "
+                  "show and check commands work on it, configuration is refused.")
+      .def_property_readonly(
+          "is_live", [](const PyState& s) { return s.live; }, "Whether this is the kernel's state.")
       .def_property_readonly("source",
                              [](const PyState& s) -> py::object {
                                if (s.file.empty()) return py::str(s.source);
@@ -159,6 +176,8 @@ PYBIND11_MODULE(rova, m) {
       .def("__enter__", [](py::object self) { return self; })
       .def("__exit__", [](LineStream& s, py::args) { s.close(); });
 
+  addRoutes(m);
+
   m.def(
       "types",
       [] {
@@ -168,6 +187,16 @@ PYBIND11_MODULE(rova, m) {
         return names;
       },
       "The registered type names, in registration order.");
+  m.def(
+      "record_types",
+      [] {
+        std::vector<std::string> names;
+        for (const auto& t : reg().records())
+          names.push_back(t->name);
+        return names;
+      },
+      "The state record types whose attributes scripts read by name (a state's records, the "
+      "routes a listing hands back), in registration order.");
   m.def("type_info", &typeInfo, py::arg("name"),
         "A registered type: construction, attributes with their kinds, operations.");
   m.def(
