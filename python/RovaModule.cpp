@@ -114,7 +114,9 @@ PYBIND11_MODULE(rova, m) {
       .def("__iter__", &PyCollection::iter)
       .def("__repr__", [](const PyCollection& c) { return "<rova.Collection " + c.name + ">"; });
 
-  py::class_<PyCursor>(m, "CollectionIterator")
+  py::class_<PyCursor>(
+      m, "CollectionIterator",
+      "An iterator over a collection: (key, value) pairs, in the collection's order.")
       .def("__iter__", [](py::object self) { return self; })
       .def("__next__", &PyCursor::next)
       .def("delete_current", &PyCursor::deleteCurrent,
@@ -128,11 +130,13 @@ PYBIND11_MODULE(rova, m) {
                   "show and check commands work on it, configuration is refused.")
       .def_property_readonly(
           "is_live", [](const PyState& s) { return s.live; }, "Whether this is the kernel's state.")
-      .def_property_readonly("source",
-                             [](const PyState& s) -> py::object {
-                               if (s.file.empty()) return py::str(s.source);
-                               return py::module_::import("os").attr("fsdecode")(py::bytes(s.file));
-                             })
+      .def_property_readonly(
+          "source",
+          [](const PyState& s) -> py::object {
+            if (s.file.empty()) return py::str(s.source);
+            return py::module_::import("os").attr("fsdecode")(py::bytes(s.file));
+          },
+          "Where the state came from: its file, 'built-in example' or 'live'.")
       .def_property_readonly(
           "entity_manager", [](const PyState& s) { return PyValue{Rova::toValue(s.em)}; },
           "The state database itself, for objects that mount their own tables from it.")
@@ -140,25 +144,31 @@ PYBIND11_MODULE(rova, m) {
            [](const PyState& s) {
              return pyText("<rova.State " + Mox::shownWord(s.source, '\0') + ">");
            })
-      .def("vrfs",
-           [](const PyState& s) {
-             auto lock = commandLock();
-             s.adopt();
-             return cli::DeviceState::instance().vrfNames();
-           })
-      .def("paths",
-           [](const PyState& s) {
-             std::vector<std::string> out;
-             for (const auto& [path, entity] : s.em->entities())
-               out.push_back(path);
-             return out;
-           })
-      .def("__getitem__",
-           [](const PyState& s, const std::string& path) {
-             auto it = s.em->entities().find(path);
-             if (it == s.em->entities().end()) throw py::key_error(path);
-             return PyValue{Value(it->second)};
-           })
+      .def(
+          "vrfs",
+          [](const PyState& s) {
+            auto lock = commandLock();
+            s.adopt();
+            return cli::DeviceState::instance().vrfNames();
+          },
+          "The state's VRF names: 'default' first, then by name.")
+      .def(
+          "paths",
+          [](const PyState& s) {
+            std::vector<std::string> out;
+            for (const auto& [path, entity] : s.em->entities())
+              out.push_back(path);
+            return out;
+          },
+          "The paths of the state's records, for state[path].")
+      .def(
+          "__getitem__",
+          [](const PyState& s, const std::string& path) {
+            auto it = s.em->entities().find(path);
+            if (it == s.em->entities().end()) throw py::key_error(path);
+            return PyValue{Value(it->second)};
+          },
+          "The state record at a path (state.paths() lists them); a KeyError for another.")
       .def(
           "construct",
           [](const PyState& s, const std::string& type, py::kwargs kwargs) {

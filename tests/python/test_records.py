@@ -4,6 +4,7 @@ busy module, on the example device and on generated states."""
 import json
 import os
 import subprocess
+import sys
 import tempfile
 
 import pytest
@@ -254,3 +255,82 @@ def test_routes_of_a_generated_state_match_the_program(generated):
 def test_version():
     assert rova.__version__ and rova.__version__[0].isdigit()
     assert rova.run(rova.State.load(), "show version").startswith("rova " + rova.__version__)
+
+
+# ---- packaging ----
+
+
+def public_callables():
+    for name, v in vars(rova).items():
+        if isinstance(v, type) and not issubclass(v, BaseException):
+            for attr, member in vars(v).items():
+                if not attr.startswith("_"):
+                    yield f"{name}.{attr}", member
+        elif callable(v) and not isinstance(v, type):
+            yield name, v
+
+
+def test_every_function_has_a_docstring():
+    bare = []
+    for name, member in public_callables():
+        doc = member.__doc__ or ""
+        # pybind11 puts the signature first: a docstring is text after it.
+        text = doc.split("\n", 1)[1].strip() if "\n" in doc else (
+            "" if callable(member) and "(" in doc.split("\n")[0] else doc)
+        if not text:
+            bare.append(name)
+    assert bare == []
+
+
+def test_the_stubs_describe_the_module():
+    import ast
+    stubs = os.path.join(os.path.dirname(rova.__file__), "rova.pyi")
+    tree = ast.parse(open(stubs).read())
+    defined = {n.name for n in tree.body if isinstance(n, (ast.ClassDef, ast.FunctionDef))}
+    public = {n for n in vars(rova) if not n.startswith("_")}
+    assert public - defined == set()
+    classes = {n.name: {m.name for m in n.body if isinstance(m, ast.FunctionDef)}
+               for n in tree.body if isinstance(n, ast.ClassDef)}
+    assert {"prefix", "preference", "fec", "to_dict"} <= classes["Route"]
+    assert {"load", "live", "construct"} <= classes["State"]
+
+
+def test_the_stubs_satisfy_mypy():
+    pytest.importorskip("mypy")
+    with tempfile.TemporaryDirectory() as tmp:
+        script = os.path.join(tmp, "use.py")
+        with open(script, "w") as f:
+            f.write("import rova\n"
+                    "s = rova.State.load()\n"
+                    "for r in rova.routes(s, vrf='red'):\n"
+                    "    print(r.prefix, r.preference)\n"
+                    "v: str = rova.__version__\n")
+        done = subprocess.run([sys.executable, "-m", "mypy", "--cache-dir", tmp, script],
+                              capture_output=True, text=True,
+                              env={**os.environ, "MYPYPATH": os.path.dirname(rova.__file__)})
+        assert done.returncode == 0, done.stdout + done.stderr
+
+
+@pytest.mark.skipif(not os.environ.get("ROVA_BUILD_DIR"), reason="ROVA_BUILD_DIR not set")
+def test_install_puts_the_tools_in_their_places():
+    build = os.environ["ROVA_BUILD_DIR"]
+    manifest = os.path.join(build, "install_manifest.txt")
+    had_manifest = os.path.exists(manifest)
+    try:
+        with tempfile.TemporaryDirectory() as prefix:
+            subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True,
+                           capture_output=True)
+            found = {os.path.relpath(os.path.join(d, f), prefix)
+                     for d, _, files in os.walk(prefix) for f in files}
+            python = {f for f in found if f.startswith("lib/python3")}
+            assert {"bin/rova", "bin/rova-gen"} <= found
+            assert any(f.endswith("/rova.pyi") for f in python)
+            assert any(os.path.basename(f).startswith("rova.") and f.endswith(".so")
+                       for f in python)
+            done = subprocess.run([os.path.join(prefix, "bin", "rova"), "show", "version"],
+                                  capture_output=True, text=True)
+            assert done.stdout.startswith("rova " + rova.__version__)
+    finally:
+        # cmake --install records what it installed in the build tree; only ours is removed.
+        if not had_manifest and os.path.exists(manifest):
+            os.remove(manifest)
