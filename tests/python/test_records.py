@@ -323,7 +323,12 @@ def test_install_puts_the_tools_in_their_places():
             found = {os.path.relpath(os.path.join(d, f), prefix)
                      for d, _, files in os.walk(prefix) for f in files}
             python = {f for f in found if f.startswith("lib/python3")}
-            assert {"bin/rova", "bin/rova-gen"} <= found
+            assert {"bin/rova", "bin/rova-gen", "share/man/man1/rova.1",
+                    "share/bash-completion/completions/rova"} <= found
+            page = open(os.path.join(prefix, "share/man/man1/rova.1")).read()
+            assert ".B show version" in page and "\\-\\-state" in page
+            assert "complete -F _rova rova" in open(
+                os.path.join(prefix, "share/bash-completion/completions/rova")).read()
             assert any(f.endswith("/rova.pyi") for f in python)
             assert any(os.path.basename(f).startswith("rova.") and f.endswith(".so")
                        for f in python)
