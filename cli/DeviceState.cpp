@@ -35,10 +35,10 @@ void DeviceState::load(const std::string& path, Snapshot::Sections sections) {
 }
 
 void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
-                        std::string filePath) {
+                        std::string filePath, bool live) {
   if (em_ != em || filePath != filePath_) stamp_ = {};
   if (em_ != em) use(std::move(em), std::move(source));
-  live_ = false;
+  live_ = live;
   builtIn_ = false;
   filePath_ = std::move(filePath);
 }

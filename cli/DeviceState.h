@@ -28,8 +28,10 @@ class DeviceState {
   // one-shot command reads; a state loaded without some tables cannot be saved.
   void load(const std::string& path, Snapshot::Sections sections = {});
   // Shows a state loaded elsewhere (the Python module keeps one per rova.State); `filePath`
-  // is where `write` saves it, empty when it has no file of its own.
-  void adopt(Mox::Ptr<Statum::EntityManager> em, std::string source, std::string filePath);
+  // is where `write` saves it, empty when it has no file of its own. `live`: the kernel's own
+  // state, read by readLive().
+  void adopt(Mox::Ptr<Statum::EntityManager> em, std::string source, std::string filePath,
+             bool live = false);
   // The state in use, shared with whoever else holds it.
   const Mox::Ptr<Statum::EntityManager>& entityManager() const { return em_; }
   // Reads the routing state of the kernel this process runs on, the tables `scope` names.

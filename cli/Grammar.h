@@ -144,6 +144,11 @@ class Grammar {
   void addRow(Row row);
   void addRows(std::vector<Row> rows);
 
+  // The table as written, for what is generated from it (the manual page, the shell's
+  // completion script): the rows in order, the argument types by name.
+  std::vector<const Row*> rows() const;
+  std::vector<const ArgType*> types() const;
+
   MatchResult match(std::span<const std::string> words) const;
   // What may follow `words`, completing `partial` (the word being typed, possibly empty).
   Completion complete(std::span<const std::string> words, std::string_view partial) const;

@@ -228,6 +228,20 @@ void Grammar::addRow(Row row) {
   rows_.push_back(std::move(compiled));
 }
 
+std::vector<const Row*> Grammar::rows() const {
+  std::vector<const Row*> out;
+  for (const auto& r : rows_)
+    out.push_back(&r->row);
+  return out;
+}
+
+std::vector<const ArgType*> Grammar::types() const {
+  std::vector<const ArgType*> out;
+  for (const auto& [name, type] : types_)
+    out.push_back(&type);
+  return out;
+}
+
 void Grammar::addRows(std::vector<Row> rows) {
   for (Row& r : rows)
     addRow(std::move(r));

@@ -19,6 +19,7 @@
 #include "cli/DeviceState.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/mox/Exception.h"
+#include "python/Routes.h"
 #include "python/Runner.h"
 #include "python/State.h"
 #include "python/Values.h"
@@ -27,6 +28,7 @@ using namespace rovapy;
 
 PYBIND11_MODULE(rova, m) {
   m.doc() = "Rova: a router's routing state, its library types and its commands";
+  m.attr("__version__") = ROVA_VERSION;
 
   Errors& e = errors();
   e.error = py::reinterpret_steal<py::object>(
@@ -48,7 +50,12 @@ PYBIND11_MODULE(rova, m) {
       "rova.CollectionChangedError",
       "A collection changed while an iterator walked it, other than through that iterator.",
       changedBases.ptr(), nullptr));
+  e.busyError = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+      "rova.BusyError",
+      "The module is busy: a command's lines are still open while another call needs it.",
+      changedBases.ptr(), nullptr));
   m.attr("Error") = e.error;
+  m.attr("BusyError") = e.busyError;
   m.attr("RangeError") = e.rangeError;
   m.attr("InternalError") = e.internalError;
   m.attr("LoadError") = e.loadError;
@@ -66,6 +73,8 @@ PYBIND11_MODULE(rova, m) {
       PyErr_SetString(errors().internalError.ptr(), x.what());
     } catch (const Mox::RangeException& x) {
       PyErr_SetString(errors().rangeError.ptr(), x.what());
+    } catch (const BusyError& x) {
+      PyErr_SetString(errors().busyError.ptr(), x.what());
     } catch (const Mox::CollectionChangedException& x) {
       PyErr_SetString(errors().changedError.ptr(), x.what());
     } catch (const std::exception& x) {
@@ -80,6 +89,9 @@ PYBIND11_MODULE(rova, m) {
       .def("__getattr__", &getAttr)
       .def("__setattr__", &setAttr)
       .def("__dir__", &dirOf)
+      .def("to_dict", &toDict,
+           "The attributes as a dict: records and registered values as dicts of their own, a "
+           "collection as a dict (a set as a list).")
       .def("__str__", [](const PyValue& v) { return pyText(reg().text(v.v)); })
       .def("__repr__", [](const PyValue& v) { return pyText(reg().text(v.v)); })
       .def("__eq__",
@@ -103,7 +115,9 @@ PYBIND11_MODULE(rova, m) {
       .def("__iter__", &PyCollection::iter)
       .def("__repr__", [](const PyCollection& c) { return "<rova.Collection " + c.name + ">"; });
 
-  py::class_<PyCursor>(m, "CollectionIterator")
+  py::class_<PyCursor>(
+      m, "CollectionIterator",
+      "An iterator over a collection: (key, value) pairs, in the collection's order.")
       .def("__iter__", [](py::object self) { return self; })
       .def("__next__", &PyCursor::next)
       .def("delete_current", &PyCursor::deleteCurrent,
@@ -112,11 +126,18 @@ PYBIND11_MODULE(rova, m) {
   py::class_<PyState>(m, "State", "A device state: a snapshot document, loaded whole.")
       .def_static("load", &loadState, py::arg("path") = py::none(),
                   "Loads a state document; without a path, the built-in example device.")
-      .def_property_readonly("source",
-                             [](const PyState& s) -> py::object {
-                               if (s.file.empty()) return py::str(s.source);
-                               return py::module_::import("os").attr("fsdecode")(py::bytes(s.file));
-                             })
+      .def_static("live", &liveState,
+                  "The routing state of this machine's kernel, read now (as rova --live): "
+                  "show and check commands work on it, configuration is refused.")
+      .def_property_readonly(
+          "is_live", [](const PyState& s) { return s.live; }, "Whether this is the kernel's state.")
+      .def_property_readonly(
+          "source",
+          [](const PyState& s) -> py::object {
+            if (s.file.empty()) return py::str(s.source);
+            return py::module_::import("os").attr("fsdecode")(py::bytes(s.file));
+          },
+          "Where the state came from: its file, 'built-in example' or 'live'.")
       .def_property_readonly(
           "entity_manager", [](const PyState& s) { return PyValue{Rova::toValue(s.em)}; },
           "The state database itself, for objects that mount their own tables from it.")
@@ -124,25 +145,31 @@ PYBIND11_MODULE(rova, m) {
            [](const PyState& s) {
              return pyText("<rova.State " + Mox::shownWord(s.source, '\0') + ">");
            })
-      .def("vrfs",
-           [](const PyState& s) {
-             auto lock = commandLock();
-             s.adopt();
-             return cli::DeviceState::instance().vrfNames();
-           })
-      .def("paths",
-           [](const PyState& s) {
-             std::vector<std::string> out;
-             for (const auto& [path, entity] : s.em->entities())
-               out.push_back(path);
-             return out;
-           })
-      .def("__getitem__",
-           [](const PyState& s, const std::string& path) {
-             auto it = s.em->entities().find(path);
-             if (it == s.em->entities().end()) throw py::key_error(path);
-             return PyValue{Value(it->second)};
-           })
+      .def(
+          "vrfs",
+          [](const PyState& s) {
+            auto lock = commandLock();
+            s.adopt();
+            return cli::DeviceState::instance().vrfNames();
+          },
+          "The state's VRF names: 'default' first, then by name.")
+      .def(
+          "paths",
+          [](const PyState& s) {
+            std::vector<std::string> out;
+            for (const auto& [path, entity] : s.em->entities())
+              out.push_back(path);
+            return out;
+          },
+          "The paths of the state's records, for state[path].")
+      .def(
+          "__getitem__",
+          [](const PyState& s, const std::string& path) {
+            auto it = s.em->entities().find(path);
+            if (it == s.em->entities().end()) throw py::key_error(path);
+            return PyValue{Value(it->second)};
+          },
+          "The state record at a path (state.paths() lists them); a KeyError for another.")
       .def(
           "construct",
           [](const PyState& s, const std::string& type, py::kwargs kwargs) {
@@ -160,6 +187,8 @@ PYBIND11_MODULE(rova, m) {
       .def("__enter__", [](py::object self) { return self; })
       .def("__exit__", [](LineStream& s, py::args) { s.close(); });
 
+  addRoutes(m);
+
   m.def(
       "types",
       [] {
@@ -169,6 +198,16 @@ PYBIND11_MODULE(rova, m) {
         return names;
       },
       "The registered type names, in registration order.");
+  m.def(
+      "record_types",
+      [] {
+        std::vector<std::string> names;
+        for (const auto& t : reg().records())
+          names.push_back(t->name);
+        return names;
+      },
+      "The state record types whose attributes scripts read by name (a state's records, the "
+      "routes a listing hands back), in registration order.");
   m.def("type_info", &typeInfo, py::arg("name"),
         "A registered type: construction, attributes with their kinds, operations.");
   m.def(

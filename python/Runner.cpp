@@ -97,6 +97,14 @@ void raiseInterrupt(int status) {
     throw py::error_already_set();
 }
 
+// A check that refuses ends with status 1 and its verdict on standard output, nothing on
+// standard error: an answer, which a script reads like any other, not a failed command.
+bool isVerdict(const std::vector<std::string>& words, int status, const std::string& messages) {
+  if (status != cli::kStatusFailed || !messages.empty()) return false;
+  const cli::MatchResult m = grammar().match(words);
+  return m.match && m.match->row().syntax.rfind("check ", 0) == 0;
+}
+
 py::object runCommand(const PyState& s, const std::string& line, bool json) {
   std::vector<std::string> words = commandWords(line, json);
   auto lock = commandLock();
@@ -113,7 +121,7 @@ py::object runCommand(const PyState& s, const std::string& line, bool json) {
   ::close(out);
   ::close(err);
   raiseInterrupt(status);
-  if (status != cli::kStatusOk) {
+  if (status != cli::kStatusOk && !isVerdict(words, status, messages)) {
     py::object output = pyText(text);
     if (json) {
       try {

@@ -41,6 +41,7 @@ void raiseInterrupt(int status);
 [[noreturn]] void raiseCommandError(int status, std::string messages, py::object output,
                                     const std::string& text);
 cli::Grammar& grammar();
+bool isVerdict(const std::vector<std::string>& words, int status, const std::string& messages);
 
 // A command's output line by line as it is written: the command runs on its own thread into
 // a pipe, so no more than the pipe's buffer is held at once. Closing early (or dropping the
@@ -57,6 +58,7 @@ class LineStream {
     read_ = fds[0];
     err_ = memoryFile("rova-messages");
     startCommand();
+    words_ = words;
     worker_ = std::thread([this, words = std::move(words), write = fds[1]] {
       // runCommand reports every failure of the command itself; this is for the rest (no
       // memory), which must not end the interpreter from a thread of ours.
@@ -77,18 +79,18 @@ class LineStream {
     for (;;) {
       const auto nl = buffer_.find('\n', scanned_);
       if (nl != std::string::npos) {
-        std::string line = buffer_.substr(0, nl);
-        buffer_.erase(0, nl + 1);
-        scanned_ = 0;
-        return pyText(line);
+        // The line is read where it lies: the buffer is compacted only when more is read.
+        py::str line = pyText(std::string_view(buffer_).substr(pos_, nl - pos_));
+        pos_ = scanned_ = nl + 1;
+        return line;
       }
       scanned_ = buffer_.size();
       if (read_ < 0 || !fill()) break;
     }
-    if (!buffer_.empty()) {
-      std::string rest;
-      rest.swap(buffer_);
-      return pyText(rest);
+    if (pos_ < buffer_.size()) {
+      py::str rest = pyText(std::string_view(buffer_).substr(pos_));
+      pos_ = scanned_ = buffer_.size();
+      return rest;
     }
     finish();
     throw py::stop_iteration();
@@ -122,6 +124,10 @@ class LineStream {
       } while (n < 0 && errno == EINTR);
     }
     if (n <= 0) return false;
+    // What was read already goes first: the buffer holds no more than a line and a read.
+    buffer_.erase(0, pos_);
+    scanned_ -= pos_;
+    pos_ = 0;
     buffer_.append(buf, static_cast<std::size_t>(n));
     return true;
   }
@@ -143,17 +149,20 @@ class LineStream {
     }
     close();
     raiseInterrupt(status_);
-    if (status_ != cli::kStatusOk) raiseCommandError(status_, messages, py::none(), "");
+    if (status_ != cli::kStatusOk && !isVerdict(words_, status_, messages))
+      raiseCommandError(status_, messages, py::none(), "");
   }
 
   std::unique_lock<std::mutex> lock_;
+  std::vector<std::string> words_;
   std::thread worker_;
   int read_ = -1;
   int err_ = -1;
   int status_ = cli::kStatusOk;
   bool finished_ = false;
   std::string buffer_;
-  std::size_t scanned_ = 0;
+  std::size_t pos_ = 0;      // where the next line begins
+  std::size_t scanned_ = 0;  // how far the buffer is known to hold no newline
 };
 
 }  // namespace rovapy

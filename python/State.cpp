@@ -6,9 +6,12 @@
 #include <vector>
 
 #include "cli/DeviceState.h"
+#include "cli/LiveMode.h"
 #include "cli/StateInputs.h"
 #include "platform/mox/Exception.h"
 #include "platform/plexa/VrfName.h"
+#include "python/Runner.h"
+#include "snapshot/Live.h"
 #include "snapshot/Snapshot.h"
 
 namespace rovapy {
@@ -24,10 +27,36 @@ std::mutex& commandMutex() {
 std::unique_lock<std::mutex> commandLock() {
   std::unique_lock<std::mutex> lock(commandMutex(), std::try_to_lock);
   if (!lock) {
-    throw Mox::RangeException(
-        "another command is still running: read its lines to the end or close() them first");
+    throw BusyError(
+        "the module is busy: another command is still running; read its lines to the end or "
+        "close() them first");
   }
   return lock;
+}
+
+// The state a command is about to run on becomes the front end's, and with it the rule of
+// its source: the kernel's own state takes no configuration, as under `rova --live`.
+void PyState::adopt() const {
+  cli::DeviceState::instance().adopt(em, source, file, live);
+  if (live) {
+    cli::commandGateIs([](std::span<const std::string> words, const cli::Context& c) {
+      return cli::refuseConfiguration(grammar(), words, c);
+    });
+  } else {
+    cli::commandGateIs(nullptr);
+  }
+}
+
+PyState liveState() {
+  try {
+    PyState s;
+    s.em = Snapshot::readLive();
+    s.source = "live";
+    s.live = true;
+    return s;
+  } catch (const Snapshot::LiveError& e) {
+    raise(errors().loadError, std::string("Cannot read live state: ") + e.what());
+  }
 }
 
 // Without a path, the built-in example. A path is what Python's own open() takes (str,
@@ -75,6 +104,12 @@ Value constructFromState(const PyState& s, const std::string& typeName, const py
     vrf = utf8(kwargs["vrfName"]);
   auto lock = commandLock();
   s.adopt();
+  // The state records come from the VRF named, which must be one of the state's, as the
+  // command line holds it. The RD checker's VRF is the one to receive an RD, which may be new.
+  // A name too long is the value type's own range error, raised when it is converted.
+  if (kwargs.contains("vrfName") && typeName != "Rova::RdAssignmentChecker" &&
+      vrf.size() <= L3::VrfName::kMaxBytes && !cli::DeviceState::instance().hasVrf(vrf))
+    throw Mox::RangeException("VRF " + Mox::shownWord(vrf) + " does not exist");
   for (Rova::NamedValue& in : cli::stateInputs(cli::DeviceState::instance(), type, vrf)) {
     if (!kwargs.contains(in.name.c_str())) named.push_back(std::move(in));
   }

@@ -5,6 +5,7 @@
 #include <pybind11/pybind11.h>
 
 #include <mutex>
+#include <stdexcept>
 #include <string>
 
 #include "cli/DeviceState.h"
@@ -15,16 +16,24 @@
 namespace rovapy {
 
 // Commands share the front end's state and printer status, so one runs at a time; a second
-// one is refused instead of waiting.
+// one is refused with BusyError (rova.BusyError) instead of waiting.
 std::unique_lock<std::mutex> commandLock();
+
+struct BusyError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 struct PyState {
   Mox::Ptr<Statum::EntityManager> em;
   std::string source;
   std::string file;
+  bool live = false;  // the kernel's own state: configuration commands are refused
 
-  void adopt() const { cli::DeviceState::instance().adopt(em, source, file); }
+  void adopt() const;
 };
+
+// The routing state of this machine's kernel, read now, as `rova --live` reads it.
+PyState liveState();
 
 // Without a path, the built-in example; a path as open() takes it.
 PyState loadState(const py::object& path);

@@ -31,7 +31,7 @@ void raise(const py::object& type, const std::string& message, int status) {
 
 // Text the library gives may hold bytes that are not UTF-8 (a value's text form can carry any);
 // Python gets U+FFFD in their place, as the JSON output shows them, not a decoding error.
-py::str pyText(const std::string& s) {
+py::str pyText(std::string_view s) {
   PyObject* text = PyUnicode_DecodeUTF8(s.data(), static_cast<Py_ssize_t>(s.size()), "replace");
   if (!text) throw py::error_already_set();
   return py::reinterpret_steal<py::str>(text);
@@ -210,13 +210,82 @@ void setAttr(PyValue& self, const std::string& name, py::handle v) {
 
 std::vector<std::string> dirOf(const PyValue& self) {
   std::vector<std::string> names;
-  const Rova::TypeEntry* type = reg().find(self.v.kindName());
-  if (!type) return names;
+  const Rova::TypeEntry* type = nullptr;
+  try {
+    type = &reg().typeOf(self.v);
+  } catch (const Mox::RangeException&) {
+    return names;  // a value of no registered type has no attributes to list
+  }
   for (const auto& a : type->attrs)
     names.push_back(a.name);
   for (const auto& o : type->ops)
     names.push_back(o.name);
   return names;
+}
+
+namespace {
+
+py::object plain(const Value& v, int depth);
+
+bool isHandle(const Value& v) {
+  return v.holds<Mox::Ptr<Rova::BoxedValue>>() || v.holds<Mox::Ptr<Mox::Entity>>();
+}
+
+// A collection: a set (values all true, as sets iterate) as the list of its keys, a map as a
+// dict; a key that is itself a record is keyed by its text form, which a dict can hash.
+py::object collectionOf(Value& owner, const Rova::AttrEntry& a, int depth) {
+  py::dict entries;
+  py::list keys;
+  bool set = a.valueType == "bool";
+  for (auto cursor = reg().iterate(owner, a.name); cursor->valid(); cursor->next()) {
+    const Value key = cursor->key(), value = cursor->value();
+    py::object k = isHandle(key) ? py::object(pyText(reg().text(key))) : toPy(key);
+    if (set && !(value.holds<bool>() && value.get<bool>())) set = false;
+    keys.append(isHandle(key) ? plain(key, depth + 1) : k);
+    entries[k] = plain(value, depth + 1);
+  }
+  if (set) return keys;
+  return entries;
+}
+
+// A registered value or record as a dict; a value of no registered type as its text.
+py::object dictOf(const Value& v, int depth) {
+  const Rova::TypeEntry* type = nullptr;
+  try {
+    type = &reg().typeOf(v);
+  } catch (const Mox::RangeException&) {
+    // A value of no registered type (an enumeration of a record) as its word, unquoted.
+    std::string text = v.displayText();
+    if (text.size() >= 2 && text.front() == '\'' && text.back() == '\'' &&
+        text.find('\'', 1) == text.size() - 1)
+      text = text.substr(1, text.size() - 2);
+    return pyText(text);
+  }
+  // Records may hold their parents' handles; a bound keeps a cycle from recursing for ever.
+  if (depth > 16) return pyText(reg().text(v));
+  py::dict d;
+  Value self = v;
+  for (const Rova::AttrEntry& a : type->attrs) {
+    d[py::str(a.name)] = a.iterate ? collectionOf(self, a, depth) : plain(a.get(v), depth + 1);
+  }
+  return d;
+}
+
+py::object plain(const Value& v, int depth) {
+  if (!isHandle(v)) return toPy(v);
+  const bool null = v.holds<Mox::Ptr<Rova::BoxedValue>>() ? !v.get<Mox::Ptr<Rova::BoxedValue>>()
+                                                          : !v.get<Mox::Ptr<Mox::Entity>>();
+  if (null) return py::none();
+  return dictOf(v, depth);
+}
+
+}  // namespace
+
+py::dict toDict(const PyValue& self) {
+  py::object d = dictOf(self.v, 0);
+  if (!py::isinstance<py::dict>(d))
+    throw py::type_error(self.v.kindName() + " is not of a registered type: it has no attributes");
+  return d;
 }
 
 // ---- type descriptions ----

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "lib/registry/TypeRegistry.h"
@@ -22,7 +23,7 @@ const Rova::TypeRegistry& reg();
 
 // The module's exception classes, made at import.
 struct Errors {
-  py::object error, rangeError, internalError, loadError, commandError, changedError;
+  py::object error, rangeError, internalError, loadError, commandError, changedError, busyError;
 };
 Errors& errors();
 // Raises `type` with `message`, and `.status` when it is given.
@@ -33,7 +34,7 @@ struct PyValue {
 };
 
 // Text the library gives, with U+FFFD for bytes that are not UTF-8.
-py::str pyText(const std::string& s);
+py::str pyText(std::string_view s);
 // A str as UTF-8; a lone surrogate is a range error.
 std::string utf8(py::handle text);
 Value fromPy(py::handle h);
@@ -84,6 +85,9 @@ struct PyCollection {
 py::object getAttr(py::object self, const std::string& name);
 void setAttr(PyValue& self, const std::string& name, py::handle v);
 std::vector<std::string> dirOf(const PyValue& self);
+// The attributes as a dict: values as Python values, records and registered values as dicts
+// of their own, a collection as a dict (a set as a list of its keys).
+py::dict toDict(const PyValue& self);
 
 // The same description as `show type NAME json`.
 py::dict typeInfo(const std::string& name);

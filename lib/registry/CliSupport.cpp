@@ -40,6 +40,8 @@ void registerTypes(TypeRegistry& r) {
 
   // State records the front end reads by attribute name.
   r.addRecord(staticRouteDefaultsRecord());
+  for (TypeEntry& e : stateRecords())
+    r.addRecord(std::move(e));
 
   // What writers of configuration call to change it.
   r.addEditor(staticRouteEditorType());

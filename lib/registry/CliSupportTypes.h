@@ -48,6 +48,8 @@ TypeEntry staticRoutesCliSaverType();
 TypeEntry clearIntfRoutesAndViasHelperType();
 // A state record the front end reads by attribute name.
 TypeEntry staticRouteDefaultsRecord();
+// The other state records and the forwarding routes listings hand back (CliSupportRecords.cpp).
+std::vector<TypeEntry> stateRecords();
 
 // The configuration editors (CliSupportStaticRoutes.cpp, CliSupportConfigChecks.cpp).
 TypeEntry staticRouteEditorType();

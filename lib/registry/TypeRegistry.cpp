@@ -106,8 +106,10 @@ const TypeEntry& TypeRegistry::typeOf(const Value& v) const {
     if (const TypeEntry* t = find(kind)) return *t;
     if (v.holds<Mox::Ptr<Mox::Entity>>()) {
       if (const TypeEntry* t = findEditor(kind)) return *t;
-      if (const TypeEntry* t = findRecord(kind)) return *t;
     }
+    // Records are entities (a state table's configuration) or values (a route a listing
+    // hands back, an entry of a record's collection).
+    if (const TypeEntry* t = findRecord(kind)) return *t;
   }
   throw Mox::RangeException("a " + v.kindName() + " is not of a registered type");
 }

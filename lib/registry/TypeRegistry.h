@@ -176,6 +176,8 @@ class TypeRegistry {
   // Like find, but an unknown name is an error.
   const TypeEntry& type(std::string_view name) const;
   const std::vector<std::unique_ptr<TypeEntry>>& types() const { return types_; }
+  // The state record types, in registration order.
+  const std::vector<std::unique_ptr<TypeEntry>>& records() const { return records_; }
   // The registered type of a value (boxed, entity or state record); an error for a plain value
   // and for a record whose type is not registered, so a read never falls back silently.
   const TypeEntry& typeOf(const Value& v) const;

@@ -85,4 +85,17 @@ enum class RouteType : std::uint32_t { forward = 0, drop = 1, nexthopGroup = 2 }
 std::string_view routeTypeName(RouteType t);
 bool routeTypeFromName(std::string_view name, RouteType& out);
 
+// Its text form and registered name, for the records that hold one.
+constexpr const char* moxEnumTypeName(RouteType) {
+  return "Routing::RouteType";
+}
+// "" for a number without a name (the names are literals, so the view ends in a NUL).
+inline const char* moxEnumName(RouteType t) {
+  const std::string_view name = routeTypeName(t);
+  return name.empty() ? "" : name.data();
+}
+inline bool moxEnumFromName(std::string_view name, RouteType& out) {
+  return routeTypeFromName(name, out);
+}
+
 }  // namespace Routing

@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "lib/registry/RecordText.h"
 #include "platform/brine/Fib.h"
 #include "platform/state/RoutingConfig.h"
 
@@ -148,9 +149,22 @@ TEST(Registry, StateRecordsAreReadByNameOrRefused) {
   EXPECT_EQ(reg().attribute(record, "name").text(), "'x'");
   EXPECT_EQ(reg().find("Routing::StaticRouteDefaults"), nullptr);  // not a library type
 
-  const Value other{Mox::Ptr<Mox::Entity>(Mox::makePtr<Routing::ConfigGen>())};
-  EXPECT_EQ(errorOf([&] { reg().attribute(other, "routingEnabled"); }),
-            "a Routing::ConfigGen is not of a registered type");
+  const Value config{Mox::Ptr<Mox::Entity>(Mox::makePtr<Routing::ConfigGen>())};
+  EXPECT_EQ(reg().attribute(config, "routingEnabled").text(), "True");
+  // A forwarding table is read through its records, not attribute by attribute.
+  const Value table{Mox::Ptr<Mox::Entity>(Mox::makePtr<Brine::Fib::RouteStatus>())};
+  EXPECT_EQ(errorOf([&] { reg().attribute(table, "size"); }),
+            "a Brine::Fib::RouteStatus is not of a registered type");
+
+  // A forwarding route a listing hands back reads by name too.
+  Brine::Fib::Route route;
+  route.prefix = Plexa::Prefix::fromString("10.0.0.0/8");
+  route.routeType = Routing::Fib::RouteType::eBgp;
+  route.preference = 200;
+  const Value boxed = Rova::toValue(route);
+  EXPECT_EQ(reg().attribute(boxed, "routeType").text(), "'eBgp'");
+  EXPECT_EQ(reg().attribute(boxed, "preference").text(), "200");
+  EXPECT_EQ(reg().attribute(boxed, "prefix").text(), "'10.0.0.0/8'");
 }
 
 // An entity of the test's own with a collection and operations, registered in a registry of its
