@@ -48,6 +48,10 @@ int clearNexthopGroupCounters(const Match& m, const Context& c, Output& out);
 // A word that may name a group where the listing's keywords may come too.
 bool isNexthopGroupName(std::string_view w);
 
+// StateNames.cpp: the device's names offered for the placeholders (VRFs, interfaces, groups,
+// route prefixes).
+void addStateNames(Grammar& grammar);
+
 // CheckCommands.cpp: the configuration checks.
 int checkIpAddress(const Match& m, const Context& c, Output& out);
 int checkIp6Address(const Match& m, const Context& c, Output& out);

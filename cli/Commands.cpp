@@ -14,6 +14,7 @@
 #include "cli/CommandActions.h"
 #include "cli/DeviceState.h"
 #include "cli/Output.h"
+#include "cli/Shell.h"
 #include "platform/plexa/IntfId.h"
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
@@ -67,6 +68,19 @@ bool isRd(std::string_view w) {
 bool anyWord(std::string_view w) {
   return !w.empty();
 }
+bool isPageLength(std::string_view w) {
+  if (w.empty() || w.size() > 3) return false;
+  for (char c : w) {
+    if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+  }
+  return true;
+}
+
+// The shell pages every N lines, or never (0); one-shot commands never page.
+int setTerminalLength(const Match& m, const Context&, Output& out) {
+  terminalLength() = std::stoi(m.value("LINES"));
+  return out.nothing();
+}
 
 }  // namespace
 
@@ -88,6 +102,9 @@ void addCommands(Grammar& grammar) {
                    {}});
   grammar.addType({"GROUP", "Nexthop group name", isNexthopGroupName, {}});
   grammar.addType({"PROTOCOL", "Routes of one protocol", {}, protocolChoices()});
+  grammar.addType({"LINES", "Lines of a page, 0 to 999 (0: no paging)", isPageLength, {}});
+
+  addStateNames(grammar);
 
   grammar.addKeywordHelp("show", "Show running system information");
   grammar.addKeywordHelp("check", "Check proposed configuration");
@@ -159,6 +176,10 @@ void addCommands(Grammar& grammar) {
       {"clear nexthop-group counters [GROUP]",
        {{"counters", "Start the entry counters from zero"}, {"GROUP", "One group only"}},
        clearNexthopGroupCounters},
+      {"terminal length LINES",
+       {{"terminal", "The shell's terminal"},
+        {"length", "Page long output every LINES lines, or never (0)"}},
+       setTerminalLength},
       {"write [FILE]",
        {{"write", "Save the state to the file it came from"},
         {"FILE", "Save it to this file instead"}},
