@@ -153,6 +153,30 @@ void addCommands(Grammar& grammar) {
        [](const Match& m, const Context& c, Output& out) {
          return showRouteSummary(m, c, out, true);
        }},
+      {"show vrf", {{"vrf", "VRFs: their routes and interfaces"}}, showVrfs},
+      {"show interfaces status",
+       {{"interfaces", "Interfaces"}, {"status", "Link state, description and VRF of each"}},
+       showIntfStatus},
+      {"show ip interface [brief] [vrf NAME]",
+       {{"interface", "IPv4 addresses of the interfaces"},
+        {"brief", "One line each"},
+        {"vrf", "In one VRF only"}},
+       showIpIntf},
+      {"show ipv6 interface brief [vrf NAME]",
+       {{"interface", "IPv6 addresses of the interfaces"},
+        {"brief", "One line each"},
+        {"vrf", "In one VRF only"}},
+       showIp6IntfBrief},
+      {"show arp [vrf NAME]",
+       {{"arp", "Resolved IPv4 neighbours (default: the default VRF)"}},
+       [](const Match& m, const Context& c, Output& out) {
+         return showNeighbors(m, c, out, false);
+       }},
+      {"show ipv6 neighbors [vrf NAME]",
+       {{"neighbors", "Resolved IPv6 neighbours (default: the default VRF)"}},
+       [](const Match& m, const Context& c, Output& out) {
+         return showNeighbors(m, c, out, true);
+       }},
       {"show running-config static-routes [all]",
        {{"running-config", "Current configuration"},
         {"static-routes", "Static routes"},

@@ -33,38 +33,6 @@ bool beginsWith(std::string_view name, std::string_view partial) {
   return true;
 }
 
-// Names with numbers in the order people count: Ethernet2 before Ethernet10.
-bool naturalLess(const std::string& a, const std::string& b) {
-  std::size_t i = 0;
-  std::size_t j = 0;
-  while (i < a.size() && j < b.size()) {
-    if (std::isdigit(static_cast<unsigned char>(a[i])) &&
-        std::isdigit(static_cast<unsigned char>(b[j]))) {
-      std::size_t ei = i;
-      std::size_t ej = j;
-      while (ei < a.size() && std::isdigit(static_cast<unsigned char>(a[ei])))
-        ++ei;
-      while (ej < b.size() && std::isdigit(static_cast<unsigned char>(b[ej])))
-        ++ej;
-      std::string_view na = std::string_view(a).substr(i, ei - i);
-      std::string_view nb = std::string_view(b).substr(j, ej - j);
-      while (na.size() > 1 && na[0] == '0')
-        na.remove_prefix(1);
-      while (nb.size() > 1 && nb[0] == '0')
-        nb.remove_prefix(1);
-      if (na.size() != nb.size()) return na.size() < nb.size();
-      if (na != nb) return na < nb;
-      i = ei;
-      j = ej;
-      continue;
-    }
-    if (a[i] != b[j]) return a[i] < b[j];
-    ++i;
-    ++j;
-  }
-  return a.size() - i < b.size() - j;
-}
-
 // The VRF the words before name ("... vrf red ..."), or the default VRF.
 std::string vrfIn(std::span<const std::string> words) {
   for (std::size_t i = 0; i + 1 < words.size(); ++i) {
@@ -133,6 +101,37 @@ std::vector<std::string> prefixes(const Entity& entity, std::span<const std::str
 }
 
 }  // namespace
+
+bool naturalLess(const std::string& a, const std::string& b) {
+  std::size_t i = 0;
+  std::size_t j = 0;
+  while (i < a.size() && j < b.size()) {
+    if (std::isdigit(static_cast<unsigned char>(a[i])) &&
+        std::isdigit(static_cast<unsigned char>(b[j]))) {
+      std::size_t ei = i;
+      std::size_t ej = j;
+      while (ei < a.size() && std::isdigit(static_cast<unsigned char>(a[ei])))
+        ++ei;
+      while (ej < b.size() && std::isdigit(static_cast<unsigned char>(b[ej])))
+        ++ej;
+      std::string_view na = std::string_view(a).substr(i, ei - i);
+      std::string_view nb = std::string_view(b).substr(j, ej - j);
+      while (na.size() > 1 && na[0] == '0')
+        na.remove_prefix(1);
+      while (nb.size() > 1 && nb[0] == '0')
+        nb.remove_prefix(1);
+      if (na.size() != nb.size()) return na.size() < nb.size();
+      if (na != nb) return na < nb;
+      i = ei;
+      j = ej;
+      continue;
+    }
+    if (a[i] != b[j]) return a[i] < b[j];
+    ++i;
+    ++j;
+  }
+  return a.size() - i < b.size() - j;
+}
 
 void addStateNames(Grammar& grammar) {
   grammar.namesIs("NAME", vrfNames);

@@ -307,8 +307,9 @@ TEST(RovaProgram, VersionShortHelpCompactJsonAndQuestionMark) {
 
   clitest::Captured ip = runRova({"show", "ip", "?"});
   EXPECT_EQ(ip.status, 0);
-  EXPECT_EQ(ip.out, "  route  IPv4 routing table\n");
-  EXPECT_EQ(runRova({"show", "ip", "ro?"}).out, ip.out);
+  EXPECT_EQ(ip.out,
+            "  interface  IPv4 addresses of the interfaces\n  route      IPv4 routing table\n");
+  EXPECT_EQ(runRova({"show", "ip", "ro?"}).out, "  route  IPv4 routing table\n");
   clitest::Captured vrfs = runRova({"show", "ip", "route", "vrf", "?"});
   EXPECT_EQ(vrfs.out, "  NAME  VRF name\n  default\n  blue\n  red\n");
   clitest::Captured filters = runRova({"show", "version", "|", "?"});
