@@ -321,6 +321,24 @@ TEST(RovaProgram, VersionShortHelpCompactJsonAndQuestionMark) {
   EXPECT_EQ(bad.err, "% Invalid input at 'ipx'\n");
 }
 
+// `clear static-routes interface` counts what it removed: whole routes, and vias of the routes
+// that keep another.
+TEST(RovaProgram, ClearingStaticRoutesSaysWhatWent) {
+  clitest::Captured r = runRova({"--keep-going"},
+                                "configure\n"
+                                "ip route 10.8.0.0/16 Ethernet1 10.1.1.1\n"
+                                "ip route 10.9.0.0/16 Ethernet3 10.2.3.9 label 3001\n"
+                                "end\n"
+                                "clear static-routes interface Ethernet3\n"
+                                "clear static-routes interface Ethernet1 json\n"
+                                "clear static-routes interface Ethernet1\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "Cleared 0 routes and 2 vias of Ethernet3\n"
+            "{\n  \"routesCleared\": 2,\n  \"viasCleared\": 0,\n  \"interface\": \"Ethernet1\"\n}\n"
+            "Cleared 0 routes and 0 vias of Ethernet1\n");
+}
+
 // The state may come from anything that can be read: standard input, a pipe, a FIFO.
 TEST(RovaProgram, ReadsTheStateFromStandardInput) {
   clitest::Captured in =
