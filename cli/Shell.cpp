@@ -552,7 +552,8 @@ int Shell::runInteractive() {
   }
   // The session ended as asked: a command that failed earlier is not the session's failure.
   // A signal that ended it is reported as such.
-  return status_ > kStatusSignal ? status_ : kStatusOk;
+  const bool stopped = status_ == kStatusSignal + SIGTERM || status_ == kStatusSignal + SIGHUP;
+  return stopped ? status_ : kStatusOk;
 }
 
 int& terminalLength() {

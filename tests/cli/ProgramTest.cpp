@@ -554,6 +554,20 @@ TEST_F(StateFile, WriteFailuresNameTheFile) {
 
 namespace {
 
+// A command the user stopped with ^C just before leaving is not the session's failure.
+TEST(ShellTerminal, LeavingAfterAnInterruptedCommandEndsWithStatus0) {
+  TerminalSession s(CLI_SHELL_DEMO);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("print-until-interrupted\r");
+  ASSERT_TRUE(s.expect("printing\n"));
+  s.interrupt();
+  ASSERT_TRUE(s.expect("% output interrupted\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("exit\r");
+  EXPECT_EQ(s.exitStatus(), 0) << s.seen();
+}
+
 // The shell of the real program: completion and '?' over the real command table, a listing of
 // the example device, an error, and the way out.
 TEST(RovaShell, CompletesHelpsAndRunsCommandsOnTheExampleDevice) {
