@@ -63,6 +63,19 @@ int clearNexthopGroupCounters(const Match& m, const Context& c, Output& out);
 // A word that may name a group where the listing's keywords may come too.
 bool isNexthopGroupName(std::string_view w);
 
+// InterfaceCommands.cpp: VRFs, interfaces and neighbours.
+int showVrfs(const Match& m, const Context& c, Output& out);
+int showIntfStatus(const Match& m, const Context& c, Output& out);
+int showIpIntf(const Match& m, const Context& c, Output& out);
+int showIp6IntfBrief(const Match& m, const Context& c, Output& out);
+int showNeighbors(const Match& m, const Context& c, Output& out, bool v6);
+
+// StateNames.cpp: the device's names offered for the placeholders (VRFs, interfaces, groups,
+// route prefixes).
+void addStateNames(Grammar& grammar);
+// Names with numbers in the order people count: Ethernet2 before Ethernet10.
+bool naturalLess(const std::string& a, const std::string& b);
+
 // CheckCommands.cpp: the configuration checks.
 int checkIpAddress(const Match& m, const Context& c, Output& out);
 int checkIp6Address(const Match& m, const Context& c, Output& out);

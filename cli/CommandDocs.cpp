@@ -93,6 +93,8 @@ const std::map<std::string, std::string> kSamples = {
     {"FILE", "f"},
     {"TYPE", "Rova::RouteSorter"},
     {"GROUP", "G"},
+    {"LINES", "24"},
+    {"SESSION", "s1"},
 };
 
 class CompletionWalk {

@@ -15,6 +15,7 @@
 #include "cli/CommandActions.h"
 #include "cli/DeviceState.h"
 #include "cli/Output.h"
+#include "cli/Shell.h"
 #include "platform/plexa/IntfId.h"
 #include "platform/plexa/IpAddr.h"
 #include "platform/plexa/Prefix.h"
@@ -82,6 +83,19 @@ bool isRd(std::string_view w) {
 bool anyWord(std::string_view w) {
   return !w.empty();
 }
+bool isPageLength(std::string_view w) {
+  if (w.empty() || w.size() > 3) return false;
+  for (char c : w) {
+    if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+  }
+  return true;
+}
+
+// The shell pages every N lines, or never (0); one-shot commands never page.
+int setTerminalLength(const Match& m, const Context&, Output& out) {
+  terminalLength() = std::stoi(m.value("LINES"));
+  return out.nothing();
+}
 
 }  // namespace
 
@@ -103,6 +117,9 @@ void addCommands(Grammar& grammar) {
                    {}});
   grammar.addType({"GROUP", "Nexthop group name", isNexthopGroupName, {}});
   grammar.addType({"PROTOCOL", "Routes of one protocol", {}, protocolChoices()});
+  grammar.addType({"LINES", "Lines of a page, 0 to 999 (0: no paging)", isPageLength, {}});
+
+  addStateNames(grammar);
 
   grammar.addKeywordHelp("show", "Show running system information");
   grammar.addKeywordHelp("check", "Check proposed configuration");
@@ -172,6 +189,30 @@ void addCommands(Grammar& grammar) {
         {"interface", "One interface's configuration"}},
        showRunningConfigInterface,
        kNoRoutes},
+      {"show vrf", {{"vrf", "VRFs: their routes and interfaces"}}, showVrfs},
+      {"show interfaces status",
+       {{"interfaces", "Interfaces"}, {"status", "Link state, description and VRF of each"}},
+       showIntfStatus},
+      {"show ip interface [brief] [vrf NAME]",
+       {{"interface", "IPv4 addresses of the interfaces"},
+        {"brief", "One line each"},
+        {"vrf", "In one VRF only"}},
+       showIpIntf},
+      {"show ipv6 interface brief [vrf NAME]",
+       {{"interface", "IPv6 addresses of the interfaces"},
+        {"brief", "One line each"},
+        {"vrf", "In one VRF only"}},
+       showIp6IntfBrief},
+      {"show arp [vrf NAME]",
+       {{"arp", "Resolved IPv4 neighbours (default: the default VRF)"}},
+       [](const Match& m, const Context& c, Output& out) {
+         return showNeighbors(m, c, out, false);
+       }},
+      {"show ipv6 neighbors [vrf NAME]",
+       {{"neighbors", "Resolved IPv6 neighbours (default: the default VRF)"}},
+       [](const Match& m, const Context& c, Output& out) {
+         return showNeighbors(m, c, out, true);
+       }},
       {"show running-config static-routes [all]",
        {{"running-config", "Current configuration"},
         {"static-routes", "Static routes"},
@@ -198,6 +239,10 @@ void addCommands(Grammar& grammar) {
       {"clear nexthop-group counters [GROUP]",
        {{"counters", "Start the entry counters from zero"}, {"GROUP", "One group only"}},
        clearNexthopGroupCounters},
+      {"terminal length LINES",
+       {{"terminal", "The shell's terminal"},
+        {"length", "Page long output every LINES lines, or never (0)"}},
+       setTerminalLength},
       {"write [FILE]",
        {{"write", "Save the state to the file it came from"},
         {"FILE", "Save it to this file instead"}},

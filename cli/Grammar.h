@@ -52,6 +52,12 @@ struct ArgType {
   std::vector<Choice> choices;
 };
 
+// The values a device has for a free-word placeholder (its VRFs, its interfaces), offered by
+// TAB and '?' beside the placeholder. Given the words before and the beginning typed, it
+// returns values that begin so (case aside); it may return fewer than all where there are many.
+using NameSource = std::function<std::vector<std::string>(std::span<const std::string> words,
+                                                          std::string_view partial)>;
+
 // Help for one word of a row: a keyword, or a placeholder (by its key or its type name) when
 // the type's generic help says too little ("NAME" -> "VRF name").
 struct WordHelp {
@@ -117,17 +123,21 @@ struct MatchResult {
 };
 
 // A candidate for the next word, for TAB and '?'.
+// A `value` is a name the device has for a placeholder (a VRF, an interface); `named` marks
+// a placeholder whose values are offered, so that TAB may complete to them.
 struct Candidate {
-  enum class Kind { keyword, argument, end };
+  enum class Kind { keyword, argument, end, value };
   Kind kind;
-  std::string text;  // keyword, placeholder ("A.B.C.D"), or "<cr>"
+  std::string text;  // keyword, placeholder ("A.B.C.D"), a value, or "<cr>"
   std::string help;
+  bool named = false;
   friend bool operator==(const Candidate&, const Candidate&) = default;
 };
 
 struct Completion {
-  std::vector<Candidate> candidates;  // sorted by text, "<cr>" last
-  std::string error;                  // set when the words typed so far cannot match
+  // Keywords and placeholders sorted by text, then the values in the order given, "<cr>" last
+  std::vector<Candidate> candidates;
+  std::string error;  // set when the words typed so far cannot match
 };
 
 class Grammar {
@@ -141,6 +151,8 @@ class Grammar {
   void addType(ArgType type);
   // Help for a keyword shared by many rows ("show", "ip"); a row's own help overrides it.
   void addKeywordHelp(std::string keyword, std::string help);
+  // The names offered for a registered free-word type.
+  void namesIs(std::string_view typeName, NameSource names);
   void addRow(Row row);
   void addRows(std::vector<Row> rows);
 
@@ -176,6 +188,7 @@ class Grammar {
   std::string keywordHelp(const Row& row, const std::string& keyword) const;
 
   std::map<std::string, ArgType, std::less<>> types_;
+  std::map<const ArgType*, NameSource> names_;
   std::map<std::string, std::string, std::less<>> keywordHelp_;
   std::vector<std::unique_ptr<detail::CompiledRow>> rows_;
 };

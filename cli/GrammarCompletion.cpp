@@ -14,19 +14,24 @@ namespace {
 // Collects candidates without repeats: the first thread to offer a word gives its help.
 class CandidateList {
  public:
-  void add(Candidate::Kind kind, std::string text, std::string help) {
-    for (const Candidate& c : list_) {
-      if (c.kind == kind && c.text == text) return;
+  void add(Candidate::Kind kind, std::string text, std::string help, bool named = false) {
+    for (Candidate& c : list_) {
+      if (c.kind == kind && c.text == text) {
+        c.named = c.named || named;
+        return;
+      }
     }
-    list_.push_back(Candidate{kind, std::move(text), std::move(help)});
+    list_.push_back(Candidate{kind, std::move(text), std::move(help), named});
   }
 
-  // Sorted by text, "<cr>" last.
+  // Keywords and placeholders by text, then values as they came, "<cr>" last.
   std::vector<Candidate> sorted() && {
-    std::stable_sort(list_.begin(), list_.end(), [](const Candidate& a, const Candidate& b) {
-      bool aEnd = a.kind == Candidate::Kind::end;
-      bool bEnd = b.kind == Candidate::Kind::end;
-      return aEnd != bEnd ? bEnd : a.text < b.text;
+    const auto rank = [](const Candidate& c) {
+      return c.kind == Candidate::Kind::end ? 2 : c.kind == Candidate::Kind::value ? 1 : 0;
+    };
+    std::stable_sort(list_.begin(), list_.end(), [&](const Candidate& a, const Candidate& b) {
+      if (rank(a) != rank(b)) return rank(a) < rank(b);
+      return rank(a) == 0 && a.text < b.text;
     });
     return std::move(list_);
   }
@@ -43,6 +48,14 @@ const std::string* rowHelp(const Row& row, const std::string& word, const std::s
 }
 
 }  // namespace
+
+void Grammar::namesIs(std::string_view typeName, NameSource names) {
+  auto type = types_.find(typeName);
+  if (type == types_.end() || !type->second.valid) {
+    throw GrammarError("names for '" + std::string(typeName) + "', not a free-word type");
+  }
+  names_[&type->second] = std::move(names);
+}
 
 std::string Grammar::keywordHelp(const Row& row, const std::string& keyword) const {
   if (const std::string* own = rowHelp(row, keyword, keyword)) return *own;
@@ -82,8 +95,19 @@ Completion Grammar::complete(std::span<const std::string> words, std::string_vie
                  : help          ? *help
                                  : term->type->help);
       }
-    } else if (partial.empty() || accepts(*term->type, partial)) {
-      list.add(Candidate::Kind::argument, term->text, help ? *help : term->type->help);
+    } else {
+      const std::string& text = help ? *help : term->type->help;
+      const auto names = names_.find(term->type);
+      const bool named = names != names_.end();
+      if (partial.empty() || accepts(*term->type, partial)) {
+        list.add(Candidate::Kind::argument, term->text, text, named);
+      }
+      if (named) {
+        for (std::string& name : names->second(words, partial)) {
+          if (startsWith(lower(name), lp) && accepts(*term->type, name))
+            list.add(Candidate::Kind::value, std::move(name), "");
+        }
+      }
     }
   }
   if (canEnd && !walk.json && startsWith(kJson, lp)) {

@@ -151,15 +151,36 @@ class Walker {
       }
       Decision d = decide(walk.threads, word);
       if (d.kind == Decision::Kind::invalid || d.kind == Decision::Kind::ambiguous) {
-        walk.threads.clear();
         walk.error = d.kind == Decision::Kind::ambiguous ? Grammar::ambiguous(word)
                      : isJson(word)                      ? Grammar::misplacedJson()
                                                          : Grammar::invalidInput(word);
+        // An address typed without its mask where only an address with one may come: say
+        // what was expected.
+        if (d.kind == Decision::Kind::invalid && word.find('/') == std::string::npos) {
+          const ArgType* expected = onlyArgument(walk.threads);
+          if (expected && expected->name.ends_with("/LEN")) {
+            walk.error += ": expected " + expected->name + " (" + expected->help + ")";
+          }
+        }
+        walk.threads.clear();
         return walk;
       }
       walk.threads = advance(walk.threads, d, word);
     }
     return walk;
+  }
+
+  // The free-word argument type every thread waits for, when they all wait for the same one
+  // and none may end or take a keyword; nullptr otherwise.
+  const ArgType* onlyArgument(const std::vector<Thread>& threads) const {
+    const ArgType* type = nullptr;
+    for (const Thread& t : threads) {
+      const Term* term = termOf(t);
+      if (!term || term->keyword || term->isChoice()) return nullptr;
+      if (type && type != term->type) return nullptr;
+      type = term->type;
+    }
+    return type;
   }
 
   bool canEnd(const std::vector<Thread>& threads) const {

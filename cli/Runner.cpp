@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "cli/Filters.h"
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
 #include "platform/rendr/Interrupt.h"
@@ -83,12 +84,22 @@ int refuseLine(std::span<const std::string> words, std::string_view message, int
   return status;
 }
 
-int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context) {
+int runCommand(const Grammar& grammar, std::span<const std::string> line, const Context& context) {
+  // What follows a '|' filters the output; the words before it are the command.
+  FilterSplit split = splitFilters(line);
+  std::vector<std::string>& words = split.command;
+  if (split.filters.json || split.filters.compact) words.push_back("json");
+  if (!split.error.empty()) return refuseLine(words, split.error, kStatusUsage, context);
   if (gate()) {
     if (const int status = gate()(words, context); status >= 0) return status;
   }
   MatchResult result = grammar.match(words);
   if (!result.match) return refuseLine(words, result.error, kStatusUsage, context);
+  // Lines of JSON taken out or counted would leave no document at all.
+  if (!split.filters.lines.empty() && result.match->format() == Format::json) {
+    return refuseLine(words, "% Line filters work on text output: leave out json", kStatusUsage,
+                      context);
+  }
   if (Mox::TraceHandle::enabled(1)) {
     std::string bound;
     for (const Token& t : result.match->tokens()) {
@@ -100,7 +111,16 @@ int runCommand(const Grammar& grammar, std::span<const std::string> words, const
   // A SIGTERM or SIGHUP that comes while the command runs ends its listing the way ^C does,
   // so that a JSON document is still closed; the process ends after it.
   rendr::StopSignalHold hold;
-  const int status = runAction(*result.match, context);
+  int status;
+  if (split.filters.transforms()) {
+    FilterPipe pipe(split.filters, context.out);
+    Context filtered = context;
+    filtered.out = pipe.fd();
+    status = runAction(*result.match, filtered);
+    pipe.close();
+  } else {
+    status = runAction(*result.match, context);
+  }
   if (const int signal = rendr::takeStopSignal()) return kStatusSignal + signal;
   return status;
 }

@@ -50,7 +50,8 @@ int runAction(const Match& match, const Context& context);
 using CommandGate = std::function<int(std::span<const std::string> words, const Context&)>;
 void commandGateIs(CommandGate gate);
 
-// Passes the gate, matches `words` and runs the action; a line that does not match prints the
+// Reads the output filters after a '|' (Filters.h), passes the gate, matches the words before
+// it and runs the action, its output through the filters; a line that does not match prints the
 // grammar's message and returns kStatusUsage. A signal that stops the command (see
 // rendr/Interrupt.h) makes its status kStatusSignal + the signal.
 int runCommand(const Grammar& grammar, std::span<const std::string> words, const Context& context);

@@ -1,9 +1,14 @@
 #include "cli/Shell.h"
 
+#include <fcntl.h>
 #include <histedit.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +18,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <cwchar>
+#include <optional>
+#include <thread>
+
+#include "cli/Filters.h"
 
 namespace cli {
 
@@ -82,6 +91,204 @@ bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
+// The history file: in the user's home, or none when HOME is unset.
+std::string historyPath() {
+  const char* home = std::getenv("HOME");
+  if (!home || !*home) return {};
+  std::string path = home;
+  if (path.back() != '/') path += '/';
+  return path + ".rova_history";
+}
+
+bool isExecutableOnPath(const char* name) {
+  const char* path = std::getenv("PATH");
+  if (!path) return false;
+  std::string_view dirs = path;
+  while (!dirs.empty()) {
+    const std::size_t colon = dirs.find(':');
+    std::string dir(dirs.substr(0, colon));
+    dirs = colon == std::string_view::npos ? std::string_view() : dirs.substr(colon + 1);
+    if (dir.empty()) dir = ".";
+    if (::access((dir + "/" + name).c_str(), X_OK) == 0) return true;
+  }
+  return false;
+}
+
+// One command's output on its way to the terminal through a pager: an external one ($PAGER,
+// or less) as a child process reading a pipe, or the built-in one, a thread that stops after
+// each page at "--More--". Either way, a pager the user quits closes the pipe, and the command
+// finds its output closed and ends quietly.
+class Pager {
+ public:
+  // `length` is the lines of a page for the built-in pager, or -1 to use an external one when
+  // there is one (with `rows` for the built-in one otherwise).
+  Pager(int screen, int keys, int length, std::size_t rows, std::size_t cols)
+      : screen_(screen), keys_(keys), cols_(cols) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) return;
+    readEnd_ = ends[0];
+    writeEnd_ = ends[1];
+    if (length < 0) {
+      const char* pager = std::getenv("PAGER");
+      if (pager && *pager) {
+        startChild({"/bin/sh", "-c", pager});
+      } else if (isExecutableOnPath("less")) {
+        startChild({"less", "-FRX"});
+      }
+      if (child_ > 0 || failed_) return;
+      length = static_cast<int>(rows > 1 ? rows - 1 : 1);
+    }
+    page_ = static_cast<std::size_t>(length);
+    sigset_t all;
+    sigset_t saved;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &saved);
+    try {
+      thread_ = std::thread([this] { runBuiltIn(); });
+    } catch (...) {
+      failed_ = true;
+    }
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+  }
+  ~Pager() { finish(); }
+  Pager(const Pager&) = delete;
+  Pager& operator=(const Pager&) = delete;
+
+  // Where the command writes; -1 when no pager could be started.
+  int fd() const { return failed_ ? -1 : writeEnd_; }
+
+  // Ends the output and waits for the pager to finish.
+  void finish() {
+    if (writeEnd_ >= 0) ::close(writeEnd_);
+    writeEnd_ = -1;
+    if (thread_.joinable()) thread_.join();
+    if (readEnd_ >= 0) ::close(readEnd_);
+    readEnd_ = -1;
+    if (child_ > 0) {
+      int status;
+      while (::waitpid(child_, &status, 0) < 0 && errno == EINTR) {
+      }
+      child_ = -1;
+    }
+  }
+
+ private:
+  void startChild(std::vector<const char*> argv) {
+    argv.push_back(nullptr);
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+      failed_ = true;
+      return;
+    }
+    if (pid == 0) {
+      ::dup2(readEnd_, 0);
+      ::signal(SIGPIPE, SIG_DFL);
+      ::signal(SIGINT, SIG_DFL);
+      sigset_t none;
+      sigemptyset(&none);
+      ::sigprocmask(SIG_SETMASK, &none, nullptr);
+      ::execvp(argv[0], const_cast<char* const*>(argv.data()));
+      ::_exit(127);
+    }
+    child_ = pid;
+    ::close(readEnd_);
+    readEnd_ = -1;
+  }
+
+  bool writeScreen(std::string_view text) {
+    while (!text.empty()) {
+      const ssize_t n = ::write(screen_, text.data(), text.size());
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return false;
+      text.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+  }
+
+  // Shows "--More--" and reads the answer: how many lines more, or 0 to stop. The key is read
+  // raw, ^C included, so that it stops the listing here rather than reach the command.
+  std::size_t ask() {
+    if (!writeScreen("--More--")) return 0;
+    termios saved{};
+    const bool tty = ::tcgetattr(keys_, &saved) == 0;
+    if (tty) {
+      termios raw = saved;
+      raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO | ISIG));
+      raw.c_cc[VMIN] = 1;
+      raw.c_cc[VTIME] = 0;
+      ::tcsetattr(keys_, TCSANOW, &raw);
+    }
+    char key = 'q';
+    for (;;) {
+      const ssize_t n = ::read(keys_, &key, 1);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) key = 'q';
+      break;
+    }
+    if (tty) ::tcsetattr(keys_, TCSANOW, &saved);
+    writeScreen("\r        \r");
+    if (key == 'q' || key == 'Q' || key == '\x03') return 0;
+    if (key == '\r' || key == '\n') return 1;
+    return page_;
+  }
+
+  void runBuiltIn() {
+    char buffer[4096];
+    std::size_t left = page_;  // lines before the next "--More--"
+    std::size_t column = 0;
+    for (;;) {
+      const ssize_t n = ::read(readEnd_, buffer, sizeof buffer);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return;
+      std::string_view text(buffer, static_cast<std::size_t>(n));
+      while (!text.empty()) {
+        // A full page is followed by more: ask before showing it (output that ends with the
+        // page is never held).
+        if (left == 0) {
+          left = ask();
+          if (left == 0) return quit();
+        }
+        // Up to the end of the page: lines ended, or wrapped at the terminal's width.
+        // A line as wide as the terminal wraps only when more follows on it.
+        std::size_t i = 0;
+        for (; i < text.size(); ++i) {
+          if (text[i] == '\n') {
+            column = 0;
+            if (--left == 0) {
+              ++i;
+              break;
+            }
+          } else {
+            if (column == cols_) {
+              column = 0;
+              if (--left == 0) break;
+            }
+            ++column;
+          }
+        }
+        if (!writeScreen(text.substr(0, i))) return quit();
+        text.remove_prefix(i);
+      }
+    }
+  }
+
+  // The rest is not wanted: the command's next write finds its output closed.
+  void quit() {
+    ::close(readEnd_);
+    readEnd_ = -1;
+  }
+
+  int screen_;
+  int keys_;
+  std::size_t cols_;
+  std::size_t page_ = 0;
+  int readEnd_ = -1;
+  int writeEnd_ = -1;
+  pid_t child_ = -1;
+  bool failed_ = false;
+  std::thread thread_;
+};
+
 }  // namespace
 
 // One libedit session. Its key functions reach the shell through EL_CLIENTDATA.
@@ -98,7 +305,7 @@ struct Shell::Editor {
         el(el_init("rova", s.in_, screenFile, stderr)),
         history(history_init()) {
     HistEvent event;
-    ::history(history, &event, H_SETSIZE, 1000);
+    ::history(history, &event, H_SETSIZE, kHistorySize);
     ::history(history, &event, H_SETUNIQUE, 1);
     el_set(el, EL_EDITOR, "emacs");
     el_set(el, EL_PROMPT, &Editor::prompt);
@@ -129,6 +336,34 @@ struct Shell::Editor {
   void remember(const std::string& line) {
     HistEvent event;
     ::history(history, &event, H_ENTER, line.c_str());
+    saveHistory();
+  }
+
+  // The history of earlier sessions, kept in historyFile (none when it is empty). The file
+  // holds as many lines as the history does (kHistorySize), is the user's alone, and is
+  // replaced whole, so that a session that ends mid-write leaves the one before. A home that
+  // cannot be written to keeps no history, and says nothing.
+  std::string historyFile;
+  void loadHistory() {
+    if (historyFile.empty()) return;
+    HistEvent event;
+    ::history(history, &event, H_LOAD, historyFile.c_str());
+  }
+  void saveHistory() {
+    if (historyFile.empty()) return;
+    std::string temporary = historyFile + ".XXXXXX";
+    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);  // mode 0600
+    if (fd < 0) return;
+    std::FILE* file = ::fdopen(fd, "w");
+    if (!file) {
+      ::close(fd);
+      ::unlink(temporary.c_str());
+      return;
+    }
+    HistEvent event;
+    const bool saved = ::history(history, &event, H_SAVE_FP, file) >= 0;
+    if (std::fclose(file) != 0 || !saved || ::rename(temporary.c_str(), historyFile.c_str()) != 0)
+      ::unlink(temporary.c_str());
   }
 
   std::string promptText = kPrompt;  // the mode's prompt, set before each el_gets
@@ -204,12 +439,12 @@ struct Shell::Editor {
 
   unsigned char help() {
     TypedLine t = typed();
-    return show(helpListing(shell.mode().grammar->complete(t.words, t.partial)));
+    return show(helpListing(completeLine(*shell.mode().grammar, t.words, t.partial)));
   }
 
   unsigned char tab() {
     TypedLine t = typed();
-    Completion completion = shell.mode().grammar->complete(t.words, t.partial);
+    Completion completion = completeLine(*shell.mode().grammar, t.words, t.partial);
     TabAction action = tabAction(completion, t.partial);
     if (action.beep) return CC_REFRESH_BEEP;
     if (action.replacement != t.partial) {
@@ -246,7 +481,21 @@ bool Shell::execute(std::string_view line) {
   if (!current.nested && words.size() == 1 && isLeaveWord(words[0])) return false;
   // Commands write to the file descriptor; what the shell buffered must come first.
   std::fflush(out_);
-  status_ = runCommand(*current.grammar, words, context_);
+  Context context = context_;
+  std::optional<Pager> pager;
+  if (paging_ && terminalLength() != 0) {
+    winsize size{};
+    if (ioctl(fileno(out_), TIOCGWINSZ, &size) != 0 || size.ws_row == 0) size.ws_row = 24;
+    if (size.ws_col == 0) size.ws_col = 80;
+    pager.emplace(fileno(out_), fileno(in_), terminalLength(), size.ws_row, size.ws_col);
+    if (pager->fd() >= 0) {
+      context.out = pager->fd();
+    } else {
+      pager.reset();
+    }
+  }
+  status_ = runCommand(*current.grammar, words, context);
+  if (pager) pager->finish();
   // ^C stops one command; a request to terminate, or a hangup, is for the shell too.
   return status_ != kStatusSignal + SIGTERM && status_ != kStatusSignal + SIGHUP;
 }
@@ -292,6 +541,12 @@ int Shell::runInteractive() {
   // its own while it writes.
   InterruptHandler duringCommands;
   Editor editor(*this, screen);
+  editor.historyFile = historyPath();
+  editor.loadHistory();
+  // Output longer than the terminal is paged, when the output is the terminal.
+  paging_ = isatty(fileno(out_));
+  // A pager that quits early closes its end of the pipe: the command must not die of it.
+  std::signal(SIGPIPE, SIG_IGN);
   for (;;) {
     int count = 0;
     const char* line;
@@ -316,7 +571,84 @@ int Shell::runInteractive() {
     if (!splitWords(text).empty()) editor.remember(text);
     if (!execute(text)) break;
   }
-  return status_;
+  // The session ended as asked: a command that failed earlier is not the session's failure.
+  // A signal that ended it is reported as such.
+  const bool stopped = status_ == kStatusSignal + SIGTERM || status_ == kStatusSignal + SIGHUP;
+  return stopped ? status_ : kStatusOk;
+}
+
+int& terminalLength() {
+  static int length = -1;
+  return length;
+}
+
+Completion completeLine(const Grammar& grammar, std::span<const std::string> words,
+                        std::string_view partial) {
+  const auto bar = std::find(words.begin(), words.end(), "|");
+  if (bar == words.end()) {
+    Completion c = grammar.complete(words, partial);
+    // A whole command may be filtered.
+    if (c.error.empty() && !c.candidates.empty() &&
+        c.candidates.back().kind == Candidate::Kind::end) {
+      c.candidates.insert(c.candidates.end() - 1,
+                          Candidate{Candidate::Kind::keyword, "|", "Filter the output", false});
+    }
+    return c;
+  }
+  Completion c;
+  const MatchResult command = grammar.match(words.first(bar - words.begin()));
+  if (!command.match) {
+    c.error = command.error;
+    return c;
+  }
+  auto last = std::find(words.rbegin(), words.rend(), "|").base();  // after the last '|'
+  std::span<const std::string> after(last, words.end());
+  const auto offerEnd = [&] {
+    if (!partial.empty()) return;
+    c.candidates.push_back({Candidate::Kind::keyword, "|", "Filter the output", false});
+    c.candidates.push_back({Candidate::Kind::end, "<cr>", "", false});
+  };
+  if (after.empty()) {
+    std::string lp(partial);
+    for (char& ch : lp)
+      ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    for (const FilterWord& f : filterWords()) {
+      if (std::string_view(f.word).substr(0, lp.size()) == lp)
+        c.candidates.push_back({Candidate::Kind::keyword, f.word, f.help, false});
+    }
+    if (c.candidates.empty()) c.error = Grammar::invalidInput(partial);
+    return c;
+  }
+  const FilterWord* filter = findFilterWord(after[0]);
+  if (!filter) {
+    c.error = Grammar::invalidInput(after[0]);
+    return c;
+  }
+  if (filter->takesPattern) {
+    c.candidates.push_back(
+        {Candidate::Kind::argument, "RE", "Regular expression (ECMAScript)", false});
+    if (after.size() > 1) offerEnd();
+  } else if (after.size() > 1 || !partial.empty()) {
+    c.error = Grammar::invalidInput(after.size() > 1 ? after[1] : std::string(partial));
+  } else {
+    offerEnd();
+  }
+  return c;
+}
+
+std::optional<std::string> oneShotHelp(const Grammar& grammar, std::span<const std::string> words,
+                                       bool& refused) {
+  refused = false;
+  if (words.empty()) return std::nullopt;
+  const std::string& lastWord = words.back();
+  const bool filtered = std::find(words.begin(), words.end(), "|") != words.end();
+  // In a filter's expression a '?' is the expression's own, unless it stands alone.
+  if (lastWord != "?" && (filtered || lastWord.empty() || lastWord.back() != '?'))
+    return std::nullopt;
+  std::string partial = lastWord.substr(0, lastWord.size() - 1);
+  const Completion c = completeLine(grammar, words.first(words.size() - 1), partial);
+  refused = !c.error.empty();
+  return helpListing(c);
 }
 
 TypedLine splitTypedLine(std::string_view beforeCursor) {
@@ -336,20 +668,25 @@ TabAction tabAction(const Completion& completion, std::string_view partial) {
     action.beep = true;
     return action;
   }
-  std::vector<const std::string*> keywords;
+  // What TAB may write: keywords, and the device's names for a placeholder. A placeholder
+  // whose values are not known, or the end of the command, could come instead of them.
+  std::vector<const std::string*> words;
+  bool certain = true;
   for (const Candidate& c : completion.candidates) {
-    if (c.kind == Candidate::Kind::keyword) keywords.push_back(&c.text);
+    if (c.kind == Candidate::Kind::keyword || c.kind == Candidate::Kind::value) {
+      words.push_back(&c.text);
+    } else if (!(c.kind == Candidate::Kind::argument && c.named)) {
+      certain = false;
+    }
   }
-  bool onlyKeywords = keywords.size() == completion.candidates.size();
-  if (onlyKeywords && keywords.size() == 1) {
-    action.replacement = *keywords[0] + " ";
+  if (certain && words.size() == 1) {
+    action.replacement = *words[0] + " ";
     return action;
   }
-  // A placeholder or the end of the command could come instead, so only a beginning every
-  // candidate shares is certain.
-  if (onlyKeywords) {
-    std::string common = *keywords[0];
-    for (const std::string* k : keywords) {
+  // Only a beginning every candidate shares is certain.
+  if (certain && !words.empty()) {
+    std::string common = *words[0];
+    for (const std::string* k : words) {
       auto [a, b] = std::mismatch(common.begin(), common.end(), k->begin(), k->end());
       common.erase(a, common.end());
     }
@@ -362,8 +699,9 @@ TabAction tabAction(const Completion& completion, std::string_view partial) {
 std::string helpListing(const Completion& completion) {
   if (!completion.error.empty()) return completion.error + "\n";
   std::size_t width = 0;
-  for (const Candidate& c : completion.candidates)
-    width = std::max(width, c.text.size());
+  for (const Candidate& c : completion.candidates) {
+    if (!c.help.empty()) width = std::max(width, c.text.size());
+  }
   std::string text;
   for (const Candidate& c : completion.candidates) {
     text += "  " + c.text;

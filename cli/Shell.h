@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <functional>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,8 +32,10 @@ class Shell {
   Shell(const Grammar& grammar, Context context, std::FILE* in = stdin, std::FILE* out = stdout);
 
   // Reads and runs commands until "exit", "quit", the end of input, or a SIGTERM or SIGHUP
-  // that stopped a command; returns the status of the last command run (0 when none ran).
-  // When the input is not a terminal, the first failing command ends the run with its
+  // that stopped a command. On a terminal it returns 0, or 128 + the signal that ended it;
+  // output longer than the terminal goes through a pager (terminalLength()), and the history
+  // is kept in ~/.rova_history. When the input is not a terminal it returns the status of the
+  // last command run (0 when none ran), and the first failing command ends the run with its
   // status, unless keepGoingIs(true).
   int run();
 
@@ -40,6 +44,8 @@ class Shell {
   void keepGoingIs(bool keepGoing) { keepGoing_ = keepGoing; }
 
   static constexpr const char* kPrompt = "rova> ";
+  // The most commands the history holds, in the session and in its file.
+  static constexpr int kHistorySize = 1000;
 
  private:
   int runInteractive();
@@ -56,10 +62,26 @@ class Shell {
   int status_ = kStatusOk;
   ModeSource modes_;
   bool keepGoing_ = false;
+  bool paging_ = false;  // an interactive session on a terminal pages long output
 
   // The libedit session and its key functions (Shell.cpp).
   struct Editor;
 };
+
+// The session's `terminal length`: -1 (the default) pages output longer than the terminal
+// through $PAGER, else `less -FRX`, else the built-in "--More--"; 0 never pages; N > 0 pages
+// every N lines with the built-in pager.
+int& terminalLength();
+
+// What may come next on a line, output filters after '|' included (Filters.h).
+Completion completeLine(const Grammar& grammar, std::span<const std::string> words,
+                        std::string_view partial);
+
+// A one-shot command that ends in '?' ("show ip ?", "show ip ro?") asks for the help the shell's
+// '?' gives: that listing, with `refused` set when the words before cannot go on. Nothing for
+// any other command.
+std::optional<std::string> oneShotHelp(const Grammar& grammar, std::span<const std::string> words,
+                                       bool& refused);
 
 // The words before the cursor, split into the finished ones and the one being typed (empty
 // after a blank).

@@ -3,6 +3,7 @@
 
 #include "cli/CommandActions.h"
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -97,6 +98,24 @@ int showStaticRoutesRib(const Match& m, const Context& c, Output& out) {
   return out.library([&] { registry().call(rib, "dump", args); });
 }
 
+namespace {
+
+// The vias of each configured route of one VRF and family, by route.
+std::map<std::string, std::size_t> viaCounts(
+    const std::string& vrf, const layout::Entity<Routing::ConfigGen, layout::Scope::vrf>& leaf) {
+  std::map<std::string, std::size_t> counts;
+  if (auto config = layout::find(state().entities(), leaf, vrf)) {
+    for (const auto& [key, route] : config->route()) {
+      if (route)
+        counts[key.prefix().stringValue() + " " + std::to_string(key.preference())] =
+            route->via().size();
+    }
+  }
+  return counts;
+}
+
+}  // namespace
+
 int clearStaticRoutes(const Match& m, const Context& c, Output& out) {
   std::vector<std::string> vrfs;
   if (m.has("NAME")) {
@@ -105,18 +124,44 @@ int clearStaticRoutes(const Match& m, const Context& c, Output& out) {
   } else {
     vrfs = state().vrfNames();
   }
+  // What went is what was there before and is not after: whole routes, and vias of the routes
+  // that stay.
+  std::uint32_t routes = 0;
+  std::uint32_t vias = 0;
   Value helper = registry().construct("Rova::ClearIntfRoutesAndViasHelper", {});
   for (const std::string& vrf : vrfs) {
     for (const auto& leaf : {layout::routingConfig, layout::routing6Config}) {
       const Value config = state().atVrf(vrf, leaf);
       if (config.isNone()) continue;
+      const auto before = viaCounts(vrf, leaf);
       const Value args[] = {config, Value(m.value("INTF").c_str())};
       registry().call(helper, "clearIntfRoutesAndViasHelper", args);
+      const auto after = viaCounts(vrf, leaf);
+      for (const auto& [route, count] : before) {
+        auto kept = after.find(route);
+        if (kept == after.end()) {
+          ++routes;
+        } else if (kept->second < count) {
+          vias += static_cast<std::uint32_t>(count - kept->second);
+        }
+      }
     }
   }
   state().changed();
   updateStaticRouteFibs();
-  return out.nothing();
+  return out.print([&](rendr::Printer& p) {
+    rendr::UintAttrInfo routesCleared("routesCleared", p.format());
+    rendr::UintAttrInfo viasCleared("viasCleared", p.format());
+    rendr::StringAttrInfo intf("interface", p.format());
+    routesCleared.setValue(routes);
+    viasCleared.setValue(vias);
+    intf.setValue(m.value("INTF"));
+    p.addAttributes(routes == 1 && vias == 1 ? "Cleared %u route and %u via of %s\n"
+                    : routes == 1            ? "Cleared %u route and %u vias of %s\n"
+                    : vias == 1              ? "Cleared %u routes and %u via of %s\n"
+                                             : "Cleared %u routes and %u vias of %s\n",
+                    3, routesCleared.getArg(), viasCleared.getArg(), intf.getArg());
+  });
 }
 
 // ---- static routes in the forwarding tables ----

@@ -25,7 +25,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: rova [--state FILE] [--live] [--trace] [--keep-going] [COMMAND...]\n"
+    "usage: rova [--state FILE] [--live] [--trace] [--keep-going] [-j] [COMMAND...]\n"
     "\n"
     "Runs one command, for example 'rova show ip route vrf red json', or an interactive\n"
     "shell when no command is given.\n"
@@ -35,13 +35,19 @@ constexpr const char* kUsage =
     "  --live        the routing state of this machine's Linux kernel, read now\n"
     "  --trace       write maintainers' trace messages to stderr\n"
     "  --keep-going  commands read from a pipe go on after one fails\n"
-    "  --help        show this text\n";
+    "  -j, --compact JSON output on one line, for programs (the word json is pretty)\n"
+    "  -h, --help    show this text\n"
+    "  --version     show the program's version\n"
+    "\n"
+    "A command ending in '?' lists what may come next, as '?' does in the shell.\n"
+    "Output filters follow a '|': rova show ip route '|' include Ethernet1\n";
 
 struct Options {
   std::optional<std::string> statePath;
   bool live = false;
   std::vector<std::string> command;
   bool keepGoing = false;
+  bool compact = false;
 };
 
 // Options come before the command only, so that a command word can never be taken for one.
@@ -55,11 +61,19 @@ int parseOptions(int argc, char** argv, Options& options, const cli::Context& co
       ++i;
       break;
     }
-    if (arg.substr(0, 2) != "--") break;
-    if (arg == "--help") {
+    if (arg == "-h" || arg == "--help") {
       std::fputs(kUsage, stdout);
       return cli::kStatusOk;
     }
+    if (arg == "--version") {
+      std::fputs("rova " ROVA_VERSION "\n", stdout);
+      return cli::kStatusOk;
+    }
+    if (arg == "-j" || arg == "--compact") {
+      options.compact = true;
+      continue;
+    }
+    if (arg.substr(0, 2) != "--") break;
     std::string refusal;
     if (arg == "--keep-going") {
       options.keepGoing = true;
@@ -142,6 +156,17 @@ int main(int argc, char** argv) {
       shell.keepGoingIs(options.keepGoing);
       return leaveStateToExit(cli::finishShell(shell.run(), context));
     }
+    bool refused = false;
+    if (auto help = cli::oneShotHelp(grammar, options.command, refused)) {
+      if (refused) {
+        context.error(std::string_view(*help).substr(0, help->size() - 1));
+        return leaveStateToExit(cli::kStatusUsage);
+      }
+      std::fputs(help->c_str(), stdout);
+      return leaveStateToExit(cli::kStatusOk);
+    }
+    // `-j`: the command's JSON, compact, as its last filter says it.
+    if (options.compact) options.command.insert(options.command.end(), {"|", "compact"});
     rendr::installSignalHandlers();
     return leaveStateToExit(
         cli::finishOneShot(cli::runCommand(grammar, options.command, context), context));

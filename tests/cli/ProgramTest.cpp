@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,13 +58,26 @@ std::string visibleText(std::string_view raw) {
 
 class TerminalSession {
  public:
-  explicit TerminalSession(const char* program) {
+  // The session keeps no history (no HOME) and pages through cat, which passes everything on,
+  // unless `env` says otherwise ("NAME=value", or "NAME" alone to unset it).
+  explicit TerminalSession(const char* program, std::vector<std::string> env = {},
+                           unsigned short rows = 24) {
     winsize size{};
-    size.ws_row = 24;
+    size.ws_row = rows;
     size.ws_col = 100;
     pid_ = forkpty(&master_, nullptr, nullptr, &size);
     if (pid_ == 0) {
       setenv("TERM", "vt100", 1);
+      unsetenv("HOME");
+      setenv("PAGER", "cat", 1);
+      for (const std::string& e : env) {
+        const std::size_t eq = e.find('=');
+        if (eq == std::string::npos) {
+          unsetenv(e.c_str());
+        } else {
+          setenv(e.substr(0, eq).c_str(), e.substr(eq + 1).c_str(), 1);
+        }
+      }
       execl(program, program, static_cast<char*>(nullptr));
       _exit(127);
     }
@@ -164,7 +178,8 @@ TEST(ShellTerminal, TabCompletesAndListsQuestionMarkHelps) {
   ASSERT_TRUE(s.expect("show "));
   s.type("ip route ?");
   ASSERT_TRUE(s.expect("\n  A.B.C.D      IPv4 address\n  A.B.C.D/LEN  IPv4 prefix\n"));
-  ASSERT_TRUE(s.expect("  vrf          Routes of one VRF\n  <cr>\n"));
+  ASSERT_TRUE(
+      s.expect("  vrf          Routes of one VRF\n  |            Filter the output\n  <cr>\n"));
   // The line comes back as it was, without the '?'.
   ASSERT_TRUE(s.expect("rova> show ip route "));
   s.type("vrf red 10.0.0.0/8 l\t");
@@ -185,8 +200,8 @@ TEST(ShellTerminal, TabCompletesAndListsQuestionMarkHelps) {
 }
 
 // At the prompt a refused or failing command does not end the session (a script's does), an
-// empty line only prompts again, and the up arrow recalls the last line. The session ends
-// with the status of its last command.
+// empty line only prompts again, and the up arrow recalls the last line. A session at a
+// terminal that was left as asked ends with status 0, whatever its last command did.
 TEST(ShellTerminal, GoesOnAfterErrorsAndRecallsHistory) {
   TerminalSession s(CLI_SHELL_DEMO);
   ASSERT_TRUE(s.started());
@@ -204,7 +219,7 @@ TEST(ShellTerminal, GoesOnAfterErrorsAndRecallsHistory) {
   s.type("fail\r");
   ASSERT_TRUE(s.expect("% the check refused\n"));
   s.type("quit\r");
-  EXPECT_EQ(s.exitStatus(), 1) << s.seen();
+  EXPECT_EQ(s.exitStatus(), 0) << s.seen();
 }
 
 TEST(ShellTerminal, InterruptAbandonsTheLineOrStopsTheCommand) {
@@ -267,6 +282,61 @@ TEST(RovaProgram, RunsOneCommandWithOptionsBeforeIt) {
   clitest::Captured help = runRova({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.out.rfind("usage: rova [--state FILE]", 0), 0u) << help.out;
+}
+
+// The habits of command-line tools: a version, -h, JSON on one line for programs, and '?'
+// at the end of a one-shot command giving the shell's help with the device's names.
+TEST(RovaProgram, VersionShortHelpCompactJsonAndQuestionMark) {
+  clitest::Captured version = runRova({"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out, "rova 0.1.0\n");
+  clitest::Captured help = runRova({"-h"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.out, runRova({"--help"}).out);
+  EXPECT_NE(help.out.find("-j, --compact"), std::string::npos) << help.out;
+
+  clitest::Captured compact = runRova({"-j", "show", "ip", "route", "vrf", "red"});
+  EXPECT_EQ(compact.status, 0) << compact.err;
+  ASSERT_FALSE(compact.out.empty());
+  EXPECT_EQ(compact.out.find('\n'), compact.out.size() - 1) << compact.out;
+  EXPECT_EQ(compact.out.find(' '), std::string::npos) << compact.out;
+  clitest::Captured pretty = runRova({"show", "ip", "route", "vrf", "red", "json"});
+  EXPECT_EQ(nlohmann::json::parse(compact.out), nlohmann::json::parse(pretty.out));
+  EXPECT_EQ(runRova({"--compact", "show", "version"}).out,
+            runRova({"show", "version", "|", "compact"}).out);
+
+  clitest::Captured ip = runRova({"show", "ip", "?"});
+  EXPECT_EQ(ip.status, 0);
+  EXPECT_EQ(ip.out,
+            "  interface  IPv4 addresses of the interfaces\n  route      IPv4 routing table\n");
+  EXPECT_EQ(runRova({"show", "ip", "ro?"}).out, "  route  IPv4 routing table\n");
+  clitest::Captured vrfs = runRova({"show", "ip", "route", "vrf", "?"});
+  EXPECT_EQ(vrfs.out, "  NAME  VRF name\n  default\n  blue\n  red\n");
+  clitest::Captured filters = runRova({"show", "version", "|", "?"});
+  EXPECT_NE(filters.out.find("  include  Only the lines that match\n"), std::string::npos)
+      << filters.out;
+  clitest::Captured bad = runRova({"show", "ipx", "?"});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.out, "");
+  EXPECT_EQ(bad.err, "% Invalid input at 'ipx'\n");
+}
+
+// `clear static-routes interface` counts what it removed: whole routes, and vias of the routes
+// that keep another.
+TEST(RovaProgram, ClearingStaticRoutesSaysWhatWent) {
+  clitest::Captured r = runRova({"--keep-going"},
+                                "configure\n"
+                                "ip route 10.8.0.0/16 Ethernet1 10.1.1.1\n"
+                                "ip route 10.9.0.0/16 Ethernet3 10.2.3.9 label 3001\n"
+                                "end\n"
+                                "clear static-routes interface Ethernet3\n"
+                                "clear static-routes interface Ethernet1 json\n"
+                                "clear static-routes interface Ethernet1\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "Cleared 0 routes and 2 vias of Ethernet3\n"
+            "{\n  \"routesCleared\": 2,\n  \"viasCleared\": 0,\n  \"interface\": \"Ethernet1\"\n}\n"
+            "Cleared 0 routes and 0 vias of Ethernet1\n");
 }
 
 // The state may come from anything that can be read: standard input, a pipe, a FIFO.
@@ -563,6 +633,20 @@ TEST_F(StateFile, WriteFailuresNameTheFile) {
 
 namespace {
 
+// A command the user stopped with ^C just before leaving is not the session's failure.
+TEST(ShellTerminal, LeavingAfterAnInterruptedCommandEndsWithStatus0) {
+  TerminalSession s(CLI_SHELL_DEMO);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("print-until-interrupted\r");
+  ASSERT_TRUE(s.expect("printing\n"));
+  s.interrupt();
+  ASSERT_TRUE(s.expect("% output interrupted\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("exit\r");
+  EXPECT_EQ(s.exitStatus(), 0) << s.seen();
+}
+
 // The shell of the real program: completion and '?' over the real command table, a listing of
 // the example device, an error, and the way out.
 TEST(RovaShell, CompletesHelpsAndRunsCommandsOnTheExampleDevice) {
@@ -574,18 +658,178 @@ TEST(RovaShell, CompletesHelpsAndRunsCommandsOnTheExampleDevice) {
   s.type("ip route ?");
   ASSERT_TRUE(s.expect("  A.B.C.D      The longest match for an address\n"));
   ASSERT_TRUE(s.expect("  ospf         OSPF routes\n"));
-  ASSERT_TRUE(s.expect("  vrf          A VRF\n  <cr>\n"));
+  ASSERT_TRUE(s.expect("  vrf          A VRF\n  |            Filter the output\n  <cr>\n"));
   ASSERT_TRUE(s.expect("rova> show ip route "));
   s.type("vr\t");
   ASSERT_TRUE(s.expect("vrf "));
-  s.type("red\n");
+  // The device's VRFs are offered beside the placeholder, and one completes by its name.
+  s.type("?");
+  ASSERT_TRUE(s.expect("  NAME  VRF name\n  default\n  blue\n  red\n"));
+  s.type("r\t");
+  ASSERT_TRUE(s.expect("red "));
+  // So are the prefixes of that VRF once one is begun.
+  s.type("10.2\t");
+  ASSERT_TRUE(s.expect("10.20.4.0/24  10.20.4.1/32"));
+  s.type("\x15show ip route vrf red\n");
   ASSERT_TRUE(s.expect(" C      10.20.4.0/24 is directly connected, Ethernet4\n"));
   ASSERT_TRUE(s.expect(kPrompt));
-  s.type("show ip rout foo\n");
+  // Interfaces and groups complete from the device too; a filter word after '|'.
+  s.type("show ipv6 route interface Ethernet1\t");
+  ASSERT_TRUE(s.expect("INTF        Ethernet1   Ethernet10\n"));
+  s.type("0 | co?");
+  ASSERT_TRUE(
+      s.expect("  compact  JSON output on one line, without blanks\n  count    Count the lines\n"));
+  s.type("u\t\n");
+  ASSERT_TRUE(s.expect("Count: "));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show nexthop-group NHG-P\t");
+  ASSERT_TRUE(s.expect("NHG-PENDING "));
+  s.type("\x15show ip rout foo\n");
   ASSERT_TRUE(s.expect("% Invalid input at 'foo'\n"));
   ASSERT_TRUE(s.expect(kPrompt));
   s.type("exit\n");
-  EXPECT_EQ(s.exitStatus(), 2);  // the status of the last command
+  EXPECT_EQ(s.exitStatus(), 0);  // asked to end: the failed command before is not the session's
+}
+
+// A temporary home for one test, removed whatever the outcome.
+class TemporaryHome : public testing::Test {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/rova-home-XXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    home_ = name;
+  }
+  void TearDown() override {
+    chmod(home_.c_str(), 0700);
+    std::filesystem::remove_all(home_);
+  }
+  std::string historyFile() const { return home_ + "/.rova_history"; }
+  std::string home_;
+};
+
+// Long output stops at "--More--" when no pager is installed: space shows the next page, q or
+// Ctrl-C drops the rest and the prompt comes back; `terminal length 0` turns paging off.
+TEST(RovaShell, PagesLongOutputWithTheBuiltInPager) {
+  TerminalSession s(ROVA_PROGRAM, {"PAGER", "PATH=/nonexistent"}, 10);
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show ip route\n");
+  ASSERT_TRUE(s.expect("--More--"));
+  EXPECT_EQ(s.seen().find(" B E    0.0.0.0/0"), std::string::npos) << s.seen();
+  s.type(" ");
+  ASSERT_TRUE(s.expect("--More--"));
+  s.type("q");
+  ASSERT_TRUE(s.expect(kPrompt));
+  EXPECT_EQ(s.seen().find("172.16.0.0/16"), std::string::npos) << s.seen();
+  s.type("show ip route\n");
+  ASSERT_TRUE(s.expect("--More--"));
+  s.type("\x03");
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("terminal length 0\n");
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show ip route\n");
+  ASSERT_TRUE(s.expect("172.16.0.0/16"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  // A page of its own length; Enter shows one line more; output that ends with the page is
+  // not held.
+  s.type("terminal length 2\n");
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show version\n");
+  ASSERT_TRUE(s.expect("Device: leaf1\n--More--"));
+  s.type("\r");
+  ASSERT_TRUE(s.expect("State: built-in example\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show ip route summary | include ^Total\n");
+  ASSERT_TRUE(s.expect("Total"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("exit\n");
+  EXPECT_EQ(s.exitStatus(), 0);
+  EXPECT_EQ(s.seen().find("exiting"), std::string::npos) << s.seen();
+}
+
+// $PAGER is the pager when it is set; one-shot commands never page.
+TEST(RovaShell, PagesThroughThePagerOfTheEnvironment) {
+  TerminalSession s(ROVA_PROGRAM, {"PAGER=sed s/^/paged:/"});
+  ASSERT_TRUE(s.started());
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("show version\n");
+  ASSERT_TRUE(s.expect("paged:Device: leaf1\n"));
+  ASSERT_TRUE(s.expect(kPrompt));
+  s.type("exit\n");
+  EXPECT_EQ(s.exitStatus(), 0);
+}
+
+// The history outlives the session in a file of the user's own, bounded; without a home that
+// can be written there is none, and nothing is said.
+TEST_F(TemporaryHome, HistoryIsKeptAcrossSessionsInTheUsersHome) {
+  {
+    TerminalSession s(ROVA_PROGRAM, {"HOME=" + home_});
+    ASSERT_TRUE(s.started());
+    ASSERT_TRUE(s.expect(kPrompt));
+    s.type("show version\n");
+    ASSERT_TRUE(s.expect("Device: leaf1\n"));
+    s.type("exit\n");
+    EXPECT_EQ(s.exitStatus(), 0);
+  }
+  struct stat st {};
+  ASSERT_EQ(stat(historyFile().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  {
+    TerminalSession s(ROVA_PROGRAM, {"HOME=" + home_});
+    ASSERT_TRUE(s.started());
+    ASSERT_TRUE(s.expect(kPrompt));
+    s.type(kUp);
+    s.type(kUp);
+    ASSERT_TRUE(s.expect("show version"));
+    s.type("\n");
+    ASSERT_TRUE(s.expect("Device: leaf1\n"));
+    s.type("exit\n");
+    EXPECT_EQ(s.exitStatus(), 0);
+  }
+  // A file grown long elsewhere is cut to the history's size when the shell writes it.
+  {
+    std::ofstream file(historyFile());
+    file << "_HiStOrY_V2_\n";
+    for (int i = 0; i < 3000; ++i)
+      file << "show\\040ip\\040route\\040" << i << "\n";
+  }
+  chmod(historyFile().c_str(), 0644);
+  {
+    TerminalSession s(ROVA_PROGRAM, {"HOME=" + home_});
+    ASSERT_TRUE(s.started());
+    ASSERT_TRUE(s.expect(kPrompt));
+    s.type("show version\n");
+    ASSERT_TRUE(s.expect("Device: leaf1\n"));
+    s.type("exit\n");
+    EXPECT_EQ(s.exitStatus(), 0);
+  }
+  std::ifstream file(historyFile());
+  std::string line, last;
+  int lines = 0;
+  while (std::getline(file, line)) {
+    ++lines;
+    last = line;
+  }
+  EXPECT_LE(lines, 1001);  // the header and the history
+  EXPECT_GE(lines, 900);
+  EXPECT_EQ(last, "exit");
+  ASSERT_EQ(stat(historyFile().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  // A home that cannot be written: no file, no message (root writes anywhere, so the home is a
+  // file here rather than a directory without write permission).
+  const std::string notADirectory = home_ + "/file";
+  std::ofstream(notADirectory) << "x";
+  for (const std::string& env : {std::string("HOME=") + notADirectory, std::string("HOME")}) {
+    TerminalSession s(ROVA_PROGRAM, {env});
+    ASSERT_TRUE(s.started());
+    ASSERT_TRUE(s.expect(kPrompt));
+    s.type("show version\n");
+    ASSERT_TRUE(s.expect("Device: leaf1\n"));
+    ASSERT_TRUE(s.expect(kPrompt));
+    s.type("exit\n");
+    EXPECT_EQ(s.exitStatus(), 0) << env;
+    EXPECT_EQ(s.seen().find('%'), std::string::npos) << s.seen();
+  }
 }
 
 // The shell's commands share one loaded state: counters cleared by one command list as zero in

@@ -47,6 +47,7 @@ const std::map<std::string, std::string> kSampleWords = {
     {"SIZE", "8"},
     {"TTL", "32"},
     {"INDEX", "2"},
+    {"LINES", "0"},
 };
 
 // What a grammar offers: every keyword (choices and `json` included) and every row.
@@ -74,7 +75,8 @@ void walk(const cli::Grammar& grammar, std::vector<std::string>& words, Reach& r
   if (m.match) reach.rows.insert(m.match->row().syntax);
 
   for (const cli::Candidate& c : next.candidates) {
-    if (c.kind == cli::Candidate::Kind::end) continue;
+    // The device's own names are samples of a placeholder the walk passes already.
+    if (c.kind == cli::Candidate::Kind::end || c.kind == cli::Candidate::Kind::value) continue;
     std::string word = c.text;
     if (c.kind == cli::Candidate::Kind::keyword) {
       reach.keywords.insert(c.text);
