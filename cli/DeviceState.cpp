@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/mox/ActivityLock.h"
 #include "platform/plexa/IntfId.h"
 #include "platform/state/Interface.h"
 #include "snapshot/DeviceInfo.h"
@@ -24,6 +25,7 @@ void DeviceState::load(const std::string& path) {
       path.empty() || path == "-" ? Snapshot::FileStamp() : Snapshot::stampOf(path);
   auto em = path.empty() ? Snapshot::load(Snapshot::embeddedExample()) : Snapshot::loadFile(path);
   use(std::move(em), path.empty() ? "built-in example" : path == "-" ? "standard input" : path);
+  attached_ = nullptr;
   live_ = false;
   // Standard input is read once; there is no file to write back to.
   filePath_ = path == "-" ? std::string() : path;
@@ -31,21 +33,41 @@ void DeviceState::load(const std::string& path) {
 }
 
 void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
-                        std::string filePath) {
+                        std::string filePath, std::shared_ptr<Agent::Attachment> attached) {
   if (em_ != em || filePath != filePath_) stamp_ = {};
   if (em_ != em) use(std::move(em), std::move(source));
+  attached_ = std::move(attached);
   live_ = false;
   filePath_ = std::move(filePath);
 }
 
+void DeviceState::attach(const std::string& name) {
+  auto attachment = Agent::Attachment::open(name);
+  use(attachment->entities(), "agent " + Mox::shownWord(name));
+  attached_ = std::move(attachment);
+  live_ = false;
+  filePath_.clear();
+  stamp_ = {};
+}
+
+void DeviceState::checkAgent() const {
+  if (attached_ && !attached_->agentRunning()) {
+    throw Mox::UnavailableException("The state agent " + Mox::shownWord(attached_->name()) +
+                                    " has ended; its state is no longer current");
+  }
+}
+
 void DeviceState::loadLive() {
   use(Snapshot::readLive(), "live");
+  attached_ = nullptr;
   live_ = true;
   filePath_.clear();
   stamp_ = {};
 }
 
 void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
+  // A long walk of attached tables stops when their agent ends, at its next yield.
+  Mox::ActivityLock::instance().yieldCheckIs([this] { checkAgent(); });
   em_ = std::move(em);
   source_ = std::move(source);
   unsaved_ = false;

@@ -3,10 +3,12 @@
 // the running kernel with --live) and handed to the library as registry values, entity by entity,
 // from its state paths.
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "agent/Store.h"
 #include "lib/registry/TypeRegistry.h"
 #include "lib/registry/Value.h"
 #include "platform/statum/EntityManager.h"
@@ -26,13 +28,21 @@ class DeviceState {
   void load(const std::string& path);
   // Shows a state loaded elsewhere (the Python module keeps one per rova.State); `filePath`
   // is where `write` saves it, empty when it has no file of its own.
-  void adopt(Mox::Ptr<Statum::EntityManager> em, std::string source, std::string filePath);
+  // `attached`: the agent's store the state's tables read, when they do.
+  void adopt(Mox::Ptr<Statum::EntityManager> em, std::string source, std::string filePath,
+             std::shared_ptr<Agent::Attachment> attached = nullptr);
   // The state in use, shared with whoever else holds it.
   const Mox::Ptr<Statum::EntityManager>& entityManager() const { return em_; }
   // Reads the routing state of the kernel this process runs on. Throws Snapshot::LiveError.
   void loadLive();
   // The state is the kernel's own: there is no configuration to change.
   bool live() const { return live_; }
+  // Reads the tables the agent `name` publishes, in place. Throws Agent::StoreError.
+  void attach(const std::string& name);
+  // The agent's store the tables read; null unless attached.
+  const std::shared_ptr<Agent::Attachment>& attached() const { return attached_; }
+  // Raises Mox::UnavailableException when the state is attached and its agent has ended.
+  void checkAgent() const;
 
   const Statum::EntityManager& entities() const { return *em_; }
   const std::string& source() const { return source_; }
@@ -75,6 +85,7 @@ class DeviceState {
 
  private:
   Mox::Ptr<Statum::EntityManager> em_;
+  std::shared_ptr<Agent::Attachment> attached_;
   std::string source_;
   bool live_ = false;
   std::string filePath_;

@@ -111,6 +111,8 @@ PYBIND11_MODULE(rova, m) {
   py::class_<PyState>(m, "State", "A device state: a snapshot document, loaded whole.")
       .def_static("load", &loadState, py::arg("path") = py::none(),
                   "Loads a state document; without a path, the built-in example device.")
+      .def_static("attach", &attachState, py::arg("name") = "default",
+                  "The tables the state agent NAME publishes, read in place (see rova-agent).")
       .def_property_readonly("source",
                              [](const PyState& s) -> py::object {
                                if (s.file.empty()) return py::str(s.source);

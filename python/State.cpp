@@ -53,6 +53,18 @@ PyState loadState(const py::object& path) {
   }
 }
 
+PyState attachState(const std::string& name) {
+  try {
+    PyState s;
+    s.attached = Agent::Attachment::open(name);
+    s.em = s.attached->entities();
+    s.source = "agent " + Mox::shownWord(name);
+    return s;
+  } catch (const Agent::StoreError& e) {
+    raise(errors().loadError, std::string("Cannot attach: ") + e.what());
+  }
+}
+
 // Builds a type with inputs by name, the ones not given taken from the state (the entities
 // the CLI would pass), and a text given for a state record read as the record's path.
 Value constructFromState(const PyState& s, const std::string& typeName, const py::kwargs& kwargs) {

@@ -4,6 +4,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -22,12 +23,16 @@ struct PyState {
   Mox::Ptr<Statum::EntityManager> em;
   std::string source;
   std::string file;
+  // The agent's store whose tables the state reads; null for a loaded state.
+  std::shared_ptr<Agent::Attachment> attached;
 
-  void adopt() const { cli::DeviceState::instance().adopt(em, source, file); }
+  void adopt() const { cli::DeviceState::instance().adopt(em, source, file, attached); }
 };
 
 // Without a path, the built-in example; a path as open() takes it.
 PyState loadState(const py::object& path);
+// The tables the state agent `name` publishes, read in place.
+PyState attachState(const std::string& name);
 
 // Builds a type with inputs by name, the state records it needs and that are not given taken
 // from the state.

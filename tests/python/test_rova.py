@@ -702,3 +702,28 @@ def test_the_documented_example_runs(capsys):
     assert "10.23.0.0/16 B E [('10.20.4.254', 'Ethernet4')]" in out
     assert "refused: Subnet 10.2.0.0 overlaps with existing subnet 10.2.3.0 of interface " \
         "Ethernet3" in out
+
+
+AGENT = os.environ.get("ROVA_AGENT")
+
+
+@pytest.mark.skipif(not AGENT, reason="ROVA_AGENT names no rova-agent")
+def test_an_attached_state_reads_the_agents_tables_as_a_loaded_one():
+    example = os.path.join(os.environ["ROVA_EXAMPLES"], "leaf1.json")
+    name = f"test-python-{os.getpid()}"
+    agent = subprocess.Popen([AGENT, "--state", example, "--name", name],
+                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    try:
+        assert agent.stdout.readline().startswith("rova-agent: ready:")
+        attached = rova.State.attach(name)
+        loaded = rova.State.load(example)
+        for command in ("show ip route", "show ipv6 route detail", "show nexthop-group"):
+            assert rova.run(attached, command) == rova.run(loaded, command)
+        assert attached.vrfs() == loaded.vrfs()
+    finally:
+        agent.terminate()
+        agent.wait()
+        if os.path.exists(f"/dev/shm/rova-agent.{name}"):
+            os.unlink(f"/dev/shm/rova-agent.{name}")
+    with pytest.raises(rova.LoadError, match=f"Cannot attach: the state agent '{name}' is not running"):
+        rova.State.attach(name)
