@@ -266,7 +266,8 @@ TEST(RovaProgram, RunsOneCommandWithOptionsBeforeIt) {
   EXPECT_EQ(r.err, "");
   clitest::Captured help = runRova({"--help"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.rfind("usage: rova [--state FILE]", 0), 0u) << help.out;
+  EXPECT_EQ(help.out.rfind("usage: rova [--state FILE | --live | --attach [NAME]]", 0), 0u)
+      << help.out;
 }
 
 // The state may come from anything that can be read: standard input, a pipe, a FIFO.
@@ -313,7 +314,7 @@ TEST(RovaProgram, RefusalsSayWhatWasWrongWithTheWordsEscaped) {
       {{"show", "ip", "route", "vrf", "it's"}, 1, "% VRF 'it\\'s' does not exist"},
       {{"--live", "--state", "x.json", "show", "version"},
        2,
-       "rova: --live and --state name two states; give one"},
+       "rova: --state, --live and --attach name different states; give one"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.err);
