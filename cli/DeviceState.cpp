@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "platform/mox/ActivityLock.h"
 #include "platform/plexa/IntfId.h"
 #include "platform/state/Interface.h"
 #include "snapshot/DeviceInfo.h"
@@ -27,6 +28,7 @@ void DeviceState::load(const std::string& path, Snapshot::Sections sections) {
                          : Snapshot::loadFile(path, sections);
   use(std::move(em), path.empty() ? "built-in example" : path == "-" ? "standard input" : path);
   sections_ = sections;
+  attached_ = nullptr;
   live_ = false;
   // Standard input is read once; there is no file to write back to.
   filePath_ = path == "-" ? std::string() : path;
@@ -35,16 +37,38 @@ void DeviceState::load(const std::string& path, Snapshot::Sections sections) {
 }
 
 void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
-                        std::string filePath, bool live) {
+                        std::string filePath, bool live,
+                        std::shared_ptr<Agent::Attachment> attached) {
   if (em_ != em || filePath != filePath_) stamp_ = {};
   if (em_ != em) use(std::move(em), std::move(source));
+  attached_ = std::move(attached);
   live_ = live;
   builtIn_ = false;
+  sections_ = {};
   filePath_ = std::move(filePath);
+}
+
+void DeviceState::attach(const std::string& name) {
+  auto attachment = Agent::Attachment::open(name);
+  use(attachment->entities(), "agent " + Mox::shownWord(name));
+  attached_ = std::move(attachment);
+  live_ = false;
+  builtIn_ = false;
+  sections_ = {};
+  filePath_.clear();
+  stamp_ = {};
+}
+
+void DeviceState::checkAgent() const {
+  if (attached_ && !attached_->agentRunning()) {
+    throw Mox::UnavailableException("The state agent " + Mox::shownWord(attached_->name()) +
+                                    " has ended; its state is no longer current");
+  }
 }
 
 void DeviceState::loadLive(const Snapshot::LiveScope& scope) {
   use(Snapshot::readLive(scope), "live");
+  attached_ = nullptr;
   live_ = true;
   builtIn_ = false;
   filePath_.clear();
@@ -52,6 +76,8 @@ void DeviceState::loadLive(const Snapshot::LiveScope& scope) {
 }
 
 void DeviceState::use(Mox::Ptr<Statum::EntityManager> em, std::string source) {
+  // A long walk of attached tables stops when their agent ends, at its next yield.
+  Mox::ActivityLock::instance().yieldCheckIs([this] { checkAgent(); });
   em_ = std::move(em);
   source_ = std::move(source);
   unsaved_ = false;

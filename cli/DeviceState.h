@@ -3,11 +3,13 @@
 // the running kernel with --live) and handed to the library as registry values, entity by entity,
 // from its state paths.
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "agent/Store.h"
 #include "lib/registry/TypeRegistry.h"
 #include "lib/registry/Value.h"
 #include "platform/statum/EntityManager.h"
@@ -29,9 +31,10 @@ class DeviceState {
   void load(const std::string& path, Snapshot::Sections sections = {});
   // Shows a state loaded elsewhere (the Python module keeps one per rova.State); `filePath`
   // is where `write` saves it, empty when it has no file of its own. `live`: the kernel's own
-  // state, read by readLive().
+  // state, read by readLive(). `attached`: the agent's store the state's tables read, when
+  // they do.
   void adopt(Mox::Ptr<Statum::EntityManager> em, std::string source, std::string filePath,
-             bool live = false);
+             bool live = false, std::shared_ptr<Agent::Attachment> attached = nullptr);
   // The state in use, shared with whoever else holds it.
   const Mox::Ptr<Statum::EntityManager>& entityManager() const { return em_; }
   // Reads the routing state of the kernel this process runs on, the tables `scope` names.
@@ -39,6 +42,12 @@ class DeviceState {
   void loadLive(const Snapshot::LiveScope& scope = {});
   // The state is the kernel's own: there is no configuration to change.
   bool live() const { return live_; }
+  // Reads the tables the agent `name` publishes, in place. Throws Agent::StoreError.
+  void attach(const std::string& name);
+  // The agent's store the tables read; null unless attached.
+  const std::shared_ptr<Agent::Attachment>& attached() const { return attached_; }
+  // Raises Mox::UnavailableException when the state is attached and its agent has ended.
+  void checkAgent() const;
 
   const Statum::EntityManager& entities() const { return *em_; }
   // Puts `em` in place of the state's tables and hands back the ones it held; the state's
@@ -90,6 +99,7 @@ class DeviceState {
 
  private:
   Mox::Ptr<Statum::EntityManager> em_;
+  std::shared_ptr<Agent::Attachment> attached_;
   std::string source_;
   bool live_ = false;
   std::string filePath_;

@@ -60,6 +60,9 @@ int runAction(const Match& match, const Context& context) {
     MOX_TRACE(traceHandle, 0, "internal error in ", e.function(), ": ", e.what());
     context.error(std::string("% Internal error: ") + e.what());
     return kStatusInternal;
+  } catch (const Mox::UnavailableException& e) {
+    context.error(std::string("% ") + e.what());
+    return kStatusUnavailable;
   } catch (const std::bad_alloc&) {
     // Nothing is wrong with the command or the program: the machine has no more to give.
     context.error("% Out of memory");

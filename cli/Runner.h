@@ -16,10 +16,11 @@ namespace cli {
 
 // Exit statuses of a command.
 constexpr int kStatusOk = 0;
-constexpr int kStatusFailed = 1;     // the command refused: range error, failed check
-constexpr int kStatusUsage = 2;      // the command line itself is wrong
-constexpr int kStatusInternal = 70;  // a broken invariant (EX_SOFTWARE)
-constexpr int kStatusNoMemory = 71;  // the system gave no more memory (EX_OSERR)
+constexpr int kStatusFailed = 1;        // the command refused: range error, failed check
+constexpr int kStatusUsage = 2;         // the command line itself is wrong
+constexpr int kStatusUnavailable = 69;  // the attached state's agent ended (EX_UNAVAILABLE)
+constexpr int kStatusInternal = 70;     // a broken invariant (EX_SOFTWARE)
+constexpr int kStatusNoMemory = 71;     // the system gave no more memory (EX_OSERR)
 // A command stopped by a signal ends with 128 + the signal's number, as a shell reports a
 // process the signal ended: 130 for SIGINT, 143 for SIGTERM, 129 for SIGHUP.
 constexpr int kStatusSignal = 128;

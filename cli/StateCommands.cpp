@@ -33,6 +33,15 @@ int checkIntf(const std::string& intf, const Context& c) {
 
 // ---- show version ----
 
+// An attached state names its agent, the file or source the agent publishes, and the
+// generation of the agent's tables at this moment.
+std::string stateSource() {
+  const auto& agent = state().attached();
+  if (!agent) return state().source();
+  return "agent " + Mox::shownWord(agent->name()) + ", " + agent->source() + ", generation " +
+         std::to_string(agent->generation());
+}
+
 int showVersion(const Match&, const Context&, Output& out) {
   return out.print([&](rendr::Printer& p) {
     rendr::StringAttrInfo version("version", p.format());
@@ -40,7 +49,7 @@ int showVersion(const Match&, const Context&, Output& out) {
     rendr::StringAttrInfo source("state", p.format());
     version.setValue(ROVA_VERSION);
     hostname.setValue(state().hostname());
-    source.setValue(state().source());
+    source.setValue(stateSource());
     p.addAttributes("rova %s\n", 1, version.getArg());
     p.addAttributes("Device: %s\n", 1, hostname.getArg());
     p.addAttributes("State: %s\n", 1, source.getArg());

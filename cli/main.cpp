@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/AttachMode.h"
 #include "cli/Commands.h"
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
@@ -25,7 +26,8 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: rova [--state FILE] [--live] [--trace] [--keep-going] [-j] [COMMAND...]\n"
+    "usage: rova [--state FILE | --live | --attach [NAME]] [--trace] [--keep-going] [-j]\n"
+    "            [COMMAND...]\n"
     "\n"
     "Runs one command, for example 'rova show ip route vrf red json', or an interactive\n"
     "shell when no command is given.\n"
@@ -33,6 +35,8 @@ constexpr const char* kUsage =
     "  --state FILE  the device state to show: a file, a pipe, or - for standard input\n"
     "                (default: the built-in example)\n"
     "  --live        the routing state of this machine's Linux kernel, read now\n"
+    "  --attach [NAME]  the tables the state agent NAME publishes (default: default), read\n"
+    "                in place; --attach=NAME when NAME could be taken for a command\n"
     "  --trace       write maintainers' trace messages to stderr\n"
     "  --keep-going  commands read from a pipe go on after one fails\n"
     "  -j, --compact JSON output on one line, for programs (the word json is pretty)\n"
@@ -45,6 +49,9 @@ constexpr const char* kUsage =
 struct Options {
   std::optional<std::string> statePath;
   bool live = false;
+  // --attach: the agent's name, or empty when the word after it may be the command's.
+  std::optional<std::string> attach;
+  bool attachNamed = false;
   std::vector<std::string> command;
   bool keepGoing = false;
   bool compact = false;
@@ -81,6 +88,12 @@ int parseOptions(int argc, char** argv, Options& options, const cli::Context& co
       Mox::TraceHandle::levelIs(std::numeric_limits<int>::max());
     } else if (arg == "--live") {
       options.live = true;
+    } else if (arg == "--attach") {
+      options.attach = std::string();
+    } else if (arg.substr(0, 9) == "--attach=") {
+      options.attach = std::string(arg.substr(9));
+      options.attachNamed = true;
+      if (options.attach->empty()) refusal = "empty agent name after '--attach'";
     } else if (arg == "--state" && i + 1 < argc) {
       options.statePath = argv[++i];
     } else if (arg.substr(0, 8) == "--state=") {
@@ -102,15 +115,33 @@ int parseOptions(int argc, char** argv, Options& options, const cli::Context& co
     }
   }
   options.command.assign(argv + i, argv + argc);
-  if (options.live && options.statePath) {
+  const int sources =
+      int(options.live) + int(options.statePath.has_value()) + int(options.attach.has_value());
+  if (sources > 1) {
     std::string_view usage = kUsage;
     usage.remove_suffix(1);
     return cli::refuseLine(
         options.command,
-        "rova: --live and --state name two states; give one\n" + std::string(usage),
+        "rova: --state, --live and --attach name different states; give one\n" + std::string(usage),
         cli::kStatusUsage, context);
   }
   return -1;
+}
+
+// `--attach NAME`: the word after --attach is the agent's name unless it begins a command.
+void takeAgentName(Options& options, const cli::Grammar& grammar) {
+  if (!options.attach || options.attachNamed) return;
+  if (!options.command.empty()) {
+    const std::string& word = options.command.front();
+    bool command = false;
+    for (const cli::Candidate& c : grammar.complete({}, word).candidates)
+      command = command || c.kind == cli::Candidate::Kind::keyword;
+    if (!command) {
+      options.attach = word;
+      options.command.erase(options.command.begin());
+    }
+  }
+  if (options.attach->empty()) options.attach = "default";
 }
 
 // The process leaves its state to the kernel on the way out instead of taking it apart: the
@@ -145,10 +176,12 @@ int main(int argc, char** argv) {
     cli::addConfigureRow(grammar);
     // Until the state is loaded, a signal ends rova at once: there is nothing to close yet,
     // and a state read from a FIFO or a terminal may wait for its writer.
-    const int loaded = options.live
-                           ? cli::startLiveMode(grammar, options.command, context)
-                           : cli::loadState(options.statePath.value_or(""), options.command,
-                                            context, cli::sectionsRead(grammar, options.command));
+    takeAgentName(options, grammar);
+    const int loaded =
+        options.live     ? cli::startLiveMode(grammar, options.command, context)
+        : options.attach ? cli::startAttachMode(grammar, *options.attach, options.command, context)
+                         : cli::loadState(options.statePath.value_or(""), options.command, context,
+                                          cli::sectionsRead(grammar, options.command));
     if (loaded != cli::kStatusOk) return loaded;
     if (options.command.empty()) {
       cli::Shell shell(grammar, context);
@@ -168,8 +201,8 @@ int main(int argc, char** argv) {
     // `-j`: the command's JSON, compact, as its last filter says it.
     if (options.compact) options.command.insert(options.command.end(), {"|", "compact"});
     rendr::installSignalHandlers();
-    return leaveStateToExit(
-        cli::finishOneShot(cli::runCommand(grammar, options.command, context), context));
+    const int status = cli::runCommand(grammar, options.command, context);
+    return leaveStateToExit(cli::finishOneShot(cli::checkAttachedAfter(status, context), context));
   } catch (const std::bad_alloc&) {
     return cli::refuseLine(options.command, "% Out of memory", cli::kStatusNoMemory, context);
   } catch (const std::exception& e) {

@@ -1,4 +1,5 @@
-# Dependencies point down: python, cli -> lib/registry -> lib/* -> platform/*, snapshot -> platform.
+# Dependencies point down: python, cli -> lib/registry -> lib/* -> platform/*; cli -> agent ->
+# snapshot -> platform.
 # A header reached the wrong way builds fine by accident of the include path, so the build
 # checks every include against the layer it comes from and stops on the first wrong one.
 #   cmake -DROOT=<source dir> -P CheckLayers.cmake
@@ -7,11 +8,12 @@
 set(allowed_platform "platform/")
 set(allowed_lib "platform/;lib/")
 set(allowed_snapshot "platform/;snapshot/")
-set(allowed_cli "platform/;lib/registry/;snapshot/;cli/")
-set(allowed_python "platform/;lib/registry/;snapshot/;cli/;python/")
+set(allowed_agent "platform/;snapshot/;agent/")
+set(allowed_cli "platform/;lib/registry/;snapshot/;agent/;cli/")
+set(allowed_python "platform/;lib/registry/;snapshot/;agent/;cli/;python/")
 
 set(bad "")
-foreach(layer platform lib snapshot cli python)
+foreach(layer platform lib snapshot agent cli python)
   file(GLOB_RECURSE sources "${ROOT}/${layer}/*.h" "${ROOT}/${layer}/*.cpp")
   foreach(source ${sources})
     file(STRINGS "${source}" includes REGEX "^#include \"")

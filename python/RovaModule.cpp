@@ -138,6 +138,8 @@ PYBIND11_MODULE(rova, m) {
             return py::module_::import("os").attr("fsdecode")(py::bytes(s.file));
           },
           "Where the state came from: its file, 'built-in example' or 'live'.")
+      .def_static("attach", &attachState, py::arg("name") = "default",
+                  "The tables the state agent NAME publishes, read in place (see rova-agent).")
       .def_property_readonly(
           "entity_manager", [](const PyState& s) { return PyValue{Rova::toValue(s.em)}; },
           "The state database itself, for objects that mount their own tables from it.")

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/AttachMode.h"
 #include "cli/DeviceState.h"
 #include "cli/LiveMode.h"
 #include "cli/StateInputs.h"
@@ -37,8 +38,12 @@ std::unique_lock<std::mutex> commandLock() {
 // The state a command is about to run on becomes the front end's, and with it the rule of
 // its source: the kernel's own state takes no configuration, as under `rova --live`.
 void PyState::adopt() const {
-  cli::DeviceState::instance().adopt(em, source, file, live);
-  if (live) {
+  cli::DeviceState::instance().adopt(em, source, file, live, attached);
+  if (attached) {
+    cli::commandGateIs([](std::span<const std::string> words, const cli::Context& c) {
+      return cli::attachedGate(grammar(), words, c);
+    });
+  } else if (live) {
     cli::commandGateIs([](std::span<const std::string> words, const cli::Context& c) {
       return cli::refuseConfiguration(grammar(), words, c);
     });
@@ -79,6 +84,18 @@ PyState loadState(const py::object& path) {
                                    : p.empty()    ? std::string("''")
                                                   : Mox::shownWord(p, '\0')) +
                                   ": " + (e.file().empty() ? e.what() : e.reason()));
+  }
+}
+
+PyState attachState(const std::string& name) {
+  try {
+    PyState s;
+    s.attached = Agent::Attachment::open(name);
+    s.em = s.attached->entities();
+    s.source = "agent " + Mox::shownWord(name);
+    return s;
+  } catch (const Agent::StoreError& e) {
+    raise(errors().loadError, std::string("Cannot attach: ") + e.what());
   }
 }
 

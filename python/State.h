@@ -4,6 +4,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -28,6 +29,8 @@ struct PyState {
   std::string source;
   std::string file;
   bool live = false;  // the kernel's own state: configuration commands are refused
+  // The agent's store whose tables the state reads; null for a loaded state.
+  std::shared_ptr<Agent::Attachment> attached;
 
   void adopt() const;
 };
@@ -37,6 +40,8 @@ PyState liveState();
 
 // Without a path, the built-in example; a path as open() takes it.
 PyState loadState(const py::object& path);
+// The tables the state agent `name` publishes, read in place.
+PyState attachState(const std::string& name);
 
 // Builds a type with inputs by name, the state records it needs and that are not given taken
 // from the state.

@@ -9,16 +9,27 @@
 //
 // Records are fixed-size and trivially copyable and name their own key (V::key()). Lookup is
 // an open-addressing hash index over a dense record array: 4 bytes of index per slot.
+//
+// The records and the index are the process's own vectors, unless sharedStorageIs() moved
+// them into a store shared between processes (SharedTable.h): then every write goes to the
+// store, and a table attached read-only reads the records another process writes, copying
+// each under its sequence counter. Reads of a shared table stay bounded whatever the writer
+// does meanwhile: a probe visits each slot at most once, a walk ends at the size it began with
+// or the table's size now, whichever is smaller, and no offset is followed outside the mapping.
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "platform/brine/SharedTable.h"
 #include "platform/mox/Exception.h"
 #include "platform/mox/Prefetch.h"
 #include "platform/mox/Ptr.h"
@@ -43,34 +54,94 @@ class CorruptionReporter {
   mutable std::string last_;
 };
 
+// Every table, whatever its records: how a store moves a table into shared memory or attaches
+// one published there, without knowing its record type.
+class SharedStorable {
+ public:
+  // With a writable arena: moves the table's records into the store, the table's header at
+  // `headerAt` (SharedTableHeader bytes the caller allocated), and writes go there from now
+  // on. With a read-only one: the table reads the table published at `headerAt`; every write
+  // raises Mox::RangeException. Raises Mox::RangeException when the header was written for
+  // records of another size.
+  virtual void sharedStorageIs(std::shared_ptr<TableArena> arena, std::uint64_t headerAt) = 0;
+  bool shared() const { return arena_ != nullptr; }
+  std::uint64_t sharedHeaderAt() const { return headerAt_; }
+
+ protected:
+  ~SharedStorable() = default;
+  std::shared_ptr<TableArena> arena_;
+  const SharedTableHeader* header_ = nullptr;
+  std::uint64_t headerAt_ = 0;
+};
+
 template <class K, class V, class Hash = std::hash<K>>
-class Table : public Mox::Entity, public CorruptionReporter {
+class Table : public Mox::Entity, public CorruptionReporter, public SharedStorable {
   static_assert(std::is_trivially_copyable_v<V>, "table records must be trivially copyable");
 
  public:
   using Key = K;
   using Record = V;
 
+  // A table of the store that goes away leaves its header empty, so that a reader still
+  // holding it sees no records rather than regions that are given back.
+  ~Table() override {
+    if (!arena_ || !arena_->writableBase()) return;
+    sharedBeginWrite();
+    w_.h->size.store(0, std::memory_order_release);
+    sharedPublish([](SharedTableHeader& h) {
+      h.capacity.store(0, std::memory_order_relaxed);
+      h.slotCount.store(0, std::memory_order_relaxed);
+    });
+    sharedEndWrite();
+    if (w_.capacity) arena_->retire(w_.recordsAt, w_.capacity * sizeof(Stored));
+    if (w_.slotCount) arena_->retire(w_.slotsAt, w_.slotCount * 4);
+  }
+
   // ---- reading ----
 
   V lookup(const K& k) const {
+    if (arena_) [[unlikely]] {
+      V v{};
+      if (sharedFind(k, v)) checkCorruption(k);
+      return v;
+    }
     const std::uint32_t i = find(k);
     if (i == kNone) return V{};
     checkCorruption(k);
     return records_[i];
   }
-  bool contains(const K& k) const { return find(k) != kNone; }
-  std::size_t size() const { return records_.size(); }
-  bool empty() const { return records_.empty(); }
+  bool contains(const K& k) const {
+    if (arena_) [[unlikely]] {
+      V v{};
+      return sharedFind(k, v);
+    }
+    return find(k) != kNone;
+  }
+  std::size_t size() const {
+    if (arena_) [[unlikely]]
+      return header_->size.load(std::memory_order_acquire);
+    return records_.size();
+  }
+  bool empty() const { return size() == 0; }
   // Counts the writes to the table: a reader that saw generation g and sees it again knows
   // that every record it copied is still what the table holds.
-  std::uint64_t generation() const { return generation_; }
+  std::uint64_t generation() const {
+    if (arena_) [[unlikely]]
+      return header_->generation.load(std::memory_order_acquire);
+    return generation_;
+  }
 
   class const_iterator {
    public:
-    const_iterator(const Table* t, std::size_t i) : t_(t), i_(i) {}
+    const_iterator(const Table* t, std::size_t i, std::size_t limit = kNoLimit)
+        : t_(t), i_(i), limit_(limit) {}
     // A copy of the record; raises CorruptionDetectedException for an injected key.
     V operator*() const {
+      if (t_->arena_) [[unlikely]] {
+        const V r = t_->sharedAt(i_);
+        t_->checkCorruption(r.key());
+        return r;
+      }
       const V& r = t_->records_[i_];
       t_->checkCorruption(r.key());
       return r;
@@ -79,14 +150,30 @@ class Table : public Mox::Entity, public CorruptionReporter {
       ++i_;
       return *this;
     }
-    bool operator==(const const_iterator& o) const { return i_ == o.i_; }
+    bool operator==(const const_iterator& o) const {
+      if (limit_ == kNoLimit && o.limit_ == kNoLimit) return i_ == o.i_;
+      // A walk of a shared table: the end is wherever the table ends now, and never beyond
+      // the size the walk began with, so that a writer that keeps adding cannot keep it going.
+      return atEnd() && o.atEnd();
+    }
 
    private:
+    static constexpr std::size_t kNoLimit = ~std::size_t(0);
+    bool atEnd() const { return limit_ == kNoLimit ? false : i_ >= std::min(limit_, t_->size()); }
     const Table* t_;
     std::size_t i_;
+    std::size_t limit_;
   };
-  const_iterator begin() const { return const_iterator(this, 0); }
-  const_iterator end() const { return const_iterator(this, records_.size()); }
+  const_iterator begin() const {
+    if (arena_) [[unlikely]]
+      return const_iterator(this, 0, size());
+    return const_iterator(this, 0);
+  }
+  const_iterator end() const {
+    if (arena_) [[unlikely]]
+      return const_iterator(this, size(), 0);
+    return const_iterator(this, records_.size());
+  }
 
   // ---- reading many keys ----
   //
@@ -97,10 +184,12 @@ class Table : public Mox::Entity, public CorruptionReporter {
   // lives past its home slot is merely not prefetched.
 
   void prefetchSlot(const K& k) const {
+    if (arena_) [[unlikely]]
+      return;
     if (!slots_.empty()) Mox::prefetch(&slots_[home(k)]);
   }
   void prefetchRecord(const K& k) const {
-    if (slots_.empty()) return;
+    if (arena_ || slots_.empty()) return;
     const std::uint32_t v = slots_[home(k)];
     if (v != 0) Mox::prefetch(&records_[v - 1]);
   }
@@ -108,6 +197,8 @@ class Table : public Mox::Entity, public CorruptionReporter {
   // ---- writing (loaders and tests) ----
 
   void recordIs(const V& v) {
+    if (arena_) [[unlikely]]
+      return sharedRecordIs(v);
     ++generation_;
     const K k = v.key();
     std::uint32_t i = find(k);
@@ -122,6 +213,8 @@ class Table : public Mox::Entity, public CorruptionReporter {
     insertSlot(k, static_cast<std::uint32_t>(records_.size() - 1));
   }
   bool recordDel(const K& k) {
+    if (arena_) [[unlikely]]
+      return sharedRecordDel(k);
     std::size_t s = slotOf(k);
     if (s == kNoSlot) return false;
     ++generation_;
@@ -138,12 +231,16 @@ class Table : public Mox::Entity, public CorruptionReporter {
     return true;
   }
   void recordDelAll() {
+    if (arena_) [[unlikely]]
+      return sharedRecordDelAll();
     ++generation_;
     records_.clear();
     indexed_ = 0;
     std::fill(slots_.begin(), slots_.end(), 0);
   }
   void reserve(std::size_t n) {
+    if (arena_) [[unlikely]]
+      return sharedReserve(n);
     records_.reserve(n);
     if (n * 2 > slots_.size()) rehash(std::bit_ceil(n * 2));
   }
@@ -161,7 +258,10 @@ class Table : public Mox::Entity, public CorruptionReporter {
   //
   // Until indexAppended(), the appended records are neither found nor replaced: write nothing
   // else to the table in between.
-  void recordAppend(const V& v) { records_.push_back(v); }
+  void recordAppend(const V& v) {
+    writable();
+    records_.push_back(v);
+  }
 
   struct Duplicate {
     std::size_t position;  // where the record was in the table's order
@@ -171,6 +271,8 @@ class Table : public Mox::Entity, public CorruptionReporter {
   // earlier record already has is not taken: it and every record appended after it are
   // dropped, and it is returned. Without such a record, every appended record is indexed.
   std::optional<Duplicate> indexAppended() {
+    if (arena_) [[unlikely]]
+      return sharedIndexAppended();
     const std::size_t n = records_.size();
     if (indexed_ == n) return std::nullopt;
     ++generation_;
@@ -267,6 +369,370 @@ class Table : public Mox::Entity, public CorruptionReporter {
     for (std::uint32_t i = 0; i < indexed_; ++i)
       insertSlot(records_[i].key(), i);
   }
+
+  // ---- the records and index in a shared store ----
+
+ public:
+  void sharedStorageIs(std::shared_ptr<TableArena> arena, std::uint64_t headerAt) override {
+    if (headerAt % alignof(SharedTableHeader) != 0 ||
+        headerAt + sizeof(SharedTableHeader) > arena->mapSize())
+      throw Mox::RangeException(std::string(typeName()) + ": table header outside the store");
+    auto* h = reinterpret_cast<SharedTableHeader*>(const_cast<char*>(arena->base()) + headerAt);
+    if (!arena->writableBase()) {
+      if (h->recordSize != sizeof(Stored))
+        throw Mox::RangeException(std::string(typeName()) + ": records of " +
+                                  std::to_string(h->recordSize) + " bytes in the store, " +
+                                  std::to_string(sizeof(Stored)) + " expected");
+      arena_ = std::move(arena);
+      header_ = h;
+      headerAt_ = headerAt;
+      records_ = {};
+      slots_ = {};
+      return;
+    }
+    // Moved whole: the records appended and not yet indexed stay pending, as they were.
+    std::vector<V> pending(records_.begin() + static_cast<std::ptrdiff_t>(indexed_),
+                           records_.end());
+    records_.resize(indexed_);
+    h->recordSize = sizeof(Stored);
+    arena_ = std::move(arena);
+    header_ = h;
+    headerAt_ = headerAt;
+    w_ = Writer{};
+    w_.h = h;
+    sharedGrowRecords(std::max<std::size_t>(16, records_.size()));
+    sharedRehash(std::bit_ceil(std::max<std::size_t>(16, records_.size() * 2)));
+    for (const V& v : records_) {
+      sharedWrite(w_.size, v);
+      sharedInsertSlot(v.key(), static_cast<std::uint32_t>(w_.size));
+      ++w_.size;
+    }
+    h->size.store(w_.size, std::memory_order_release);
+    h->generation.store(generation_ + 1, std::memory_order_release);
+    records_ = std::move(pending);
+    slots_ = {};
+    indexed_ = 0;
+  }
+
+ private:
+  using Stored = SharedRecord<V>;
+  // How often a reader takes a copy again before it calls the record corrupt.
+  static constexpr int kSharedTries = 64;
+
+  // The regions of a table, as one reader saw them under one layoutSeq.
+  struct Layout {
+    const Stored* records = nullptr;
+    std::uint64_t capacity = 0;
+    const std::atomic<std::uint32_t>* slots = nullptr;
+    std::uint64_t slotCount = 0;
+    std::uint64_t seq = 0;
+  };
+  // The writer's own view: the only writer needs no counters to read what it wrote.
+  struct Writer {
+    SharedTableHeader* h = nullptr;
+    Stored* records = nullptr;
+    std::uint64_t recordsAt = 0, capacity = 0;
+    std::atomic<std::uint32_t>* slots = nullptr;
+    std::uint64_t slotsAt = 0, slotCount = 0;
+    std::uint64_t size = 0;
+  };
+
+  static void pause() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+  }
+
+  // False when the writer kept moving the regions or published ones outside the mapping.
+  bool sharedLayout(Layout& l) const {
+    const SharedTableHeader& h = *header_;
+    const std::uint64_t mapSize = arena_->mapSize();
+    for (int tries = 0; tries < kSharedTries; ++tries) {
+      const std::uint64_t seq = h.layoutSeq.load(std::memory_order_acquire);
+      if (seq & 1) {
+        pause();
+        continue;
+      }
+      const std::uint64_t recordsAt = h.recordsAt.load(std::memory_order_relaxed);
+      const std::uint64_t capacity = h.capacity.load(std::memory_order_relaxed);
+      const std::uint64_t slotsAt = h.slotsAt.load(std::memory_order_relaxed);
+      const std::uint64_t slotCount = h.slotCount.load(std::memory_order_relaxed);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (h.layoutSeq.load(std::memory_order_relaxed) != seq) continue;
+      const bool inside =
+          recordsAt % alignof(Stored) == 0 && slotsAt % 4 == 0 && recordsAt <= mapSize &&
+          capacity <= (mapSize - recordsAt) / sizeof(Stored) && slotsAt <= mapSize &&
+          slotCount <= (mapSize - slotsAt) / 4 && (slotCount & (slotCount - 1)) == 0;
+      if (!inside) break;
+      l.records = reinterpret_cast<const Stored*>(arena_->base() + recordsAt);
+      l.capacity = capacity;
+      l.slots = reinterpret_cast<const std::atomic<std::uint32_t>*>(arena_->base() + slotsAt);
+      l.slotCount = slotCount;
+      l.seq = seq;
+      return true;
+    }
+    corruptionDetected("the table's regions kept moving or lie outside the store");
+    return false;
+  }
+
+  enum class Copy { whole, moved, torn };
+  // Copies record i of the layout; `moved` when the layout is no longer current (the copy
+  // may come from a region given back), `torn` when the record kept changing.
+  Copy sharedCopy(const Layout& l, std::uint64_t i, V& out) const {
+    const Stored& r = l.records[i];
+    for (int tries = 0; tries < kSharedTries; ++tries) {
+      const std::uint32_t s1 = r.seq.load(std::memory_order_acquire);
+      if (s1 & 1) {
+        pause();
+        continue;
+      }
+      std::memcpy(static_cast<void*>(&out), static_cast<const void*>(&r.value), sizeof(V));
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (r.seq.load(std::memory_order_relaxed) != s1) continue;
+      if (header_->layoutSeq.load(std::memory_order_acquire) != l.seq) return Copy::moved;
+      return Copy::whole;
+    }
+    return Copy::torn;
+  }
+
+  V sharedAt(std::uint64_t i) const {
+    for (int tries = 0; tries < kSharedTries; ++tries) {
+      Layout l;
+      if (!sharedLayout(l)) return V{};
+      // Shrunk since the walk looked at its size: the walk ends at the next comparison.
+      if (i >= l.capacity) return V{};
+      V v;
+      switch (sharedCopy(l, i, v)) {
+        case Copy::whole:
+          return v;
+        case Copy::moved:
+          continue;
+        case Copy::torn:
+          corruptionDetected("record changed while it was read");
+          return V{};
+      }
+    }
+    corruptionDetected("the table's regions kept moving");
+    return V{};
+  }
+
+  // Finds k, probing each slot at most once. A miss seen while the writer moved entries of
+  // the index is looked up again.
+  bool sharedFind(const K& k, V& out) const {
+    for (int tries = 0; tries < kSharedTries; ++tries) {
+      const std::uint64_t w1 = header_->writeSeq.load(std::memory_order_acquire);
+      Layout l;
+      if (!sharedLayout(l)) return false;
+      if (l.slotCount == 0) return false;
+      const std::uint64_t mask = l.slotCount - 1;
+      bool retry = false;
+      std::uint64_t s = homeIn(k, mask);
+      for (std::uint64_t step = 0; step < l.slotCount && !retry; ++step, s = (s + 1) & mask) {
+        const std::uint32_t v = l.slots[s].load(std::memory_order_acquire);
+        if (v == 0) break;
+        if (v - 1 >= l.capacity) {
+          retry = true;
+          break;
+        }
+        V r;
+        switch (sharedCopy(l, v - 1, r)) {
+          case Copy::whole:
+            if (r.key() == k) {
+              out = r;
+              return true;
+            }
+            break;
+          case Copy::moved:
+            retry = true;
+            break;
+          case Copy::torn:
+            corruptionDetected("record changed while it was read");
+            return false;
+        }
+      }
+      if (!retry && !(w1 & 1) && header_->writeSeq.load(std::memory_order_acquire) == w1)
+        return false;
+      pause();
+    }
+    return false;
+  }
+
+  std::size_t homeIn(const K& k, std::uint64_t mask) const {
+    std::uint64_t h = static_cast<std::uint64_t>(Hash()(k)) * 0x9e3779b97f4a7c15ull;
+    return static_cast<std::size_t>((h >> 32) & mask);
+  }
+
+  // ---- the writer's side ----
+
+  void writable() const {
+    if (arena_ && !arena_->writableBase())
+      throw Mox::RangeException(std::string(typeName()) +
+                                ": the table is attached read-only; its agent changes it");
+  }
+  void sharedWrite(std::uint64_t i, const V& v) {
+    Stored& r = w_.records[i];
+    const std::uint32_t s = r.seq.load(std::memory_order_relaxed);
+    r.seq.store(s + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    std::memcpy(static_cast<void*>(&r.value), static_cast<const void*>(&v), sizeof(V));
+    r.seq.store(s + 2, std::memory_order_release);
+  }
+  template <class F>
+  void sharedPublish(F&& change) {
+    SharedTableHeader& h = *w_.h;
+    const std::uint64_t seq = h.layoutSeq.load(std::memory_order_relaxed);
+    h.layoutSeq.store(seq + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    change(h);
+    h.layoutSeq.store(seq + 2, std::memory_order_release);
+  }
+  void sharedGrowRecords(std::uint64_t capacity) {
+    const std::uint64_t at = arena_->allocate(capacity * sizeof(Stored));
+    auto* records = reinterpret_cast<Stored*>(arena_->writableBase() + at);
+    if (w_.size)
+      std::memcpy(static_cast<void*>(records), static_cast<const void*>(w_.records),
+                  w_.size * sizeof(Stored));
+    const std::uint64_t oldAt = w_.recordsAt, oldCapacity = w_.capacity;
+    sharedPublish([&](SharedTableHeader& h) {
+      h.recordsAt.store(at, std::memory_order_relaxed);
+      h.capacity.store(capacity, std::memory_order_relaxed);
+    });
+    w_.records = records;
+    w_.recordsAt = at;
+    w_.capacity = capacity;
+    if (oldCapacity) arena_->retire(oldAt, oldCapacity * sizeof(Stored));
+  }
+  // A new index of n slots over the records, published whole.
+  void sharedRehash(std::uint64_t n) {
+    const std::uint64_t at = arena_->allocate(n * 4);
+    auto* slots = reinterpret_cast<std::atomic<std::uint32_t>*>(arena_->writableBase() + at);
+    const std::uint64_t mask = n - 1;
+    for (std::uint64_t i = 0; i < w_.size; ++i) {
+      std::uint64_t s = homeIn(w_.records[i].value.key(), mask);
+      while (slots[s].load(std::memory_order_relaxed) != 0)
+        s = (s + 1) & mask;
+      slots[s].store(static_cast<std::uint32_t>(i + 1), std::memory_order_relaxed);
+    }
+    const std::uint64_t oldAt = w_.slotsAt, oldCount = w_.slotCount;
+    sharedPublish([&](SharedTableHeader& h) {
+      h.slotsAt.store(at, std::memory_order_relaxed);
+      h.slotCount.store(n, std::memory_order_relaxed);
+    });
+    w_.slots = slots;
+    w_.slotsAt = at;
+    w_.slotCount = n;
+    if (oldCount) arena_->retire(oldAt, oldCount * 4);
+  }
+  std::uint64_t sharedSlotOf(const K& k) const {
+    if (w_.slotCount == 0) return kNoSlot;
+    const std::uint64_t mask = w_.slotCount - 1;
+    for (std::uint64_t s = homeIn(k, mask);; s = (s + 1) & mask) {
+      const std::uint32_t v = w_.slots[s].load(std::memory_order_relaxed);
+      if (v == 0) return kNoSlot;
+      if (w_.records[v - 1].value.key() == k) return s;
+    }
+  }
+  void sharedInsertSlot(const K& k, std::uint32_t i) {
+    const std::uint64_t mask = w_.slotCount - 1;
+    std::uint64_t s = homeIn(k, mask);
+    while (w_.slots[s].load(std::memory_order_relaxed) != 0)
+      s = (s + 1) & mask;
+    w_.slots[s].store(i + 1, std::memory_order_release);
+  }
+  // Odd while entries of the index move, so that a reader's miss meanwhile is looked up again.
+  void sharedBeginWrite() {
+    w_.h->writeSeq.fetch_add(1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+  }
+  void sharedEndWrite() {
+    w_.h->generation.fetch_add(1, std::memory_order_release);
+    w_.h->writeSeq.fetch_add(1, std::memory_order_release);
+    arena_->tableChanged();
+  }
+  void sharedRecordIs(const V& v) {
+    writable();
+    const K k = v.key();
+    const std::uint64_t s = sharedSlotOf(k);
+    if (s != kNoSlot) {
+      sharedWrite(w_.slots[s].load(std::memory_order_relaxed) - 1, v);
+      w_.h->generation.fetch_add(1, std::memory_order_release);
+      arena_->tableChanged();
+      return;
+    }
+    if (w_.size + 1 > kMaxShared)
+      throw Mox::RangeException(std::string(typeName()) + ": table full");
+    if (w_.size == w_.capacity) sharedGrowRecords(std::max<std::uint64_t>(16, w_.capacity * 2));
+    if ((w_.size + 1) * 2 > w_.slotCount)
+      sharedRehash(std::max<std::uint64_t>(16, w_.slotCount * 2));
+    // The record is whole before the size or a slot lets a reader reach it.
+    sharedWrite(w_.size, v);
+    sharedBeginWrite();
+    ++w_.size;
+    w_.h->size.store(w_.size, std::memory_order_release);
+    sharedInsertSlot(k, static_cast<std::uint32_t>(w_.size - 1));
+    sharedEndWrite();
+  }
+  bool sharedRecordDel(const K& k) {
+    writable();
+    std::uint64_t s = sharedSlotOf(k);
+    if (s == kNoSlot) return false;
+    sharedBeginWrite();
+    const std::uint64_t i = w_.slots[s].load(std::memory_order_relaxed) - 1;
+    const std::uint64_t mask = w_.slotCount - 1;
+    // Backward-shift deletion, as in the process's own index.
+    std::uint64_t next = (s + 1) & mask;
+    for (std::uint32_t v; (v = w_.slots[next].load(std::memory_order_relaxed)) != 0;
+         next = (next + 1) & mask) {
+      const std::uint64_t h = homeIn(w_.records[v - 1].value.key(), mask);
+      if (((next - h) & mask) >= ((next - s) & mask)) {
+        w_.slots[s].store(v, std::memory_order_release);
+        s = next;
+      }
+    }
+    w_.slots[s].store(0, std::memory_order_release);
+    const std::uint64_t last = w_.size - 1;
+    if (i != last) {
+      const V moved = w_.records[last].value;
+      sharedWrite(i, moved);
+      w_.slots[sharedSlotOf(moved.key())].store(static_cast<std::uint32_t>(i + 1),
+                                                std::memory_order_release);
+    }
+    w_.size = last;
+    w_.h->size.store(w_.size, std::memory_order_release);
+    sharedEndWrite();
+    return true;
+  }
+  void sharedRecordDelAll() {
+    writable();
+    sharedBeginWrite();
+    w_.size = 0;
+    w_.h->size.store(0, std::memory_order_release);
+    for (std::uint64_t s = 0; s < w_.slotCount; ++s)
+      w_.slots[s].store(0, std::memory_order_relaxed);
+    sharedEndWrite();
+  }
+  void sharedReserve(std::size_t n) {
+    writable();
+    if (n > kMaxShared) throw Mox::RangeException(std::string(typeName()) + ": table full");
+    if (n > w_.capacity) sharedGrowRecords(n);
+    if (n * 2 > w_.slotCount) sharedRehash(std::bit_ceil(n * 2));
+  }
+  std::optional<Duplicate> sharedIndexAppended() {
+    writable();
+    std::vector<V> pending = std::move(records_);
+    records_ = {};
+    sharedReserve(w_.size + pending.size());
+    for (std::size_t i = 0; i < pending.size(); ++i) {
+      const K k = pending[i].key();
+      if (sharedSlotOf(k) != kNoSlot) return Duplicate{w_.size, k};
+      sharedRecordIs(pending[i]);
+    }
+    return std::nullopt;
+  }
+
+  // Slots hold a record's index + 1 in 32 bits and the index has twice as many slots.
+  static constexpr std::uint64_t kMaxShared = std::uint64_t(1) << 30;
+  Writer w_;
 
   std::vector<V> records_;
   // The records before this position are in the index; those after it were appended and wait

@@ -29,6 +29,7 @@ bool ActivityLock::heldByThisThread() const {
 }
 
 void ActivityLock::yield() {
+  if (check_) check_();
   const int depth = tDepth;
   if (depth == 0) return;
   for (int i = 0; i < depth; ++i)

@@ -3,6 +3,7 @@
 // now and then (release, yield the processor, retake) so that the writers of the state are not
 // starved. The front end takes it around each command.
 
+#include <functional>
 #include <mutex>
 
 namespace Mox {
@@ -17,8 +18,12 @@ class ActivityLock {
   void yield();
   // How many times yield() really gave the lock up (for tests and benchmarks).
   unsigned long yields() const { return yields_; }
+  // Called at every yield(), lock held or not: a reader of tables another process writes
+  // checks there that the writer is still alive, and may throw to end the walk.
+  void yieldCheckIs(std::function<void()> check) { check_ = std::move(check); }
 
  private:
+  std::function<void()> check_;
   std::recursive_mutex mutex_;
   unsigned long yields_ = 0;
 };

@@ -27,6 +27,13 @@ class CollectionChangedException : public Exception {
   using Exception::Exception;
 };
 
+// The state's source went away (the agent that published it ended): what was read so far may
+// already be out of date, and nothing more can be read.
+class UnavailableException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
 // A broken invariant. what() is the assertion text exactly as written in the code.
 class InternalException : public Exception {
  public:

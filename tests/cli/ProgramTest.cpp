@@ -281,7 +281,8 @@ TEST(RovaProgram, RunsOneCommandWithOptionsBeforeIt) {
   EXPECT_EQ(r.err, "");
   clitest::Captured help = runRova({"--help"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.rfind("usage: rova [--state FILE]", 0), 0u) << help.out;
+  EXPECT_EQ(help.out.rfind("usage: rova [--state FILE | --live | --attach [NAME]]", 0), 0u)
+      << help.out;
 }
 
 // The habits of command-line tools: a version, -h, JSON on one line for programs, and '?'
@@ -383,7 +384,7 @@ TEST(RovaProgram, RefusalsSayWhatWasWrongWithTheWordsEscaped) {
       {{"show", "ip", "route", "vrf", "it's"}, 1, "% VRF 'it\\'s' does not exist"},
       {{"--live", "--state", "x.json", "show", "version"},
        2,
-       "rova: --live and --state name two states; give one"},
+       "rova: --state, --live and --attach name different states; give one"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.err);

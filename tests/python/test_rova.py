@@ -737,3 +737,28 @@ def test_a_session_commits_whole_or_nothing(state):
     rova.configure(state, ["ip route 10.99.0.0/16 10.1.1.9"], session="py")
     rova.commit(state, "py")
     assert "ip route 10.99.0.0/16 10.1.1.9" in static_routes(state)
+
+
+AGENT = os.environ.get("ROVA_AGENT")
+
+
+@pytest.mark.skipif(not AGENT, reason="ROVA_AGENT names no rova-agent")
+def test_an_attached_state_reads_the_agents_tables_as_a_loaded_one():
+    example = os.path.join(os.environ["ROVA_EXAMPLES"], "leaf1.json")
+    name = f"test-python-{os.getpid()}"
+    agent = subprocess.Popen([AGENT, "--state", example, "--name", name],
+                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    try:
+        assert agent.stdout.readline().startswith("rova-agent: ready:")
+        attached = rova.State.attach(name)
+        loaded = rova.State.load(example)
+        for command in ("show ip route", "show ipv6 route detail", "show nexthop-group"):
+            assert rova.run(attached, command) == rova.run(loaded, command)
+        assert attached.vrfs() == loaded.vrfs()
+    finally:
+        agent.terminate()
+        agent.wait()
+        if os.path.exists(f"/dev/shm/rova-agent.{name}"):
+            os.unlink(f"/dev/shm/rova-agent.{name}")
+    with pytest.raises(rova.LoadError, match=f"Cannot attach: the state agent '{name}' is not running"):
+        rova.State.attach(name)

@@ -1,0 +1,69 @@
+#pragma once
+// What a table needs to keep its records and index in memory shared between processes: one
+// writer process and many readers, each with its own mapping of the same store, so everything
+// in the store is an offset from the mapping's base, never a pointer.
+//
+// Readers copy a record under its sequence counter (a seqlock): even while the record is
+// whole, odd while the writer rewrites it. A copy whose counter changed is taken again; one
+// that keeps changing is reported as corrupt and read as the empty record. When a table's
+// records or index outgrow their region, the writer fills a new region and publishes its
+// offset under the table's layout counter; the old region stays readable for a grace period
+// (see TableArena::retire), and a reader that copied from a region no longer current sees the
+// layout counter changed and copies again from the new one.
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+namespace Brine {
+
+// The memory a shared table lives in. Readers hold a read-only one (writableBase() is null).
+class TableArena {
+ public:
+  virtual ~TableArena() = default;
+  const char* base() const { return base_; }
+  char* writableBase() const { return writable_ ? base_ : nullptr; }
+  std::uint64_t mapSize() const { return size_; }
+
+  // Writer only. A fresh region of `bytes`, zero-filled and aligned to 64 bytes; throws
+  // std::bad_alloc when the store is full.
+  virtual std::uint64_t allocate(std::uint64_t bytes) = 0;
+  // Writer only. The region is no longer published; readers may still be copying from it, so
+  // it is given back only after a grace period. Its pages then read as zeros.
+  virtual void retire(std::uint64_t offset, std::uint64_t bytes) = 0;
+  // Writer only: a table changed (the store's generation follows).
+  virtual void tableChanged() {}
+
+ protected:
+  TableArena(char* base, std::uint64_t size, bool writable)
+      : base_(base), size_(size), writable_(writable) {}
+
+ private:
+  char* base_;
+  std::uint64_t size_;
+  bool writable_;
+};
+
+// A table's header in the store. The writer changes the region fields only inside an odd
+// layoutSeq; it keeps writeSeq odd while it moves entries of the index (an insert or delete),
+// so that a lookup that found nothing can tell a missing key from a key it walked past.
+struct alignas(64) SharedTableHeader {
+  std::atomic<std::uint64_t> layoutSeq;
+  std::atomic<std::uint64_t> recordsAt;  // region of `capacity` SharedRecord<V>
+  std::atomic<std::uint64_t> capacity;
+  std::atomic<std::uint64_t> slotsAt;  // region of `slotCount` 32-bit slots: record index + 1
+  std::atomic<std::uint64_t> slotCount;
+  std::atomic<std::uint64_t> size;
+  std::atomic<std::uint64_t> generation;
+  std::atomic<std::uint64_t> writeSeq;
+  std::uint32_t recordSize;  // sizeof(SharedRecord<V>): a reader of another build refuses
+  std::uint32_t reserved;
+};
+
+template <class V>
+struct SharedRecord {
+  std::atomic<std::uint32_t> seq;
+  V value;
+};
+
+}  // namespace Brine

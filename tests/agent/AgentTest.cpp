@@ -1,0 +1,261 @@
+// rova-agent and rova --attach as a user runs them: the same output attached as loaded, one
+// agent per name, a reader whose agent dies, and who may read a store.
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/Runner.h"
+#include "tests/agent/AgentProcess.h"
+#include "tests/cli/Capture.h"
+#include "tests/support/GoldenCases.h"
+
+namespace {
+
+using agenttest::AgentProcess;
+using agenttest::uniqueName;
+using Case = rovatest::GoldenCase;
+
+std::string fileText(const std::string& path) {
+  std::ifstream in(path);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+// One agent per state file the golden cases use, started when first needed and ended with
+// the test program.
+class Agents : public testing::Environment {
+ public:
+  static AgentProcess& forState(const std::string& file) {
+    auto& agents = all();
+    auto it = agents.find(file);
+    if (it == agents.end()) {
+      it = agents
+               .emplace(file, std::make_unique<AgentProcess>(
+                                  uniqueName("golden"), std::vector<std::string>{"--state", file}))
+               .first;
+    }
+    return *it->second;
+  }
+  void TearDown() override { all().clear(); }
+
+ private:
+  static std::map<std::string, std::unique_ptr<AgentProcess>>& all() {
+    static std::map<std::string, std::unique_ptr<AgentProcess>> agents;
+    return agents;
+  }
+};
+const testing::Environment* const kAgents = testing::AddGlobalTestEnvironment(new Agents);
+
+// The cases whose output names the state's source (show version) or that change the state,
+// which an attached rova leaves to the agent.
+bool comparable(const Case& c) {
+  const std::vector<std::string> words = cli::splitWords(c.command);
+  const std::string& first = words.at(0);
+  const bool showVersion = words.size() >= 2 && first == "show" && words[1] == "version";
+  return !showVersion && first != "clear" && first != "configure";
+}
+
+std::vector<Case> comparableCases() {
+  std::vector<Case> cases;
+  for (const Case& c : rovatest::readGoldenCases(ROVA_GOLDEN_DIR "/cases.txt")) {
+    if (comparable(c)) cases.push_back(c);
+  }
+  return cases;
+}
+
+class AttachedGolden : public testing::TestWithParam<Case> {};
+
+// Each case, its --state (or the built-in example, which is examples/leaf1.json) published by
+// an agent and read attached: output, error and status exactly as loaded.
+TEST_P(AttachedGolden, OutputIsThatOfTheLoadedState) {
+  const Case& c = GetParam();
+  std::vector<std::string> words = cli::splitWords(c.command);
+  std::string state = ROVA_EXAMPLE;
+  if (words.size() >= 2 && words[0] == "--state") {
+    state = ROVA_GOLDEN_DIR "/" + words[1];
+    words.erase(words.begin(), words.begin() + 2);
+  }
+  AgentProcess& agent = Agents::forState(state);
+  ASSERT_TRUE(agent.ready());
+  words.insert(words.begin(), "--attach=" + agent.name());
+  const clitest::Captured r = clitest::runProgram(ROVA_PROGRAM, words);
+  const std::string base = ROVA_GOLDEN_DIR "/" + c.name;
+  EXPECT_EQ(r.status, c.status);
+  EXPECT_EQ(r.out, fileText(base + ".out"));
+  EXPECT_EQ(r.err, fileText(base + ".err"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, AttachedGolden, testing::ValuesIn(comparableCases()),
+                         rovatest::goldenTestName);
+
+// ---- the agent's life ----
+
+TEST(Agent, OneAgentPerNameAndAStoreLeftByADeadAgentIsTakenOver) {
+  const std::string name = uniqueName("life");
+  AgentProcess first(name, {"--state", ROVA_EXAMPLE});
+  ASSERT_TRUE(first.ready());
+  {
+    AgentProcess second(name, {"--state", ROVA_EXAMPLE});
+    EXPECT_FALSE(second.ready());
+    EXPECT_EQ(second.stop(SIGTERM) >> 8 & 0xff, 1) << "refused with status 1";
+  }
+  // The refused agent left the running one's store alone.
+  clitest::Captured r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "show", "version"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("State: agent '" + name + "', " ROVA_EXAMPLE ", generation "),
+            std::string::npos)
+      << r.out;
+
+  // SIGKILL leaves the store behind; the next agent of the name takes it over.
+  const int killed = first.stop(SIGKILL);
+  EXPECT_TRUE(WIFSIGNALED(killed));
+  struct stat st {};
+  EXPECT_EQ(::stat(("/dev/shm/rova-agent." + name).c_str(), &st), 0) << "left behind";
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "show", "ip", "route"});
+  EXPECT_EQ(r.status, cli::kStatusUnavailable);
+  EXPECT_EQ(r.err, "% Cannot attach: the state agent '" + name + "' has ended\n");
+
+  AgentProcess next(name, {"--state", ROVA_EXAMPLE});
+  ASSERT_TRUE(next.ready());
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "show", "ip", "route"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, fileText(ROVA_GOLDEN_DIR "/ip-route.out"));
+
+  // SIGTERM ends it cleanly: the store is gone.
+  EXPECT_EQ(next.stop(SIGTERM), 0);
+  EXPECT_NE(::stat(("/dev/shm/rova-agent." + name).c_str(), &st), 0);
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "show", "ip", "route", "json"});
+  EXPECT_EQ(r.status, cli::kStatusUnavailable);
+  EXPECT_EQ(r.err, "% Cannot attach: the state agent '" + name + "' is not running\n");
+  EXPECT_EQ(r.out, "{}\n");
+}
+
+// A state large enough that its listing fills the output pipe long before it ends.
+class LargeState : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    char dir[] = "/tmp/rova-agent-test-XXXXXX";
+    ASSERT_NE(::mkdtemp(dir), nullptr);
+    dir_ = dir;
+    state_ = dir_ + "/large.json";
+    const std::string gen = std::string(ROVA_GEN) + " --ipv4 60000 --ipv6 10 -o " + state_;
+    ASSERT_EQ(std::system(gen.c_str()), 0);
+  }
+  static void TearDownTestSuite() {
+    ::unlink(state_.c_str());
+    ::rmdir(dir_.c_str());
+  }
+  static inline std::string dir_, state_;
+};
+
+// The agent killed while a reader lists its tables: the reader ends with its message and
+// status, whatever it was doing, and a new agent of the name starts.
+TEST_F(LargeState, AReaderWhoseAgentIsKilledMidListingSaysSo) {
+  const std::string name = uniqueName("killed");
+  auto agent = std::make_unique<AgentProcess>(name, std::vector<std::string>{"--state", state_});
+  ASSERT_TRUE(agent->ready());
+  for (const char* format : {"", "json"}) {
+    SCOPED_TRACE(format);
+    int out[2], err[2];
+    ASSERT_EQ(::pipe(out), 0);
+    ASSERT_EQ(::pipe(err), 0);
+    const pid_t reader = ::fork();
+    if (reader == 0) {
+      ::dup2(out[1], 1);
+      ::dup2(err[1], 2);
+      for (int fd : {out[0], out[1], err[0], err[1]})
+        ::close(fd);
+      std::string attach = "--attach=" + name;
+      std::vector<char*> argv{const_cast<char*>(ROVA_PROGRAM), attach.data(),
+                              const_cast<char*>("show"), const_cast<char*>("ip"),
+                              const_cast<char*>("route")};
+      if (*format) argv.push_back(const_cast<char*>(format));
+      argv.push_back(nullptr);
+      ::execv(ROVA_PROGRAM, argv.data());
+      ::_exit(127);
+    }
+    ::close(out[1]);
+    ::close(err[1]);
+    // The listing has begun (and waits on the full pipe) when its first bytes come.
+    char first[4096];
+    ASSERT_GT(::read(out[0], first, sizeof first), 0);
+    agent->stop(SIGKILL);
+    clitest::drain(out[0]);
+    const std::string error = clitest::drain(err[0]);
+    int status = 0;
+    ::waitpid(reader, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), cli::kStatusUnavailable);
+    EXPECT_EQ(error,
+              "% The state agent '" + name + "' has ended; its state is no longer current\n");
+    agent = std::make_unique<AgentProcess>(name, std::vector<std::string>{"--state", state_});
+    ASSERT_TRUE(agent->ready());
+  }
+}
+
+TEST(Agent, SourcesExcludeEachOtherAndChangesAreRefusedWhenAttached) {
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"--attach", "--live", "show", "ip", "route"},
+        std::vector<std::string>{"--state", ROVA_EXAMPLE, "--attach=x", "show", "ip", "route"}}) {
+    const clitest::Captured r = clitest::runProgram(ROVA_PROGRAM, args);
+    EXPECT_EQ(r.status, cli::kStatusUsage);
+    EXPECT_EQ(
+        r.err.rfind("rova: --state, --live and --attach name different states; give one\n", 0), 0u)
+        << r.err;
+  }
+  const std::string name = uniqueName("changes");
+  AgentProcess agent(name, {"--state", ROVA_EXAMPLE});
+  ASSERT_TRUE(agent.ready());
+  // `--attach NAME` takes the word after it unless that word begins a command.
+  clitest::Captured r = clitest::runProgram(ROVA_PROGRAM, {"--attach", name, "show", "version"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "clear", "nexthop-group", "counters"});
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_EQ(r.err, "% Configuration is refused when attached: the state agent '" + name +
+                       "' owns the state\n");
+}
+
+// Without root there is no second user to be.
+TEST(Agent, AnotherUserCannotAttachToAStoreNotSharedWithItsGroup) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to run as another user";
+  const passwd* nobody = ::getpwnam("nobody");
+  if (!nobody) GTEST_SKIP() << "no user 'nobody'";
+  const uid_t uid = nobody->pw_uid;
+  const gid_t gid = nobody->pw_gid;
+  const auto asNobody = [uid, gid] {
+    if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0) ::_exit(126);
+  };
+  const std::string closed = uniqueName("closed");
+  AgentProcess agent(closed, {"--state", ROVA_EXAMPLE});
+  ASSERT_TRUE(agent.ready());
+  clitest::Captured r = clitest::runProgram(
+      ROVA_PROGRAM, {"--attach=" + closed, "show", "ip", "route"}, "", asNobody);
+  EXPECT_EQ(r.status, cli::kStatusUnavailable);
+  EXPECT_EQ(r.err, "% Cannot attach: cannot read the store of the state agent '" + closed +
+                       "': Permission denied\n");
+
+  // Shared with everyone: nobody reads it, and still cannot write it.
+  const std::string open = uniqueName("open");
+  AgentProcess shared(open, {"--state", ROVA_EXAMPLE, "--mode", "0644"});
+  ASSERT_TRUE(shared.ready());
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + open, "show", "ip", "route"}, "", asNobody);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, fileText(ROVA_GOLDEN_DIR "/ip-route.out"));
+  struct stat st {};
+  ASSERT_EQ(::stat(("/dev/shm/rova-agent." + open).c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0644u);
+  ASSERT_EQ(::stat(("/dev/shm/rova-agent." + closed).c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+}
+
+}  // namespace

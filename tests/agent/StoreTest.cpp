@@ -1,0 +1,261 @@
+// The store under its one writer: readers in another process copy only whole records, find
+// what the writer wrote through every growth, and end every walk, whatever the writer does.
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "agent/Store.h"
+#include "platform/brine/Table.h"
+
+namespace {
+
+// A record that knows whether it is whole: every check word is made from the id and version.
+// Large, so that copying one takes long enough for the writer to meet it half-way.
+constexpr int kChecks = 256;
+struct ChurnRecord {
+  std::uint32_t id = 0;
+  std::uint32_t version = 0;
+  std::uint64_t check[kChecks] = {};
+  std::uint32_t key() const { return id; }
+
+  static ChurnRecord make(std::uint32_t id, std::uint32_t version) {
+    ChurnRecord r;
+    r.id = id;
+    r.version = version;
+    for (int i = 0; i < kChecks; ++i)
+      r.check[i] = mix(id, version, i);
+    return r;
+  }
+  bool whole() const {
+    for (int i = 0; i < kChecks; ++i) {
+      if (check[i] != mix(id, version, i)) return false;
+    }
+    return id != 0;
+  }
+  bool empty() const {
+    static const ChurnRecord none{};
+    return std::memcmp(this, &none, sizeof none) == 0;
+  }
+  static std::uint64_t mix(std::uint32_t id, std::uint32_t version, int i) {
+    return (std::uint64_t(id) * 0x9e3779b97f4a7c15ull) ^ (std::uint64_t(version) << 20) ^
+           (0x5bd1e995ull * std::uint64_t(i + 1));
+  }
+};
+
+class ChurnTable : public Brine::Table<std::uint32_t, ChurnRecord> {
+  MOX_ENTITY("Test::ChurnTable")
+};
+
+class Store : public testing::Test {
+ protected:
+  void TearDown() override { ::shm_unlink(Agent::shmNameOf(name_).c_str()); }
+  std::shared_ptr<Agent::Store> create(std::chrono::milliseconds grace = std::chrono::seconds(2)) {
+    Agent::Store::Options options;
+    options.name = name_;
+    options.grace = grace;
+    auto store = Agent::Store::create(options, "test");
+    store->publish(Statum::EntityManager());
+    return store;
+  }
+  // A header for one table, in a page of its own.
+  static std::uint64_t tableHeader(Agent::Store& store) { return store.allocate(64); }
+
+  std::string name_ = "test-store-" + std::to_string(::getpid());
+};
+
+TEST_F(Store, ReadersFindEveryRecordThroughGrowthAndDeletes) {
+  auto store = create();
+  auto writer = Mox::makePtr<ChurnTable>();
+  for (std::uint32_t id = 1; id <= 100; ++id)
+    writer->recordIs(ChurnRecord::make(id, 0));
+  const std::uint64_t at = tableHeader(*store);
+  // The records written before the move are in the store too.
+  writer->sharedStorageIs(store, at);
+  auto reader = Mox::makePtr<ChurnTable>();
+  reader->sharedStorageIs(Agent::Attachment::open(name_), at);
+
+  for (std::uint32_t id = 101; id <= 10000; ++id)
+    writer->recordIs(ChurnRecord::make(id, 0));
+  for (std::uint32_t id = 1; id <= 10000; id += 2)
+    ASSERT_TRUE(writer->recordDel(id));
+  for (std::uint32_t id = 2; id <= 10000; id += 4)
+    writer->recordIs(ChurnRecord::make(id, 7));
+  EXPECT_FALSE(writer->recordDel(1));
+
+  EXPECT_EQ(reader->size(), 5000u);
+  for (std::uint32_t id = 1; id <= 10001; ++id) {
+    const ChurnRecord r = reader->lookup(id);
+    if (id % 2 == 1 || id > 10000) {
+      ASSERT_TRUE(r.empty()) << id;
+    } else {
+      ASSERT_TRUE(r.whole() && r.id == id && r.version == (id % 4 == 2 ? 7u : 0u)) << id;
+    }
+  }
+  std::vector<bool> seen(10001);
+  std::size_t walked = 0;
+  for (const ChurnRecord& r : *reader) {
+    ASSERT_TRUE(r.whole());
+    ASSERT_FALSE(seen[r.id]) << r.id;
+    seen[r.id] = true;
+    ++walked;
+  }
+  EXPECT_EQ(walked, 5000u);
+  EXPECT_EQ(reader->corruptionReports(), 0u);
+
+  // A loader's bulk path: appended records, a duplicate refused with all after it.
+  writer->recordDelAll();
+  EXPECT_EQ(reader->size(), 0u);
+  for (std::uint32_t id : {5u, 6u, 5u, 9u})
+    writer->recordAppend(ChurnRecord::make(id, 1));
+  const auto dup = writer->indexAppended();
+  ASSERT_TRUE(dup);
+  EXPECT_EQ(dup->position, 2u);
+  EXPECT_EQ(dup->key, 5u);
+  EXPECT_EQ(reader->size(), 2u);
+  EXPECT_TRUE(reader->lookup(6).whole());
+  EXPECT_TRUE(reader->lookup(9).empty());
+}
+
+TEST_F(Store, ARecordThatKeepsChangingIsReportedAndReadEmptyAndReadersCannotWrite) {
+  auto store = create();
+  auto writer = Mox::makePtr<ChurnTable>();
+  const std::uint64_t at = tableHeader(*store);
+  writer->sharedStorageIs(store, at);
+  writer->recordIs(ChurnRecord::make(1, 0));
+  writer->recordIs(ChurnRecord::make(2, 0));
+  auto reader = Mox::makePtr<ChurnTable>();
+  reader->sharedStorageIs(Agent::Attachment::open(name_), at);
+
+  // The writer stopped half-way through rewriting record 1 (its counter odd).
+  auto* header = reinterpret_cast<Brine::SharedTableHeader*>(store->writableBase() + at);
+  auto* records = reinterpret_cast<Brine::SharedRecord<ChurnRecord>*>(store->writableBase() +
+                                                                      header->recordsAt.load());
+  records[0].seq.fetch_add(1);
+  EXPECT_TRUE(reader->lookup(1).empty());
+  EXPECT_EQ(reader->corruptionReports(), 1u);
+  EXPECT_EQ(reader->lastCorruption(), "record changed while it was read");
+  EXPECT_TRUE(reader->lookup(2).whole()) << "the other records read as ever";
+  records[0].seq.fetch_add(1);
+  EXPECT_TRUE(reader->lookup(1).whole());
+
+  // Regions published outside the mapping are refused, not followed.
+  const std::uint64_t good = header->recordsAt.load();
+  header->recordsAt.store(store->mapSize() - 8);
+  EXPECT_TRUE(reader->lookup(2).empty());
+  for (const ChurnRecord& r : *reader)
+    EXPECT_TRUE(r.empty());
+  EXPECT_GE(reader->corruptionReports(), 2u);
+  header->recordsAt.store(good);
+
+  EXPECT_THROW(reader->recordIs(ChurnRecord::make(3, 0)), Mox::RangeException);
+  EXPECT_THROW(reader->recordDel(1), Mox::RangeException);
+  EXPECT_THROW(reader->recordDelAll(), Mox::RangeException);
+  EXPECT_EQ(reader->size(), 2u);
+}
+
+// The writer, in a process of its own, replaces, deletes, grows and drops tables as fast as
+// it can, giving regions back at once (no grace period), while this process walks and looks
+// up the current table again and again.
+TEST_F(Store, ReadersSeeOnlyWholeRecordsWhileTheWriterChurns) {
+  int control[2], stop[2];
+  ASSERT_EQ(::pipe(control), 0);
+  ASSERT_EQ(::pipe(stop), 0);
+  const pid_t writerPid = ::fork();
+  if (writerPid == 0) {
+    ::close(control[0]);
+    ::close(stop[1]);
+    auto store = create(std::chrono::milliseconds(0));
+    // Where this process says which table is current.
+    const std::uint64_t current = store->allocate(8);
+    auto* currentAt =
+        reinterpret_cast<std::atomic<std::uint64_t>*>(store->writableBase() + current);
+    if (::write(control[1], &current, sizeof current) != sizeof current) ::_exit(2);
+    ::close(control[1]);
+    std::mt19937 random(7);
+    pollfd p{stop[0], POLLIN, 0};
+    for (std::uint64_t round = 0;; ++round) {
+      auto table = Mox::makePtr<ChurnTable>();
+      const std::uint64_t at = tableHeader(*store);
+      table->sharedStorageIs(store, at);
+      currentAt->store(at, std::memory_order_release);
+      std::uint32_t next = 1, version = 0;
+      for (int op = 0; op < 20000; ++op) {
+        const unsigned what = random() % 16;
+        if (what < 6) {
+          // A few records rewritten all the time: a reader copying one meets the writer.
+          table->recordIs(ChurnRecord::make(1 + random() % 8, ++version));
+        } else if ((what < 9 && next < 4000) || table->size() < 16) {
+          table->recordIs(ChurnRecord::make(next++, 0));  // grows the table
+        } else if (what < 12) {
+          table->recordIs(ChurnRecord::make(1 + random() % next, ++version));  // replaces
+        } else if (what < 15) {
+          table->recordDel(1 + random() % next);
+        } else if (random() % 64 == 0) {
+          table->recordDelAll();
+        }
+        if (op % 256 == 0) {
+          store->reclaim();
+          if (::poll(&p, 1, 0) > 0) ::_exit(0);
+        }
+      }
+      // The table goes; the next one takes its place.
+    }
+  }
+  ::close(control[1]);
+  ::close(stop[0]);
+  std::uint64_t current = 0;
+  ASSERT_EQ(::read(control[0], &current, sizeof current), static_cast<ssize_t>(sizeof current));
+  ::close(control[0]);
+  auto attachment = Agent::Attachment::open(name_);
+  const auto* currentAt =
+      reinterpret_cast<const std::atomic<std::uint64_t>*>(attachment->base() + current);
+
+  while (currentAt->load(std::memory_order_acquire) == 0)
+    ::sched_yield();
+  std::mt19937 random(11);
+  std::size_t records = 0, empties = 0, found = 0, tables = 0;
+  for (int walk = 0; walk < 400; ++walk) {
+    auto table = Mox::makePtr<ChurnTable>();
+    const std::uint64_t at = currentAt->load(std::memory_order_acquire);
+    table->sharedStorageIs(attachment, at);
+    ++tables;
+    for (const ChurnRecord& r : *table) {
+      ++records;
+      if (r.empty()) {
+        ++empties;
+        continue;
+      }
+      ASSERT_TRUE(r.whole()) << "id " << r.id << " version " << r.version;
+    }
+    for (int i = 0; i < 2000; ++i) {
+      const std::uint32_t id = 1 + (i % 2 ? random() % 8 : random() % 4000);
+      const ChurnRecord r = table->lookup(id);
+      if (r.empty()) continue;
+      ASSERT_TRUE(r.whole() && r.id == id);
+      ++found;
+    }
+  }
+  ::close(stop[1]);
+  int status = 0;
+  ::waitpid(writerPid, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the writer ended " << status;
+  // The reads met the writer: records walked and found, not only empty tables.
+  EXPECT_GT(records, 0u);
+  EXPECT_GT(found, 0u);
+  RecordProperty("records", std::to_string(records));
+  RecordProperty("empties", std::to_string(empties));
+  std::printf("walked %zu records (%zu empty) in %zu tables, found %zu by key\n", records, empties,
+              tables, found);
+}
+
+}  // namespace
