@@ -1,29 +1,35 @@
 // rova-agent: owns a device's state and publishes its tables in shared memory, where every
 // `rova --attach NAME` reads them in place.
 
+#include <poll.h>
 #include <signal.h>
+#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "agent/Store.h"
+#include "snapshot/LiveFollower.h"
 #include "snapshot/Snapshot.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: rova-agent --state FILE [--name NAME] [--mode MODE]\n"
+    "usage: rova-agent (--state FILE | --live) [--name NAME] [--mode MODE]\n"
     "\n"
-    "Publishes the device state of FILE in shared memory for 'rova --attach NAME', in the\n"
+    "Publishes the device state of FILE, or the routing state of this network namespace's\n"
+    "kernel, followed as it changes, in shared memory for 'rova --attach NAME', in the\n"
     "foreground, until SIGTERM or SIGINT.\n"
     "\n"
     "  --state FILE  the device state to publish\n"
+    "  --live        the kernel's routing state, read now and then followed\n"
     "  --name NAME   the agent's name (default: default); one agent per name\n"
     "  --mode MODE   who may read the store, in octal (default: 0640, the agent's user and\n"
     "                group)\n"
@@ -46,6 +52,7 @@ int usage(const std::string& why) {
 int main(int argc, char** argv) {
   Agent::Store::Options options;
   std::optional<std::string> state;
+  bool live = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
     const bool hasValue = i + 1 < argc;
@@ -54,6 +61,8 @@ int main(int argc, char** argv) {
       return 0;
     } else if (arg == "--state" && hasValue) {
       state = argv[++i];
+    } else if (arg == "--live") {
+      live = true;
     } else if (arg == "--name" && hasValue) {
       options.name = argv[++i];
     } else if (arg == "--mode" && hasValue) {
@@ -68,7 +77,10 @@ int main(int argc, char** argv) {
                    "'" + std::string(arg) + "'");
     }
   }
-  if (!state || state->empty()) return usage("give the state to publish: --state FILE");
+  if (live && state) return usage("--state and --live exclude each other");
+  if (!live && (!state || state->empty()))
+    return usage("give the state to publish: --state FILE or --live");
+  const std::string source = live ? std::string("live") : *state;
   try {
     Agent::shmNameOf(options.name);
   } catch (const Agent::StoreError& e) {
@@ -86,10 +98,28 @@ int main(int argc, char** argv) {
 
   std::shared_ptr<Agent::Store> store;
   Mox::Ptr<Statum::EntityManager> em;
+  std::unique_ptr<Snapshot::LiveFollower> follower;
   try {
-    em = Snapshot::loadFile(*state);
     bool reclaimed = false;
-    store = Agent::Store::create(options, *state, &reclaimed);
+    if (live) {
+      // The name first, so that a second agent of the name is refused before it reads the
+      // kernel; the follower then writes the tables, which move into the store at publish.
+      store = Agent::Store::create(options, source, &reclaimed);
+      em = Mox::makePtr<Statum::EntityManager>();
+      Snapshot::LiveFollower::Options followOptions;
+      followOptions.log = [&options](const std::string& line) { log(options.name, line); };
+      // After every applied batch: entities the follower replaced whole move into the store,
+      // and the readers see a new generation.
+      follower = std::make_unique<Snapshot::LiveFollower>(
+          *em,
+          [&store, &em](const Snapshot::LiveFollower::Batch&) {
+            if (store) store->publish(*em);
+          },
+          followOptions);
+    } else {
+      em = Snapshot::loadFile(*state);
+      store = Agent::Store::create(options, source, &reclaimed);
+    }
     if (reclaimed) log(options.name, "removed the store left by an agent that died");
     store->publish(*em);
   } catch (const Agent::AgentRunning& e) {
@@ -101,16 +131,35 @@ int main(int argc, char** argv) {
     return kStatusFailed;
   }
   std::printf("rova-agent: ready: agent '%s', state %s, generation %llu\n", options.name.c_str(),
-              state->c_str(), static_cast<unsigned long long>(store->generation()));
+              source.c_str(), static_cast<unsigned long long>(store->generation()));
   std::fflush(stdout);
-  log(options.name, "publishing " + *state + " in " + store->shmName());
+  log(options.name, "publishing " + source + " in " + store->shmName());
 
-  const timespec tick{0, 500'000'000};
+  // The ending signals arrive on a descriptor, polled beside the kernel's notifications.
+  const int signals = ::signalfd(-1, &stop, SFD_CLOEXEC);
   for (;;) {
-    const int sig = sigtimedwait(&stop, nullptr, &tick);
-    if (sig == SIGTERM || sig == SIGINT) {
-      log(options.name, std::string("ending on ") + (sig == SIGTERM ? "SIGTERM" : "SIGINT"));
-      break;
+    pollfd fds[2] = {{signals, POLLIN, 0}, {follower ? follower->fd() : -1, POLLIN, 0}};
+    ::poll(fds, 2, 500);
+    if (fds[0].revents & POLLIN) {
+      signalfd_siginfo info{};
+      if (::read(signals, &info, sizeof info) == sizeof info &&
+          (info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT)) {
+        log(options.name,
+            std::string("ending on ") + (info.ssi_signo == SIGTERM ? "SIGTERM" : "SIGINT"));
+        break;
+      }
+    }
+    if (follower) {
+      try {
+        follower->process();
+      } catch (const std::exception& e) {
+        // The kernel cannot be read any more: what the store holds would silently fall
+        // behind, so the agent ends and its readers say so.
+        log(options.name, e.what());
+        store->unlink();
+        std::fflush(stderr);
+        std::_Exit(kStatusFailed);
+      }
     }
     store->reclaim();
   }

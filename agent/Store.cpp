@@ -1,5 +1,7 @@
 #include "agent/Store.h"
 
+#include "platform/plexa/IntfId.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -337,6 +339,9 @@ void Store::publish(const Statum::EntityManager& em) {
     text += "unprogrammed " + std::to_string(hw->unprogrammedRouteCount()) + " " +
             std::to_string(hw->unprogrammedRoute6Count()) + " " + vrf + "\n";
   }
+  // The names of no known form the records may hold, whatever tables they are in.
+  for (const std::string& name : Plexa::IntfId::internedNames())
+    text += "interface " + name + "\n";
   text += "state\n";
   text += Snapshot::write(*withoutTables(em));
 
@@ -462,6 +467,12 @@ Mox::Ptr<Statum::EntityManager> Attachment::entities() {
     std::string kind, type, path;
     std::uint64_t at = 0;
     words >> kind;
+    if (kind == "interface") {
+      std::string name;
+      words >> name;
+      Plexa::IntfId{name};
+      continue;
+    }
     if (kind == "unprogrammed") {
       std::uint32_t v4 = 0, v6 = 0;
       std::string vrf;

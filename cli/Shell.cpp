@@ -128,6 +128,10 @@ class Pager {
     if (::pipe2(ends, O_CLOEXEC) != 0) return;
     readEnd_ = ends[0];
     writeEnd_ = ends[1];
+    if (::pipe2(ends, O_CLOEXEC) == 0) {
+      stopRead_ = ends[0];
+      stopWrite_ = ends[1];
+    }
     if (length < 0) {
       const char* pager = std::getenv("PAGER");
       if (pager && *pager) {
@@ -157,13 +161,22 @@ class Pager {
   // Where the command writes; -1 when no pager could be started.
   int fd() const { return failed_ ? -1 : writeEnd_; }
 
-  // Ends the output and waits for the pager to finish.
-  void finish() {
+  // Ends the output and waits for the pager to finish. `stopped`: the command was stopped (^C
+  // reached it before the pager took the keys), so the pager stops waiting for a key too.
+  void finish(bool stopped = false) {
+    if (stopped && stopWrite_ >= 0) {
+      const char stop = 'q';
+      [[maybe_unused]] const ssize_t n = ::write(stopWrite_, &stop, 1);
+    }
     if (writeEnd_ >= 0) ::close(writeEnd_);
     writeEnd_ = -1;
     if (thread_.joinable()) thread_.join();
     if (readEnd_ >= 0) ::close(readEnd_);
     readEnd_ = -1;
+    for (int* fd : {&stopRead_, &stopWrite_}) {
+      if (*fd >= 0) ::close(*fd);
+      *fd = -1;
+    }
     if (child_ > 0) {
       int status;
       while (::waitpid(child_, &status, 0) < 0 && errno == EINTR) {
@@ -207,8 +220,9 @@ class Pager {
 
   // Shows "--More--" and reads the answer: how many lines more, or 0 to stop. The key is read
   // raw, ^C included, so that it stops the listing here rather than reach the command.
+  // The keys are raw before the prompt shows, so that a key typed on seeing it is read here;
+  // a ^C typed earlier stopped the command, which says so through the stop pipe.
   std::size_t ask() {
-    if (!writeScreen("--More--")) return 0;
     termios saved{};
     const bool tty = ::tcgetattr(keys_, &saved) == 0;
     if (tty) {
@@ -219,11 +233,17 @@ class Pager {
       ::tcsetattr(keys_, TCSANOW, &raw);
     }
     char key = 'q';
-    for (;;) {
-      const ssize_t n = ::read(keys_, &key, 1);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) key = 'q';
-      break;
+    if (writeScreen("--More--")) {
+      for (;;) {
+        pollfd fds[2] = {{keys_, POLLIN, 0}, {stopRead_, POLLIN, 0}};
+        const int ready = ::poll(fds, stopRead_ >= 0 ? 2 : 1, -1);
+        if (ready < 0 && errno == EINTR) continue;
+        if (ready <= 0 || (fds[1].revents & POLLIN)) break;
+        const ssize_t n = ::read(keys_, &key, 1);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) key = 'q';
+        break;
+      }
     }
     if (tty) ::tcsetattr(keys_, TCSANOW, &saved);
     writeScreen("\r        \r");
@@ -284,6 +304,8 @@ class Pager {
   std::size_t page_ = 0;
   int readEnd_ = -1;
   int writeEnd_ = -1;
+  int stopRead_ = -1;
+  int stopWrite_ = -1;
   pid_t child_ = -1;
   bool failed_ = false;
   std::thread thread_;
@@ -495,7 +517,7 @@ bool Shell::execute(std::string_view line) {
     }
   }
   status_ = runCommand(*current.grammar, words, context);
-  if (pager) pager->finish();
+  if (pager) pager->finish(status_ >= kStatusSignal);
   // ^C stops one command; a request to terminate, or a hangup, is for the shell too.
   return status_ != kStatusSignal + SIGTERM && status_ != kStatusSignal + SIGHUP;
 }

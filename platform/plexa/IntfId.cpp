@@ -1,7 +1,8 @@
 #include "platform/plexa/IntfId.h"
 
-#include <deque>
 #include <mutex>
+#include <stdexcept>
+#include <string>
 #include <unordered_map>
 
 namespace Plexa {
@@ -35,10 +36,12 @@ constexpr std::uint64_t kInternedKind = 63;
 constexpr int kKindCount = sizeof kKinds / sizeof kKinds[0];
 
 // Interned names. Never freed: interface names are few and live as long as the process.
+// A name's value is a hash of its text, not its place in the table, so that every process
+// gives a name the same value: records that hold interface ids are shared between processes
+// (a state agent's tables in shared memory), and a reader that knows the names reads them.
 struct Interned {
   std::mutex mutex;
-  std::deque<std::string> names;
-  std::unordered_map<std::string_view, std::uint64_t> index;
+  std::unordered_map<std::uint64_t, std::string> names;
 };
 
 Interned& interned() {
@@ -46,21 +49,38 @@ Interned& interned() {
   return *t;
 }
 
+constexpr std::uint64_t kPayloadMask = (std::uint64_t(1) << kKindShift) - 1;
+
 std::uint64_t intern(std::string_view name) {
+  // FNV-1a, then a final mix so that names differing in their last bytes spread over the
+  // high bits too.
+  std::uint64_t h = 0xcbf29ce484222325ull;
+  for (unsigned char c : name) {
+    h ^= c;
+    h *= 0x100000001b3ull;
+  }
+  h ^= h >> 29;
+  h *= 0xbf58476d1ce4e5b9ull;
+  h ^= h >> 32;
+  std::uint64_t payload = h & kPayloadMask;
+  // All ones is the invalid id.
+  if (payload == kPayloadMask) payload = kPayloadMask - 1;
+  const std::uint64_t v = kInternedKind << kKindShift | payload;
   auto& t = interned();
   std::lock_guard<std::mutex> g(t.mutex);
-  auto it = t.index.find(name);
-  if (it != t.index.end()) return it->second;
-  t.names.emplace_back(name);
-  const std::uint64_t v = kInternedKind << kKindShift | (t.names.size() - 1);
-  t.index.emplace(t.names.back(), v);
+  auto [it, added] = t.names.try_emplace(v, name);
+  if (!added && it->second != name)
+    throw std::length_error("interface names '" + it->second + "' and '" + std::string(name) +
+                            "' cannot both be held");
   return v;
 }
 
 const std::string& internedName(std::uint64_t v) {
+  static const std::string unknown = "<unknown>";
   auto& t = interned();
   std::lock_guard<std::mutex> g(t.mutex);
-  return t.names[v & ((std::uint64_t(1) << kKindShift) - 1)];
+  auto it = t.names.find(v);
+  return it == t.names.end() ? unknown : it->second;
 }
 
 // Parses a decimal number without leading zeros; false when absent or too large.
@@ -107,6 +127,16 @@ IntfId::IntfId(std::string_view name) {
   if (name.empty()) return;
   value_ = encode(name);
   if (value_ == 0) value_ = intern(name);
+}
+
+std::vector<std::string> IntfId::internedNames() {
+  auto& t = interned();
+  std::lock_guard<std::mutex> g(t.mutex);
+  std::vector<std::string> names;
+  names.reserve(t.names.size());
+  for (const auto& [v, name] : t.names)
+    names.push_back(name);
+  return names;
 }
 
 bool IntfId::validName(std::string_view name) {

@@ -11,6 +11,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Plexa {
 
@@ -42,6 +43,9 @@ class IntfId {
   static constexpr std::size_t kMaxNameBytes = 64;
   static constexpr const char* kNameRule = "1 to 64 printable characters without blanks";
   static bool validName(std::string_view name);
+  // The names of no known form this process has seen. Their ids are the same in every
+  // process, so a process that reads another's records learns the names from this list.
+  static std::vector<std::string> internedNames();
 
   std::string stringValue() const;
   void appendTo(std::string& out) const;

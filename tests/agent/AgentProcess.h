@@ -25,10 +25,15 @@ inline std::string uniqueName(const std::string& what) {
 
 class AgentProcess {
  public:
-  AgentProcess(std::string name, std::vector<std::string> args) : name_(std::move(name)) {
+  // `wrapper`: a command the agent runs under ("ip netns exec NS"), which must exec it in
+  // its own process.
+  AgentProcess(std::string name, std::vector<std::string> args,
+               std::vector<std::string> wrapper = {})
+      : name_(std::move(name)) {
     int out[2];
     if (::pipe(out) != 0) return;
     args.insert(args.begin(), {ROVA_AGENT, "--name", name_});
+    args.insert(args.begin(), wrapper.begin(), wrapper.end());
     pid_ = ::fork();
     if (pid_ == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -39,7 +44,7 @@ class AgentProcess {
       for (std::string& a : args)
         argv.push_back(a.data());
       argv.push_back(nullptr);
-      ::execv(ROVA_AGENT, argv.data());
+      ::execvp(argv[0], argv.data());
       ::_exit(127);
     }
     started_ = pid_;

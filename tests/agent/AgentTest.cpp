@@ -6,6 +6,9 @@
 #include <pwd.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -259,3 +262,76 @@ TEST(Agent, AnotherUserCannotAttachToAStoreNotSharedWithItsGroup) {
 }
 
 }  // namespace
+
+// A live agent in a network namespace of its own: what the kernel does is, a moment later,
+// what every attached reader lists, byte for byte what a fresh read of that kernel lists.
+class LiveAgent : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to make a network namespace";
+    ns_ = uniqueName("ns");
+    if (!sh("ip netns add " + ns_)) GTEST_SKIP() << "cannot make a network namespace";
+    made_ = true;
+    // Names of no known form (v0, v1): their ids must mean the same in the agent and the
+    // readers.
+    ASSERT_TRUE(ip("link set lo up") && ip("link add v1 type veth peer name v0") &&
+                ip("link set v0 up") && ip("link set v1 up") && ip("addr add 10.1.0.1/24 dev v0") &&
+                ip("addr add 10.2.0.1/24 dev v1"));
+  }
+  void TearDown() override {
+    agent_.reset();
+    if (made_) sh("ip netns del " + ns_);
+  }
+  static bool sh(const std::string& command) {
+    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+  }
+  bool ip(const std::string& args) { return sh("ip -n " + ns_ + " " + args); }
+  std::string attached(const std::vector<std::string>& command) {
+    std::vector<std::string> args = {"--attach=" + agent_->name()};
+    args.insert(args.end(), command.begin(), command.end());
+    return clitest::runProgram(ROVA_PROGRAM, args).out;
+  }
+  std::string fresh(const std::vector<std::string>& command) {
+    std::vector<std::string> args = {"ip", "netns", "exec", ns_, ROVA_PROGRAM, "--live"};
+    args.insert(args.end(), command.begin(), command.end());
+    return clitest::runProgram("/usr/bin/env", args).out;
+  }
+  // The attached listing once it equals a fresh read (the agent applies a notification a
+  // moment after the kernel sends it); the last attached listing when it never does.
+  std::string settled(const std::vector<std::string>& command) {
+    std::string now;
+    for (int i = 0; i < 100; ++i) {
+      now = attached(command);
+      if (now == fresh(command)) return now;
+      ::usleep(50'000);
+    }
+    return now;
+  }
+  void startAgent() {
+    agent_ = std::make_unique<AgentProcess>(uniqueName("live"), std::vector<std::string>{"--live"},
+                                            std::vector<std::string>{"ip", "netns", "exec", ns_});
+    ASSERT_TRUE(agent_->ready());
+  }
+
+  std::string ns_;
+  bool made_ = false;
+  std::unique_ptr<AgentProcess> agent_;
+};
+
+TEST_F(LiveAgent, RoutesAddedReplacedAndRemovedAreEachSeenAttached) {
+  startAgent();
+  const std::vector<std::string> routes = {"show", "ip", "route"};
+  EXPECT_EQ(settled(routes), fresh(routes));
+  ASSERT_TRUE(ip("route add 10.50.0.0/16 via 10.1.0.2"));
+  std::string now = settled(routes);
+  EXPECT_EQ(now, fresh(routes));
+  EXPECT_NE(now.find("10.50.0.0/16 [0/0] via 10.1.0.2, v0"), std::string::npos) << now;
+  ASSERT_TRUE(ip("route replace 10.50.0.0/16 via 10.2.0.2"));
+  now = settled(routes);
+  EXPECT_NE(now.find("10.50.0.0/16 [0/0] via 10.2.0.2, v1"), std::string::npos) << now;
+  ASSERT_TRUE(ip("route del 10.50.0.0/16"));
+  now = settled(routes);
+  EXPECT_EQ(now.find("10.50.0.0/16"), std::string::npos) << now;
+  EXPECT_EQ(now, fresh(routes));
+  EXPECT_NE(attached({"show", "version"}).find("live, generation"), std::string::npos);
+}
