@@ -2,8 +2,10 @@
 
 #include "cli/CommandActions.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "cli/DeviceState.h"
@@ -78,9 +80,29 @@ int showNexthopGroups(const Match& m, const Context& c, Output& out) {
 
 int clearNexthopGroupCounters(const Match& m, const Context&, Output& out) {
   Value listing = nexthopGroupListing(m, L3::VrfName::kDefault);
-  registry().call(listing, "clearCounters", {});
+  const Value cleared = registry().call(listing, "clearCounters", {});
   state().changed();
-  return out.nothing();
+  std::uint64_t entries = 0;
+  if (const auto* u = std::get_if<std::uint64_t>(&cleared.variant())) entries = *u;
+  if (const auto* i = std::get_if<std::int64_t>(&cleared.variant())) entries = std::uint64_t(*i);
+  const std::string group = m.value("GROUP");
+  // What was cleared, as `clear static-routes` says it: the entries whose counters start from
+  // zero, of the group named or of every group.
+  return out.print([&](rendr::Printer& p) {
+    rendr::UintAttrInfo count("entriesCleared", p.format());
+    count.setValue(entries);
+    const char* noun = entries == 1 ? "entry" : "entries";
+    if (group.empty()) {
+      const std::string text =
+          std::string("Cleared the counters of %u ") + noun + " of every nexthop group\n";
+      p.addAttributes(text.c_str(), 1, count.getArg());
+      return;
+    }
+    rendr::StringAttrInfo name("nexthopGroup", p.format());
+    name.setValue(group);
+    const std::string text = std::string("Cleared the counters of %u ") + noun + " of %s\n";
+    p.addAttributes(text.c_str(), 2, count.getArg(), name.getArg());
+  });
 }
 
 }  // namespace cli
