@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -238,11 +239,23 @@ TEST(Agent, AnotherUserCannotAttachToAStoreNotSharedWithItsGroup) {
   const auto asNobody = [uid, gid] {
     if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0) ::_exit(126);
   };
+  // The build tree may sit where that user cannot reach it (a clone in a 0700 temporary
+  // directory): the user runs a copy of the program in a directory of the test's own.
+  char dir[] = "/tmp/rova-agent-test-XXXXXX";
+  ASSERT_NE(::mkdtemp(dir), nullptr);
+  struct RemoveDir {
+    std::string path;
+    ~RemoveDir() { std::filesystem::remove_all(path); }
+  } removeDir{dir};
+  ASSERT_EQ(::chmod(dir, 0755), 0);
+  const std::string program = std::string(dir) + "/rova";
+  std::filesystem::copy_file(ROVA_PROGRAM, program);
+  ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
   const std::string closed = uniqueName("closed");
   AgentProcess agent(closed, {"--state", ROVA_EXAMPLE});
   ASSERT_TRUE(agent.ready());
   clitest::Captured r = clitest::runProgram(
-      ROVA_PROGRAM, {"--attach=" + closed, "show", "ip", "route"}, "", asNobody);
+      program.c_str(), {"--attach=" + closed, "show", "ip", "route"}, "", asNobody);
   EXPECT_EQ(r.status, cli::kStatusUnavailable);
   EXPECT_EQ(r.err, "% Cannot attach: cannot read the store of the state agent '" + closed +
                        "': Permission denied\n");
@@ -251,7 +264,8 @@ TEST(Agent, AnotherUserCannotAttachToAStoreNotSharedWithItsGroup) {
   const std::string open = uniqueName("open");
   AgentProcess shared(open, {"--state", ROVA_EXAMPLE, "--mode", "0644"});
   ASSERT_TRUE(shared.ready());
-  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + open, "show", "ip", "route"}, "", asNobody);
+  r = clitest::runProgram(program.c_str(), {"--attach=" + open, "show", "ip", "route"}, "",
+                          asNobody);
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, fileText(ROVA_GOLDEN_DIR "/ip-route.out"));
   struct stat st {};
