@@ -23,7 +23,6 @@ using Routing::NexthopGroup::NexthopGroupConfigEntry;
 using Routing::NexthopGroup::NexthopGroupType;
 using Rova::Value;
 
-constexpr const char* kManagementPrefix = "Management";
 constexpr unsigned kMaxLabelsInLine = Plexa::MplsLabelOperation::kMaxLabels;
 
 int say(const Context& c, const std::string& msg, int status = kStatusFailed) {
@@ -63,16 +62,6 @@ std::uint32_t freeVrfId(const Vrf::VrfIdMap::Status& ids) {
 }
 
 // ---- interfaces ----
-
-Value intfAddressEditor() {
-  return registry().construct("Rova::IntfAddressEditor",
-                              {{"ipConfig", state().at(layout::ipConfig)},
-                               {"ipStatus", state().at(layout::ipStatus)},
-                               {"ip6Config", state().at(layout::ip6Config)},
-                               {"ip6Status", state().at(layout::ip6Status)},
-                               {"allIntfConfig", state().at(layout::intfConfig)},
-                               {"mgmtPrefix", Value(kManagementPrefix)}});
-}
 
 // An interface that moves to another VRF loses its addresses, as on a router: they were
 // judged against the subnets of the VRF it leaves.

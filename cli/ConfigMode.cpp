@@ -260,21 +260,9 @@ int removeRoute(const Match& m, const Context& c, bool v6) {
 
 // ---- interface addresses ----
 
-// Both families' address lines go through one editor, which checks the address and keeps the
-// interface's IP status in step with its configuration.
-Value addressEditor() {
-  return registry().construct("Rova::IntfAddressEditor",
-                              {{"ipConfig", state().at(layout::ipConfig)},
-                               {"ipStatus", state().at(layout::ipStatus)},
-                               {"ip6Config", state().at(layout::ip6Config)},
-                               {"ip6Status", state().at(layout::ip6Status)},
-                               {"allIntfConfig", state().at(layout::intfConfig)},
-                               {"mgmtPrefix", Value(kMgmtPrefix)}});
-}
-
 // `ip address ADDR [secondary]`, `ipv6 address ADDR`: `key` is the address's placeholder.
 int address(const Match& m, const Context& c, const char* key) {
-  Value editor = addressEditor();
+  Value editor = intfAddressEditor();
   const Value args[] = {Value(Plexa::IntfId(session.intf)), Value(m.value(key).c_str()),
                         Value(m.flag("secondary"))};
   const std::string refusal = registry().call(editor, "addAddress", args).displayText();
@@ -286,7 +274,7 @@ int address(const Match& m, const Context& c, const char* key) {
 // `no ip address [ADDR [secondary]]`, `no ipv6 address [ADDR]`: one address, or every one of
 // the family.
 int noAddress(const Match& m, const Context& c, const char* key, bool v6) {
-  Value editor = addressEditor();
+  Value editor = intfAddressEditor();
   const Value intf(Plexa::IntfId(session.intf));
   if (!m.has(key)) {
     const Value args[] = {intf, Value(v6)};
@@ -524,6 +512,18 @@ ConfigGrammars& grammars() {
 }
 
 }  // namespace
+
+// Both families' address lines, in configuration and interface mode, go through one editor,
+// which checks the address and keeps the interface's IP status in step with its configuration.
+Value intfAddressEditor() {
+  return registry().construct("Rova::IntfAddressEditor",
+                              {{"ipConfig", state().at(layout::ipConfig)},
+                               {"ipStatus", state().at(layout::ipStatus)},
+                               {"ip6Config", state().at(layout::ip6Config)},
+                               {"ip6Status", state().at(layout::ip6Status)},
+                               {"allIntfConfig", state().at(layout::intfConfig)},
+                               {"mgmtPrefix", Value(kMgmtPrefix)}});
+}
 
 void addConfigureRow(Grammar& exec) {
   exec.addType({"SESSION", "Session name", [](std::string_view w) { return !w.empty(); }, {}});

@@ -12,6 +12,7 @@
 #include "cli/Grammar.h"
 #include "cli/Runner.h"
 #include "cli/Shell.h"
+#include "lib/registry/Value.h"
 
 namespace cli {
 
@@ -34,6 +35,9 @@ struct ConfigPosition {
   std::string enteredBy;
 };
 ConfigPosition& configPosition();
+
+// The editor every interface-address line goes through.
+Rova::Value intfAddressEditor();
 // The grammar of a configuration mode (not exec).
 const Grammar& configGrammar(ConfigMode mode);
 
