@@ -136,28 +136,10 @@ void nexthopGroupBlocks(std::string& out) {
   }
 }
 
-// The same lines as `show running-config static-routes`, from the same saver.
 void staticRouteBlock(std::string& out, bool all) {
-  Value consts = registry().construct("Rova::RovaConsts", {});
-  const Value defaults = state().at(layout::staticRouteDefaults);
-  if (!defaults.isNone()) {
-    const auto& r = registry();
-    r.attributeIs(consts, "defaultStaticRoutePreference", r.attribute(defaults, "preference"));
-    r.attributeIs(consts, "defaultStaticRouteTag", r.attribute(defaults, "tag"));
-    r.attributeIs(consts, "defaultStaticRouteName", r.attribute(defaults, "name"));
-  }
   std::string routes;
-  for (const std::string& vrf : state().vrfNames()) {
-    for (bool v6 : {false, true}) {
-      const Value config = state().atVrf(vrf, v6 ? layout::routing6Config : layout::routingConfig);
-      if (config.isNone()) continue;
-      std::string routeCmd = v6 ? "ipv6 route " : "ip route ";
-      if (vrf != L3::VrfName::kDefault) routeCmd += "vrf " + vrf + " ";
-      Value saver = registry().construct("Rova::StaticRoutesCliSaver", {});
-      const Value args[] = {config, Value(all), Value(routeCmd.c_str()), consts};
-      routes += registry().call(saver, "save", args).displayText();
-    }
-  }
+  for (const StaticRouteSection& section : staticRouteSections(all))
+    routes += section.text;
   if (routes.empty()) return;
   out += routes;
   line(out, "!");

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace cli {
 
@@ -13,6 +14,14 @@ std::string runningConfigText(bool allStaticRouteFields = false);
 // One interface's block ("interface Ethernet1", its lines, "!"); empty when the state has no
 // such interface.
 std::string interfaceConfigText(std::string_view intf);
+
+// The configured static routes as `show static-routes` writes them, one section per VRF and
+// family that has a static route configuration, in VRF order.
+struct StaticRouteSection {
+  std::string vrf;
+  std::string text;
+};
+std::vector<StaticRouteSection> staticRouteSections(bool allFields);
 
 class Output;
 // Writes `text` line by line: as text, as it stands; in JSON, {"lines": [...]}.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/DeviceState.h"
+#include "cli/RunningConfig.h"
 #include "lib/registry/TypeRegistry.h"
 #include "platform/plexa/VrfName.h"
 #include "snapshot/StateLayout.h"
@@ -36,13 +37,9 @@ Value staticRouteDefaults() {
 
 }  // namespace
 
-int showStaticRoutes(const Match& m, const Context&, Output& out) {
-  struct Section {
-    std::string vrf;
-    std::string text;
-  };
+std::vector<StaticRouteSection> staticRouteSections(bool all) {
   // Collect first: the saver may throw, and a half-written configuration helps nobody.
-  std::vector<Section> sections;
+  std::vector<StaticRouteSection> sections;
   const Value consts = staticRouteDefaults();
   for (const std::string& vrf : state().vrfNames()) {
     for (bool v6 : {false, true}) {
@@ -51,11 +48,15 @@ int showStaticRoutes(const Match& m, const Context&, Output& out) {
       std::string routeCmd = v6 ? "ipv6 route " : "ip route ";
       if (vrf != L3::VrfName::kDefault) routeCmd += "vrf " + vrf + " ";
       Value saver = registry().construct("Rova::StaticRoutesCliSaver", {});
-      const Value args[] = {config, Value(m.flag("all")), Value(routeCmd.c_str()), consts};
-      const Value text = registry().call(saver, "save", args);
-      sections.push_back({vrf, text.displayText()});
+      const Value args[] = {config, Value(all), Value(routeCmd.c_str()), consts};
+      sections.push_back({vrf, registry().call(saver, "save", args).displayText()});
     }
   }
+  return sections;
+}
+
+int showStaticRoutes(const Match& m, const Context&, Output& out) {
+  const std::vector<StaticRouteSection> sections = staticRouteSections(m.flag("all"));
   return out.print([&](rendr::Printer& p) {
     rendr::StringAttrInfo vrfAttr("vrf", p.format());
     rendr::StringAttrInfo command("command", p.format());
