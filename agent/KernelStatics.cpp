@@ -200,12 +200,39 @@ struct KernelStatics::Netlink {
   }
 
   // Adds (RTM_NEWROUTE, a new route only) or removes (RTM_DELROUTE) `r` as a route of the
-  // static protocol.
+  // static protocol. IPv6 keeps each next hop as a route of its own, and takes no multipath
+  // of interfaces alone: there each hop is one request, all or none added.
   int route(std::uint16_t type, const KernelRoute& r, std::string* why) {
-    alignas(nlmsghdr) char req[8192] = {};
-    nlmsghdr* nlh = mnl_nlmsg_put_header(req);
+    const bool add = type == RTM_NEWROUTE;
+    if (r.family != AF_INET6 || r.hops.size() <= 1)
+      return one(type, r, add ? NLM_F_CREATE | NLM_F_EXCL : 0, why);
+    KernelRoute single = r;
+    int failed = 0;
+    for (std::size_t i = 0; i < r.hops.size(); ++i) {
+      single.hops.assign(1, r.hops[i]);
+      const int error = one(type, single,
+                            !add     ? 0
+                            : i == 0 ? NLM_F_CREATE | NLM_F_EXCL
+                                     : NLM_F_CREATE | NLM_F_APPEND,
+                            why);
+      if (add && error != 0) {
+        for (std::size_t j = 0; j < i; ++j) {
+          single.hops.assign(1, r.hops[j]);
+          one(RTM_DELROUTE, single, 0, nullptr);
+        }
+        return error;
+      }
+      if (error != 0 && failed == 0) failed = error;
+    }
+    return failed;
+  }
+
+  int one(std::uint16_t type, const KernelRoute& r, std::uint16_t flags, std::string* why) {
+    // Room for the header, and for each hop a gateway and a label.
+    std::vector<char> req(1024 + 64 * r.hops.size());
+    nlmsghdr* nlh = mnl_nlmsg_put_header(req.data());
     nlh->nlmsg_type = type;
-    if (type == RTM_NEWROUTE) nlh->nlmsg_flags = NLM_F_CREATE | NLM_F_EXCL;
+    nlh->nlmsg_flags = flags;
     auto* rtm = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(rtmsg)));
     rtm->rtm_family = r.family;
     rtm->rtm_dst_len = r.prefixLen;

@@ -281,6 +281,40 @@ TEST_F(KernelStatics, ARouteTheKernelRefusesStaysConfiguredAndGoesInWhenItCan) {
   EXPECT_EQ(ipOut("route show proto static dev v9"), "10.94.0.0/16 scope link metric 1 \n");
 }
 
+// Several vias, a nexthop object, and what the kernel cannot hold.
+TEST_F(KernelStatics, ViasAreOneRouteAndAGroupIsANexthopObject) {
+  ASSERT_TRUE(ip("nexthop add id 10 via 10.1.0.2 dev v0"));
+  enter();
+  for (const char* line : {"ip route 10.92.0.0/16 10.1.0.2", "ip route 10.92.0.0/16 10.1.0.3",
+                           "ipv6 route 2001:db8:5::/48 v0", "ipv6 route 2001:db8:5::/48 v1",
+                           "ip route 10.97.0.0/16 nexthop-group nhid10"}) {
+    const auto r = apply(line);
+    EXPECT_TRUE(r.ok && r.message.empty()) << line << ": " << r.message;
+  }
+  EXPECT_EQ(ipOut("route show proto static"),
+            "10.92.0.0/16 metric 1 \n"
+            "\tnexthop via 10.1.0.2 dev v0 weight 1 \n"
+            "\tnexthop via 10.1.0.3 dev v0 weight 1 \n"
+            "10.97.0.0/16 nhid 10 via 10.1.0.2 dev v0 metric 1 \n");
+  EXPECT_EQ(ipOut("-6 route show proto static"),
+            "2001:db8:5::/48 dev v0 metric 1 pref medium\n"
+            "2001:db8:5::/48 dev v1 metric 1 pref medium\n");
+  // A via that goes takes its next hop, and only it, out of the kernel.
+  ASSERT_TRUE(apply("no ip route 10.92.0.0/16 10.1.0.3").ok);
+  ASSERT_TRUE(apply("no ipv6 route 2001:db8:5::/48 v0").ok);
+  EXPECT_EQ(ipOut("route show proto static 10.92.0.0/16"),
+            "10.92.0.0/16 via 10.1.0.2 dev v0 metric 1 \n");
+  EXPECT_EQ(ipOut("-6 route show proto static"), "2001:db8:5::/48 dev v1 metric 1 pref medium\n");
+
+  const auto group = apply("ip route 10.96.0.0/16 nexthop-group other");
+  EXPECT_TRUE(group.ok);
+  EXPECT_NE(group.message.find("is configured but not programmed: the kernel holds nexthop groups "
+                               "as nexthop objects"),
+            std::string::npos)
+      << group.message;
+  EXPECT_EQ(ipOut("route show proto static 10.96.0.0/16"), "");
+}
+
 TEST_F(KernelStatics, ANewAgentProgramsTheFileAgain) {
   enter();
   ASSERT_TRUE(apply("ip route 10.99.0.0/16 10.1.0.2").ok);
