@@ -1,14 +1,7 @@
 #include "agent/LiveChanges.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <exception>
-#include <span>
 
-#include "cli/ConfigMode.h"
-#include "cli/DeviceState.h"
-#include "cli/Runner.h"
 #include "snapshot/StateLayout.h"
 
 namespace Agent {
@@ -17,77 +10,12 @@ namespace {
 
 namespace layout = Snapshot::layout;
 
-// A file in memory that a command writes to, read back afterwards.
-class Captured {
- public:
-  Captured() : fd_(::memfd_create("rova-agent-line", MFD_CLOEXEC)) {}
-  ~Captured() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Captured(const Captured&) = delete;
-  Captured& operator=(const Captured&) = delete;
-  int fd() const { return fd_; }
-  std::string text() const {
-    std::string out;
-    char buf[4096];
-    ssize_t n;
-    for (off_t at = 0; (n = ::pread(fd_, buf, sizeof buf, at)) > 0; at += n)
-      out.append(buf, static_cast<std::size_t>(n));
-    while (!out.empty() && out.back() == '\n')
-      out.pop_back();
-    return out;
-  }
-
- private:
-  int fd_;
-};
-
-// The state the configuration lines change is the agent's: the front end's lines write the
-// state in use.
-void use(Statum::EntityManager& state) {
-  cli::state().adopt(Mox::Ptr<Statum::EntityManager>(&state), "live", "", true);
+LiveChangeResult runLine(Statum::EntityManager& state, std::string_view line) {
+  return staticRouteLines().apply(state, line);
 }
 
-bool isStaticRouteLine(const cli::Row& row) {
-  for (const char* head : {"ip route ", "ipv6 route ", "no ip route ", "no ipv6 route "}) {
-    if (row.syntax.rfind(head, 0) == 0) return true;
-  }
-  return false;
-}
-
-// One line of configuration mode on the state in use: ok, or the refusal as configuration
-// mode says it.
-LiveChangeResult runLine(std::string_view line) {
-  const std::vector<std::string> words = cli::splitWords(line);
-  if (words.empty()) return {true, {}};
-  const cli::Grammar& grammar = cli::configGrammar(cli::ConfigMode::config);
-  const cli::MatchResult match = grammar.match(words);
-  if (!match.match) return {false, match.error};
-  if (!isStaticRouteLine(match.match->row()))
-    return {false,
-            "% A live agent takes static route lines only (ip route, ipv6 route and their no "
-            "forms): the rest of a live state is the kernel's"};
-  Captured out, err;
-  cli::Context context;
-  context.out = out.fd();
-  context.err = err.fd();
-  const int status = cli::runAction(*match.match, context);
-  if (status != cli::kStatusOk) return {false, err.text()};
-  return {true, {}};
-}
-
-// The configuration lines, as `show running-config static-routes` prints them.
-std::string runningStatics() {
-  static const std::vector<std::string> words = {"show", "running-config", "static-routes"};
-  const cli::MatchResult match = cli::configGrammar(cli::ConfigMode::config).match(words);
-  if (!match.match) throw std::runtime_error(match.error);
-  Captured out, err;
-  cli::Context context;
-  context.out = out.fd();
-  context.err = err.fd();
-  if (cli::runAction(*match.match, context) != cli::kStatusOk) throw std::runtime_error(err.text());
-  const std::string text = out.text();
-  return text.empty() ? text : text + "\n";
+std::string runningStatics(Statum::EntityManager& state) {
+  return staticRouteLines().running(state);
 }
 
 // The file's text: the configuration's lines, then the lines held back, before the block's
@@ -119,7 +47,7 @@ void replace(Statum::EntityManager& state, const std::string& lines) {
   std::string_view rest = lines;
   while (!rest.empty()) {
     const auto end = rest.find('\n');
-    runLine(rest.substr(0, end));
+    runLine(state, rest.substr(0, end));
     rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
   }
 }
@@ -136,12 +64,11 @@ std::string joined(const std::vector<std::string>& lines) {
 LiveChangeResult applyLiveChange(KernelStatics& statics, Statum::EntityManager& state,
                                  std::string_view line) {
   try {
-    use(state);
     statics.keepIn(state);
-    const std::string before = runningStatics();
-    LiveChangeResult result = runLine(line);
+    const std::string before = runningStatics(state);
+    LiveChangeResult result = runLine(state, line);
     if (!result.ok) return result;
-    const std::string after = runningStatics();
+    const std::string after = runningStatics(state);
     if (after != before) {
       try {
         statics.save(fileText(after, statics.heldLines()));
@@ -159,7 +86,6 @@ LiveChangeResult applyLiveChange(KernelStatics& statics, Statum::EntityManager& 
 
 std::vector<std::string> loadStaticConfig(KernelStatics& statics, Statum::EntityManager& state) {
   const std::string text = statics.load();
-  use(state);
   statics.keepIn(state);
   std::vector<std::string> said;
   std::string_view rest = text;
@@ -167,7 +93,7 @@ std::vector<std::string> loadStaticConfig(KernelStatics& statics, Statum::Entity
     const auto end = rest.find('\n');
     const std::string line(rest.substr(0, end));
     rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
-    const LiveChangeResult r = runLine(line);
+    const LiveChangeResult r = runLine(state, line);
     if (r.ok) continue;
     statics.heldLines().push_back(line);
     said.push_back(statics.file() + " line " + std::to_string(number) + ": " + r.message +
@@ -181,12 +107,11 @@ std::vector<std::string> loadStaticConfig(KernelStatics& statics, Statum::Entity
 std::vector<std::string> retryStaticConfig(KernelStatics& statics, Statum::EntityManager& state) {
   std::vector<std::string> said;
   try {
-    use(state);
     statics.keepIn(state);
     auto& held = statics.heldLines();
     const std::size_t before = held.size();
-    std::erase_if(held, [](const std::string& line) { return runLine(line).ok; });
-    if (held.size() != before) statics.save(fileText(runningStatics(), held));
+    std::erase_if(held, [&](const std::string& line) { return runLine(state, line).ok; });
+    if (held.size() != before) statics.save(fileText(runningStatics(state), held));
     said = statics.retry();
   } catch (const std::exception& e) {
     said.push_back(std::string("% ") + e.what());

@@ -25,6 +25,19 @@ struct LiveChangeResult {
   std::string message;
 };
 
+// Configuration mode's reading of static route lines. The front end's grammar and editors sit
+// above this layer: the front end provides them (cli/AgentStaticLines.cpp), and a program that
+// applies live changes links it (rova-agent does).
+struct StaticRouteLines {
+  // Applies one line to the static configuration in `state`: {true, ""}, or the refusal as
+  // configuration mode words it ("% ..."), having changed nothing. Only static route lines are
+  // taken.
+  LiveChangeResult (*apply)(Statum::EntityManager& state, std::string_view line);
+  // The static configuration of `state`, as `show running-config static-routes` prints it.
+  std::string (*running)(Statum::EntityManager& state);
+};
+const StaticRouteLines& staticRouteLines();
+
 // Applies one configuration line to `state` (the entity manager the agent's follower writes)
 // and programs the kernel; the caller publishes the state afterwards. A refused line changes
 // nothing, and neither does one whose configuration file cannot be written.
