@@ -89,6 +89,10 @@ class KernelStatics {
   const std::map<std::string, KernelRoute>& programmed() const { return programmed_; }
   const std::map<std::string, std::string>& notProgrammed() const { return notProgrammed_; }
 
+  // The routing configurations that hold the static routes, by VRF and family ("red 6"): the
+  // state's entities, and those of VRFs the state no longer has, kept until they come back.
+  const std::map<std::string, Mox::Ptr<Routing::ConfigGen>>& configs() const { return config_; }
+
   // Configuration lines kept in the file that the state could not take (a VRF with no
   // device): written back with the rest, so that they are not lost.
   std::vector<std::string>& heldLines() { return held_; }

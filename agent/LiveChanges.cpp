@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "platform/plexa/VrfName.h"
 #include "snapshot/StateLayout.h"
 
 namespace Agent {
@@ -14,37 +15,38 @@ LiveChangeResult runLine(Statum::EntityManager& state, std::string_view line) {
   return staticRouteLines().apply(state, line);
 }
 
-std::string runningStatics(Statum::EntityManager& state) {
-  return staticRouteLines().running(state);
-}
-
-// The file's text: the configuration's lines, then the lines held back, before the block's
-// closing "!".
-std::string fileText(const std::string& running, const std::vector<std::string>& held) {
-  if (held.empty()) return running;
-  std::string text = running;
-  if (text.size() >= 2 && text.compare(text.size() - 2, 2, "!\n") == 0)
-    text.resize(text.size() - 2);
-  for (const std::string& line : held)
-    text += line + "\n";
-  return text + "!\n";
-}
-
-// Every configured static route goes (those an agent installed stay), then `lines` are
-// applied: the configuration they print.
-void replace(Statum::EntityManager& state, const std::string& lines) {
-  for (const std::string& vrf : layout::vrfNames(state)) {
-    for (const auto* leaf : {&layout::routingConfig, &layout::routing6Config}) {
-      const auto it = state.entities().find(layout::pathOf(*leaf, vrf));
-      if (it == state.entities().end()) continue;
-      auto config = Mox::ptrCast<Routing::ConfigGen>(it->second);
-      if (!config) continue;
-      for (auto route = config->routeIterator(); route; ++route) {
-        if (!route.value()->dynamic()) config->routeDel(route);
-      }
+// The file's text: the lines of every configuration the agent keeps, as `show running-config
+// static-routes` prints them (the default VRF first, then by name; IPv4, then IPv6), those of
+// a VRF the state no longer has (its device went) included, then the lines held back.
+std::string fileText(KernelStatics& statics, Statum::EntityManager& state) {
+  std::string text;
+  const auto& configs = statics.configs();
+  for (const bool defaultVrf : {true, false}) {
+    for (const auto& [name, config] : configs) {
+      const std::string vrf = name.substr(0, name.rfind(' '));
+      if ((vrf == L3::VrfName::kDefault) != defaultVrf || !config) continue;
+      text += staticRouteLines().lines(state, *config, vrf, name.back() == '6');
     }
   }
-  std::string_view rest = lines;
+  for (const std::string& line : statics.heldLines())
+    text += line + "\n";
+  return text;
+}
+
+// Every configured static route goes (those an agent installed stay), then the lines of
+// `text` are applied: the configuration they print.
+void replace(KernelStatics& statics, Statum::EntityManager& state, const std::string& text) {
+  for (const auto& [name, config] : statics.configs()) {
+    // A VRF the state no longer has takes no line: its routes stay as they are.
+    const std::string vrf = name.substr(0, name.rfind(' '));
+    const auto it = state.entities().find(
+        layout::pathOf(name.back() == '6' ? layout::routing6Config : layout::routingConfig, vrf));
+    if (it == state.entities().end() || it->second != config) continue;
+    for (auto route = config->routeIterator(); route; ++route) {
+      if (!route.value()->dynamic()) config->routeDel(route);
+    }
+  }
+  std::string_view rest = text;
   while (!rest.empty()) {
     const auto end = rest.find('\n');
     runLine(state, rest.substr(0, end));
@@ -65,16 +67,16 @@ LiveChangeResult applyLiveChange(KernelStatics& statics, Statum::EntityManager& 
                                  std::string_view line) {
   try {
     statics.keepIn(state);
-    const std::string before = runningStatics(state);
+    const std::string before = fileText(statics, state);
     LiveChangeResult result = runLine(state, line);
     if (!result.ok) return result;
-    const std::string after = runningStatics(state);
+    const std::string after = fileText(statics, state);
     if (after != before) {
       try {
-        statics.save(fileText(after, statics.heldLines()));
+        statics.save(after);
       } catch (const std::exception& e) {
         // What is not kept is not done: the configuration goes back to what the file holds.
-        replace(state, before);
+        replace(statics, state, before);
         return {false, std::string("% ") + e.what()};
       }
     }
@@ -111,7 +113,7 @@ std::vector<std::string> retryStaticConfig(KernelStatics& statics, Statum::Entit
     auto& held = statics.heldLines();
     const std::size_t before = held.size();
     std::erase_if(held, [&](const std::string& line) { return runLine(state, line).ok; });
-    if (held.size() != before) statics.save(fileText(runningStatics(state), held));
+    if (held.size() != before) statics.save(fileText(statics, state));
     said = statics.retry();
   } catch (const std::exception& e) {
     said.push_back(std::string("% ") + e.what());

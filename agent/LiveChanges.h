@@ -33,8 +33,10 @@ struct StaticRouteLines {
   // configuration mode words it ("% ..."), having changed nothing. Only static route lines are
   // taken.
   LiveChangeResult (*apply)(Statum::EntityManager& state, std::string_view line);
-  // The static configuration of `state`, as `show running-config static-routes` prints it.
-  std::string (*running)(Statum::EntityManager& state);
+  // The lines of one VRF's routing configuration of one family, as `show running-config
+  // static-routes` prints them for it (with `state`'s static route defaults).
+  std::string (*lines)(Statum::EntityManager& state, const Routing::ConfigGen& config,
+                       const std::string& vrf, bool v6);
 };
 const StaticRouteLines& staticRouteLines();
 

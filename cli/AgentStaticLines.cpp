@@ -14,10 +14,14 @@
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
 #include "cli/Runner.h"
+#include "platform/plexa/VrfName.h"
+#include "snapshot/StateLayout.h"
 
 namespace cli {
 
 namespace {
+
+using Rova::Value;
 
 // A file in memory that a command writes to, read back afterwards.
 class Captured {
@@ -72,15 +76,24 @@ Agent::LiveChangeResult apply(Statum::EntityManager& em, std::string_view line) 
   return {false, message};
 }
 
-std::string running(Statum::EntityManager& em) {
-  static const std::vector<std::string> words = {"show", "running-config", "static-routes"};
-  const MatchResult match = configGrammar(ConfigMode::config).match(words);
-  if (!match.match) throw std::runtime_error(match.error);
+// The saver of `show running-config static-routes`, with the state's defaults.
+std::string lines(Statum::EntityManager& em, const Routing::ConfigGen& config,
+                  const std::string& vrf, bool v6) {
   use(em);
-  Captured out, err;
-  if (runAction(*match.match, Context{out.fd(), err.fd()}) != kStatusOk)
-    throw std::runtime_error(err.text());
-  return out.text();
+  Value consts = registry().construct("Rova::RovaConsts", {});
+  const Value defaults = state().at(Snapshot::layout::staticRouteDefaults);
+  if (!defaults.isNone()) {
+    const auto& r = registry();
+    r.attributeIs(consts, "defaultStaticRoutePreference", r.attribute(defaults, "preference"));
+    r.attributeIs(consts, "defaultStaticRouteTag", r.attribute(defaults, "tag"));
+    r.attributeIs(consts, "defaultStaticRouteName", r.attribute(defaults, "name"));
+  }
+  std::string routeCmd = v6 ? "ipv6 route " : "ip route ";
+  if (vrf != L3::VrfName::kDefault) routeCmd += "vrf " + vrf + " ";
+  Value saver = registry().construct("Rova::StaticRoutesCliSaver", {});
+  const Value args[] = {Rova::toValue(Mox::Ptr<const Routing::ConfigGen>(&config)), Value(false),
+                        Value(routeCmd.c_str()), consts};
+  return registry().call(saver, "save", args).displayText();
 }
 
 }  // namespace
@@ -90,7 +103,7 @@ std::string running(Statum::EntityManager& em) {
 namespace Agent {
 
 const StaticRouteLines& staticRouteLines() {
-  static const StaticRouteLines lines{cli::apply, cli::running};
+  static const StaticRouteLines lines{cli::apply, cli::lines};
   return lines;
 }
 

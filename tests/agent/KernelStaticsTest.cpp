@@ -239,6 +239,31 @@ TEST_F(KernelStatics, WhatTheConfigurationRefusesIsRefusedWithItsTextAndChangesN
   EXPECT_TRUE(configured().empty());
 }
 
+// A change the file cannot keep is not made: the configuration and the kernel stay as they
+// were.
+TEST_F(KernelStatics, ALineWhoseFileCannotBeWrittenChangesNothing) {
+  enter();
+  ASSERT_TRUE(apply("ip route 10.99.0.0/16 10.1.0.2").ok);
+  // The file's directory becomes a file: nothing can be written there any more.
+  std::filesystem::remove_all(dir_);
+  { std::ofstream(dir_) << "not a directory\n"; }
+  const std::string kernel = "10.99.0.0/16 via 10.1.0.2 dev v0 metric 1 \n";
+  for (const char* line : {"ip route 10.98.0.0/16 10.1.0.3", "ip route 10.99.0.0/16 10.1.0.4",
+                           "no ip route 10.99.0.0/16"}) {
+    const auto r = apply(line);
+    EXPECT_FALSE(r.ok) << line;
+    EXPECT_EQ(r.message.rfind("% cannot write the static configuration " + file_, 0), 0u)
+        << r.message;
+    EXPECT_EQ(ipOut("route show proto static"), kernel) << line;
+    EXPECT_EQ(configured(), std::vector<std::string>{"10.99.0.0/16 1"}) << line;
+    auto config = layout::find(*em_, layout::routingConfig, "default");
+    auto route =
+        config->route(Routing::RouteKey(Plexa::IpGenPrefix::fromString("10.99.0.0/16"), 1));
+    ASSERT_TRUE(route);
+    EXPECT_EQ(route->vias(), 1u) << line;
+  }
+}
+
 TEST_F(KernelStatics, ARouteTheKernelRefusesStaysConfiguredAndGoesInWhenItCan) {
   enter();
   const auto r = apply("ip route 10.95.0.0/16 10.200.0.1");
