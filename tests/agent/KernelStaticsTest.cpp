@@ -206,6 +206,17 @@ TEST_F(KernelStatics, ALineReachesTheKernelAndTheStateAndNoRemovesOnlyWhatItProg
   EXPECT_EQ(ipOut("route show proto static") + ipOut("-6 route show proto static"), "");
   EXPECT_EQ(fileText(file_), "");
   EXPECT_TRUE(configured().empty());
+
+  // Where another protocol's route holds the prefix at the same metric, the kernel refuses the
+  // static one and the other stays as it was.
+  ASSERT_TRUE(ip("route add 10.90.0.0/16 via 10.1.0.4 metric 1"));
+  const auto taken = apply("ip route 10.90.0.0/16 10.1.0.2");
+  EXPECT_TRUE(taken.ok);
+  EXPECT_NE(taken.message.find("the kernel refused it: File exists"), std::string::npos)
+      << taken.message;
+  EXPECT_EQ(ipOut("route show 10.90.0.0/16"), "10.90.0.0/16 via 10.1.0.4 dev v0 metric 1 \n");
+  ASSERT_TRUE(apply("no ip route 10.90.0.0/16").ok);
+  EXPECT_EQ(ipOut("route show 10.90.0.0/16"), "10.90.0.0/16 via 10.1.0.4 dev v0 metric 1 \n");
 }
 
 TEST_F(KernelStatics, WhatTheConfigurationRefusesIsRefusedWithItsTextAndChangesNothing) {
