@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "agent/KernelStatics.h"
+#include "agent/LiveChanges.h"
 #include "agent/Store.h"
 #include "snapshot/LiveFollower.h"
 #include "snapshot/Snapshot.h"
@@ -22,7 +24,7 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: rova-agent (--state FILE | --live) [--name NAME] [--mode MODE]\n"
+    "usage: rova-agent (--state FILE | --live [--static-config FILE]) [--name NAME] [--mode MODE]\n"
     "\n"
     "Publishes the device state of FILE, or the routing state of this network namespace's\n"
     "kernel, followed as it changes, in shared memory for 'rova --attach NAME', in the\n"
@@ -30,6 +32,10 @@ constexpr const char* kUsage =
     "\n"
     "  --state FILE  the device state to publish\n"
     "  --live        the kernel's routing state, read now and then followed\n"
+    "  --static-config FILE\n"
+    "                with --live: where the static routes configured through the agent are\n"
+    "                kept, and programmed into the kernel again at start (default:\n"
+    "                /var/lib/rova/NAME/static-routes.conf)\n"
     "  --name NAME   the agent's name (default: default); one agent per name\n"
     "  --mode MODE   who may read the store, in octal (default: 0640, the agent's user and\n"
     "                group)\n"
@@ -53,6 +59,7 @@ int main(int argc, char** argv) {
   Agent::Store::Options options;
   std::optional<std::string> state;
   bool live = false;
+  std::optional<std::string> staticConfig;
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
     const bool hasValue = i + 1 < argc;
@@ -63,6 +70,8 @@ int main(int argc, char** argv) {
       state = argv[++i];
     } else if (arg == "--live") {
       live = true;
+    } else if (arg == "--static-config" && hasValue) {
+      staticConfig = argv[++i];
     } else if (arg == "--name" && hasValue) {
       options.name = argv[++i];
     } else if (arg == "--mode" && hasValue) {
@@ -80,6 +89,8 @@ int main(int argc, char** argv) {
   if (live && state) return usage("--state and --live exclude each other");
   if (!live && (!state || state->empty()))
     return usage("give the state to publish: --state FILE or --live");
+  if (staticConfig && (!live || staticConfig->empty()))
+    return usage("--static-config FILE goes with --live");
   const std::string source = live ? std::string("live") : *state;
   try {
     Agent::shmNameOf(options.name);
@@ -99,6 +110,8 @@ int main(int argc, char** argv) {
   std::shared_ptr<Agent::Store> store;
   Mox::Ptr<Statum::EntityManager> em;
   std::unique_ptr<Snapshot::LiveFollower> follower;
+  std::unique_ptr<Agent::KernelStatics> statics;
+  bool staticsLoaded = false;
   try {
     bool reclaimed = false;
     if (live) {
@@ -106,16 +119,31 @@ int main(int argc, char** argv) {
       // kernel; the follower then writes the tables, which move into the store at publish.
       store = Agent::Store::create(options, source, &reclaimed);
       em = Mox::makePtr<Statum::EntityManager>();
+      statics = std::make_unique<Agent::KernelStatics>(
+          staticConfig.value_or("/var/lib/rova/" + options.name + "/static-routes.conf"),
+          [&options](const std::string& line) { log(options.name, line); });
       Snapshot::LiveFollower::Options followOptions;
       followOptions.log = [&options](const std::string& line) { log(options.name, line); };
-      // After every applied batch: entities the follower replaced whole move into the store,
-      // and the readers see a new generation.
+      // After every applied batch: the static configuration stays in the state whatever the
+      // follower replaced, routes the kernel refused are tried again when links or addresses
+      // changed, entities the follower replaced whole move into the store, and the readers
+      // see a new generation.
       follower = std::make_unique<Snapshot::LiveFollower>(
           *em,
-          [&store, &em](const Snapshot::LiveFollower::Batch&) {
+          [&](const Snapshot::LiveFollower::Batch& batch) {
+            statics->keepIn(*em);
+            if (staticsLoaded && batch.reread) {
+              for (const std::string& line : Agent::retryStaticConfig(*statics, *em))
+                log(options.name, line);
+            }
             if (store) store->publish(*em);
           },
           followOptions);
+      // The configured static routes, in the state and in the kernel, before the agent says
+      // it is ready.
+      for (const std::string& line : Agent::loadStaticConfig(*statics, *em))
+        log(options.name, line);
+      staticsLoaded = true;
     } else {
       em = Snapshot::loadFile(*state);
       store = Agent::Store::create(options, source, &reclaimed);

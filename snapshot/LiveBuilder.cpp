@@ -43,11 +43,11 @@ using Mox::makePtr;
 using Mox::Ptr;
 namespace k = kernel;
 
+using live::distanceOf;
 using live::FecTable;
 using live::Hop;
 using live::isForwarding;
 using live::routeTypeOf;
-using live::usualDistance;
 using live::V4;
 using live::V6;
 
@@ -431,7 +431,7 @@ void LiveBuilder::Impl::route(const k::Route& r) {
   if (!forwards) route.routeType = Fam::RouteType::dropRoute;
   route.prefix = typename Fam::Prefix(Fam::addrOf(r.destination), r.prefixLen);
   route.metric = r.metric;
-  route.preference = usualDistance<Fam>(route.routeType);
+  route.preference = distanceOf<Fam>(r, route.routeType);
   route.hardwareProgrammed = r.offload != k::Offload::failed;
 
   for (const auto& [vrfPtr, rank] : vrfsOf->second) {

@@ -118,6 +118,17 @@ std::uint8_t usualDistance(typename Fam::RouteType t) {
   return 0;
 }
 
+// The distance a route shows with: a route of the kernel's static protocol carries its
+// preference in its metric (rova-agent programs a configured static route so, and a floating
+// static then loses to the better one in the kernel as on a router); any other route has its
+// protocol's usual distance.
+template <class Fam>
+std::uint8_t distanceOf(const k::Route& r, typename Fam::RouteType t) {
+  if (r.protocol == k::proto::staticRoute && r.metric >= 1 && r.metric <= 255)
+    return static_cast<std::uint8_t>(r.metric);
+  return usualDistance<Fam>(t);
+}
+
 bool isForwarding(std::uint8_t kernelType) {
   return kernelType == k::rtn::unicast;
 }

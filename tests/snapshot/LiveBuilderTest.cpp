@@ -256,12 +256,42 @@ TEST_F(LiveBuilder, TheProtocolGivesTheRouteTypeAndItsUsualDistance) {
     const auto v6 = r6(p6.c_str());
     EXPECT_EQ(v4.routeType, c.type4) << int(c.protocol);
     EXPECT_EQ(v6.routeType, c.type6) << int(c.protocol);
-    EXPECT_EQ(v4.preference, c.preference) << int(c.protocol);
+    // A static route's metric is its preference (the IPv4 routes have metric 7).
+    EXPECT_EQ(v4.preference, c.protocol == k::proto::staticRoute ? 7 : c.preference)
+        << int(c.protocol);
     EXPECT_EQ(v6.preference, c.preference) << int(c.protocol);
     EXPECT_EQ(v4.metric, 7u);
     EXPECT_TRUE(v4.hardwareProgrammed);  // without offload flags the kernel is the hardware
   }
   EXPECT_EQ(at(layout::hwVrfStatus, "default")->unprogrammedRouteCount(), 0u);
+}
+
+// rova-agent programs a configured static route with its preference as the metric: the
+// floating one loses in the kernel and in the listing, and each shows its own preference.
+TEST_F(LiveBuilder, AStaticRoutesMetricIsItsPreference) {
+  const auto withMetric = [](k::Route r, std::uint32_t metric) {
+    r.metric = metric;
+    return r;
+  };
+  b.route(withMetric(route("10.70.0.0/16", k::proto::staticRoute, {hop("10.0.1.3", kEth1)}), 200));
+  b.route(withMetric(route("10.70.0.0/16", k::proto::staticRoute, {hop("10.0.1.2", kEth1)}), 1));
+  b.route(withMetric(route("10.71.0.0/16", k::proto::staticRoute, {hop("10.0.1.3", kEth1)}), 200));
+  b.route(withMetric(
+      route("10.72.0.0/16", k::proto::staticRoute, {}, k::kTableMain, k::rtn::blackhole), 250));
+  // Beyond a preference (IPv6's default metric): the usual distance.
+  b.route(withMetric(route("10.73.0.0/16", k::proto::staticRoute, {hop("10.0.1.3", kEth1)}), 1024));
+  b.route(withMetric(route("10.74.0.0/16", k::proto::boot, {hop("10.0.1.3", kEth1)}), 200));
+  b.route(withMetric(route("2001:db8:70::/48", k::proto::staticRoute, {hop("fe80::2", kEth1)}), 5));
+  finish();
+  EXPECT_EQ(r4("10.70.0.0/16").preference, 1);
+  EXPECT_EQ(vias(r4("10.70.0.0/16").fecId), Vias{"10.0.1.2 eth1 1"});
+  EXPECT_EQ(r4("10.71.0.0/16").preference, 200);
+  EXPECT_EQ(r4("10.71.0.0/16").routeType, T4::staticConfig);
+  EXPECT_EQ(r4("10.72.0.0/16").preference, 250);
+  EXPECT_EQ(r4("10.72.0.0/16").routeType, T4::dropRoute);
+  EXPECT_EQ(r4("10.73.0.0/16").preference, 1);
+  EXPECT_EQ(r4("10.74.0.0/16").preference, 0);
+  EXPECT_EQ(r6("2001:db8:70::/48").preference, 5);
 }
 
 TEST_F(LiveBuilder, LocalRoutesAreReceiveDropRoutesGoToNull0AndTheRestIsLeftOut) {
