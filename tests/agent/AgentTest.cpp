@@ -346,3 +346,32 @@ TEST_F(LiveAgent, RoutesAddedReplacedAndRemovedAreEachSeenAttached) {
   EXPECT_EQ(now, fresh(routes));
   EXPECT_NE(attached({"show", "version"}).find("live, generation"), std::string::npos);
 }
+
+// What a live agent cannot take is refused by the agent, and a refused commit names its line as
+// a loaded state's does; the kernel's state stays as it was.
+TEST_F(LiveAgent, ChangesItCannotMakeAreRefusedAndChangeNothing) {
+  startAgent();
+  const std::string name = agent_->name();
+  const std::string before = attached({"show", "running-config"});
+  clitest::Captured r = clitest::runProgram(
+      ROVA_PROGRAM, {"--attach=" + name, "clear", "static-routes", "interface", "v0"});
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_EQ(r.err, "% Refused: the state agent '" + name +
+                       "' follows the kernel's state, which clear and write do not change\n");
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "write"});
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name},
+                          "configure session s1\nhostname other\ncommit\n");
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_EQ(r.err.rfind("line 3: % Session s1 not committed, nothing changed: line 1 'hostname "
+                        "other': ",
+                        0),
+            0u)
+      << r.err;
+  EXPECT_EQ(attached({"show", "running-config"}), before);
+  // Without an agent, a live state takes no configuration at all.
+  r = clitest::runProgram("/usr/bin/env", {"ip", "netns", "exec", ns_, ROVA_PROGRAM, "--live",
+                                           "clear", "nexthop-group", "counters"});
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_EQ(r.err.rfind("% Configuration is refused in live mode", 0), 0u) << r.err;
+}
