@@ -42,7 +42,11 @@ struct LiveChangeResult {
 };
 
 // Applies the lines of one request in order: all of them, or, when one is refused, none (a
-// session's commit is one request; a line typed alone is a request of one line).
+// session's commit is one request; a line typed alone is a request of one line). Every line is
+// a configuration line of the rova grammar, already matched by the agent in the mode `mode`
+// enters. A live agent takes static routes (`ip route ...`, `ipv6 route ...`, their `no`
+// forms), which it programs into the kernel; any other line is refused, since interfaces,
+// addresses and VRFs of a live state are the kernel's own, changed with ip(8).
 LiveChangeResult applyLiveChanges(LiveAgent& agent, std::span<const LiveChange> changes);
 
 }  // namespace Agent
