@@ -2,6 +2,7 @@
 // `rova --attach NAME` reads them in place.
 
 #include <poll.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
@@ -12,12 +13,19 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "agent/Channel.h"
 #include "agent/KernelStatics.h"
 #include "agent/LiveChanges.h"
 #include "agent/Store.h"
+#include "cli/AgentChanges.h"
+#include "cli/Commands.h"
+#include "cli/ConfigMode.h"
+#include "cli/DeviceState.h"
 #include "snapshot/LiveFollower.h"
 #include "snapshot/Snapshot.h"
 
@@ -25,6 +33,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: rova-agent (--state FILE | --live [--static-config FILE]) [--name NAME] [--mode MODE]\n"
+    "                  [--allow USER[,USER...]]\n"
     "\n"
     "Publishes the device state of FILE, or the routing state of this network namespace's\n"
     "kernel, followed as it changes, in shared memory for 'rova --attach NAME', in the\n"
@@ -39,6 +48,9 @@ constexpr const char* kUsage =
     "  --name NAME   the agent's name (default: default); one agent per name\n"
     "  --mode MODE   who may read the store, in octal (default: 0640, the agent's user and\n"
     "                group)\n"
+    "  --allow USERS the users, besides the agent's own and root, whose configuration and\n"
+    "                clear commands typed in 'rova --attach NAME' the agent applies; every\n"
+    "                other user may only read\n"
     "  --help        show this text\n";
 
 constexpr int kStatusUsage = 2;
@@ -53,6 +65,20 @@ int usage(const std::string& why) {
   return kStatusUsage;
 }
 
+// A user by name or number; nullopt when there is no such user.
+std::optional<uid_t> userId(const std::string& user) {
+  if (const passwd* pw = ::getpwnam(user.c_str())) return pw->pw_uid;
+  char* end = nullptr;
+  const unsigned long n = std::strtoul(user.c_str(), &end, 10);
+  if (!user.empty() && *end == '\0' && n < 0xffffffffUL) return static_cast<uid_t>(n);
+  return std::nullopt;
+}
+
+std::string userName(uid_t uid) {
+  if (const passwd* pw = ::getpwuid(uid)) return "user " + Mox::shownWord(pw->pw_name);
+  return "uid " + std::to_string(uid);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -60,6 +86,8 @@ int main(int argc, char** argv) {
   std::optional<std::string> state;
   bool live = false;
   std::optional<std::string> staticConfig;
+  // Who may change the state: root, the agent's own user, and these.
+  std::set<uid_t> allowed = {0, ::geteuid()};
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
     const bool hasValue = i + 1 < argc;
@@ -72,6 +100,15 @@ int main(int argc, char** argv) {
       live = true;
     } else if (arg == "--static-config" && hasValue) {
       staticConfig = argv[++i];
+    } else if (arg == "--allow" && hasValue) {
+      std::string_view users = argv[++i];
+      while (!users.empty()) {
+        const std::string user(users.substr(0, users.find(',')));
+        users.remove_prefix(std::min(users.size(), user.size() + 1));
+        const auto uid = userId(user);
+        if (!uid) return usage("--allow names no user " + Mox::shownWord(user));
+        allowed.insert(*uid);
+      }
     } else if (arg == "--name" && hasValue) {
       options.name = argv[++i];
     } else if (arg == "--mode" && hasValue) {
@@ -145,7 +182,10 @@ int main(int argc, char** argv) {
         log(options.name, line);
       staticsLoaded = true;
     } else {
-      em = Snapshot::loadFile(*state);
+      // Loaded as the rova program loads it, so that `write` saves it back to its file in the
+      // form it was read.
+      cli::DeviceState::instance().load(*state);
+      em = cli::DeviceState::instance().entityManager();
       store = Agent::Store::create(options, source, &reclaimed);
     }
     if (reclaimed) log(options.name, "removed the store left by an agent that died");
@@ -158,16 +198,59 @@ int main(int argc, char** argv) {
     if (store) store->unlink();
     return kStatusFailed;
   }
+  // Changes typed in attached rova programs: applied to the state here by the editors the rova
+  // program uses, or on a live agent by applyLiveChanges, then published again.
+  cli::Grammar exec;
+  cli::addCommands(exec);
+  cli::addConfigureRow(exec);
+  if (live) cli::DeviceState::instance().adopt(em, "live", "", true);
+  cli::ServeOptions serve;
+  serve.agentName = options.name;
+  if (live) {
+    serve.live = [&, agent = Agent::LiveAgent{*em, *statics, options.name}](
+                     std::span<const Agent::LiveChange> changes) mutable {
+      return Agent::applyLiveChanges(agent, changes);
+    };
+  }
+  const auto handle = [&](std::string_view text, const Agent::Peer& peer) {
+    std::string why;
+    const auto request = Agent::decodeRequest(text, &why);
+    if (!request) return Agent::encodeReply({2, "", "% A malformed request: " + why + "\n"});
+    serve.allowed = allowed.count(peer.uid) != 0;
+    serve.user = userName(peer.uid);
+    const Agent::Reply reply = cli::serveChange(exec, *request, serve);
+    if (serve.allowed && reply.status == 0) {
+      store->publish(live ? *em : *cli::DeviceState::instance().entityManager());
+      log(options.name, "applied a change from " + serve.user + " (pid " +
+                            std::to_string(peer.pid) + "); generation " +
+                            std::to_string(store->generation()));
+    }
+    return Agent::encodeReply(reply);
+  };
+  std::unique_ptr<Agent::ChangeServer> changes;
+  try {
+    changes = Agent::ChangeServer::open(
+        options.name, handle, [&options](const std::string& line) { log(options.name, line); });
+  } catch (const std::exception& e) {
+    log(options.name, e.what());
+    store->unlink();
+    return kStatusFailed;
+  }
+
   std::printf("rova-agent: ready: agent '%s', state %s, generation %llu\n", options.name.c_str(),
               source.c_str(), static_cast<unsigned long long>(store->generation()));
   std::fflush(stdout);
-  log(options.name, "publishing " + source + " in " + store->shmName());
+  log(options.name,
+      "publishing " + source + " in " + store->shmName() + "; changes on " + changes->path());
 
-  // The ending signals arrive on a descriptor, polled beside the kernel's notifications.
+  // The ending signals arrive on a descriptor, polled beside the kernel's notifications and the
+  // change socket's clients.
   const int signals = ::signalfd(-1, &stop, SFD_CLOEXEC);
+  std::vector<pollfd> fds;
   for (;;) {
-    pollfd fds[2] = {{signals, POLLIN, 0}, {follower ? follower->fd() : -1, POLLIN, 0}};
-    ::poll(fds, 2, 500);
+    fds.assign({{signals, POLLIN, 0}, {follower ? follower->fd() : -1, POLLIN, 0}});
+    changes->pollFds(fds);
+    ::poll(fds.data(), fds.size(), 500);
     if (fds[0].revents & POLLIN) {
       signalfd_siginfo info{};
       if (::read(signals, &info, sizeof info) == sizeof info &&
@@ -184,14 +267,19 @@ int main(int argc, char** argv) {
         // The kernel cannot be read any more: what the store holds would silently fall
         // behind, so the agent ends and its readers say so.
         log(options.name, e.what());
+        changes->unlink();
         store->unlink();
         std::fflush(stderr);
         std::_Exit(kStatusFailed);
       }
     }
+    changes->process();
     store->reclaim();
   }
+  changes->unlink();
   store->unlink();
+  if (!live && cli::DeviceState::instance().unsaved())
+    log(options.name, "the changes made since the last write are not in " + *state);
   // The tables and the store are left to the process's end, like the rova program's state.
   std::fflush(stderr);
   std::_Exit(0);

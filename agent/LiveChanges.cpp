@@ -86,6 +86,55 @@ LiveChangeResult applyLiveChange(KernelStatics& statics, Statum::EntityManager& 
   }
 }
 
+LiveBatchResult applyLiveChanges(LiveAgent& agent, std::span<const LiveChange> changes) {
+  LiveBatchResult result;
+  result.status = 1;
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    if (changes[i].mode.empty()) continue;
+    result.refused = i;
+    result.message = kStaticLinesOnly;
+    return result;
+  }
+  KernelStatics& statics = agent.statics;
+  Statum::EntityManager& state = agent.em;
+  try {
+    statics.keepIn(state);
+    const std::string before = fileText(statics, state);
+    // Back to what the file holds: a refused line, or a file that cannot be written, leaves
+    // the configuration (and so the kernel) as it was.
+    const auto undo = [&] {
+      statics.keepIn(state);
+      replace(statics, state, before);
+    };
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+      const LiveChangeResult r = runLine(state, changes[i].line);
+      if (r.ok) continue;
+      undo();
+      result.refused = i;
+      result.message = r.message;
+      return result;
+    }
+    statics.keepIn(state);
+    const std::string after = fileText(statics, state);
+    if (after != before) {
+      try {
+        statics.save(after);
+      } catch (const std::exception& e) {
+        undo();
+        result.refused = changes.size();
+        result.message = std::string("% ") + e.what();
+        return result;
+      }
+    }
+    result.status = 0;
+    result.warning = joined(statics.program());
+  } catch (const std::exception& e) {
+    result.refused = changes.size();
+    result.message = std::string("% ") + e.what();
+  }
+  return result;
+}
+
 std::vector<std::string> loadStaticConfig(KernelStatics& statics, Statum::EntityManager& state) {
   const std::string text = statics.load();
   statics.keepIn(state);

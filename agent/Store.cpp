@@ -438,6 +438,14 @@ void Attachment::retire(std::uint64_t, std::uint64_t) {
   throw std::logic_error("a reader does not free regions of the store");
 }
 
+Mox::Ptr<Statum::EntityManager> Attachment::current() {
+  if (!current_ || header().catalogSeq.load(std::memory_order_acquire) != currentSeq_) {
+    current_ = entities();
+    currentSeq_ = readSeq_;
+  }
+  return current_;
+}
+
 Mox::Ptr<Statum::EntityManager> Attachment::entities() {
   const StoreHeader& h = header();
   std::string text;
@@ -451,6 +459,7 @@ Mox::Ptr<Statum::EntityManager> Attachment::entities() {
     text.assign(base() + at, bytes);
     std::atomic_thread_fence(std::memory_order_acquire);
     whole = h.catalogSeq.load(std::memory_order_relaxed) == seq;
+    readSeq_ = seq;
   }
   if (!whole)
     throw StoreError("the catalog of the state agent " + Mox::shownWord(name_) + " kept changing");

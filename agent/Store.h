@@ -118,6 +118,9 @@ class Attachment : public Brine::TableArena, public std::enable_shared_from_this
   // A state database whose tables read the store in place; its small entities are the
   // catalog's copy of the moment of the call.
   Mox::Ptr<Statum::EntityManager> entities();
+  // The state database of the catalog published last: the one made before when the agent has
+  // not published since, else a new one (entities()).
+  Mox::Ptr<Statum::EntityManager> current();
 
   // False once the agent has ended (or died); the mapping stays readable.
   bool agentRunning() const;
@@ -134,6 +137,9 @@ class Attachment : public Brine::TableArena, public std::enable_shared_from_this
   const StoreHeader& header() const;
   int fd_;
   std::string name_;
+  Mox::Ptr<Statum::EntityManager> current_;
+  std::uint64_t currentSeq_ = 0;  // the catalog's sequence when current_ was made
+  std::uint64_t readSeq_ = 0;     // that of the catalog entities() read last
 };
 
 }  // namespace Agent

@@ -63,10 +63,7 @@ Agent::LiveChangeResult apply(Statum::EntityManager& em, std::string_view line) 
   if (words.empty()) return {true, {}};
   const MatchResult match = configGrammar(ConfigMode::config).match(words);
   if (!match.match) return {false, match.error};
-  if (!isStaticRouteLine(match.match->row()))
-    return {false,
-            "% A live agent takes static route lines only (ip route, ipv6 route and their no "
-            "forms): the rest of a live state is the kernel's"};
+  if (!isStaticRouteLine(match.match->row())) return {false, Agent::kStaticLinesOnly};
   use(em);
   Captured out, err;
   if (runAction(*match.match, Context{out.fd(), err.fd()}) == kStatusOk) return {true, {}};

@@ -1,8 +1,8 @@
 #pragma once
 // rova --attach NAME: the tables the state agent NAME publishes, read in place. Every show and
-// check command works on them unchanged; the agent alone changes them, so configuration typed
-// here is refused. Once the agent ends, every command says so and ends with
-// kStatusUnavailable.
+// check command works on them unchanged; configuration lines, commits, `clear` and `write` are
+// sent to the agent, which owns the state (AgentChanges.h). Once the agent ends, every command
+// says so and ends with kStatusUnavailable.
 
 #include <span>
 #include <string>
@@ -17,14 +17,15 @@ namespace cli {
 int startAttachMode(const Grammar& grammar, const std::string& name,
                     std::span<const std::string> command, const Context& context);
 
-// After a command of an attached state: a command that ended well while the agent died under
-// it says so, and its status becomes kStatusUnavailable, since what it showed may be out of
-// date. Any other status is kept.
 // The gate of an attached state's commands: refuses every command once the agent has ended,
-// and the commands that would change the state; -1 lets the command run.
+// and reads the state again when the agent published since it was read; -1 lets the command
+// run.
 int attachedGate(const Grammar& grammar, std::span<const std::string> words,
                  const Context& context);
 
+// After a command of an attached state: a command that ended well while the agent died under
+// it says so, and its status becomes kStatusUnavailable, since what it showed may be out of
+// date. Any other status is kept.
 int checkAttachedAfter(int status, const Context& context);
 
 }  // namespace cli

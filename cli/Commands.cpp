@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/AgentChanges.h"
 #include "cli/CommandActions.h"
 #include "cli/DeviceState.h"
 #include "cli/Output.h"
@@ -278,7 +279,10 @@ void addCommands(Grammar& grammar) {
   };
   std::vector<Row> rows;
   for (const Command& command : commands) {
-    rows.push_back({command.syntax, command.help, oneDocument(command.action)});
+    // The commands that change the state are the agent's to run when the state is attached.
+    const bool changes = command.syntax.rfind("clear ", 0) == 0 || command.syntax == "write [FILE]";
+    rows.push_back({command.syntax, command.help,
+                    oneDocument(changes ? changeGoesToAgent(command.action) : command.action)});
     readsBySyntax()[command.syntax] = command.reads;
   }
   grammar.addRows(std::move(rows));

@@ -284,7 +284,7 @@ int createVrf(const std::string& name, const Context& c) {
 
 int enterNexthopGroup(const Match& m, const Context& c) {
   const std::string name = m.value("GROUP");
-  if (!inSession()) {
+  if (changesHere()) {
     auto config = mutableEntity<Routing::NexthopGroup::Config>(layout::nhgConfig);
     auto ids = mutableEntity<NexthopGroup::EntryStatus>(layout::nhgEntryStatus);
     if (!config || !ids) return say(c, "The state has no nexthop group configuration");

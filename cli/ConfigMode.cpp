@@ -1,10 +1,12 @@
 #include "cli/ConfigMode.h"
 
 #include <charconv>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "cli/AgentChanges.h"
 #include "cli/CommandActions.h"
 #include "cli/Commands.h"
 #include "cli/ConfigLines.h"
@@ -295,7 +297,7 @@ int enterInterface(const Match& m, const Context& c) {
   auto all = writable<Interface::AllIntfConfigDir>(layout::intfConfig);
   auto statuses = writable<Interface::AllIntfStatusDir>(layout::intfStatus);
   if (!all || !statuses) return refuse(c, "The state has no interface configuration");
-  if (!inSession() && !all->intfConfig().contains(id)) {
+  if (changesHere() && !all->intfConfig().contains(id)) {
     auto config = Mox::makePtr<Interface::IntfConfig>(id);
     config->vrfIs(L3::VrfName::defaultVrf());
     all->intfConfigIs(id, config);
@@ -317,7 +319,7 @@ int enterVrf(const Match& m, const Context& c) {
                       L3::VrfName::kNameRule,
                   kStatusUsage);
   }
-  if (!inSession()) {
+  if (changesHere()) {
     if (int s = createVrf(m.value("NAME"), c); s >= 0) return s;
   }
   session.mode = Mode::vrf;
@@ -428,11 +430,19 @@ void addConfigTypes(Grammar& g) {
 // (ConfigSession.h), and a line that enters a sub-mode is recorded and only moves there.
 std::vector<Row> leavingOneDocument(std::vector<Row> rows, LineKind kind = LineKind::edit) {
   for (Row& r : rows) {
+    changeLineKinds()[r.syntax] = kind;
     r.action = oneDocument(
         [action = std::move(r.action), kind](const Match& m, const Context& c, Output& out) {
           if (kind == LineKind::edit && inSession()) {
             sessionRecord(m, false);
             return out.nothing();
+          }
+          // Attached: the agent applies the line; a line that enters a sub-mode then only
+          // moves there here.
+          if (kind != LineKind::leave && !inSession() && changesGoToAgent()) {
+            const int sent = sendLine(m, kind == LineKind::edit ? session.enteredBy : "", c);
+            if (sent != kStatusOk) return sent;
+            if (kind == LineKind::edit) return out.nothing();
           }
           const int status = action(m, c);
           if (status != kStatusOk) return status;
@@ -548,6 +558,11 @@ void addConfigureRow(Grammar& exec) {
 ConfigPosition& configPosition() {
   static ConfigPosition position;
   return position;
+}
+
+std::map<std::string, LineKind>& changeLineKinds() {
+  static std::map<std::string, LineKind> kinds;
+  return kinds;
 }
 
 const Grammar& configGrammar(ConfigMode mode) {

@@ -6,9 +6,11 @@
 // distinguisher lines are checked before anything changes. `exit` leaves a mode, `end` all of
 // them. A refused line changes nothing. docs/cli.md describes the commands.
 
+#include <map>
 #include <span>
 #include <string>
 
+#include "cli/ConfigSession.h"
 #include "cli/Grammar.h"
 #include "cli/Runner.h"
 #include "cli/Shell.h"
@@ -38,6 +40,9 @@ ConfigPosition& configPosition();
 
 // The editor every interface-address line goes through.
 Rova::Value intfAddressEditor();
+// The kind of each configuration line, by its row's syntax: the lines a session records and an
+// attached rova sends to the agent.
+std::map<std::string, LineKind>& changeLineKinds();
 // The grammar of a configuration mode (not exec).
 const Grammar& configGrammar(ConfigMode mode);
 

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/AgentChanges.h"
 #include "cli/CommandActions.h"
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
@@ -22,12 +23,7 @@ namespace cli {
 
 namespace {
 
-// A recorded line, with the line that entered the sub-mode it was typed in (empty: typed in
-// configuration mode itself).
-struct Entry {
-  std::string context;
-  std::string line;
-};
+using Entry = SessionLine;
 
 struct Sessions {
   std::map<std::string, std::vector<Entry>> candidate;
@@ -129,8 +125,8 @@ int notInSession(const Context& c) {
   return kStatusFailed;
 }
 
-int refused(const Context& c, const Verdict& v) {
-  c.error("% Session " + sessions().current + " not committed, nothing changed: " + v.refusal);
+int refused(const std::string& name, const Context& c, const Verdict& v) {
+  c.error("% Session " + name + " not committed, nothing changed: " + v.refusal);
   return v.status;
 }
 
@@ -143,10 +139,9 @@ int commit(const Match&, const Context& c, Output& out) {
   Sessions& s = sessions();
   if (s.current.empty()) return notInSession(c);
   const std::vector<Entry> entries = s.candidate[s.current];
-  if (const Verdict v = judge(entries, nullptr); v.status != kStatusOk) return refused(c, v);
-  // The copy took every line, so the state takes them too, in the same order.
-  if (const Verdict v = replay(entries); v.status != kStatusOk)
-    throw Mox::InternalException("commit", "a line the candidate took was refused: " + v.refusal);
+  const int status =
+      changesGoToAgent() ? sendCommit(s.current, entries, c) : commitLines(s.current, entries, c);
+  if (status != kStatusOk) return status;
   s.candidate.erase(s.current);
   leaveConfig();
   return out.nothing();
@@ -287,6 +282,22 @@ std::string unifiedDiff(const std::string& from, const std::string& to, const st
 
 bool inSession() {
   return !sessions().current.empty() && !sessions().replaying;
+}
+
+bool judgingSession() {
+  return sessions().replaying;
+}
+
+bool changesHere() {
+  return sessions().replaying || (sessions().current.empty() && !changesGoToAgent());
+}
+
+int commitLines(const std::string& name, const std::vector<SessionLine>& lines, const Context& c) {
+  if (const Verdict v = judge(lines, nullptr); v.status != kStatusOk) return refused(name, c, v);
+  // The copy took every line, so the state takes them too, in the same order.
+  if (const Verdict v = replay(lines); v.status != kStatusOk)
+    throw Mox::InternalException("commit", "a line the candidate took was refused: " + v.refusal);
+  return kStatusOk;
 }
 
 const std::string& sessionName() {

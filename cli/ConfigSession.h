@@ -7,6 +7,7 @@
 // so a route may go through an address the same session assigns.
 
 #include <string>
+#include <vector>
 
 #include "cli/Grammar.h"
 #include "cli/Runner.h"
@@ -18,8 +19,23 @@ namespace cli {
 // moves.
 enum class LineKind { edit, enter, leave };
 
+// A line of a session's candidate, with the line that entered the sub-mode it was typed in
+// (empty: typed in configuration mode itself).
+struct SessionLine {
+  std::string context;
+  std::string line;
+};
+
 // Whether lines go to a session's candidate rather than to the state.
 bool inSession();
+// Whether a session's candidate is being judged: its lines apply to a copy of the state.
+bool judgingSession();
+// Whether a line that changes the state changes this process's own: not recorded by a
+// session, nor sent to the agent of an attached state (AgentChanges.h).
+bool changesHere();
+// Applies `lines` in order from configuration mode, whole or not at all: they are judged on a
+// copy of the state first. A refusal names the session `name` and the line; returns the status.
+int commitLines(const std::string& name, const std::vector<SessionLine>& lines, const Context& c);
 const std::string& sessionName();
 // Opens the named session (a new name when empty), or takes it up again; returns -1, or the
 // status of a refusal it has reported.

@@ -50,7 +50,7 @@ void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
 
 void DeviceState::attach(const std::string& name) {
   auto attachment = Agent::Attachment::open(name);
-  use(attachment->entities(), "agent " + Mox::shownWord(name));
+  use(attachment->current(), "agent " + Mox::shownWord(name));
   attached_ = std::move(attachment);
   live_ = false;
   builtIn_ = false;
@@ -64,6 +64,12 @@ void DeviceState::checkAgent() const {
     throw Mox::UnavailableException("The state agent " + Mox::shownWord(attached_->name()) +
                                     " has ended; its state is no longer current");
   }
+}
+
+void DeviceState::refreshAttached() {
+  if (!attached_) return;
+  auto em = attached_->current();
+  if (em != em_) use(std::move(em), source_);
 }
 
 void DeviceState::loadLive(const Snapshot::LiveScope& scope) {

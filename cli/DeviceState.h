@@ -48,6 +48,9 @@ class DeviceState {
   const std::shared_ptr<Agent::Attachment>& attached() const { return attached_; }
   // Raises Mox::UnavailableException when the state is attached and its agent has ended.
   void checkAgent() const;
+  // An attached state whose agent published since it was read is read again (the small
+  // entities; the tables are read in place anyway).
+  void refreshAttached();
 
   const Statum::EntityManager& entities() const { return *em_; }
   // Puts `em` in place of the state's tables and hands back the ones it held; the state's

@@ -38,6 +38,7 @@ std::unique_lock<std::mutex> commandLock() {
 // The state a command is about to run on becomes the front end's, and with it the rule of
 // its source: the kernel's own state takes no configuration, as under `rova --live`.
 void PyState::adopt() const {
+  if (attached) em = attached->current();
   cli::DeviceState::instance().adopt(em, source, file, live, attached);
   if (attached) {
     cli::commandGateIs([](std::span<const std::string> words, const cli::Context& c) {
@@ -91,7 +92,7 @@ PyState attachState(const std::string& name) {
   try {
     PyState s;
     s.attached = Agent::Attachment::open(name);
-    s.em = s.attached->entities();
+    s.em = s.attached->current();
     s.source = "agent " + Mox::shownWord(name);
     return s;
   } catch (const Agent::StoreError& e) {

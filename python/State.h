@@ -25,7 +25,8 @@ struct BusyError : std::runtime_error {
 };
 
 struct PyState {
-  Mox::Ptr<Statum::EntityManager> em;
+  // An attached state's is read again when its agent published since (a change sent to it).
+  mutable Mox::Ptr<Statum::EntityManager> em;
   std::string source;
   std::string file;
   bool live = false;  // the kernel's own state: configuration commands are refused

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/Channel.h"
 #include "agent/Store.h"
 
 namespace agenttest {
@@ -59,8 +60,10 @@ class AgentProcess {
   // made since stays.
   ~AgentProcess() {
     stop(SIGTERM);
-    if (started_ > 0 && Agent::storeAgentPid(name_) == started_)
+    if (started_ > 0 && Agent::storeAgentPid(name_) == started_) {
       ::shm_unlink(("/rova-agent." + name_).c_str());
+      ::unlink(Agent::socketPathOf(name_).c_str());
+    }
   }
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;

@@ -207,7 +207,7 @@ TEST_F(LargeState, AReaderWhoseAgentIsKilledMidListingSaysSo) {
   }
 }
 
-TEST(Agent, SourcesExcludeEachOtherAndChangesAreRefusedWhenAttached) {
+TEST(Agent, SourcesExcludeEachOtherAndAttachTakesTheNameBeforeACommand) {
   for (const std::vector<std::string>& args :
        {std::vector<std::string>{"--attach", "--live", "show", "ip", "route"},
         std::vector<std::string>{"--state", ROVA_EXAMPLE, "--attach=x", "show", "ip", "route"}}) {
@@ -223,10 +223,7 @@ TEST(Agent, SourcesExcludeEachOtherAndChangesAreRefusedWhenAttached) {
   // `--attach NAME` takes the word after it unless that word begins a command.
   clitest::Captured r = clitest::runProgram(ROVA_PROGRAM, {"--attach", name, "show", "version"});
   EXPECT_EQ(r.status, 0) << r.err;
-  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "clear", "nexthop-group", "counters"});
-  EXPECT_EQ(r.status, cli::kStatusFailed);
-  EXPECT_EQ(r.err, "% Configuration is refused when attached: the state agent '" + name +
-                       "' owns the state\n");
+  EXPECT_NE(r.out.find("State: agent '" + name + "'"), std::string::npos) << r.out;
 }
 
 // Without root there is no second user to be.
@@ -348,4 +345,33 @@ TEST_F(LiveAgent, RoutesAddedReplacedAndRemovedAreEachSeenAttached) {
   EXPECT_EQ(now.find("10.50.0.0/16"), std::string::npos) << now;
   EXPECT_EQ(now, fresh(routes));
   EXPECT_NE(attached({"show", "version"}).find("live, generation"), std::string::npos);
+}
+
+// What a live agent cannot take is refused by the agent, and a refused commit names its line as
+// a loaded state's does; the kernel's state stays as it was.
+TEST_F(LiveAgent, ChangesItCannotMakeAreRefusedAndChangeNothing) {
+  startAgent();
+  const std::string name = agent_->name();
+  const std::string before = attached({"show", "running-config"});
+  clitest::Captured r = clitest::runProgram(
+      ROVA_PROGRAM, {"--attach=" + name, "clear", "static-routes", "interface", "v0"});
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_EQ(r.err, "% Refused: the state agent '" + name +
+                       "' follows the kernel's state, which clear and write do not change\n");
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "write"});
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  r = clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name},
+                          "configure session s1\nhostname other\ncommit\n");
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_EQ(r.err.rfind("line 3: % Session s1 not committed, nothing changed: line 1 'hostname "
+                        "other': ",
+                        0),
+            0u)
+      << r.err;
+  EXPECT_EQ(attached({"show", "running-config"}), before);
+  // Without an agent, a live state takes no configuration at all.
+  r = clitest::runProgram("/usr/bin/env", {"ip", "netns", "exec", ns_, ROVA_PROGRAM, "--live",
+                                           "clear", "nexthop-group", "counters"});
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_EQ(r.err.rfind("% Configuration is refused in live mode", 0), 0u) << r.err;
 }

@@ -408,4 +408,39 @@ TEST_F(KernelStatics, ANewAgentProgramsTheFileAgain) {
   EXPECT_NE(refused.err.find("--static-config FILE goes with --live"), std::string::npos);
 }
 
+// From an attached rova, through the agent's socket: a commit with a line the agent refuses
+// programs nothing; a commit of good lines programs all of them at once; `no ip route` typed in
+// another attached rova takes its route out of the kernel and the file.
+TEST_F(KernelStatics, LinesTypedAttachedReachTheKernelAllOrNothing) {
+  agent_ = std::make_unique<AgentProcess>(
+      uniqueName("statics"), std::vector<std::string>{"--live", "--static-config", file_},
+      std::vector<std::string>{"ip", "netns", "exec", ns_});
+  ASSERT_TRUE(agent_->ready());
+  const auto attached = [&](const std::string& input) {
+    return clitest::runProgram(ROVA_PROGRAM, {"--attach=" + agent_->name()}, input);
+  };
+  clitest::Captured r =
+      attached("configure session s1\nip route 10.97.0.0/16 10.1.0.2\nhostname other\ncommit\n");
+  EXPECT_EQ(r.status, cli::kStatusFailed);
+  EXPECT_NE(r.err.find("% Session s1 not committed, nothing changed: line 2 'hostname other': A "
+                       "live agent takes static route lines only"),
+            std::string::npos)
+      << r.err;
+  EXPECT_EQ(ipOut("route show proto static"), "");
+  EXPECT_EQ(fileText(file_), "");
+
+  // The refused commit's first line is not waiting in the agent's configuration either: the
+  // next commit programs its own lines only.
+  r = attached(
+      "configure session s2\nip route 10.95.0.0/16 10.1.0.2\nip route 10.96.0.0/16 Null0 "
+      "30\ncommit\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(ipOut("route show proto static"),
+            "10.95.0.0/16 via 10.1.0.2 dev v0 metric 1 \nblackhole 10.96.0.0/16 metric 30 \n");
+  r = attached("configure\nno ip route 10.95.0.0/16 10.1.0.2\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(ipOut("route show proto static"), "blackhole 10.96.0.0/16 metric 30 \n");
+  EXPECT_EQ(fileText(file_), "ip route 10.96.0.0/16 Null0 30\n");
+}
+
 }  // namespace

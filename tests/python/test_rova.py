@@ -3,6 +3,7 @@ commands run from Python against the rova program's own output, and the errors a
 
 import json
 import os
+import shutil
 import signal
 import subprocess
 import sys
@@ -762,3 +763,47 @@ def test_an_attached_state_reads_the_agents_tables_as_a_loaded_one():
             os.unlink(f"/dev/shm/rova-agent.{name}")
     with pytest.raises(rova.LoadError, match=f"Cannot attach: the state agent '{name}' is not running"):
         rova.State.attach(name)
+
+
+@pytest.mark.skipif(not AGENT, reason="ROVA_AGENT names no rova-agent")
+def test_configuration_of_an_attached_state_is_the_agents_and_every_reader_sees_it(tmp_path):
+    example = os.path.join(os.environ["ROVA_EXAMPLES"], "leaf1.json")
+    copy = tmp_path / "agent.json"
+    shutil.copyfile(example, copy)
+    loaded = rova.State.load(example)
+    name = f"test-python-changes-{os.getpid()}"
+    agent = subprocess.Popen([AGENT, "--state", str(copy), "--name", name],
+                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    try:
+        assert agent.stdout.readline().startswith("rova-agent: ready:")
+        attached = rova.State.attach(name)
+        other = rova.State.attach(name)
+        lines = ["ip route 10.97.0.0/16 10.1.1.9", "interface Ethernet5", "ip address 10.77.0.1/24"]
+        rova.configure(attached, lines)
+        rova.configure(loaded, lines)
+        assert static_routes(other) == static_routes(loaded)
+        assert rova.run(other, "show ip route") == rova.run(loaded, "show ip route")
+        # A refusal reads as on a loaded state; a session with it changes nothing.
+        refusals = []
+        for s in (attached, loaded):
+            with pytest.raises(rova.CommandError) as e:
+                rova.configure(s, ["ip route 10.98.0.0/16 10.77.0.1"])
+            refusals.append((str(e.value), e.value.status))
+        assert refusals[0] == refusals[1]
+        before = static_routes(other)
+        refusals = []
+        for s in (attached, loaded):
+            rova.configure(s, ["ip route 10.99.0.0/16 Null0", "ip route vrf nosuch 1.0.0.0/8 Null0"],
+                           session="py")
+            with pytest.raises(rova.CommandError) as e:
+                rova.commit(s, "py")
+            refusals.append((str(e.value), e.value.status))
+        assert refusals[0] == refusals[1]
+        assert "line 2 'ip route vrf nosuch 1.0.0.0/8 null0'" in refusals[0][0]
+        assert static_routes(other) == before
+    finally:
+        agent.terminate()
+        agent.wait()
+        for leftover in (f"/dev/shm/rova-agent.{name}", f"/dev/shm/rova-changes.{name}"):
+            if os.path.exists(leftover):
+                os.unlink(leftover)
