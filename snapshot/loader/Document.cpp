@@ -284,9 +284,23 @@ class FileText {
 // A regular file that changed while it was read holds neither its old document nor its new
 // one, and a copy taken while another program wrote over it in place may mix the two: it is
 // read a second time and compared, and refused when the two reads differ, whatever the mix
-// would have parsed as. (Its time stamps would not do: they move in clock ticks, so a write
-// within the tick of the last one leaves them as they were.) The second read comes from the
-// page cache the first filled and costs little beside parsing.
+// would have parsed as. The second read comes from the page cache the first filled, but on a
+// full table it costs as much as reading the file did; detail::unchangedWhileRead() says when
+// the file's status, looked at before and after, proves what the second read would, and then
+// there is none.
+detail::ReadStamp readStamp(const struct stat& st) {
+  constexpr std::int64_t kNs = 1000000000;
+  return {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino),
+          static_cast<std::int64_t>(st.st_size), st.st_mtim.tv_sec * kNs + st.st_mtim.tv_nsec,
+          st.st_ctim.tv_sec * kNs + st.st_ctim.tv_nsec};
+}
+
+std::int64_t nowNanoseconds() {
+  timespec ts{};
+  ::clock_gettime(CLOCK_REALTIME, &ts);
+  return ts.tv_sec * std::int64_t(1000000000) + ts.tv_nsec;
+}
+
 void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const std::string& path) {
   if (text.size() < sizeBefore)
     throw LoadError("", "the file was cut short while it was read", path);
@@ -309,6 +323,11 @@ void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const 
 }
 
 }  // namespace
+
+bool detail::unchangedWhileRead(const ReadStamp& before, const ReadStamp& after, std::int64_t now) {
+  constexpr std::int64_t kSettled = std::int64_t(2) * 1000000000;
+  return before == after && before.changed <= now - kSettled && before.modified <= now - kSettled;
+}
 
 Mox::Ptr<Statum::EntityManager> load(std::string_view json, Sections sections) {
   return loadPadded(simdjson::padded_string(json), sections);
@@ -333,12 +352,18 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections secti
   // nothing), a pipe or FIFO has no size and cannot seek, only a regular file has both.
   struct stat st {};
   if (::fstat(fd, &st) != 0) failFile(path, errno);
+  const std::int64_t lookedAt = nowNanoseconds();
   if (S_ISDIR(st.st_mode)) failFile(path, EISDIR);
   const std::size_t expected = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) : 0;
   if (expected > kMaxDocumentBytes)
     throw LoadError("", "larger than 4 GiB, the most a state may be", path);
   FileText text(fd, expected, path);
-  if (S_ISREG(st.st_mode)) checkUnchanged(fd, expected, text, path);
+  if (S_ISREG(st.st_mode)) {
+    struct stat after {};
+    if (::fstat(fd, &after) != 0) failFile(path, errno);
+    if (!detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt))
+      checkUnchanged(fd, expected, text, path);
+  }
   return loadPadded(text.view(), sections, [&text](const char* at) { text.readPast(at); });
 }
 

@@ -96,10 +96,15 @@ struct VrfState : layout::VrfTables {
 
   template <class Fam>
   auto& routes() {
+    return *routeTable<Fam>();
+  }
+  // The family's route table as the VRF holds it, to be replaced.
+  template <class Fam>
+  auto& routeTable() {
     if constexpr (std::is_same_v<Fam, V4>) {
-      return *fibRoute;
+      return fibRoute;
     } else {
-      return *fib6Route;
+      return fib6Route;
     }
   }
   template <class Fam>
@@ -215,6 +220,14 @@ class Loader {
   struct ScannedRoutes {
     decltype(layout::VrfTables::fibRoute) v4;
     decltype(layout::VrfTables::fib6Route) v6;
+    template <class Fam>
+    auto& table() {
+      if constexpr (std::is_same_v<Fam, V4>) {
+        return v4;
+      } else {
+        return v6;
+      }
+    }
     std::uint32_t unprogrammed = 0;
     std::vector<Plexa::IpGenPrefix> kernel;
   };

@@ -66,6 +66,14 @@ const std::vector<std::pair<std::string, std::string>> kChanges = {
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.1/16")"},       // host bits
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/33")"},       // bad prefix
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "2001:db8::/32")"},     // other family
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "010.1.0.0/16")"},      // leading 0
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/016")"},      // leading 0
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0/16")"},         // three octets
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.256.0.0/16")"},     // octet past 255
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/")"},         // no length
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/16 ")"},      // a blank after
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0")"},          // no slash
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "0.0.0.0/0")"},         // the default
     {R"("prefix": "10.1.0.0/16")", R"("prefix": 10)"},                  // a number
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.0.0.0/8")"},        // twice
     {R"("prefix": "10.1.0.0/16")", R"("pref\u0069x": "10.1.0.0/16")"},  // escaped key
@@ -132,6 +140,27 @@ TEST(LoadSections, ARouteTableLeftOutIsRefusedAsTheWholeLoadRefusesIt) {
       EXPECT_EQ(refusal(text, s), whole) << text;
       EXPECT_EQ(refusal(unscanned(text), s), whole) << text;
     }
+  }
+}
+
+// A prefix given twice far apart in a long table, in either family: the check of a table left
+// out deals its prefixes into many buckets, and the two copies must still meet.
+TEST(LoadSections, APrefixTwiceInALongTableIsRefusedWhateverIsLeftOut) {
+  std::string v4, v6;
+  for (int i = 0; i < 5000; ++i) {
+    const std::string sep = i ? ", " : "";
+    v4 += sep + R"({"prefix": ")" + std::to_string(i / 256) + "." + std::to_string(i % 256) +
+          R"(.0.0/16", "type": "eBgp"})";
+    v6 += sep + R"({"prefix": "2001:db8:)" + std::to_string(i) + R"(::/48", "type": "bgp"})";
+  }
+  const std::string v4Twice = v4 + R"(, {"prefix": "3.7.0.0/16", "type": "iBgp"})";
+  const std::string v6Twice = v6 + R"(, {"prefix": "2001:db8:1234::/48", "type": "bgp"})";
+  ASSERT_EQ(refusal(document(v4, v6), Sections::none()), "loaded");
+  for (const std::string& text : {document(v4Twice, v6), document(v4, v6Twice)}) {
+    const std::string whole = refusal(unscanned(text), Sections::all());
+    EXPECT_NE(whole.find("duplicate"), std::string::npos) << whole;
+    for (const Sections s : kChoices)
+      EXPECT_EQ(refusal(text, s), whole) << "ipv4 " << s.ipv4Routes << " ipv6 " << s.ipv6Routes;
   }
 }
 
