@@ -11,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <new>
+#include <vector>
 
 #include "platform/mox/Exception.h"
 #include "snapshot/loader/Loader.h"
@@ -182,12 +183,11 @@ namespace {
 
 // `readPast` (if any) hears now and then how far the reader has come: the text before that
 // point is not needed again.
-Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json, Sections sections,
+Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
+                                           loader::Loader& loader,
                                            std::function<void(const char*)> readPast = {}) {
   od::parser parser;
   od::document doc;
-  loader::Loader loader;
-  loader.sectionsIs(sections);
   // The text is the loader's own copy.
   loader.scanRoutes(const_cast<char*>(json.data()), json.size());
   const auto err = parser.iterate(json).get(doc);
@@ -330,7 +330,9 @@ bool detail::unchangedWhileRead(const ReadStamp& before, const ReadStamp& after,
 }
 
 Mox::Ptr<Statum::EntityManager> load(std::string_view json, Sections sections) {
-  return loadPadded(simdjson::padded_string(json), sections);
+  loader::Loader loader;
+  loader.sectionsIs(sections);
+  return loadPadded(simdjson::padded_string(json), loader);
 }
 
 Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections sections) {
@@ -357,6 +359,28 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections secti
   const std::size_t expected = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) : 0;
   if (expected > kMaxDocumentBytes)
     throw LoadError("", "larger than 4 GiB, the most a state may be", path);
+  // A command that leaves a family's route tables out, on a file whose status can prove it
+  // unchanged: the text is read a window at a time, those tables checked from the window and
+  // only the rest kept (loader::Loader::stripRoutes). Anything unusual, or a status that moved,
+  // and the file is read again the usual way, whole.
+  if (S_ISREG(st.st_mode) && !sections.isAll() &&
+      detail::unchangedWhileRead(readStamp(st), readStamp(st), lookedAt)) {
+    loader::Loader loader;
+    loader.sectionsIs(sections);
+    std::vector<char> doc;
+    doc.reserve(1 << 20);
+    if (loader.stripRoutes(fd, expected, doc)) {
+      struct stat after {};
+      if (::fstat(fd, &after) != 0) failFile(path, errno);
+      if (detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt) &&
+          doc.size() <= kMaxDocumentBytes) {
+        const std::size_t size = doc.size();
+        doc.resize(size + simdjson::SIMDJSON_PADDING, '\0');
+        return loadPadded(simdjson::padded_string_view(doc.data(), size, doc.size()), loader);
+      }
+    }
+    if (::lseek(fd, 0, SEEK_SET) != 0) failFile(path, errno);
+  }
   FileText text(fd, expected, path);
   if (S_ISREG(st.st_mode)) {
     struct stat after {};
@@ -364,7 +388,9 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections secti
     if (!detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt))
       checkUnchanged(fd, expected, text, path);
   }
-  return loadPadded(text.view(), sections, [&text](const char* at) { text.readPast(at); });
+  loader::Loader loader;
+  loader.sectionsIs(sections);
+  return loadPadded(text.view(), loader, [&text](const char* at) { text.readPast(at); });
 }
 
 }  // namespace Snapshot

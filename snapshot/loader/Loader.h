@@ -147,6 +147,11 @@ class Loader {
   // Reads the route arrays straight from the text, before the parser indexes it, and blanks
   // each one read (RouteCheck.cpp). `text` is the document, followed by the parser's padding.
   void scanRoutes(char* text, std::size_t size);
+  // Reads a regular file's text into `doc` but for the route arrays of the families not
+  // built, which are checked as they are read and left empty (RouteCheck.cpp). False when
+  // something was not proven or not read: then the file is to be loaded the usual way, by a
+  // fresh loader.
+  bool stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc);
 
  private:
   // ---- sections ----
@@ -232,6 +237,8 @@ class Loader {
     std::vector<Plexa::IpGenPrefix> kernel;
   };
   std::unordered_map<const char*, ScannedRoutes> scanned_;
+  // What stripRoutes() read, by where each array is in the text it kept.
+  std::vector<std::pair<std::size_t, ScannedRoutes>> stripped_;
   int version_ = 0;
   std::map<std::string, std::unique_ptr<VrfState>> vrfs_;
   std::map<std::uint32_t, std::string> vrfIds_;

@@ -15,6 +15,7 @@
 // routes not programmed in hardware and the prefixes not programmed in the kernel.
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -133,6 +134,80 @@ bool anyTwice(const Key* keys, std::size_t n) {
   return false;
 }
 
+// A regular file's text read a window at a time into memory that is used again and again,
+// for a command that builds no table of some family: the route arrays of that family are
+// checked from the window and left out, and the rest of the text (a small part of a large
+// state) goes to `doc` for the parser. Reading a full table's 88 MB so costs no memory the
+// process has not already touched; a fresh copy of it cost more than reading it. The window
+// keeps kAhead bytes in view at each place the readers ask (each route, each value): a
+// token longer than that meets the zero bytes after the text in view, which every reader
+// refuses, and the load starts again the usual way.
+class Window {
+ public:
+  static constexpr std::size_t kAhead = 1 << 20;
+  static constexpr std::size_t kPad = 64;
+
+  Window(int fd, std::vector<char>& doc) : fd_(fd), doc_(doc), buf_(2 * kAhead + kPad) {
+    p = copyFrom_ = end_ = buf_.data();
+    fill();
+  }
+
+  char* p;
+
+  // Keeps at least kAhead bytes in view from `p`, or what is left of the file.
+  void ensure() {
+    if (eof_ || static_cast<std::size_t>(end_ - p) >= kAhead) return;
+    if (copying_) copyTo(p);
+    const std::size_t left = static_cast<std::size_t>(end_ - p);
+    std::memmove(buf_.data(), p, left);
+    p = copyFrom_ = buf_.data();
+    end_ = p + left;
+    fill();
+  }
+  bool atEnd() const { return eof_ && p == end_; }
+  // The text up to `at` goes to the document; the text after it, until resume(), does not.
+  void pause(char* at) {
+    copyTo(at);
+    copying_ = false;
+  }
+  void resume(char* at) {
+    copyFrom_ = at;
+    copying_ = true;
+  }
+  void finish() { copyTo(p); }
+  std::size_t docSize() const { return doc_.size(); }
+  bool failed() const { return failed_; }
+
+ private:
+  void copyTo(char* at) {
+    if (at > copyFrom_) doc_.insert(doc_.end(), copyFrom_, at);
+    copyFrom_ = at;
+  }
+  void fill() {
+    char* const limit = buf_.data() + buf_.size() - kPad;
+    while (end_ < limit) {
+      const ssize_t n = ::read(fd_, end_, static_cast<std::size_t>(limit - end_));
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) failed_ = true;
+      if (n <= 0) {
+        eof_ = true;
+        break;
+      }
+      end_ += n;
+    }
+    std::memset(end_, 0, kPad);
+  }
+
+  int fd_;
+  std::vector<char>& doc_;
+  std::vector<char> buf_;
+  char* copyFrom_;
+  char* end_;
+  bool eof_ = false;
+  bool copying_ = true;
+  bool failed_ = false;
+};
+
 template <class Fam>
 class RouteScan {
  public:
@@ -140,6 +215,8 @@ class RouteScan {
   // Without a table the scan checks for prefixes given twice itself; with one it appends each
   // route to it, which indexAppended() then checks.
   explicit RouteScan(const char* at, Table* table = nullptr) : p_(at), table_(table) {}
+  // Reads from the window, from its place.
+  explicit RouteScan(Window& w) : p_(w.p), table_(nullptr), window_(&w) {}
   // Room for the prefixes of an array of up to `bytes` of text, in the address space only: the
   // pages are taken as they are written, and the vector never moves.
   void expect(std::size_t bytes) {
@@ -154,6 +231,7 @@ class RouteScan {
     space();
     if (*p_ == ']') return finishArray();
     for (;;) {
+      if (window_) ahead();
       if (!route()) return false;
       space();
       if (*p_ == ',') {
@@ -167,6 +245,8 @@ class RouteScan {
   }
 
   const char* end() const { return p_; }
+  // Hands the place back to the window.
+  char* endInWindow() const { return window_->p = const_cast<char*>(p_); }
   std::size_t count() const { return count_; }
   std::uint32_t unprogrammed() const { return unprogrammed_; }
   const std::vector<typename Fam::Prefix>& kernelUnprogrammed() const { return kernel_; }
@@ -178,6 +258,11 @@ class RouteScan {
   void space() {
     while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
       ++p_;
+  }
+  void ahead() {
+    window_->p = const_cast<char*>(p_);
+    window_->ensure();
+    p_ = window_->p;
   }
 
   // A string of printable ASCII without escapes. The document is followed by the parser's
@@ -258,7 +343,22 @@ class RouteScan {
       default:
         return kNone;
     }
-    return k == kNames[f] ? f : kNone;
+    return sameWord(k, kNames[f]) ? f : kNone;
+  }
+
+  // Whether `text` (in the document, which the parser's padding or the window's zero bytes
+  // follow, so sixteen bytes can be read from it) is `word`: two loads and a mask where a
+  // call to memcmp cost more than the comparison.
+  static bool sameWord(std::string_view text, std::string_view word) {
+    if (text.size() != word.size()) return false;
+    if (text.size() > 16) return text == word;
+    std::uint64_t a[2]{}, b[2]{};
+    std::memcpy(a, text.data(), 16);
+    std::memcpy(b, word.data(), word.size());
+    const std::size_t n = text.size();
+    const std::uint64_t m0 = n >= 8 ? ~0ull : (1ull << (8 * n)) - 1;
+    const std::uint64_t m1 = n >= 16 ? ~0ull : n <= 8 ? 0 : (1ull << (8 * (n - 8))) - 1;
+    return ((a[0] ^ b[0]) & m0) == 0 && ((a[1] ^ b[1]) & m1) == 0;
   }
 
   // An IPv4 prefix string as nearly every table writes it ("10.1.0.0/16": four octets, a
@@ -293,13 +393,13 @@ class RouteScan {
 
   bool routeType(std::string_view word, typename Fam::RouteType& type) {
     for (const auto& [w, t] : recentTypes_) {
-      if (w == word && !word.empty()) {
+      if (!word.empty() && sameWord(word, w)) {
         type = t;
         return true;
       }
     }
     if (!routeTypeWords<Fam>().find(word, type)) return false;
-    recentTypes_[nextRecentType_++ % recentTypes_.size()] = {word, type};
+    recentTypes_[nextRecentType_++ % recentTypes_.size()] = {std::string(word), type};
     return true;
   }
 
@@ -404,11 +504,13 @@ class RouteScan {
   using Key = decltype(orderKey(std::declval<typename Fam::Prefix>()));
   const char* p_;
   Table* table_;
+  Window* window_ = nullptr;
   std::size_t count_ = 0;
   HugeArray<Key> keys_;
   std::uint32_t unprogrammed_ = 0;
   std::vector<typename Fam::Prefix> kernel_;
-  std::array<std::pair<std::string_view, typename Fam::RouteType>, 4> recentTypes_{};
+  // Copies: the text in a window moves.
+  std::array<std::pair<std::string, typename Fam::RouteType>, 4> recentTypes_{};
   unsigned nextRecentType_ = 0;
 };
 
@@ -423,13 +525,32 @@ template <class Found>
 class RouteFinder {
  public:
   RouteFinder(char* text, Found found) : p_(text), found_(std::move(found)) {}
+  // Walks the text of a window; `found` is given the window at the array's place.
+  RouteFinder(Window& w, Found found) : p_(w.p), found_(std::move(found)), window_(&w) {}
 
-  void run() {
+  // Whether the walk took the whole top-level object. In a window, also whether nothing but
+  // blanks follows it.
+  bool run() {
     space();
-    object([&](std::string_view key) { return key == "vrfs" ? vrfs() : value(0); });
+    if (!object([&](std::string_view key) { return key == "vrfs" ? vrfs() : value(0); }))
+      return false;
+    if (!window_) return true;
+    for (;;) {
+      space();
+      ahead();
+      if (window_->atEnd()) return true;
+      if (*p_ != ' ' && *p_ != '\n' && *p_ != '\r' && *p_ != '\t') return false;
+    }
   }
 
  private:
+  void ahead() {
+    if (!window_) return;
+    window_->p = p_;
+    window_->ensure();
+    p_ = window_->p;
+  }
+
   void space() {
     while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
       ++p_;
@@ -443,6 +564,7 @@ class RouteFinder {
     space();
     if (*p_ == '}') return ++p_, true;
     for (;;) {
+      ahead();
       const char* key = p_ + 1;
       if (!string()) return false;
       const std::string_view k(key, static_cast<std::size_t>(p_ - 1 - key));
@@ -471,6 +593,7 @@ class RouteFinder {
         const bool v6 = key == "ipv6";
         return object([&](std::string_view table) {
           if (table != "routes" || *p_ != '[') return value(0);
+          if (window_) window_->p = p_;
           if (char* end = found_(v6, p_)) {
             p_ = end;
             return true;
@@ -494,6 +617,7 @@ class RouteFinder {
 
   bool value(int depth) {
     if (depth > 64) return false;
+    ahead();
     const char c = *p_;
     if (c == '"') return string();
     if (c == '{') return object([&](std::string_view) { return value(depth + 1); });
@@ -523,6 +647,7 @@ class RouteFinder {
 
   char* p_;
   Found found_;
+  Window* window_ = nullptr;
 };
 
 }  // namespace
@@ -561,6 +686,10 @@ void Loader::checkRoutes(od::value& v, VrfState& vrf) {
 // left out is only checked. An array the scan does not prove is left as it is for the
 // loader to read.
 void Loader::scanRoutes(char* text, std::size_t size) {
+  // What stripRoutes() read, at the (empty) arrays it left in the text.
+  for (auto& [at, result] : stripped_)
+    scanned_.emplace(text + at, std::move(result));
+  stripped_.clear();
   auto found = [&](bool v6, char* at) -> char* {
     ScannedRoutes result;
     const auto scan = [&]<class Fam>(Fam) -> const char* {
@@ -587,6 +716,41 @@ void Loader::scanRoutes(char* text, std::size_t size) {
     return const_cast<char*>(end);
   };
   RouteFinder<decltype(found)>(text, found).run();
+}
+
+namespace {
+// A route array the window's scan does not prove: the load starts again the usual way.
+struct NotProven {};
+}  // namespace
+
+bool Loader::stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc) {
+  Window window(fd, doc);
+  auto found = [&](bool v6, char* at) -> char* {
+    if (v6 ? sections_.ipv6Routes : sections_.ipv4Routes) return nullptr;  // for scanRoutes
+    const auto strip = [&]<class Fam>(Fam) -> char* {
+      window.pause(at + 1);  // the opening bracket stays
+      const std::size_t docAt = window.docSize() - 1;
+      RouteScan<Fam> check(window);
+      check.expect(fileSize);
+      if (!check.run()) throw NotProven();
+      char* end = check.endInWindow();
+      window.resume(end - 1);  // and so does the closing one
+      ScannedRoutes result;
+      result.unprogrammed = check.unprogrammed();
+      for (const auto& prefix : check.kernelUnprogrammed())
+        result.kernel.emplace_back(prefix);
+      stripped_.emplace_back(docAt, std::move(result));
+      return end;
+    };
+    return v6 ? strip(V6()) : strip(V4());
+  };
+  try {
+    if (!RouteFinder<decltype(found)>(window, found).run()) return false;
+  } catch (const NotProven&) {
+    return false;
+  }
+  window.finish();
+  return !window.failed();
 }
 
 template <class Fam>
