@@ -367,8 +367,14 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections secti
       detail::unchangedWhileRead(readStamp(st), readStamp(st), lookedAt)) {
     loader::Loader loader;
     loader.sectionsIs(sections);
+    // Room for the whole text, in the address space only: growing by copies cost more than
+    // the rest of the load when a family's arrays are kept (a command that builds them).
     std::vector<char> doc;
-    doc.reserve(1 << 20);
+    doc.reserve(expected + simdjson::SIMDJSON_PADDING);
+    constexpr std::uintptr_t kHuge = 2 << 20;
+    const auto from = (reinterpret_cast<std::uintptr_t>(doc.data()) + kHuge - 1) & ~(kHuge - 1);
+    const auto to = (reinterpret_cast<std::uintptr_t>(doc.data()) + doc.capacity()) & ~(kHuge - 1);
+    if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
     if (loader.stripRoutes(fd, expected, doc)) {
       struct stat after {};
       if (::fstat(fd, &after) != 0) failFile(path, errno);
