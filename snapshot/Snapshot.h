@@ -103,25 +103,6 @@ struct FileStamp {
 // none.
 FileStamp stampOf(const std::string& path);
 
-namespace detail {
-// A regular file's status as the loader looks at it before and after reading the file, times
-// in nanoseconds since the epoch.
-struct ReadStamp {
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  std::int64_t size = 0;
-  std::int64_t modified = 0;
-  std::int64_t changed = 0;  // the status change time, which no program can set
-  friend bool operator==(const ReadStamp&, const ReadStamp&) = default;
-};
-// Whether the file's status proves that its text did not change while it was read: the same
-// before and after, and its last change (`changed`, and `modified`) at least two seconds
-// before `now`, the time of the first look. A file changed that recently may be written again
-// within the tick of its clock (or of its file system's, two seconds on the coarsest) without
-// any time moving; it is read again and compared instead.
-bool unchangedWhileRead(const ReadStamp& before, const ReadStamp& after, std::int64_t now);
-}  // namespace detail
-
 // The state in the form of `original`, the document it was loaded from: what did not change
 // keeps its text, blanks and all (members in their order, defaults left out where they were),
 // a changed entity changes in place, a removed one goes, a new one comes after the last of

@@ -14,6 +14,7 @@
 #include "platform/brine/Fib.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StateLayout.h"
+#include "snapshot/loader/Loader.h"
 
 namespace {
 
