@@ -11,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <new>
+#include <vector>
 
 #include "platform/mox/Exception.h"
 #include "snapshot/loader/Loader.h"
@@ -182,12 +183,11 @@ namespace {
 
 // `readPast` (if any) hears now and then how far the reader has come: the text before that
 // point is not needed again.
-Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json, Sections sections,
+Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
+                                           loader::Loader& loader,
                                            std::function<void(const char*)> readPast = {}) {
   od::parser parser;
   od::document doc;
-  loader::Loader loader;
-  loader.sectionsIs(sections);
   // The text is the loader's own copy.
   loader.scanRoutes(const_cast<char*>(json.data()), json.size());
   const auto err = parser.iterate(json).get(doc);
@@ -284,9 +284,23 @@ class FileText {
 // A regular file that changed while it was read holds neither its old document nor its new
 // one, and a copy taken while another program wrote over it in place may mix the two: it is
 // read a second time and compared, and refused when the two reads differ, whatever the mix
-// would have parsed as. (Its time stamps would not do: they move in clock ticks, so a write
-// within the tick of the last one leaves them as they were.) The second read comes from the
-// page cache the first filled and costs little beside parsing.
+// would have parsed as. The second read comes from the page cache the first filled, but on a
+// full table it costs as much as reading the file did; detail::unchangedWhileRead() says when
+// the file's status, looked at before and after, proves what the second read would, and then
+// there is none.
+detail::ReadStamp readStamp(const struct stat& st) {
+  constexpr std::int64_t kNs = 1000000000;
+  return {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino),
+          static_cast<std::int64_t>(st.st_size), st.st_mtim.tv_sec * kNs + st.st_mtim.tv_nsec,
+          st.st_ctim.tv_sec * kNs + st.st_ctim.tv_nsec};
+}
+
+std::int64_t nowNanoseconds() {
+  timespec ts{};
+  ::clock_gettime(CLOCK_REALTIME, &ts);
+  return ts.tv_sec * std::int64_t(1000000000) + ts.tv_nsec;
+}
+
 void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const std::string& path) {
   if (text.size() < sizeBefore)
     throw LoadError("", "the file was cut short while it was read", path);
@@ -310,8 +324,15 @@ void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const 
 
 }  // namespace
 
+bool detail::unchangedWhileRead(const ReadStamp& before, const ReadStamp& after, std::int64_t now) {
+  constexpr std::int64_t kSettled = std::int64_t(2) * 1000000000;
+  return before == after && before.changed <= now - kSettled && before.modified <= now - kSettled;
+}
+
 Mox::Ptr<Statum::EntityManager> load(std::string_view json, Sections sections) {
-  return loadPadded(simdjson::padded_string(json), sections);
+  loader::Loader loader;
+  loader.sectionsIs(sections);
+  return loadPadded(simdjson::padded_string(json), loader);
 }
 
 Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections sections) {
@@ -333,13 +354,49 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections secti
   // nothing), a pipe or FIFO has no size and cannot seek, only a regular file has both.
   struct stat st {};
   if (::fstat(fd, &st) != 0) failFile(path, errno);
+  const std::int64_t lookedAt = nowNanoseconds();
   if (S_ISDIR(st.st_mode)) failFile(path, EISDIR);
   const std::size_t expected = S_ISREG(st.st_mode) ? static_cast<std::size_t>(st.st_size) : 0;
   if (expected > kMaxDocumentBytes)
     throw LoadError("", "larger than 4 GiB, the most a state may be", path);
+  // A command that leaves a family's route tables out, on a file whose status can prove it
+  // unchanged: the text is read a window at a time, those tables checked from the window and
+  // only the rest kept (loader::Loader::stripRoutes). Anything unusual, or a status that moved,
+  // and the file is read again the usual way, whole.
+  if (S_ISREG(st.st_mode) && !sections.isAll() &&
+      detail::unchangedWhileRead(readStamp(st), readStamp(st), lookedAt)) {
+    loader::Loader loader;
+    loader.sectionsIs(sections);
+    // Room for the whole text, in the address space only: growing by copies cost more than
+    // the rest of the load when a family's arrays are kept (a command that builds them).
+    std::vector<char> doc;
+    doc.reserve(expected + simdjson::SIMDJSON_PADDING);
+    constexpr std::uintptr_t kHuge = 2 << 20;
+    const auto from = (reinterpret_cast<std::uintptr_t>(doc.data()) + kHuge - 1) & ~(kHuge - 1);
+    const auto to = (reinterpret_cast<std::uintptr_t>(doc.data()) + doc.capacity()) & ~(kHuge - 1);
+    if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+    if (loader.stripRoutes(fd, expected, doc)) {
+      struct stat after {};
+      if (::fstat(fd, &after) != 0) failFile(path, errno);
+      if (detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt) &&
+          doc.size() <= kMaxDocumentBytes) {
+        const std::size_t size = doc.size();
+        doc.resize(size + simdjson::SIMDJSON_PADDING, '\0');
+        return loadPadded(simdjson::padded_string_view(doc.data(), size, doc.size()), loader);
+      }
+    }
+    if (::lseek(fd, 0, SEEK_SET) != 0) failFile(path, errno);
+  }
   FileText text(fd, expected, path);
-  if (S_ISREG(st.st_mode)) checkUnchanged(fd, expected, text, path);
-  return loadPadded(text.view(), sections, [&text](const char* at) { text.readPast(at); });
+  if (S_ISREG(st.st_mode)) {
+    struct stat after {};
+    if (::fstat(fd, &after) != 0) failFile(path, errno);
+    if (!detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt))
+      checkUnchanged(fd, expected, text, path);
+  }
+  loader::Loader loader;
+  loader.sectionsIs(sections);
+  return loadPadded(text.view(), loader, [&text](const char* at) { text.readPast(at); });
 }
 
 }  // namespace Snapshot

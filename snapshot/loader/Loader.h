@@ -41,6 +41,25 @@
 #include "snapshot/Snapshot.h"
 #include "snapshot/StateLayout.h"
 
+namespace Snapshot::detail {
+// A regular file's status as the loader looks at it before and after reading the file, times
+// in nanoseconds since the epoch.
+struct ReadStamp {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t size = 0;
+  std::int64_t modified = 0;
+  std::int64_t changed = 0;  // the status change time, which no program can set
+  friend bool operator==(const ReadStamp&, const ReadStamp&) = default;
+};
+// Whether the file's status proves that its text did not change while it was read: the same
+// before and after, and its last change (`changed`, and `modified`) at least two seconds
+// before `now`, the time of the first look. A file changed that recently may be written again
+// within the tick of its clock (or of its file system's, two seconds on the coarsest) without
+// any time moving; it is read again and compared instead.
+bool unchangedWhileRead(const ReadStamp& before, const ReadStamp& after, std::int64_t now);
+}  // namespace Snapshot::detail
+
 namespace Snapshot::loader {
 
 using Mox::makePtr;
@@ -96,10 +115,15 @@ struct VrfState : layout::VrfTables {
 
   template <class Fam>
   auto& routes() {
+    return *routeTable<Fam>();
+  }
+  // The family's route table as the VRF holds it, to be replaced.
+  template <class Fam>
+  auto& routeTable() {
     if constexpr (std::is_same_v<Fam, V4>) {
-      return *fibRoute;
+      return fibRoute;
     } else {
-      return *fib6Route;
+      return fib6Route;
     }
   }
   template <class Fam>
@@ -142,6 +166,11 @@ class Loader {
   // Reads the route arrays straight from the text, before the parser indexes it, and blanks
   // each one read (RouteCheck.cpp). `text` is the document, followed by the parser's padding.
   void scanRoutes(char* text, std::size_t size);
+  // Reads a regular file's text into `doc` but for the route arrays of the families not
+  // built, which are checked as they are read and left empty (RouteCheck.cpp). False when
+  // something was not proven or not read: then the file is to be loaded the usual way, by a
+  // fresh loader.
+  bool stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc);
 
  private:
   // ---- sections ----
@@ -215,10 +244,20 @@ class Loader {
   struct ScannedRoutes {
     decltype(layout::VrfTables::fibRoute) v4;
     decltype(layout::VrfTables::fib6Route) v6;
+    template <class Fam>
+    auto& table() {
+      if constexpr (std::is_same_v<Fam, V4>) {
+        return v4;
+      } else {
+        return v6;
+      }
+    }
     std::uint32_t unprogrammed = 0;
     std::vector<Plexa::IpGenPrefix> kernel;
   };
   std::unordered_map<const char*, ScannedRoutes> scanned_;
+  // What stripRoutes() read, by where each array is in the text it kept.
+  std::vector<std::pair<std::size_t, ScannedRoutes>> stripped_;
   int version_ = 0;
   std::map<std::string, std::unique_ptr<VrfState>> vrfs_;
   std::map<std::uint32_t, std::string> vrfIds_;

@@ -5,8 +5,8 @@
 // written without escapes, each once, `prefix` and `type` present; strings of printable ASCII
 // without escapes; numbers as plain digits within their range; `true` and `false`. Each
 // value goes through the same parser as in the whole reading (prefix, host bits, type word,
-// FEC reference), and no prefix may come twice. Whatever the scan cannot prove (an escape, a
-// non-ASCII string, a number with a fraction, an unknown key, anything wrong) sends the
+// FEC reference), and no prefix may come twice (anyTwice below). Whatever the scan cannot prove (an
+// escape, a non-ASCII string, a number with a fraction, an unknown key, anything wrong) sends the
 // array to the whole reading, which refuses it with its own message, or accepts it; the table
 // it built is then dropped. So a document is refused with a table left out exactly when it is
 // refused with it, and with the same message.
@@ -14,17 +14,199 @@
 // What the routes say beyond the table is kept as the whole reading keeps it: the count of
 // routes not programmed in hardware and the prefixes not programmed in the kernel.
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
+#include <new>
 #include <vector>
 
-#include "platform/mox/RadixSort.h"
 #include "snapshot/loader/Loader.h"
 
 namespace Snapshot::loader {
 
 namespace {
+
+// Items in memory taken from the address space and in huge pages where the kernel has them: a
+// million keys written into fresh small pages cost a fault every 512 of them, and faults are
+// dear on a virtual machine. Sized from the start to what the text can hold, it does not
+// move; a guess too small grows it.
+template <class T>
+class HugeArray {
+ public:
+  HugeArray() = default;
+  explicit HugeArray(std::size_t capacity) { grow(std::max<std::size_t>(capacity, 1)); }
+  HugeArray(HugeArray&& o) noexcept { *this = std::move(o); }
+  HugeArray& operator=(HugeArray&& o) noexcept {
+    std::swap(data_, o.data_);
+    std::swap(size_, o.size_);
+    std::swap(capacity_, o.capacity_);
+    return *this;
+  }
+  ~HugeArray() {
+    if (data_) ::munmap(data_, capacity_ * sizeof(T));
+  }
+
+  void push(const T& item) {
+    if (size_ == capacity_) grow(std::max<std::size_t>(2 * capacity_, 4096));
+    data_[size_++] = item;
+  }
+  T* data() { return data_; }
+  std::size_t size() const { return size_; }
+
+ private:
+  void grow(std::size_t capacity) {
+    void* p = data_ ? ::mremap(data_, capacity_ * sizeof(T), capacity * sizeof(T), MREMAP_MAYMOVE)
+                    : ::mmap(nullptr, capacity * sizeof(T), PROT_READ | PROT_WRITE,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (p == MAP_FAILED) throw std::bad_alloc();
+    ::madvise(p, capacity * sizeof(T), MADV_HUGEPAGE);
+    data_ = static_cast<T*>(p);
+    capacity_ = capacity;
+  }
+
+  T* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+// A prefix's order key mixed into 64 bits whose every bit depends on every bit of the key. For
+// an IPv4 key (one word) the mix is one-to-one, so two keys never share a hash.
+inline std::uint64_t mixed(std::uint64_t k) {
+  k ^= k >> 31;
+  k *= 0x9e3779b97f4a7c15ull;
+  return k ^ (k >> 29);
+}
+inline std::uint64_t hashOf(std::uint64_t k) {
+  return mixed(k);
+}
+inline std::uint64_t hashOf(const std::array<std::uint64_t, 3>& k) {
+  return mixed(k[0] ^ mixed(k[1] ^ mixed(k[2])));
+}
+
+// Whether a key comes twice among `n`. The keys are dealt by their hash into buckets of about
+// two hundred (one pass to count, one to deal), and each bucket is checked in an open table
+// small enough to stay in the processor's cache. Sorting a million keys by radix took five
+// passes of scattered writes; this is two sequential passes and one short-range one, and the
+// keys of a table are nearly always all different, so every bucket is checked whole.
+template <class Key>
+bool anyTwice(const Key* keys, std::size_t n) {
+  if (n < 2) return false;
+  const unsigned bucketBits = n > 256 ? unsigned(std::bit_width(n / 256)) : 0;
+  const auto bucketOf = [bucketBits](std::uint64_t h) {
+    return bucketBits ? static_cast<std::size_t>(h >> (64 - bucketBits)) : 0;
+  };
+  std::vector<std::uint32_t> start((std::size_t(1) << bucketBits) + 1);
+  for (std::size_t i = 0; i < n; ++i)
+    ++start[bucketOf(hashOf(keys[i])) + 1];
+  std::size_t largest = 0;
+  for (std::size_t b = 1; b < start.size(); ++b) {
+    largest = std::max<std::size_t>(largest, start[b]);
+    start[b] += start[b - 1];
+  }
+  HugeArray<Key> dealt(n);  // written in place below, not pushed
+  Key* out = dealt.data();
+  {
+    std::vector<std::uint32_t> at(start.begin(), start.end() - 1);
+    for (std::size_t i = 0; i < n; ++i)
+      out[at[bucketOf(hashOf(keys[i]))]++] = keys[i];
+  }
+  // Slots hold a key's place in its bucket plus one; 0 is free. Twice the bucket's size, so
+  // that a probe ends soon.
+  std::vector<std::uint32_t> slots(std::bit_ceil(2 * largest));
+  for (std::size_t b = 0; b + 1 < start.size(); ++b) {
+    const Key* bucket = out + start[b];
+    const std::size_t count = start[b + 1] - start[b];
+    if (count < 2) continue;
+    const std::size_t mask = std::bit_ceil(2 * count) - 1;
+    std::fill_n(slots.begin(), mask + 1, 0u);
+    for (std::size_t i = 0; i < count; ++i) {
+      std::size_t s = static_cast<std::size_t>(hashOf(bucket[i]) >> 20) & mask;
+      for (; slots[s] != 0; s = (s + 1) & mask) {
+        if (bucket[slots[s] - 1] == bucket[i]) return true;
+      }
+      slots[s] = static_cast<std::uint32_t>(i + 1);
+    }
+  }
+  return false;
+}
+
+// A regular file's text read a window at a time into memory that is used again and again,
+// for a command that builds no table of some family: the route arrays of that family are
+// checked from the window and left out, and the rest of the text (a small part of a large
+// state) goes to `doc` for the parser. Reading a full table's 88 MB so costs no memory the
+// process has not already touched; a fresh copy of it cost more than reading it. The window
+// keeps kAhead bytes in view at each place the readers ask (each route, each value): a
+// token longer than that meets the zero bytes after the text in view, which every reader
+// refuses, and the load starts again the usual way.
+class Window {
+ public:
+  static constexpr std::size_t kAhead = 1 << 20;
+  static constexpr std::size_t kPad = 64;
+
+  Window(int fd, std::vector<char>& doc) : fd_(fd), doc_(doc), buf_(2 * kAhead + kPad) {
+    p = copyFrom_ = end_ = buf_.data();
+    fill();
+  }
+
+  char* p;
+
+  // Keeps at least kAhead bytes in view from `p`, or what is left of the file.
+  void ensure() {
+    if (eof_ || static_cast<std::size_t>(end_ - p) >= kAhead) return;
+    if (copying_) copyTo(p);
+    const std::size_t left = static_cast<std::size_t>(end_ - p);
+    std::memmove(buf_.data(), p, left);
+    p = copyFrom_ = buf_.data();
+    end_ = p + left;
+    fill();
+  }
+  bool atEnd() const { return eof_ && p == end_; }
+  // The text up to `at` goes to the document; the text after it, until resume(), does not.
+  void pause(char* at) {
+    copyTo(at);
+    copying_ = false;
+  }
+  void resume(char* at) {
+    copyFrom_ = at;
+    copying_ = true;
+  }
+  void finish() { copyTo(p); }
+  std::size_t docSize() const { return doc_.size(); }
+  bool failed() const { return failed_; }
+
+ private:
+  void copyTo(char* at) {
+    if (at > copyFrom_) doc_.insert(doc_.end(), copyFrom_, at);
+    copyFrom_ = at;
+  }
+  void fill() {
+    char* const limit = buf_.data() + buf_.size() - kPad;
+    while (end_ < limit) {
+      const ssize_t n = ::read(fd_, end_, static_cast<std::size_t>(limit - end_));
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) failed_ = true;
+      if (n <= 0) {
+        eof_ = true;
+        break;
+      }
+      end_ += n;
+    }
+    std::memset(end_, 0, kPad);
+  }
+
+  int fd_;
+  std::vector<char>& doc_;
+  std::vector<char> buf_;
+  char* copyFrom_;
+  char* end_;
+  bool eof_ = false;
+  bool copying_ = true;
+  bool failed_ = false;
+};
 
 template <class Fam>
 class RouteScan {
@@ -33,10 +215,12 @@ class RouteScan {
   // Without a table the scan checks for prefixes given twice itself; with one it appends each
   // route to it, which indexAppended() then checks.
   explicit RouteScan(const char* at, Table* table = nullptr) : p_(at), table_(table) {}
+  // Reads from the window, from its place.
+  explicit RouteScan(Window& w) : p_(w.p), table_(nullptr), window_(&w) {}
   // Room for the prefixes of an array of up to `bytes` of text, in the address space only: the
   // pages are taken as they are written, and the vector never moves.
   void expect(std::size_t bytes) {
-    if (!table_) keys_.reserve(bytes / kShortestRoute + 1);
+    if (!table_) keys_ = HugeArray<Key>(bytes / kShortestRoute + 1);
   }
 
   // Reads the array at the start; false when something is not proven valid. On success,
@@ -47,6 +231,7 @@ class RouteScan {
     space();
     if (*p_ == ']') return finishArray();
     for (;;) {
+      if (window_) ahead();
       if (!route()) return false;
       space();
       if (*p_ == ',') {
@@ -60,6 +245,8 @@ class RouteScan {
   }
 
   const char* end() const { return p_; }
+  // Hands the place back to the window.
+  char* endInWindow() const { return window_->p = const_cast<char*>(p_); }
   std::size_t count() const { return count_; }
   std::uint32_t unprogrammed() const { return unprogrammed_; }
   const std::vector<typename Fam::Prefix>& kernelUnprogrammed() const { return kernel_; }
@@ -71,6 +258,11 @@ class RouteScan {
   void space() {
     while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
       ++p_;
+  }
+  void ahead() {
+    window_->p = const_cast<char*>(p_);
+    window_->ensure();
+    p_ = window_->p;
   }
 
   // A string of printable ASCII without escapes. The document is followed by the parser's
@@ -127,21 +319,87 @@ class RouteScan {
   static Field fieldOf(std::string_view k) {
     static constexpr std::string_view kNames[] = {
         "prefix", "type", "fec", "preference", "metric", "hardwareProgrammed", "kernelProgrammed"};
-    for (unsigned i = 0; i < kNone; ++i) {
-      if (k == kNames[i]) return static_cast<Field>(i);
+    // Told apart by length (and "prefix" from "metric" by its first letter), then compared.
+    Field f;
+    switch (k.size()) {
+      case 6:
+        f = k[0] == 'p' ? kPrefix : kMetric;
+        break;
+      case 4:
+        f = kType;
+        break;
+      case 3:
+        f = kFec;
+        break;
+      case 10:
+        f = kPreference;
+        break;
+      case 18:
+        f = kHw;
+        break;
+      case 16:
+        f = kKernel;
+        break;
+      default:
+        return kNone;
     }
-    return kNone;
+    return sameWord(k, kNames[f]) ? f : kNone;
+  }
+
+  // Whether `text` (in the document, which the parser's padding or the window's zero bytes
+  // follow, so sixteen bytes can be read from it) is `word`: two loads and a mask where a
+  // call to memcmp cost more than the comparison.
+  static bool sameWord(std::string_view text, std::string_view word) {
+    if (text.size() != word.size()) return false;
+    if (text.size() > 16) return text == word;
+    std::uint64_t a[2]{}, b[2]{};
+    std::memcpy(a, text.data(), 16);
+    std::memcpy(b, word.data(), word.size());
+    const std::size_t n = text.size();
+    const std::uint64_t m0 = n >= 8 ? ~0ull : (1ull << (8 * n)) - 1;
+    const std::uint64_t m1 = n >= 16 ? ~0ull : n <= 8 ? 0 : (1ull << (8 * (n - 8))) - 1;
+    return ((a[0] ^ b[0]) & m0) == 0 && ((a[1] ^ b[1]) & m1) == 0;
+  }
+
+  // An IPv4 prefix string as nearly every table writes it ("10.1.0.0/16": four octets, a
+  // length, each in decimal without a leading zero), read in place; false, with nothing
+  // consumed, for any other text, which then goes to the parser every reading uses. What this
+  // takes, that parser takes as the same prefix.
+  bool plainV4Prefix(typename Fam::Prefix& prefix, bool& hostBits) {
+    const char* q = p_ + 1;
+    std::uint32_t v = 0;
+    for (int part = 0; part < 5; ++part) {
+      const char* s = q;
+      unsigned n = 0;
+      while (*q >= '0' && *q <= '9' && q - s < 3)
+        n = n * 10 + unsigned(*q++ - '0');
+      if (q == s || (*s == '0' && q - s > 1)) return false;
+      const char end = part < 3 ? '.' : part == 3 ? '/' : '"';
+      if (*q != end) return false;
+      ++q;
+      if (part < 4) {
+        if (n > 255) return false;
+        v = v << 8 | n;
+      } else {
+        if (n > 32) return false;
+        const std::uint32_t mask = n ? ~std::uint32_t(0) << (32 - n) : 0;
+        hostBits = (v & ~mask) != 0;
+        prefix = typename Fam::Prefix(Plexa::IpAddr(v), int(n));
+      }
+    }
+    p_ = q;
+    return true;
   }
 
   bool routeType(std::string_view word, typename Fam::RouteType& type) {
     for (const auto& [w, t] : recentTypes_) {
-      if (w == word && !word.empty()) {
+      if (!word.empty() && sameWord(word, w)) {
         type = t;
         return true;
       }
     }
     if (!routeTypeWords<Fam>().find(word, type)) return false;
-    recentTypes_[nextRecentType_++ % recentTypes_.size()] = {word, type};
+    recentTypes_[nextRecentType_++ % recentTypes_.size()] = {std::string(word), type};
     return true;
   }
 
@@ -169,6 +427,13 @@ class RouteScan {
       std::uint64_t n;
       switch (key) {
         case kPrefix: {
+          if constexpr (std::is_same_v<Fam, V4>) {
+            bool hostBits = false;
+            if (plainV4Prefix(prefix, hostBits)) {
+              if (hostBits) return false;
+              break;
+            }
+          }
           typename Fam::AddrWithMask a;
           if (!string(text) || !Fam::AddrWithMask::parse(text, a)) return false;
           prefix = a.subnet();
@@ -222,42 +487,30 @@ class RouteScan {
       route.hardwareProgrammed = hardwareProgrammed;
       table_->recordAppend(route);
     } else {
-      keys_.push_back(orderKey(prefix));
+      keys_.push(orderKey(prefix));
     }
     if (!hardwareProgrammed) ++unprogrammed_;
     if (!kernelProgrammed) kernel_.push_back(prefix);
     return true;
   }
 
-  // No prefix twice: the order keys (which tell prefixes apart) sorted by radix.
+  // No prefix twice.
   bool finishArray() {
     ++p_;
     if (table_) return !table_->indexAppended();
-    if (keys_.empty()) return true;
-    if constexpr (std::is_same_v<Key, std::uint64_t>) {
-      std::uint64_t varies = 0;
-      for (const std::uint64_t k : keys_)
-        varies |= k ^ keys_.front();
-      std::vector<unsigned> passes;
-      for (unsigned shift = 0; shift < 64; shift += 8) {
-        if ((varies >> shift) & 255) passes.push_back(shift);
-      }
-      Mox::detail::radixPasses(keys_, passes,
-                               [](std::uint64_t k, unsigned shift) { return (k >> shift) & 255; });
-    } else if (!Mox::detail::radixSortWide(keys_, [](const Key& k) { return k; })) {
-      std::sort(keys_.begin(), keys_.end());
-    }
-    return std::adjacent_find(keys_.begin(), keys_.end()) == keys_.end();
+    return !anyTwice(keys_.data(), keys_.size());
   }
 
   using Key = decltype(orderKey(std::declval<typename Fam::Prefix>()));
   const char* p_;
   Table* table_;
+  Window* window_ = nullptr;
   std::size_t count_ = 0;
-  std::vector<Key> keys_;
+  HugeArray<Key> keys_;
   std::uint32_t unprogrammed_ = 0;
   std::vector<typename Fam::Prefix> kernel_;
-  std::array<std::pair<std::string_view, typename Fam::RouteType>, 4> recentTypes_{};
+  // Copies: the text in a window moves.
+  std::array<std::pair<std::string, typename Fam::RouteType>, 4> recentTypes_{};
   unsigned nextRecentType_ = 0;
 };
 
@@ -272,13 +525,32 @@ template <class Found>
 class RouteFinder {
  public:
   RouteFinder(char* text, Found found) : p_(text), found_(std::move(found)) {}
+  // Walks the text of a window; `found` is given the window at the array's place.
+  RouteFinder(Window& w, Found found) : p_(w.p), found_(std::move(found)), window_(&w) {}
 
-  void run() {
+  // Whether the walk took the whole top-level object. In a window, also whether nothing but
+  // blanks follows it.
+  bool run() {
     space();
-    object([&](std::string_view key) { return key == "vrfs" ? vrfs() : value(0); });
+    if (!object([&](std::string_view key) { return key == "vrfs" ? vrfs() : value(0); }))
+      return false;
+    if (!window_) return true;
+    for (;;) {
+      space();
+      ahead();
+      if (window_->atEnd()) return true;
+      if (*p_ != ' ' && *p_ != '\n' && *p_ != '\r' && *p_ != '\t') return false;
+    }
   }
 
  private:
+  void ahead() {
+    if (!window_) return;
+    window_->p = p_;
+    window_->ensure();
+    p_ = window_->p;
+  }
+
   void space() {
     while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
       ++p_;
@@ -292,6 +564,7 @@ class RouteFinder {
     space();
     if (*p_ == '}') return ++p_, true;
     for (;;) {
+      ahead();
       const char* key = p_ + 1;
       if (!string()) return false;
       const std::string_view k(key, static_cast<std::size_t>(p_ - 1 - key));
@@ -320,6 +593,7 @@ class RouteFinder {
         const bool v6 = key == "ipv6";
         return object([&](std::string_view table) {
           if (table != "routes" || *p_ != '[') return value(0);
+          if (window_) window_->p = p_;
           if (char* end = found_(v6, p_)) {
             p_ = end;
             return true;
@@ -343,6 +617,7 @@ class RouteFinder {
 
   bool value(int depth) {
     if (depth > 64) return false;
+    ahead();
     const char c = *p_;
     if (c == '"') return string();
     if (c == '{') return object([&](std::string_view) { return value(depth + 1); });
@@ -372,6 +647,7 @@ class RouteFinder {
 
   char* p_;
   Found found_;
+  Window* window_ = nullptr;
 };
 
 }  // namespace
@@ -398,12 +674,7 @@ void Loader::checkRoutes(od::value& v, VrfState& vrf) {
   }
   // Not proven: the whole reading decides, and its table is let go.
   routes<Fam>(v, vrf);
-  using Table = std::remove_reference_t<decltype(vrf.routes<Fam>())>;
-  if constexpr (std::is_same_v<Fam, V4>) {
-    vrf.fibRoute = makePtr<Table>();
-  } else {
-    vrf.fib6Route = makePtr<Table>();
-  }
+  vrf.routeTable<Fam>() = makePtr<std::remove_reference_t<decltype(vrf.routes<Fam>())>>();
 }
 
 // A route array is read here, from the text, when it is what nearly every state holds: a
@@ -415,6 +686,10 @@ void Loader::checkRoutes(od::value& v, VrfState& vrf) {
 // left out is only checked. An array the scan does not prove is left as it is for the
 // loader to read.
 void Loader::scanRoutes(char* text, std::size_t size) {
+  // What stripRoutes() read, at the (empty) arrays it left in the text.
+  for (auto& [at, result] : stripped_)
+    scanned_.emplace(text + at, std::move(result));
+  stripped_.clear();
   auto found = [&](bool v6, char* at) -> char* {
     ScannedRoutes result;
     const auto scan = [&]<class Fam>(Fam) -> const char* {
@@ -427,11 +702,7 @@ void Loader::scanRoutes(char* text, std::size_t size) {
         table->reserve(check.count());
         RouteScan<Fam> again(at, table.get());
         if (!again.run()) return nullptr;
-        if constexpr (std::is_same_v<Fam, V4>) {
-          result.v4 = table;
-        } else {
-          result.v6 = table;
-        }
+        result.table<Fam>() = table;
       }
       result.unprogrammed = check.unprogrammed();
       for (const auto& prefix : check.kernelUnprogrammed())
@@ -447,17 +718,48 @@ void Loader::scanRoutes(char* text, std::size_t size) {
   RouteFinder<decltype(found)>(text, found).run();
 }
 
+namespace {
+// A route array the window's scan does not prove: the load starts again the usual way.
+struct NotProven {};
+}  // namespace
+
+bool Loader::stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc) {
+  Window window(fd, doc);
+  auto found = [&](bool v6, char* at) -> char* {
+    if (v6 ? sections_.ipv6Routes : sections_.ipv4Routes) return nullptr;  // for scanRoutes
+    const auto strip = [&]<class Fam>(Fam) -> char* {
+      window.pause(at + 1);  // the opening bracket stays
+      const std::size_t docAt = window.docSize() - 1;
+      RouteScan<Fam> check(window);
+      check.expect(fileSize);
+      if (!check.run()) throw NotProven();
+      char* end = check.endInWindow();
+      window.resume(end - 1);  // and so does the closing one
+      ScannedRoutes result;
+      result.unprogrammed = check.unprogrammed();
+      for (const auto& prefix : check.kernelUnprogrammed())
+        result.kernel.emplace_back(prefix);
+      stripped_.emplace_back(docAt, std::move(result));
+      return end;
+    };
+    return v6 ? strip(V6()) : strip(V4());
+  };
+  try {
+    if (!RouteFinder<decltype(found)>(window, found).run()) return false;
+  } catch (const NotProven&) {
+    return false;
+  }
+  window.finish();
+  return !window.failed();
+}
+
 template <class Fam>
 bool Loader::takeScannedRoutes(od::value& v, VrfState& vrf) {
   const auto it = scanned_.find(v.raw_json_token().data());
   if (it == scanned_.end()) return false;
   ScannedRoutes& s = it->second;
   r_.elements(r_.array(v), [](std::size_t, od::value&) {});  // the blanks of an empty array
-  if constexpr (std::is_same_v<Fam, V4>) {
-    if (s.v4) vrf.fibRoute = std::move(s.v4);
-  } else {
-    if (s.v6) vrf.fib6Route = std::move(s.v6);
-  }
+  if (auto& table = s.table<Fam>()) vrf.routeTable<Fam>() = std::move(table);
   vrf.countUnprogrammed<Fam>(s.unprogrammed);
   for (const Plexa::IpGenPrefix& prefix : s.kernel)
     vrf.kernel<Fam>().recordIs({prefix});

@@ -14,6 +14,7 @@
 #include "platform/brine/Fib.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StateLayout.h"
+#include "snapshot/loader/Loader.h"
 
 namespace {
 
@@ -420,6 +421,39 @@ TEST(LoadError, ALargeFileLoadsLikeTextAndIsRefusedWhereItIsWrong) {
             "$.vrfs.default.ipv4.routes[39999].prefix: \"11.0.7.1/24\" has host "
             "bits set; the prefix is 11.0.7.0/24");
   std::remove(path.c_str());
+}
+
+// The status looked at before and after reading spares the second read only when it proves the
+// text did not change: a file whose last change is recent may have been written again within
+// its clock's tick, and any field that moved means something happened to it.
+TEST(LoadError, TheFilesStatusSparesTheSecondReadOnlyWhenItProvesNoChange) {
+  using Snapshot::detail::ReadStamp;
+  using Snapshot::detail::unchangedWhileRead;
+  constexpr std::int64_t kS = 1000000000;
+  const std::int64_t now = 1700000000 * kS;
+  const ReadStamp old{
+      .device = 1, .inode = 2, .size = 300, .modified = now - 60 * kS, .changed = now - 60 * kS};
+  EXPECT_TRUE(unchangedWhileRead(old, old, now));
+  ReadStamp after = old;
+  for (auto field : {&ReadStamp::modified, &ReadStamp::changed, &ReadStamp::size}) {
+    after = old;
+    after.*field += 1;
+    EXPECT_FALSE(unchangedWhileRead(old, after, now));
+  }
+  after = old;
+  after.inode = 3;
+  EXPECT_FALSE(unchangedWhileRead(old, after, now));
+  // Changed a second ago, or set in the future: read again, however still the status is.
+  for (auto field : {&ReadStamp::modified, &ReadStamp::changed}) {
+    for (const std::int64_t when : {now - kS, now, now + 60 * kS}) {
+      ReadStamp recent = old;
+      recent.*field = when;
+      EXPECT_FALSE(unchangedWhileRead(recent, recent, now)) << when - now;
+    }
+  }
+  ReadStamp justSettled = old;
+  justSettled.changed = justSettled.modified = now - 2 * kS;
+  EXPECT_TRUE(unchangedWhileRead(justSettled, justSettled, now));
 }
 
 }  // namespace

@@ -1,13 +1,22 @@
 // Loading without a family's route tables: the document is refused exactly when the whole load
 // refuses it, with the same message, and what the routes say beyond their table is kept.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/brine/Fib.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StateLayout.h"
+#include "snapshot/loader/Loader.h"
 
 namespace {
 
@@ -21,9 +30,9 @@ constexpr Sections kChoices[] = {
     {.ipv4Routes = false, .ipv6Routes = true},
 };
 
-std::string refusal(const std::string& text, Sections sections) {
+std::string refusal(const std::string& text, Sections sections, bool file = false) {
   try {
-    Snapshot::load(text, sections);
+    file ? Snapshot::loadFile(text, sections) : Snapshot::load(text, sections);
   } catch (const Snapshot::LoadError& e) {
     return e.what();
   } catch (const std::exception& e) {
@@ -66,6 +75,14 @@ const std::vector<std::pair<std::string, std::string>> kChanges = {
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.1/16")"},       // host bits
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/33")"},       // bad prefix
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "2001:db8::/32")"},     // other family
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "010.1.0.0/16")"},      // leading 0
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/016")"},      // leading 0
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0/16")"},         // three octets
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.256.0.0/16")"},     // octet past 255
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/")"},         // no length
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0/16 ")"},      // a blank after
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.1.0.0")"},          // no slash
+    {R"("prefix": "10.1.0.0/16")", R"("prefix": "0.0.0.0/0")"},         // the default
     {R"("prefix": "10.1.0.0/16")", R"("prefix": 10)"},                  // a number
     {R"("prefix": "10.1.0.0/16")", R"("prefix": "10.0.0.0/8")"},        // twice
     {R"("prefix": "10.1.0.0/16")", R"("pref\u0069x": "10.1.0.0/16")"},  // escaped key
@@ -132,6 +149,101 @@ TEST(LoadSections, ARouteTableLeftOutIsRefusedAsTheWholeLoadRefusesIt) {
       EXPECT_EQ(refusal(text, s), whole) << text;
       EXPECT_EQ(refusal(unscanned(text), s), whole) << text;
     }
+  }
+}
+
+// A prefix given twice far apart in a long table, in either family: the check of a table left
+// out deals its prefixes into many buckets, and the two copies must still meet.
+TEST(LoadSections, APrefixTwiceInALongTableIsRefusedWhateverIsLeftOut) {
+  std::string v4, v6;
+  for (int i = 0; i < 5000; ++i) {
+    const std::string sep = i ? ", " : "";
+    v4 += sep + R"({"prefix": ")" + std::to_string(i / 256) + "." + std::to_string(i % 256) +
+          R"(.0.0/16", "type": "eBgp"})";
+    v6 += sep + R"({"prefix": "2001:db8:)" + std::to_string(i) + R"(::/48", "type": "bgp"})";
+  }
+  const std::string v4Twice = v4 + R"(, {"prefix": "3.7.0.0/16", "type": "iBgp"})";
+  const std::string v6Twice = v6 + R"(, {"prefix": "2001:db8:1234::/48", "type": "bgp"})";
+  ASSERT_EQ(refusal(document(v4, v6), Sections::none()), "loaded");
+  for (const std::string& text : {document(v4Twice, v6), document(v4, v6Twice)}) {
+    const std::string whole = refusal(unscanned(text), Sections::all());
+    EXPECT_NE(whole.find("duplicate"), std::string::npos) << whole;
+    for (const Sections s : kChoices)
+      EXPECT_EQ(refusal(text, s), whole) << "ipv4 " << s.ipv4Routes << " ipv6 " << s.ipv6Routes;
+  }
+}
+
+// A file last changed two seconds ago or more, loaded without a family's tables, is read a
+// window at a time, those tables checked as they pass; the rest of the text is parsed as usual.
+// Every document is refused as the whole load refuses it, over window bounds too, and one the
+// window cannot take (a blank run longer than it looks ahead) is loaded the usual way.
+TEST(LoadSections, ASettledFileIsCheckedAWindowAtATimeAndRefusedAsTheWholeLoadRefusesIt) {
+  char dirTemplate[] = "/tmp/rova-load-sections-XXXXXX";
+  ASSERT_NE(::mkdtemp(dirTemplate), nullptr);
+  const std::filesystem::path dir(dirTemplate);
+  struct Remove {
+    std::filesystem::path dir;
+    ~Remove() { std::filesystem::remove_all(dir); }
+  } remove{dir};
+
+  std::vector<std::string> texts;
+  for (const auto& [from, to] : kChanges) {
+    std::string v4 = kV4;
+    v4.replace(v4.find(from), from.size(), to);
+    texts.push_back(document(v4, kV6));
+  }
+  // Past two windows of routes, with what the scan keeps beyond the table near the end.
+  std::string v4, v6;
+  for (int i = 0; i < 40000; ++i) {
+    const std::string sep = i ? ", " : "";
+    v4 += sep + R"({"prefix": "11.)" + std::to_string(i / 256) + "." + std::to_string(i % 256) +
+          R"(.0/24", "type": "eBgp", "fec": "3", "preference": 20})";
+    char group[8];
+    std::snprintf(group, sizeof group, "%x", i);
+    v6 += sep + R"({"prefix": "2001:db8:)" + group + R"(::/48", "type": "bgp"})";
+  }
+  const std::string marks = R"(, {"prefix": "12.0.0.0/8", "type": "iBgp", "kernelProgrammed": false,
+      "hardwareProgrammed": false})";
+  const std::string large = document(v4 + marks, v6);
+  texts.push_back(large);
+  texts.push_back(document(v4 + R"(, {"prefix": "11.3.7.0/24", "type": "iBgp"})", v6));
+  texts.push_back(document(v4, v6 + R"(, {"prefix": "2001:db8:9c3f::/48", "type": "bgp"})"));
+  texts.push_back(document(v4 + R"(, {"prefix": "11.3.7.1/24", "type": "iBgp"})", v6));
+  texts.push_back(document(v4 + "," + std::string(3 << 20, ' ') + kV4, v6));
+  texts.push_back(document(v4, v6) + std::string(3 << 20, ' ') + "]");
+  std::vector<std::string> paths;
+  for (const std::string& text : texts) {
+    paths.push_back((dir / ("s" + std::to_string(paths.size()) + ".json")).string());
+    std::ofstream(paths.back()) << text;
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));  // settled
+
+  // The good large document goes through the window, which keeps only what is not left out.
+  {
+    Snapshot::loader::Loader loader;
+    loader.sectionsIs({.ipv4Routes = false, .ipv6Routes = true});
+    const int fd = ::open(paths[kChanges.size()].c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    std::vector<char> doc;
+    EXPECT_TRUE(loader.stripRoutes(fd, large.size(), doc));
+    ::close(fd);
+    EXPECT_LT(doc.size(), large.size() / 2);
+    EXPECT_NE(std::string(doc.begin(), doc.end()).find("2001:db8:9c3f::/48"), std::string::npos);
+    const auto whole = Snapshot::load(large);
+    const auto partial = Snapshot::loadFile(paths[kChanges.size()],
+                                            Sections{.ipv4Routes = false, .ipv6Routes = true});
+    EXPECT_EQ(layout::find(*partial, layout::fibRoute, "default")->size(), 0u);
+    EXPECT_EQ(layout::find(*partial, layout::fib6Route, "default")->size(),
+              layout::find(*whole, layout::fib6Route, "default")->size());
+    EXPECT_EQ(layout::find(*partial, layout::hwVrfStatus, "default")->unprogrammedRouteCount(), 1u);
+    EXPECT_EQ(layout::find(*partial, layout::kernelUnprogrammed, "default")->size(),
+              layout::find(*whole, layout::kernelUnprogrammed, "default")->size());
+  }
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    const std::string whole = refusal(unscanned(texts[i]), Sections::all());
+    for (const Sections s : kChoices)
+      EXPECT_EQ(refusal(paths[i], s, true), whole)
+          << i << " ipv4 " << s.ipv4Routes << " ipv6 " << s.ipv6Routes;
   }
 }
 
