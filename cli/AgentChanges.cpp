@@ -1,6 +1,5 @@
 #include "cli/AgentChanges.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +7,7 @@
 
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
+#include "cli/MemoryFile.h"
 #include "platform/mox/Exception.h"
 
 namespace cli {
@@ -48,30 +48,6 @@ int printReply(const Agent::Reply& reply, const Context& c, Output* out) {
 }
 
 // ---- the agent's side ----
-
-// A memory file for a command's output or messages, read back whole.
-class MemoryFile {
- public:
-  explicit MemoryFile(const char* name) : fd_(::memfd_create(name, MFD_CLOEXEC)) {
-    if (fd_ < 0) throw Mox::RangeException("no memory file for the command's output");
-  }
-  ~MemoryFile() { ::close(fd_); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  int fd() const { return fd_; }
-  std::string text() const {
-    std::string s;
-    char buf[4096];
-    ssize_t n;
-    ::lseek(fd_, 0, SEEK_SET);
-    while ((n = ::read(fd_, buf, sizeof buf)) > 0)
-      s.append(buf, static_cast<std::size_t>(n));
-    return s;
-  }
-
- private:
-  int fd_;
-};
 
 // Runs `f` with a context writing into memory; its status and texts are the reply.
 template <class F>

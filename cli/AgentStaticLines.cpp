@@ -2,7 +2,6 @@
 // (agent/LiveChanges.h): the same grammar, the same editors and the same refusals as
 // `configure`, on the agent's state.
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -13,6 +12,7 @@
 #include "agent/LiveChanges.h"
 #include "cli/ConfigMode.h"
 #include "cli/DeviceState.h"
+#include "cli/MemoryFile.h"
 #include "cli/Runner.h"
 #include "platform/plexa/VrfName.h"
 #include "snapshot/StateLayout.h"
@@ -22,29 +22,6 @@ namespace cli {
 namespace {
 
 using Rova::Value;
-
-// A file in memory that a command writes to, read back afterwards.
-class Captured {
- public:
-  Captured() : fd_(::memfd_create("rova-agent-line", MFD_CLOEXEC)) {
-    if (fd_ < 0) throw std::runtime_error("cannot make a file in memory for a command's output");
-  }
-  ~Captured() { ::close(fd_); }
-  Captured(const Captured&) = delete;
-  Captured& operator=(const Captured&) = delete;
-  int fd() const { return fd_; }
-  std::string text() const {
-    std::string out;
-    char buf[4096];
-    ssize_t n;
-    for (off_t at = 0; (n = ::pread(fd_, buf, sizeof buf, at)) > 0; at += n)
-      out.append(buf, static_cast<std::size_t>(n));
-    return out;
-  }
-
- private:
-  int fd_;
-};
 
 // The lines write the state in use: the agent's.
 void use(Statum::EntityManager& em) {
@@ -65,7 +42,7 @@ Agent::LiveChangeResult apply(Statum::EntityManager& em, std::string_view line) 
   if (!match.match) return {false, match.error};
   if (!isStaticRouteLine(match.match->row())) return {false, Agent::kStaticLinesOnly};
   use(em);
-  Captured out, err;
+  MemoryFile out("rova-agent-line"), err("rova-agent-messages");
   if (runAction(*match.match, Context{out.fd(), err.fd()}) == kStatusOk) return {true, {}};
   std::string message = err.text();
   while (!message.empty() && message.back() == '\n')

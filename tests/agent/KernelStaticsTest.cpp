@@ -24,6 +24,7 @@
 #include "snapshot/StateLayout.h"
 #include "tests/agent/AgentProcess.h"
 #include "tests/cli/Capture.h"
+#include "tests/support/InNamespace.h"
 
 namespace {
 
@@ -38,25 +39,7 @@ std::string fileText(const std::string& path) {
   return s.str();
 }
 
-// Runs the calling thread in a network namespace until the object ends.
-class InNamespace {
- public:
-  explicit InNamespace(const std::string& name) {
-    self_ = ::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-    const int target = ::open(("/var/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
-    entered_ = self_ >= 0 && target >= 0 && ::setns(target, CLONE_NEWNET) == 0;
-    if (target >= 0) ::close(target);
-  }
-  ~InNamespace() {
-    if (entered_) ::setns(self_, CLONE_NEWNET);
-    if (self_ >= 0) ::close(self_);
-  }
-  bool entered() const { return entered_; }
-
- private:
-  int self_ = -1;
-  bool entered_ = false;
-};
+using rovatest::InNamespace;
 
 // A namespace with a link (v0, 10.1.0.1/24, 2001:db8:1::1/64) and a directory for the static
 // configuration, both removed whatever the test's outcome.

@@ -40,6 +40,7 @@
 #include "snapshot/LiveFollower.h"
 #include "tests/cli/Capture.h"
 #include "tests/support/GoldenCases.h"
+#include "tests/support/InNamespace.h"
 
 namespace {
 
@@ -316,25 +317,7 @@ TEST(Live, TheNarrowedReadListsWhatTheWholeReadLists) {
 
 // ---- following the kernel ----
 
-// Runs the calling thread in a network namespace until the object ends.
-class InNamespace {
- public:
-  explicit InNamespace(const std::string& name) {
-    self_ = ::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-    const int target = ::open(("/var/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
-    entered_ = self_ >= 0 && target >= 0 && ::setns(target, CLONE_NEWNET) == 0;
-    if (target >= 0) ::close(target);
-  }
-  ~InNamespace() {
-    if (entered_) ::setns(self_, CLONE_NEWNET);
-    if (self_ >= 0) ::close(self_);
-  }
-  bool entered() const { return entered_; }
-
- private:
-  int self_ = -1;
-  bool entered_ = false;
-};
+using rovatest::InNamespace;
 
 class Following : public testing::Test {
  protected:
