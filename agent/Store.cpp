@@ -129,12 +129,36 @@ bool growsWithRoutes(const std::string& path) {
   return false;
 }
 
+// Tables that nothing else in the document refers to, and that grow with the network rather
+// than the configuration (tunnels, neighbours): the text leaves them empty too, so that a
+// reader's attach does not parse records it then reads from the store.
+bool readOnlyFromStore(const std::string& path) {
+  namespace layout = Snapshot::layout;
+  const layout::EntityInfo* const tables[] = {&layout::tunnelFib, &layout::evpnVxlan,
+                                              &layout::arpStatus};
+  for (const layout::EntityInfo* e : tables) {
+    if (path == e->path) return true;
+  }
+  return false;
+}
+
+Mox::Ptr<Mox::Entity> emptyTableLike(const Mox::Ptr<Mox::Entity>& table) {
+  return tableTypes().at(table->typeName())();
+}
+
 // The state with the route tables empty: what the catalog carries as text.
 Mox::Ptr<Statum::EntityManager> withoutTables(const Statum::EntityManager& em) {
   auto shell = Mox::makePtr<Statum::EntityManager>();
   for (const auto& [path, entity] : em.entities()) {
-    if (storable(entity) && growsWithRoutes(path)) {
-      shell->entityIs(path, tableTypes().at(entity->typeName())());
+    if (storable(entity) && (growsWithRoutes(path) || readOnlyFromStore(path))) {
+      shell->entityIs(path, emptyTableLike(entity));
+    } else if (auto* dir = dynamic_cast<const Mox::Dir*>(entity.get());
+               dir && path == Snapshot::layout::tunnelTables.path) {
+      // The tunnel tables, each present (the protocol runs) and empty.
+      auto tables = Mox::makePtr<Mox::Dir>();
+      for (const auto& [name, e] : dir->entries())
+        tables->entityIs(name, storable(e) ? emptyTableLike(e) : e);
+      shell->entityIs(path, tables);
     } else {
       shell->entityIs(path, entity);
     }
@@ -444,6 +468,21 @@ Mox::Ptr<Statum::EntityManager> Attachment::current() {
     currentSeq_ = readSeq_;
   }
   return current_;
+}
+
+void Attachment::willRead(std::uint64_t offset, std::uint64_t bytes) const {
+#ifdef MADV_POPULATE_READ
+  // A page fault costs far more than mapping the same page among many in one call, and a
+  // listing reads a million routes' records in prefix order, a page fault every few routes.
+  const std::uint64_t from = offset & ~(kPage - 1);
+  if (bytes == 0 || offset > mapSize() || bytes > mapSize() - offset) return;
+  const std::uint64_t to = pageUp(offset + bytes);
+  // Only a hint: a kernel without it, or a region given back meanwhile, changes nothing.
+  (void)::madvise(const_cast<char*>(base()) + from, to - from, MADV_POPULATE_READ);
+#else
+  (void)offset;
+  (void)bytes;
+#endif
 }
 
 Mox::Ptr<Statum::EntityManager> Attachment::entities() {

@@ -131,6 +131,7 @@ class Attachment : public Brine::TableArena, public std::enable_shared_from_this
 
   std::uint64_t allocate(std::uint64_t) override;
   void retire(std::uint64_t, std::uint64_t) override;
+  void willRead(std::uint64_t offset, std::uint64_t bytes) const override;
 
  private:
   Attachment(int fd, char* base, std::uint64_t size, std::string name);

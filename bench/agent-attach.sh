@@ -2,8 +2,9 @@
 # End-to-end timing of commands attached to a state agent, against the same commands on the
 # state file: generates (once per run) a state of 1,000,000 IPv4 and 200,000 IPv6 routes (the
 # spine table of bench/route-listing.sh), starts rova-agent on it under a name of its own, and
-# times whole rova processes with the output thrown away. The agent and its store are removed
-# on the way out, whatever happens.
+# times whole rova processes (wall and processor time, the median of RUNS; the first line's
+# time is that of `| head -1`), reading their output as it comes. The agent and its store are
+# removed on the way out, whatever happens.
 #
 #   bench/agent-attach.sh                     # uses build/ (ninja -C build rova rova-agent rova-gen)
 #   RUNS=5 STATE=/tmp/mine.json bench/agent-attach.sh
@@ -29,19 +30,49 @@ if [ -z "$state" ]; then
   "$build/snapshot/rova-gen" --ipv4 1000000 --ipv6 200000 --seed 1 -o "$state"
 fi
 
-# run ARGS...: the best wall time (s) of $runs runs, and that run's peak RSS (KiB).
-run() {
-  local best="" w r
-  for _ in $(seq "$runs"); do
-    local t0 t1
-    t0=$(date +%s%N)
-    /usr/bin/time -f "%M" -o "$tmp/time" "$rova" "$@" > /dev/null
-    t1=$(date +%s%N)
-    w=$(awk "BEGIN{printf \"%.4f\", ($t1 - $t0) / 1e9}")
-    read -r r < "$tmp/time"
-    if [ -z "$best" ] || awk "BEGIN{exit !($w < $best)}"; then best=$w rss=$r; fi
-  done
-  wall=$best
+# measure ARGS...: runs rova $runs times; prints the median wall and processor (user+sys)
+# times in seconds, the median time to the first line of output, and the largest private
+# memory seen (RssAnon, MB: what the reader holds beyond the store's pages, which it shares),
+# sampled every millisecond.
+measure() {
+  python3 - "$runs" "$rova" "$@" <<'PY'
+import os, resource, statistics, subprocess, sys, time
+runs, cmd = int(sys.argv[1]), sys.argv[2:]
+walls, cpus, firsts, peak = [], [], [], 0
+for _ in range(runs):
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    t0 = time.perf_counter()
+    p = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    first = None
+    fd = p.stdout.fileno()
+    os.set_blocking(fd, False)
+    status = "/proc/%d/status" % p.pid
+    while True:
+        try:
+            chunk = os.read(fd, 1 << 16)
+        except BlockingIOError:
+            chunk = None
+        if chunk == b"":
+            break
+        if chunk and first is None and b"\n" in chunk:
+            first = time.perf_counter() - t0
+        try:
+            with open(status) as f:
+                for line in f:
+                    if line.startswith("RssAnon:"):
+                        peak = max(peak, int(line.split()[1]))
+        except OSError:
+            pass
+        if chunk is None:
+            time.sleep(0.001)
+    p.wait()
+    walls.append(time.perf_counter() - t0)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    cpus.append(after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime)
+    firsts.append(first if first is not None else walls[-1])
+print("%.4f %.4f %.4f %.0f" % (statistics.median(walls), statistics.median(cpus),
+                               statistics.median(firsts), peak / 1024))
+PY
 }
 
 t0=$(date +%s%N)
@@ -59,16 +90,20 @@ printf 'state: %s (%s); agent ready in %.2f s, store %s MB of pages\n' "$state" 
 # The 100,000th route's address: a lookup in the middle of the table.
 address=$("$rova" --attach="$name" show ip route |
   awk '{ for (i = 1; i <= NF; i++) if ($i ~ /^[0-9.]+\/[0-9]+$/) { if (++n == 100000) { split($i, a, "/"); print a[1]; exit } break } }' || true)
-printf '%-44s %9s %9s %9s %9s\n' command 'attached' 'peak MB' '--state' 'peak MB'
+uptime
+printf '%-36s %9s %9s %9s %9s   %9s %9s\n' command 'wall s' 'cpu s' '1st line' 'priv MB' \
+  '--state' 'cpu s'
 row() {
-  local label=$1
+  local label=$1 a s
   shift
-  run --attach="$name" "$@"
-  local aw=$wall ar=$rss
-  run --state "$state" "$@"
-  printf '%-44s %9.4f %9.0f %9.3f %9.0f\n' "$label" "$aw" "$((ar / 1024))" "$wall" "$((rss / 1024))"
+  a=$(measure --attach="$name" "$@")
+  s=$(measure --state "$state" "$@")
+  read -r aw ac af am <<< "$a"
+  read -r sw sc _ _ <<< "$s"
+  printf '%-36s %9.4f %9.4f %9.4f %9.0f   %9.3f %9.3f\n' "$label" "$aw" "$ac" "$af" "$am" "$sw" "$sc"
 }
 row "show version (attach only)" show version
 row "show ip route $address" show ip route "$address"
 row "show ip route" show ip route
 row "show ip route json" show ip route json
+row "show ipv6 route" show ipv6 route

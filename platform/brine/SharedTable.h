@@ -33,6 +33,9 @@ class TableArena {
   virtual void retire(std::uint64_t offset, std::uint64_t bytes) = 0;
   // Writer only: a table changed (the store's generation follows).
   virtual void tableChanged() {}
+  // A hint that the region is about to be read whole: a reader maps its pages in one go
+  // rather than one fault at a time. Changes nothing, raises nothing.
+  virtual void willRead(std::uint64_t /*offset*/, std::uint64_t /*bytes*/) const {}
 
  protected:
   TableArena(char* base, std::uint64_t size, bool writable)

@@ -175,6 +175,44 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     return const_iterator(this, records_.size());
   }
 
+  // The record at position i of the table's order (a copy), or the empty record past the
+  // end. A reader that noted where a record was reads it there again; it checks the key, since
+  // a delete since may have moved another record into that place.
+  V at(std::size_t i) const {
+    if (arena_) [[unlikely]] {
+      if (i >= size()) return V{};
+      const V r = sharedAt(i);
+      checkCorruption(r.key());
+      return r;
+    }
+    if (i >= records_.size()) return V{};
+    checkCorruption(records_[i].key());
+    return records_[i];
+  }
+  // A hint that the whole table is read soon, in no particular order: a table in a store has
+  // its records' pages mapped in one go. Changes nothing, raises nothing.
+  void willReadAll() const {
+    if (!arena_) return;
+    Layout l;
+    if (!sharedLayout(l)) return;
+    const std::uint64_t n = std::min<std::uint64_t>(size(), l.capacity);
+    arena_->willRead(
+        static_cast<std::uint64_t>(reinterpret_cast<const char*>(l.records) - arena_->base()),
+        n * sizeof(Stored));
+  }
+  // A hint that at(i) comes soon: changes nothing, raises nothing.
+  void prefetchAt(std::size_t i) const {
+    if (arena_) [[unlikely]] {
+      const std::uint64_t recordsAt = header_->recordsAt.load(std::memory_order_relaxed);
+      const std::uint64_t capacity = header_->capacity.load(std::memory_order_relaxed);
+      if (i < capacity && recordsAt <= arena_->mapSize() &&
+          (i + 1) * sizeof(Stored) <= arena_->mapSize() - recordsAt)
+        Mox::prefetch(arena_->base() + recordsAt + i * sizeof(Stored));
+      return;
+    }
+    if (i < records_.size()) Mox::prefetch(&records_[i]);
+  }
+
   // ---- reading many keys ----
   //
   // In a table much larger than the cache a lookup waits on two misses in turn: the key's

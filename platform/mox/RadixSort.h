@@ -57,6 +57,21 @@ void radixPasses(std::vector<Item>& items, const std::vector<unsigned>& passes, 
   }
 }
 
+// Sorts packed words by their bits from `lowBit` up, stably: the bits below (an index) ride
+// along and keep equal keys in index order. A byte that no word changes needs no pass.
+inline void radixSortWords(std::vector<std::uint64_t>& words, unsigned lowBit) {
+  if (words.empty()) return;
+  const std::uint64_t first = words[0] >> lowBit;
+  std::uint64_t varies = 0;
+  for (const std::uint64_t w : words)
+    varies |= (w >> lowBit) ^ first;
+  std::vector<unsigned> passes;
+  for (unsigned shift = 0; shift < 64 - lowBit; shift += 8) {
+    if ((varies >> shift) & 255) passes.push_back(lowBit + shift);
+  }
+  radixPasses(words, passes, [](std::uint64_t w, unsigned shift) { return (w >> shift) & 255; });
+}
+
 // Moves the entries of `data` into the order `indexOf` gives for each of `order`.
 template <class Entry, class Order, class IndexOf>
 void gather(std::vector<Entry>& data, const std::vector<Order>& order, IndexOf indexOf) {

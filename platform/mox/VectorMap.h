@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -18,6 +20,12 @@ namespace Mox {
 // appended and sorted once, on the next read, so filling costs one sort instead of a tree
 // descent and a node allocation per entry. An entry added again replaces the earlier one, as
 // in the tree map. Removing an entry moves the ones after it.
+//
+// A map filled from a table it can read again may instead hold its entries by reference: one
+// 64-bit word per entry, in key order, and a reader that turns a word back into its entry
+// (referencesIs). A listing of a million routes then walks the table in place with forEach()
+// and copies none of them; find() and del() search the words; every other operation makes the
+// entries real first, so the map behaves the same to all its other users.
 template <class K, class V, class Compare = std::less<K>>
 class VectorMap {
  public:
@@ -55,11 +63,50 @@ class VectorMap {
     bool advanced_ = false;
   };
 
+  // What a map held by reference is given: `words` in key order, `read` to turn a word into
+  // its entry (false when the entry is gone since), and `prefetch`, a hint that the word's
+  // entry is read soon.
+  struct References {
+    std::vector<std::uint64_t> words;
+    std::function<bool(std::uint64_t word, Entry& out)> read;
+    std::function<void(std::uint64_t word)> prefetch;
+  };
+
+  // Replaces the entries with references to them.
+  void referencesIs(References refs) {
+    data_.clear();
+    sorted_ = 0;
+    refs_ = std::make_shared<References>(std::move(refs));
+    changes_.bump();
+  }
+  bool byReference() const { return refs_ != nullptr; }
+
+  // Calls fn(entry) for each entry in key order; a map held by reference reads each entry as
+  // it goes, and leaves out those that are gone.
+  template <class Fn>
+  void forEach(Fn&& fn) const {
+    if (refs_) {
+      const std::vector<std::uint64_t>& words = refs_->words;
+      constexpr std::size_t kAhead = 8;
+      Entry e;
+      for (std::size_t j = 0; j < words.size(); ++j) {
+        if (j + kAhead < words.size() && refs_->prefetch) refs_->prefetch(words[j + kAhead]);
+        if (refs_->read(words[j], e)) fn(static_cast<const Entry&>(e));
+      }
+      return;
+    }
+    normalize();
+    for (const Entry& e : data_)
+      fn(e);
+  }
+
+  // Held by reference, the entries gone since count until they are read.
   std::size_t size() const {
+    if (refs_) return refs_->words.size();
     normalize();
     return data_.size();
   }
-  bool empty() const { return data_.empty(); }
+  bool empty() const { return refs_ ? refs_->words.empty() : data_.empty(); }
   bool contains(const K& k) const { return find(k) != nullptr; }
   const_iterator begin() const {
     normalize();
@@ -91,11 +138,28 @@ class VectorMap {
     return v ? *v : V{};
   }
   const V* find(const K& k) const {
+    if (refs_) {
+      const std::size_t at = referenceOf(k);
+      if (at != kNoEntry) return &found_.second;
+      if (refs_) return nullptr;  // the references are still whole: k is not there
+    }
     normalize();
     auto it = lowerBound(k);
     return it != data_.end() && !cmp_(k, it->first) ? &it->second : nullptr;
   }
   bool del(const K& k) {
+    if (refs_) {
+      const std::size_t at = referenceOf(k);
+      if (at != kNoEntry) {
+        // Copies share their references until one of them changes.
+        if (refs_.use_count() > 1) refs_ = std::make_shared<References>(*refs_);
+        refs_->words.erase(refs_->words.begin() + std::ptrdiff_t(at));
+        changes_.bump();
+        notify(k);
+        return true;
+      }
+      if (refs_) return false;
+    }
     normalize();
     auto it = lowerBound(k);
     if (it == data_.end() || cmp_(k, it->first)) return false;
@@ -127,6 +191,7 @@ class VectorMap {
 
  private:
   void append(const K& k, const V& v) {
+    if (refs_) materialize();
     if (sorted_ == data_.size() && !data_.empty() && !cmp_(data_.back().first, k)) {
       if (!cmp_(k, data_.back().first)) {  // the same key as the last one: replace in place
         data_.back().second = v;
@@ -140,8 +205,49 @@ class VectorMap {
       ++sorted_;  // still in order
     }
   }
+  static constexpr std::size_t kNoEntry = ~std::size_t(0);
+
+  // The position of k's word, its entry left in found_; kNoEntry when k is not there. An
+  // entry found gone on the way makes the entries real (refs_ is then null).
+  std::size_t referenceOf(const K& k) const {
+    const std::vector<std::uint64_t>& words = refs_->words;
+    std::size_t lo = 0, hi = words.size();
+    while (lo < hi) {
+      const std::size_t mid = lo + (hi - lo) / 2;
+      if (!refs_->read(words[mid], found_)) {
+        materialize();
+        return kNoEntry;
+      }
+      if (cmp_(found_.first, k)) {
+        lo = mid + 1;
+      } else if (cmp_(k, found_.first)) {
+        hi = mid;
+      } else {
+        return mid;
+      }
+    }
+    return kNoEntry;
+  }
+  // Reads every entry held by reference into the map itself.
+  void materialize() const {
+    const std::shared_ptr<References> refs = std::move(refs_);
+    data_.clear();
+    data_.reserve(refs->words.size());
+    for (std::uint64_t w : refs->words) {
+      Entry e;
+      if (refs->read(w, e)) data_.push_back(std::move(e));
+    }
+    const bool inOrder =
+        std::adjacent_find(data_.begin(), data_.end(), [this](const Entry& a, const Entry& b) {
+          return !cmp_(a.first, b.first);
+        }) == data_.end();
+    sorted_ = inOrder ? data_.size() : 0;
+    changes_.bump();
+  }
   // Sorts what was appended out of order; among equal keys the last added wins.
   void normalize() const {
+    if (refs_) [[unlikely]]
+      materialize();
     if (sorted_ == data_.size()) return;
     bool done = false;
     if constexpr (HasOrderKey<K> && std::is_same_v<Compare, std::less<K>>) {
@@ -172,10 +278,12 @@ class VectorMap {
   }
 
   mutable std::vector<Entry> data_;
-  mutable std::size_t sorted_ = 0;  // data_[0, sorted_) is sorted with unique keys
+  mutable std::size_t sorted_ = 0;            // data_[0, sorted_) is sorted with unique keys
+  mutable std::shared_ptr<References> refs_;  // set while the entries are held by reference
+  mutable Entry found_{};                     // what find() last found by reference
   [[no_unique_address]] Compare cmp_;
   HookSlot<K> hook_;
-  ChangeCount changes_;
+  mutable ChangeCount changes_;
 };
 
 }  // namespace Mox

@@ -147,6 +147,15 @@ void RouteListing<Sorter>::forEachRow(bool withDefault, Fn&& fn) const {
     }
   };
   if (withDefault && defaultRoute_) list(*defaultRoute_);
+  if (s_.sortedRoute().byReference()) {
+    // Each route is read where it is, now: a long walk yields as selection's did.
+    sorter::YieldCounter yield;
+    s_.sortedRoute().forEach([&](const auto& entry) {
+      if (rowOf(entry.second, row)) fn(row);
+      yield.step();
+    });
+    return;
+  }
   for (const auto& entry : s_.sortedRoute())
     list(entry.second);
 }

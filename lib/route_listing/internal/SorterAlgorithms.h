@@ -3,12 +3,16 @@
 // platform's family traits (Routing::V4 or V6); everything else reads the same for both.
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
+#include <utility>
+#include <vector>
 
 #include "lib/common/Neighbors.h"
 #include "lib/common/RouteTypes.h"
 #include "lib/route_listing/RouteSorter.h"
 #include "platform/mox/ActivityLock.h"
+#include "platform/mox/RadixSort.h"
 #include "platform/mox/Trace.h"
 
 namespace Rova {
@@ -25,6 +29,16 @@ template <class Table>
 typename Table::Record readRecord(const Table& table, const typename Table::Key& key) {
   try {
     return table.lookup(key);
+  } catch (const Velt::CorruptionDetectedException& e) {
+    table.corruptionDetected(e.what());
+    return {};
+  }
+}
+
+template <class Table>
+typename Table::Record readRecordAt(const Table& table, std::size_t i) {
+  try {
+    return table.at(i);
   } catch (const Velt::CorruptionDetectedException& e) {
     table.corruptionDetected(e.what());
     return {};
@@ -191,11 +205,17 @@ bool filterRoute(Sorter& s, const typename Sorter::Family::Route& route, bool fe
 }
 
 template <class Sorter>
-bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route, bool fecPrintable) {
+bool passesFilter(Sorter& s, const typename Sorter::Family::Route& route, bool fecPrintable) {
   if (!filterRoute(s, route, fecPrintable)) {
     ++s.stats().internalFiltered;
     return false;
   }
+  return true;
+}
+
+template <class Sorter>
+bool takeRoute(Sorter& s, const typename Sorter::Family::Route& route, bool fecPrintable) {
+  if (!passesFilter(s, route, fecPrintable)) return false;
   s.sortedRouteIs(route.prefix, route);
   return true;
 }
@@ -239,12 +259,90 @@ inline bool passesInterfaceFilter(const Route6Sorter& s, const Mox::Ptr<CachedFe
 
 // ---- selection ----
 
+// A walk of the whole table keeps, for each route it selects, one word: the prefix's order key
+// above the route's place in the table. The words are sorted, and the listing reads each route
+// where it is, in the shared tables as in the process's own; it copies no route and needs 8
+// bytes per route (16 while sorting) where a copy of the routes took 40 (80 while sorting).
+// A route that a delete moved since is found again by its prefix; one that is gone is left out.
+inline constexpr unsigned kPlaceBits = 24;
+
+template <class Sorter>
+bool selectsByReference(const Sorter& s) {
+  using Prefix = typename Sorter::Family::Prefix;
+  if constexpr (Mox::HasOrderKey<Prefix>) {
+    return s.routingStatus()->size() < (std::size_t(1) << kPlaceBits);
+  } else {
+    return false;
+  }
+}
+
+template <class Sorter>
+void keepByReference(Sorter& s, std::vector<std::uint64_t> words) {
+  using Family = typename Sorter::Family;
+  using Prefix = typename Family::Prefix;
+  using Entry = std::pair<Prefix, typename Family::Route>;
+  constexpr std::uint64_t kPlaceMask = (std::uint64_t(1) << kPlaceBits) - 1;
+  Mox::detail::radixSortWords(words, kPlaceBits);
+  // A route a delete moved during the walk may have been met twice: the later one stays.
+  std::size_t out = 0;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (i + 1 < words.size() && words[i] >> kPlaceBits == words[i + 1] >> kPlaceBits) continue;
+    words[out++] = words[i];
+  }
+  words.resize(out);
+  const auto* table = s.routingStatus().get();
+  typename SortedRouteMapOf<Family>::References refs;
+  refs.words = std::move(words);
+  refs.read = [table](std::uint64_t word, Entry& entry) {
+    const std::uint64_t key = word >> kPlaceBits;
+    auto route = readRecordAt(*table, word & kPlaceMask);
+    if (orderKey(route.prefix) != key) {
+      if ((key & 255) == 0) return false;
+      const Prefix prefix(typename Family::Addr(static_cast<std::uint32_t>(key >> 8)),
+                          static_cast<int>(key & 255) - 1);
+      route = readRecord(*table, prefix);
+      if (orderKey(route.prefix) != key) return false;
+    }
+    entry.first = route.prefix;
+    entry.second = route;
+    return true;
+  };
+  refs.prefetch = [table](std::uint64_t word) { table->prefetchAt(word & kPlaceMask); };
+  s.sortedRouteMutable().referencesIs(std::move(refs));
+}
+
 template <class Sorter>
 void filterPrefixes(Sorter& s) {
   using Family = typename Sorter::Family;
   if (!s.routingStatus()) return;
   const auto& table = *s.routingStatus();
   const auto& want = s.prefix();
+
+  if ((want.isNullPrefix() || s.longerPrefixes()) && selectsByReference(s)) {
+    if constexpr (Mox::HasOrderKey<typename Family::Prefix>) {
+      std::vector<std::uint64_t> words;
+      if (want.isNullPrefix() && s.protocol().empty()) words.reserve(table.size());
+      table.willReadAll();
+      if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();
+      YieldCounter yield;
+      PrintableFecs fecs;
+      std::uint64_t place = 0;
+      for (auto it = table.begin(); it != table.end(); ++it, ++place) {
+        const auto route = readRecord(table, it);
+        const bool wanted =
+            want.isNullPrefix() || (route.prefix.len() >= want.len() &&
+                                    route.prefix.address().masked(want.len()) == want.address());
+        if (!wanted) {
+          ++s.stats().internalFiltered;
+        } else if (passesFilter(s, route, fecs.printable(s, route.fecId))) {
+          words.push_back(orderKey(route.prefix) << kPlaceBits | place);
+        }
+        yield.step();
+      }
+      keepByReference(s, std::move(words));
+    }
+    return;
+  }
 
   if (want.isNullPrefix() || s.longerPrefixes()) {
     if (want.isNullPrefix() && s.protocol().empty()) s.sortedRouteMutable().reserve(table.size());

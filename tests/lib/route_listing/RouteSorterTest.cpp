@@ -42,6 +42,25 @@ TEST(Selection, ExactPrefixOrElseTheLongestMatchThatPassesTheFilter) {
             (Strings{"10.1.1.192/26"}));
 }
 
+// A whole-table listing keeps where each selected route is and reads it there when it prints:
+// a route replaced since reads as it is now, a deleted one is left out, and the one that the
+// delete moved into its place is found again by its prefix.
+TEST(Selection, TheWholeTableIsReadWhereItIsWhenItPrints) {
+  State st = basicState();
+  const Strings all = selected(*st.sorter4());
+  auto s = st.sorter4();
+  auto longer = st.sorter4({.prefix = "10.1.0.0/16", .longerPrefixes = true});
+  ASSERT_EQ(all.front(), "1.1.1.1/32");
+  st.routes4->recordDel(Plexa::Prefix::fromString("1.1.1.1/32"));  // the last one moves here
+  st.route4("10.1.1.0/24", RT4::eBgp, 1);
+  st.routes4->recordDel(Plexa::Prefix::fromString("10.1.1.128/25"));
+  Strings expected(all.begin() + 1, all.end());
+  std::erase(expected, "10.1.1.128/25");
+  EXPECT_EQ(selected(*s), expected);
+  EXPECT_EQ(s->sortedRoute(Plexa::Prefix::fromString("10.1.1.0/24")).routeType, RT4::eBgp);
+  EXPECT_EQ(selected(*longer), (Strings{"10.1.0.0/16", "10.1.1.0/24"}));
+}
+
 TEST(Selection, ALargeTableSelectsCompletelyAcrossTheYields) {
   State st;
   st.fec4(1, {{"10.0.0.1", "Ethernet1"}});

@@ -191,6 +191,74 @@ TEST(VectorMap, LastOfEqualKeysWinsAndDeleteWhileIterating) {
   EXPECT_EQ(v.size(), 1u);
 }
 
+// Held by reference: the map reads its entries from a "table" it does not own, as a listing
+// reads the routes where they are; a reference whose entry is gone is left out, whatever reads.
+TEST(VectorMap, EntriesHeldByReferenceReadTheirSourceAndBecomeRealOnAnyOtherUse) {
+  std::vector<std::pair<int, std::string>> table = {{30, "c"}, {10, "a"}, {20, "b"}, {40, "d"}};
+  int reads = 0;
+  const auto byReference = [&] {
+    Mox::VectorMap<int, std::string> v;
+    Mox::VectorMap<int, std::string>::References refs;
+    refs.words = {1, 2, 0, 3};  // places in the table, in key order
+    refs.read = [&](std::uint64_t place, std::pair<int, std::string>& out) {
+      ++reads;
+      if (table[place].second.empty()) return false;  // gone
+      out = table[place];
+      return true;
+    };
+    v.referencesIs(std::move(refs));
+    return v;
+  };
+  const auto walk = [](const Mox::VectorMap<int, std::string>& v) {
+    std::string s;
+    v.forEach([&](const auto& e) { s += e.second; });
+    return s;
+  };
+
+  auto v = byReference();
+  EXPECT_TRUE(v.byReference());
+  EXPECT_EQ(v.size(), 4u);
+  // The walk reads the table as it is now.
+  table[2].second = "B";
+  EXPECT_EQ(walk(v), "aBcd");
+  // find and del search the references without copying the entries.
+  ASSERT_NE(v.find(30), nullptr);
+  EXPECT_EQ(*v.find(30), "c");
+  EXPECT_EQ(v.find(25), nullptr);
+  EXPECT_TRUE(v.del(10));
+  EXPECT_FALSE(v.del(10));
+  EXPECT_TRUE(v.byReference());
+  EXPECT_EQ(walk(v), "Bcd");
+  // A copy shares the references until one of them changes.
+  auto copy = v;
+  EXPECT_TRUE(copy.del(40));
+  EXPECT_EQ(walk(copy), "Bc");
+  EXPECT_EQ(walk(v), "Bcd");
+
+  // An entry gone since: the walk leaves it out, and so does the map made real.
+  table[0].second.clear();
+  EXPECT_EQ(walk(v), "Bd");
+  std::vector<int> keys;
+  for (const auto& [k, value] : v)
+    keys.push_back(k);
+  EXPECT_FALSE(v.byReference());
+  EXPECT_EQ(keys, (std::vector<int>{20, 40}));
+  reads = 0;
+  EXPECT_EQ(walk(v), "Bd");
+  EXPECT_EQ(reads, 0);
+
+  // A search that meets a gone entry makes the map real, and answers from it.
+  auto w = byReference();
+  EXPECT_EQ(w.find(30), nullptr);
+  EXPECT_FALSE(w.byReference());
+  ASSERT_NE(w.find(40), nullptr);
+  // Any change makes it real first.
+  auto x = byReference();
+  x.set(5, "e");
+  EXPECT_FALSE(x.byReference());
+  EXPECT_EQ(walk(x), "eaBd");
+}
+
 }  // namespace
 
 namespace {
