@@ -50,7 +50,7 @@ namespace {
 
 constexpr char kMagic[8] = {'r', 'o', 'v', 'a', 's', 't', 'o', 'r'};
 // Changes whenever a record, a table header or this header changes shape.
-constexpr std::uint32_t kVersion = 1;
+constexpr std::uint32_t kVersion = 2;
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kFirstRegion = kPage;
 
