@@ -108,12 +108,13 @@ int main(int argc, char** argv) {
       em = Mox::makePtr<Statum::EntityManager>();
       Snapshot::LiveFollower::Options followOptions;
       followOptions.log = [&options](const std::string& line) { log(options.name, line); };
-      // After every applied batch: entities the follower replaced whole move into the store,
-      // and the readers see a new generation.
+      // The follower writes route, FEC and neighbour changes in the store's records in place;
+      // after a whole read (links, addresses, nexthop objects, a lost notification) the
+      // entities it replaced whole move into the store and the catalog is published again.
       follower = std::make_unique<Snapshot::LiveFollower>(
           *em,
-          [&store, &em](const Snapshot::LiveFollower::Batch&) {
-            if (store) store->publish(*em);
+          [&store, &em](const Snapshot::LiveFollower::Batch& batch) {
+            if (store && batch.reread) store->publish(*em);
           },
           followOptions);
     } else {

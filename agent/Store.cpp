@@ -344,6 +344,9 @@ void Store::publish(const Statum::EntityManager& em) {
     text += "interface " + name + "\n";
   text += "state\n";
   text += Snapshot::write(*withoutTables(em));
+  // Unchanged: readers keep the catalog they have (the tables' own generations say what the
+  // records did).
+  if (catalogBytes_ && text == catalogText_) return;
 
   const std::uint64_t at = allocate(text.size());
   std::memcpy(writableBase() + at, text.data(), text.size());
@@ -357,6 +360,7 @@ void Store::publish(const Statum::EntityManager& em) {
   if (catalogBytes_) retire(catalogAt_, catalogBytes_);
   catalogAt_ = at;
   catalogBytes_ = text.size();
+  catalogText_ = std::move(text);
   h.generation.fetch_add(1, std::memory_order_release);
   h.ready.store(1, std::memory_order_release);
 }
