@@ -108,6 +108,9 @@ int main(int argc, char** argv) {
       em = Mox::makePtr<Statum::EntityManager>();
       Snapshot::LiveFollower::Options followOptions;
       followOptions.log = [&options](const std::string& line) { log(options.name, line); };
+      // The notification socket's buffer (docs/agent.md): tests make it small to overrun it.
+      if (const char* bytes = std::getenv("ROVA_AGENT_RECEIVE_BUFFER"))
+        followOptions.receiveBuffer = std::atoi(bytes);
       // The follower writes route, FEC and neighbour changes in the store's records in place;
       // after a whole read (links, addresses, nexthop objects, a lost notification) the
       // entities it replaced whole move into the store and the catalog is published again.
@@ -135,6 +138,11 @@ int main(int argc, char** argv) {
               source.c_str(), static_cast<unsigned long long>(store->generation()));
   std::fflush(stdout);
   log(options.name, "publishing " + source + " in " + store->shmName());
+  if (follower) {
+    const auto& b = follower->last();
+    log(options.name, "following the kernel: " + std::to_string(b.keptRoutes) + " routes kept in " +
+                          std::to_string(b.keptBytes >> 20) + " MB");
+  }
 
   // The ending signals arrive on a descriptor, polled beside the kernel's notifications.
   const int signals = ::signalfd(-1, &stop, SFD_CLOEXEC);

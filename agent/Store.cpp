@@ -430,6 +430,10 @@ std::uint64_t Attachment::generation() const {
   return header().generation.load(std::memory_order_acquire);
 }
 
+std::uint64_t Attachment::catalogPublished() const {
+  return header().catalogSeq.load(std::memory_order_acquire) / 2;
+}
+
 pid_t Attachment::agentPid() const {
   return static_cast<pid_t>(header().pid);
 }

@@ -126,6 +126,8 @@ class Attachment : public Brine::TableArena, public std::enable_shared_from_this
   const std::string& name() const { return name_; }
   std::string source() const;
   std::uint64_t generation() const;
+  // How many times the agent has published the catalog.
+  std::uint64_t catalogPublished() const;
   pid_t agentPid() const;
 
   std::uint64_t allocate(std::uint64_t) override;

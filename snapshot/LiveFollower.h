@@ -63,6 +63,9 @@ class LiveFollower {
     std::uint64_t rereads = 0;  // whole reads after lost notifications (overruns)
     std::uint64_t resyncs = 0;  // whole reads after a link, address or nexthop change
     bool reread = false;        // this batch read the kernel whole
+    // The follower's own copy of the kernel's routes: how many, and the bytes they take.
+    std::size_t keptRoutes = 0;
+    std::size_t keptBytes = 0;
   };
   using BatchDone = std::function<void(const Batch&)>;
   using Log = std::function<void(const std::string&)>;

@@ -19,6 +19,9 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <unistd.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include <sys/socket.h>
 
@@ -595,7 +598,11 @@ struct Routes {
       v6.forEach({table, v6.addrOf(dst), len}, hops, add);
     }
   }
-  std::size_t bytes() const { return v4.bytes() + v6.bytes(); }
+  std::size_t size() const { return v4.size() + v6.size(); }
+  // The routes and their next-hop lists (each list's vector and its key, roughly).
+  std::size_t bytes() const {
+    return v4.bytes() + v6.bytes() + hops.size() * (sizeof(k::Nexthop) + 160);
+  }
 };
 
 // A whole read: every dump straight into a builder, and the routes of the tables the builder
@@ -803,6 +810,11 @@ struct LiveFollower::Impl {
       routes = std::move(r);
       tables = read.tables.empty() ? builder->routeTables() : std::move(read.tables);
       std::sort(tables.begin(), tables.end());
+#if defined(__GLIBC__)
+      // The read's own tables and records are gone; the heap they took goes back to the
+      // system rather than stay the follower's for good.
+      ::malloc_trim(0);
+#endif
       return;
     }
     throw LiveError(interrupted + " kept changing while they were read (" +
@@ -810,6 +822,8 @@ struct LiveFollower::Impl {
   }
 
   void batchDone(bool whole) {
+    batch.keptRoutes = routes->size();
+    batch.keptBytes = routes->bytes();
     ++batch.generation;
     batch.reread = whole;
     batch.notifications = pending;
