@@ -172,8 +172,11 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     bool atEnd() const {
       if (limit_ == kNoLimit) return false;
       const std::size_t b = bound();
-      while (i_ < b && t_->sharedHole(i_))
-        ++i_;
+      // A table without holes (its size is its reach) needs no look at the records.
+      if (i_ < b && t_->size() != b) {
+        while (i_ < b && t_->sharedHole(i_))
+          ++i_;
+      }
       return i_ >= b;
     }
     const Table* t_;
