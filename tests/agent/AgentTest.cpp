@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <unistd.h>
@@ -416,9 +417,14 @@ TEST_F(LiveAgent, AnOverrunEndsInAReadAndTheListingOfAFreshRead) {
   const std::string log = dir_ + "/agent.log";
   startAgent({"ROVA_AGENT_RECEIVE_BUFFER=4096"}, log);
   const std::vector<std::string> routesCommand = {"show", "ip", "route"};
-  ASSERT_TRUE(ipBatch(routes(3000, "route add", "via 10.1.0.2 proto bgp")));
-  ASSERT_TRUE(ipBatch(routes(3000, "route replace", "via 10.2.0.2 proto bgp", 2) +
-                      routes(3000, "route del", "", 3)));
+  // The agent stopped while the bursts come, so that they overrun its socket however fast it
+  // would read them; it goes on whatever the bursts did.
+  ::kill(agent_->pid(), SIGSTOP);
+  const bool added = ipBatch(routes(3000, "route add", "via 10.1.0.2 proto bgp"));
+  const bool changed = ipBatch(routes(3000, "route replace", "via 10.2.0.2 proto bgp", 2) +
+                               routes(3000, "route del", "", 3));
+  ::kill(agent_->pid(), SIGCONT);
+  ASSERT_TRUE(added && changed);
   const std::string now = settled(routesCommand);
   EXPECT_EQ(now, fresh(routesCommand));
   EXPECT_NE(now.find("10.70.11.183/32 [200/0] via 10.1.0.2, v0"), std::string::npos) << now;
