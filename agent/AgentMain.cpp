@@ -161,15 +161,20 @@ int main(int argc, char** argv) {
           [&options](const std::string& line) { log(options.name, line); });
       Snapshot::LiveFollower::Options followOptions;
       followOptions.log = [&options](const std::string& line) { log(options.name, line); };
-      // After every applied batch: the static configuration stays in the state whatever the
-      // follower replaced, routes the kernel refused are tried again when links or addresses
-      // changed, entities the follower replaced whole move into the store, and the readers
-      // see a new generation.
+      // The notification socket's buffer (docs/agent.md): tests make it small to overrun it.
+      if (const char* bytes = std::getenv("ROVA_AGENT_RECEIVE_BUFFER"))
+        followOptions.receiveBuffer = std::atoi(bytes);
+      // The follower writes route, FEC and neighbour changes in the store's records in place.
+      // After a whole read (links, addresses, nexthop objects, a lost notification) the static
+      // configuration is put back in the entities the follower replaced, routes the kernel
+      // refused are tried again, and the replaced entities move into the store with the
+      // catalog published again.
       follower = std::make_unique<Snapshot::LiveFollower>(
           *em,
           [&](const Snapshot::LiveFollower::Batch& batch) {
             statics->keepIn(*em);
-            if (staticsLoaded && batch.reread) {
+            if (!batch.reread) return;
+            if (staticsLoaded) {
               for (const std::string& line : Agent::retryStaticConfig(*statics, *em))
                 log(options.name, line);
             }
@@ -242,6 +247,11 @@ int main(int argc, char** argv) {
   std::fflush(stdout);
   log(options.name,
       "publishing " + source + " in " + store->shmName() + "; changes on " + changes->path());
+  if (follower) {
+    const auto& b = follower->last();
+    log(options.name, "following the kernel: " + std::to_string(b.keptRoutes) + " routes kept in " +
+                          std::to_string(b.keptBytes >> 20) + " MB");
+  }
 
   // The ending signals arrive on a descriptor, polled beside the kernel's notifications and the
   // change socket's clients.

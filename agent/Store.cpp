@@ -50,7 +50,7 @@ namespace {
 
 constexpr char kMagic[8] = {'r', 'o', 'v', 'a', 's', 't', 'o', 'r'};
 // Changes whenever a record, a table header or this header changes shape.
-constexpr std::uint32_t kVersion = 1;
+constexpr std::uint32_t kVersion = 2;
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kFirstRegion = kPage;
 
@@ -368,6 +368,9 @@ void Store::publish(const Statum::EntityManager& em) {
     text += "interface " + name + "\n";
   text += "state\n";
   text += Snapshot::write(*withoutTables(em));
+  // Unchanged: readers keep the catalog they have (the tables' own generations say what the
+  // records did).
+  if (catalogBytes_ && text == catalogText_) return;
 
   const std::uint64_t at = allocate(text.size());
   std::memcpy(writableBase() + at, text.data(), text.size());
@@ -381,6 +384,7 @@ void Store::publish(const Statum::EntityManager& em) {
   if (catalogBytes_) retire(catalogAt_, catalogBytes_);
   catalogAt_ = at;
   catalogBytes_ = text.size();
+  catalogText_ = std::move(text);
   h.generation.fetch_add(1, std::memory_order_release);
   h.ready.store(1, std::memory_order_release);
 }
@@ -448,6 +452,10 @@ std::string Attachment::source() const {
 
 std::uint64_t Attachment::generation() const {
   return header().generation.load(std::memory_order_acquire);
+}
+
+std::uint64_t Attachment::catalogPublished() const {
+  return header().catalogSeq.load(std::memory_order_acquire) / 2;
 }
 
 pid_t Attachment::agentPid() const {

@@ -70,8 +70,9 @@ class Store : public Brine::TableArena, public std::enable_shared_from_this<Stor
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
 
-  // Moves every table of `em` into the store and publishes the catalog; later writes to those
-  // tables go to the store. Call again after adding or removing entities.
+  // Moves every table of `em` into the store and publishes the catalog, unless it would read
+  // as it does; later writes to those tables go to the store. Call again after adding or
+  // removing entities, or changing the small ones.
   void publish(const Statum::EntityManager& em);
   // Frees the pages of regions given back longer than the grace period ago.
   void reclaim();
@@ -103,6 +104,7 @@ class Store : public Brine::TableArena, public std::enable_shared_from_this<Stor
   };
   std::deque<Retired> retired_;
   std::uint64_t catalogAt_ = 0, catalogBytes_ = 0;
+  std::string catalogText_;  // what the catalog region holds
 };
 
 // A reader's side: the store of a running agent, mapped read-only.
@@ -127,6 +129,8 @@ class Attachment : public Brine::TableArena, public std::enable_shared_from_this
   const std::string& name() const { return name_; }
   std::string source() const;
   std::uint64_t generation() const;
+  // How many times the agent has published the catalog.
+  std::uint64_t catalogPublished() const;
   pid_t agentPid() const;
 
   std::uint64_t allocate(std::uint64_t) override;

@@ -139,6 +139,48 @@ struct LiveBuilder::Impl : layout::DeviceTables {
   Plexa::IntfId null0{"Null0"};
   Plexa::IntfId cpu{"Cpu"};
 
+  // Following (followIs): route records are written in place, and FECs no route names go.
+  bool following = false;
+  // While a prefix's record is made again: the one VRF it is made in, and the record its
+  // routes make so far, in place of the table's.
+  VrfState* onlyVrf = nullptr;
+  template <class Fam>
+  struct Pending {
+    bool active = false;
+    bool set = false;
+    typename Fam::Route route;
+  };
+  Pending<V4> pending4;
+  Pending<V6> pending6;
+  template <class Fam>
+  Pending<Fam>& pending() {
+    if constexpr (std::is_same_v<Fam, V4>) {
+      return pending4;
+    } else {
+      return pending6;
+    }
+  }
+  // A route record names a FEC, or no longer does.
+  void acquire(VrfState& v, Brine::Fib::FecId id) {
+    if (Brine::Fib::isV6FecId(id)) {
+      v.fecs6.acquire(id);
+    } else {
+      v.fecs4.acquire(id);
+    }
+  }
+  void release(VrfState& v, Brine::Fib::FecId id) {
+    const bool removed =
+        Brine::Fib::isV6FecId(id) ? v.fecs6.release(id, following) : v.fecs4.release(id, following);
+    // The nexthop objects' FECs are found again.
+    if (removed) {
+      v.fecOfNexthop4.clear();
+      v.fecOfNexthop6.clear();
+    }
+  }
+  template <class Fam>
+  void remake(const typename Fam::Prefix& prefix, std::uint32_t table,
+              const LiveBuilder::RoutesOf& routesOf);
+
   void settleLinks();
   VrfState& addVrf(const std::string& name, std::uint32_t id, std::vector<std::uint32_t> tables,
                    std::size_t bulkRank);
@@ -435,6 +477,7 @@ void LiveBuilder::Impl::route(const k::Route& r) {
   route.hardwareProgrammed = r.offload != k::Offload::failed;
 
   for (const auto& [vrfPtr, rank] : vrfsOf->second) {
+    if (onlyVrf && vrfPtr != onlyVrf) continue;
     VrfState& v = *vrfPtr;
     // An IPv4 route over IPv6 next hops forwards through a FEC of the IPv6 table.
     const auto fecOfHops = [&] {
@@ -466,9 +509,12 @@ void LiveBuilder::Impl::insert(VrfState& v, std::uint8_t rank, const typename Fa
   const bool bulk = rank == v.bulkRank;
   auto& table = *rt.table;
   typename Fam::Route chosen = route;
+  Pending<Fam>& p = pending<Fam>();
   // One probe for the route already there: a missing one reads as the empty record, whose
-  // type no route written here has.
-  const auto existing = table.lookup(route.prefix);
+  // type no route written here has. A prefix made again has only what its routes made so far.
+  const auto existing = !p.active ? table.lookup(route.prefix)
+                        : p.set   ? p.route
+                                  : typename Fam::Route{};
   const bool replacing = existing.routeType != Fam::RouteType::invalid;
   if (replacing) {
     const auto r = rt.rankOf.find(route.prefix);
@@ -498,12 +544,19 @@ void LiveBuilder::Impl::insert(VrfState& v, std::uint8_t rank, const typename Fa
   } else {
     rt.rankOf[route.prefix] = rank;
   }
+  if (p.active) {
+    p.route = chosen;
+    p.set = true;
+    return;
+  }
   if (offloadFlagged) {
     if (replacing) rt.flaggedLater.insert(route.prefix);
   } else {
     rt.unflagged.push_back(route.prefix);
   }
   table.recordIs(chosen);
+  acquire(v, chosen.fecId);
+  if (replacing) release(v, existing.fecId);
 }
 
 template <class Fam>
@@ -531,13 +584,22 @@ void LiveBuilder::Impl::markUnflagged(VrfState& v) {
 
 // ---- neighbours ----
 
+namespace {
+
+// A neighbour whose link-layer address is known: the ARP table's.
+bool resolvedNeighbor(const k::Neighbor& n) {
+  constexpr std::uint16_t resolved =
+      k::nud::reachable | k::nud::stale | k::nud::delay | k::nud::probe | k::nud::permanent;
+  return n.hasMac && (n.state & resolved) != 0 && !n.address.isZero();
+}
+
+}  // namespace
+
 void LiveBuilder::neighbor(const kernel::Neighbor& n) {
   Impl& m = *impl_;
   m.settleLinks();
-  constexpr std::uint16_t resolved =
-      k::nud::reachable | k::nud::stale | k::nud::delay | k::nud::probe | k::nud::permanent;
   const LinkState* l = m.linkOf(n.ifindex);
-  if (!l || !n.hasMac || (n.state & resolved) == 0 || n.address.isZero()) return;
+  if (!l || !resolvedNeighbor(n)) return;
   Arp::Table::ArpEntry entry;
   entry.arpKey.vrfId = l->vrf->id;
   entry.arpKey.addr = n.address;
@@ -603,6 +665,121 @@ Mox::Ptr<Statum::EntityManager> LiveBuilder::finish() {
   }
   m.publishNexthopGroups();
   return m.mount();
+}
+
+// ---- following ----
+
+namespace {
+
+// em's table at the path, when it is one of R.
+template <class R>
+void adopt(Statum::EntityManager& em, const std::string& path, Ptr<R>& mine) {
+  auto it = em.entities().find(path);
+  if (it == em.entities().end()) return;
+  if (auto t = Mox::ptrCast<R>(it->second)) mine = t;
+}
+
+}  // namespace
+
+void LiveBuilder::followIs(Statum::EntityManager& em) {
+  Impl& m = *impl_;
+  m.following = true;
+  adopt(em, std::string(layout::arpStatus.path), m.arpStatus);
+  for (auto& [name, v] : m.vrfs) {
+    adopt(em, layout::pathOf(layout::fibRoute, name), v->fibRoute);
+    adopt(em, layout::pathOf(layout::fib6Route, name), v->fib6Route);
+    adopt(em, layout::pathOf(layout::fibFec, name), v->fibFec);
+    adopt(em, layout::pathOf(layout::fib6Fec, name), v->fib6Fec);
+    v->routes4.table = v->fibRoute;
+    v->routes6.table = v->fib6Route;
+    v->fecs4.table = v->fibFec;
+    v->fecs6.table = v->fib6Fec;
+    v->fecs4.forgetMade();
+    v->fecs6.forgetMade();
+    // What finish() needed the routes' offload flags for is done.
+    v->routes4.unflagged.clear();
+    v->routes4.unflagged.shrink_to_fit();
+    v->routes6.unflagged.clear();
+    v->routes6.unflagged.shrink_to_fit();
+    v->routes4.flaggedLater.clear();
+    v->routes6.flaggedLater.clear();
+  }
+}
+
+bool LiveBuilder::followable() const {
+  return !impl_->offloading;
+}
+
+template <class Fam>
+void LiveBuilder::Impl::remake(const typename Fam::Prefix& prefix, std::uint32_t table,
+                               const LiveBuilder::RoutesOf& routesOf) {
+  auto vrfsOf = tableVrfs.find(table);
+  if (vrfsOf == tableVrfs.end()) return;
+  for (const auto& [vrfPtr, rank] : vrfsOf->second) {
+    VrfState& v = *vrfPtr;
+    RouteTable<Fam>& rt = v.routes<Fam>();
+    Pending<Fam>& p = pending<Fam>();
+    p.active = true;
+    p.set = false;
+    onlyVrf = &v;
+    if (!rt.rankOf.empty()) rt.rankOf.erase(prefix);
+    // The VRF's tables in the order a read gives them: precedence goes by rank, whatever the
+    // order.
+    for (const std::uint32_t t : v.tables)
+      routesOf(t, [this](const k::Route& r) { this->route<Fam>(r); });
+    onlyVrf = nullptr;
+    p.active = false;
+    const auto old = rt.table->lookup(prefix);
+    const bool had = old.routeType != Fam::RouteType::invalid;
+    if (p.set) {
+      if (had && old.routeType == p.route.routeType && old.fecId == p.route.fecId &&
+          old.metric == p.route.metric && old.preference == p.route.preference &&
+          old.hardwareProgrammed == p.route.hardwareProgrammed)
+        continue;
+      rt.table->recordIs(p.route);
+      acquire(v, p.route.fecId);
+      if (had) release(v, old.fecId);
+    } else if (had) {
+      rt.table->recordDel(prefix);
+      release(v, old.fecId);
+    }
+  }
+}
+
+void LiveBuilder::prefixChanged(const Plexa::IpGenAddr& destination, std::uint8_t prefixLen,
+                                std::uint32_t table, const RoutesOf& routesOf) {
+  Impl& m = *impl_;
+  if (destination.isV4()) {
+    m.remake<V4>(V4::Prefix(destination.v4Addr(), prefixLen), table, routesOf);
+  } else if (destination.isV6()) {
+    m.remake<V6>(V6::Prefix(destination.v6Addr(), prefixLen), table, routesOf);
+  }
+}
+
+void LiveBuilder::neighborChanged(const kernel::Neighbor& n, bool removed) {
+  Impl& m = *impl_;
+  const LinkState* l = m.linkOf(n.ifindex);
+  if (!l || n.address.isZero()) return;
+  Arp::Table::ArpKey key;
+  key.vrfId = l->vrf->id;
+  key.addr = n.address;
+  key.intfId = l->id;
+  if (removed || !resolvedNeighbor(n)) {
+    m.arpStatus->recordDel(key);
+  } else {
+    neighbor(n);  // in place
+  }
+}
+
+void LiveBuilder::changesDone() {
+  for (auto& [name, v] : impl_->vrfs) {
+    const bool gone4 = v->fecs4.removeUnusedMade();
+    const bool gone6 = v->fecs6.removeUnusedMade();
+    if (gone4 || gone6) {
+      v->fecOfNexthop4.clear();
+      v->fecOfNexthop6.clear();
+    }
+  }
 }
 
 Mox::Ptr<Statum::EntityManager> LiveBuilder::Impl::mount() {

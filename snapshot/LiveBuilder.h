@@ -9,6 +9,7 @@
 // finish() hands out an entity manager with the same entities a loaded snapshot has.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,6 +43,29 @@ class LiveBuilder {
   std::vector<std::uint32_t> routeTables();
 
   Mox::Ptr<Statum::EntityManager> finish();
+
+  // ---- following the kernel ----
+  //
+  // After finish(), a follower makes `em` hold the records finish() handed out (in tables of
+  // its own, such as a store's) and hands it here: the builder's route, FEC and ARP tables
+  // become em's, the builder's own copies go, and each change below writes em's records in
+  // place. What the builder knows of links, VRFs and nexthop objects stays as it was read; a
+  // change to those is a new read. FECs no route uses any more leave their table.
+  void followIs(Statum::EntityManager& em);
+  // Whether a route change can be applied alone: false when something said it is offloaded
+  // (whether the hardware holds the other routes then depends on every route).
+  bool followable() const;
+  // The routes of one prefix changed in kernel table `table`: the prefix's record is made
+  // again in every VRF that reads the table, from the routes `routesOf(t, add)` hands to
+  // `add` for each kernel table t of the VRF, and written only when it differs.
+  using RouteSink = std::function<void(const kernel::Route&)>;
+  using RoutesOf = std::function<void(std::uint32_t table, const RouteSink& add)>;
+  void prefixChanged(const Plexa::IpGenAddr& destination, std::uint8_t prefixLen,
+                     std::uint32_t table, const RoutesOf& routesOf);
+  // A neighbour changed or went.
+  void neighborChanged(const kernel::Neighbor& neighbor, bool removed);
+  // The end of a batch of changes: FECs made for routes that lost to others go.
+  void changesDone();
 
  private:
   struct Impl;

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <vector>
 
 #include "platform/brine/Fib.h"
 #include "platform/mox/Ptr.h"
@@ -59,9 +60,42 @@ class FecTable {
     const Brine::Fib::FecId id(Fam::kAdjType, next_++);
     fec_->fecId = id;
     table->recordIs(*fec_);
-    byVias_.emplace(key_, id);
+    auto added = byVias_.emplace(key_, id).first;
+    uses_.emplace(id.value(), Use{0, &added->first});
+    made_.push_back(id);
     return id;
   }
+
+  // ---- what uses each FEC, for a follower that removes the FECs no route uses ----
+
+  // A route record names the FEC, or no longer does. With `removeUnused`, a FEC that no
+  // route names any more leaves the table; true when one did.
+  void acquire(Brine::Fib::FecId id) {
+    if (auto it = uses_.find(id.value()); it != uses_.end()) ++it->second.refs;
+  }
+  bool release(Brine::Fib::FecId id, bool removeUnused) {
+    auto it = uses_.find(id.value());
+    if (it == uses_.end() || it->second.refs == 0) return false;
+    if (--it->second.refs > 0 || !removeUnused) return false;
+    remove(it);
+    return true;
+  }
+  // Removes the FECs made since the last call that no route names (a route that lost to a
+  // better one of its prefix made one); true when it removed any.
+  bool removeUnusedMade() {
+    bool removed = false;
+    for (const Brine::Fib::FecId id : made_) {
+      auto it = uses_.find(id.value());
+      if (it != uses_.end() && it->second.refs == 0) {
+        remove(it);
+        removed = true;
+      }
+    }
+    made_.clear();
+    return removed;
+  }
+  void forgetMade() { made_.clear(); }
+  std::size_t size() const { return uses_.size(); }
 
   // Reads a FEC's vias into the scratch FEC, after those already there.
   void appendVias(Brine::Fib::FecId id) {
@@ -98,9 +132,21 @@ class FecTable {
     bool operator()(std::string_view a, std::string_view b) const noexcept { return a == b; }
   };
 
+  struct Use {
+    std::uint32_t refs;
+    const std::string* key;  // in byVias_
+  };
+  void remove(typename std::unordered_map<std::uint64_t, Use>::iterator it) {
+    table->recordDel(Brine::Fib::FecId(it->first));
+    byVias_.erase(byVias_.find(std::string_view(*it->second.key)));
+    uses_.erase(it);
+  }
+
   std::unique_ptr<typename Fam::Fec> fec_;
   std::string key_;
   std::unordered_map<std::string, Brine::Fib::FecId, Hash, Equal> byVias_;
+  std::unordered_map<std::uint64_t, Use> uses_;
+  std::vector<Brine::Fib::FecId> made_;
   std::uint64_t next_ = 1;
 };
 

@@ -21,15 +21,24 @@
 //   }
 //
 // How a change is applied:
-// - A route or a neighbour changes the follower's copy of what the kernel holds, and the
-//   batch's end writes the records that differ from what the tables hold: a route replaced
-//   is one recordIs, a route removed one recordDel.
+// - A route changes the follower's compact copy of the kernel's routes (LiveRouteMirror.h:
+//   24 bytes an IPv4 route, next-hop lists shared), and the prefix's record is made again
+//   from the routes the prefix has now in the tables of its VRF, and written in place in
+//   em's table only when it differs: a route replaced is one recordIs, a route removed one
+//   recordDel, and a FEC no route names any more leaves its table. Nothing else is rebuilt.
+//   A neighbour is one recordIs or recordDel of the ARP table.
+// - A route that says the hardware holds it (offload, trap, a failed offload), or pushes a
+//   stack of labels (a tunnel), is read again whole, as below: the programmed state of the
+//   other routes depends on it.
 // - A link, an address, a nexthop object or a forwarding setting that changes re-reads the
 //   kernel: the kernel removes the IPv4 routes of a link that goes down, or of an address
 //   removed, without a notification, and a nexthop object's removal takes its routes along.
 // - A lost notification (the socket's buffer overrun, ENOBUFS) is never passed over: the
 //   kernel is read again whole, the tables replaced by what it holds, the loss counted in
 //   Batch::rereads and logged.
+// A whole read builds the tables afresh, writes em's records that differ, and from then on
+// the builder writes em's tables (Batch::reread says a batch was one: entities other than the
+// route, FEC and ARP tables may have been replaced whole, which an owner publishes again).
 //
 // Not thread-safe: one thread calls process() and reads the tables between batches.
 
@@ -54,6 +63,9 @@ class LiveFollower {
     std::uint64_t rereads = 0;  // whole reads after lost notifications (overruns)
     std::uint64_t resyncs = 0;  // whole reads after a link, address or nexthop change
     bool reread = false;        // this batch read the kernel whole
+    // The follower's own copy of the kernel's routes: how many, and the bytes they take.
+    std::size_t keptRoutes = 0;
+    std::size_t keptBytes = 0;
   };
   using BatchDone = std::function<void(const Batch&)>;
   using Log = std::function<void(const std::string&)>;

@@ -19,6 +19,9 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <unistd.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include <sys/socket.h>
 
@@ -33,6 +36,7 @@
 #include <vector>
 
 #include "snapshot/KernelRecords.h"
+#include "snapshot/LiveRouteMirror.h"
 #include "snapshot/StateLayout.h"
 
 namespace Snapshot {
@@ -564,148 +568,91 @@ Mox::Ptr<Statum::EntityManager> readLive(const LiveScope& scope) {
 
 namespace follow {
 
-// What the kernel holds, as its notifications and dumps say it: the records a fresh read
-// would hand the builder. Routes are kept by what the kernel tells them apart by: an IPv4
-// route by its table, prefix, TOS and metric; an IPv6 route also by its next hop, since the
-// kernel keeps each next hop of an IPv6 multipath route as a route of its own.
-struct Mirror {
-  std::string host;
-  bool forwarding4 = true, forwarding6 = true;
-  std::map<std::uint32_t, k::Link> links;
-  std::map<std::uint32_t, std::vector<k::Address>> addresses;
-  std::map<std::uint32_t, k::NexthopObject> nexthops;
-  std::map<std::string, std::vector<k::Route>> routes;
-  std::map<std::string, k::Neighbor> neighbors;
-
-  static void appendAddress(std::string& key, const Plexa::IpGenAddr& a) {
-    key.push_back(static_cast<char>(a.af()));
-    key.append(reinterpret_cast<const char*>(a.bytes().data()), a.bytes().size());
-  }
-  template <class T>
-  static void appendValue(std::string& key, T v) {
-    key.append(reinterpret_cast<const char*>(&v), sizeof v);
-  }
-  static std::string keyOf(const k::Route& r) {
-    std::string key;
-    appendValue(key, r.table);
-    appendAddress(key, r.destination);
-    appendValue(key, r.prefixLen);
-    appendValue(key, r.tos);
-    appendValue(key, r.metric);
-    return key;
-  }
-  static bool sameHop(const k::Route& a, const k::Route& b) {
-    if (a.nexthops.size() != 1 || b.nexthops.size() != 1)
-      return a.nexthops.empty() && b.nexthops.empty();
-    return a.nexthops[0].ifindex == b.nexthops[0].ifindex &&
-           a.nexthops[0].gateway == b.nexthops[0].gateway;
-  }
-
-  // The decoders' sink, for a dump.
-  void hostnameIs(const std::string& name) { host = name; }
-  void forwardingIs(Plexa::AddressFamily family, bool on) {
-    (family == Plexa::AddressFamily::ipv6 ? forwarding6 : forwarding4) = on;
-  }
-  void link(const k::Link& l) { links[l.index] = l; }
-  void address(const k::Address& a) { addresses[a.ifindex].push_back(a); }
-  void nexthopObject(const k::NexthopObject& o) { nexthops[o.id] = o; }
-  void route(const k::Route& r) { routeNew(r, false); }
-  void neighbor(const k::Neighbor& n) { neighbors[neighborKey(n)] = n; }
-
-  static std::string neighborKey(const k::Neighbor& n) {
-    std::string key;
-    appendValue(key, n.ifindex);
-    appendAddress(key, n.address);
-    return key;
-  }
+// The kernel's routes as the follower keeps them (LiveRouteMirror.h): those of the kernel
+// tables the builder reads, without a TOS (which a router's listing has none of).
+struct Routes {
+  live::HopSets hops;
+  live::RouteMirror<std::uint32_t> v4;
+  live::RouteMirror<Plexa::Ip6Addr::Bytes> v6;
 
   void routeNew(const k::Route& r, bool replace) {
-    auto& same = routes[keyOf(r)];
     if (r.family == Plexa::AddressFamily::ipv4) {
-      same.assign(1, r);
-      return;
+      v4.routeNew(r, replace, hops);
+    } else {
+      v6.routeNew(r, replace, hops);
     }
-    if (replace) same.clear();
-    if (r.nexthops.size() <= 1) return putOne(same, r);
-    k::Route one = r;
-    for (const k::Nexthop& hop : r.nexthops) {
-      one.nexthops.assign(1, hop);
-      putOne(same, one);
-    }
-  }
-  static void putOne(std::vector<k::Route>& same, const k::Route& r) {
-    for (k::Route& have : same) {
-      if (sameHop(have, r)) {
-        have = r;
-        return;
-      }
-    }
-    same.push_back(r);
   }
   void routeDel(const k::Route& r) {
-    auto it = routes.find(keyOf(r));
-    if (it == routes.end()) return;
-    if (r.family == Plexa::AddressFamily::ipv4 || r.nexthops.empty()) {
-      routes.erase(it);
-      return;
+    if (r.family == Plexa::AddressFamily::ipv4) {
+      v4.routeDel(r, hops);
+    } else {
+      v6.routeDel(r, hops);
     }
-    k::Route one = r;
-    for (const k::Nexthop& hop : r.nexthops) {
-      one.nexthops.assign(1, hop);
-      std::erase_if(it->second, [&](const k::Route& have) { return sameHop(have, one); });
-    }
-    if (it->second.empty()) routes.erase(it);
   }
-
-  // Hands everything to a builder, in the order a read does.
-  void feed(LiveBuilder& b) const {
-    b.hostnameIs(host);
-    b.forwardingIs(Plexa::AddressFamily::ipv4, forwarding4);
-    b.forwardingIs(Plexa::AddressFamily::ipv6, forwarding6);
-    for (const auto& [index, l] : links)
-      b.link(l);
-    for (const bool v4 : {true, false}) {
-      for (const auto& [index, list] : addresses) {
-        for (const k::Address& a : list)
-          if (a.address.isV4() == v4) b.address(a);
-      }
+  // The routes of the prefix in kernel table `table`, to `add`.
+  void forEach(const Plexa::IpGenAddr& dst, std::uint8_t len, std::uint32_t table,
+               const LiveBuilder::RouteSink& add) const {
+    if (dst.isV4()) {
+      v4.forEach({table, v4.addrOf(dst), len}, hops, add);
+    } else {
+      v6.forEach({table, v6.addrOf(dst), len}, hops, add);
     }
-    for (const auto& [id, o] : nexthops)
-      b.nexthopObject(o);
-    for (const auto& [key, list] : routes) {
-      for (const k::Route& r : list)
-        b.route(r);
-    }
-    for (const auto& [key, n] : neighbors)
-      b.neighbor(n);
+  }
+  std::size_t size() const { return v4.size() + v6.size(); }
+  // The routes and their next-hop lists (each list's vector and its key, roughly).
+  std::size_t bytes() const {
+    return v4.bytes() + v6.bytes() + hops.size() * (sizeof(k::Nexthop) + 160);
   }
 };
 
-// Reads every dump into the mirror: every table's routes, so that a VRF made later finds
-// its routes there.
-std::string readAll(Mirror& m) {
+// A whole read: every dump straight into a builder, and the routes of the tables the builder
+// reads kept for the changes that follow.
+struct WholeRead {
+  LiveBuilder& b;
+  Routes& routes;
+  std::vector<std::uint32_t> tables;  // sorted, once the links are read
+
+  void hostnameIs(const std::string& name) { b.hostnameIs(name); }
+  void forwardingIs(Plexa::AddressFamily family, bool on) { b.forwardingIs(family, on); }
+  void link(const k::Link& l) { b.link(l); }
+  void address(const k::Address& a) { b.address(a); }
+  void nexthopObject(const k::NexthopObject& o) { b.nexthopObject(o); }
+  void route(const k::Route& r) {
+    if (tables.empty()) {
+      tables = b.routeTables();
+      std::sort(tables.begin(), tables.end());
+    }
+    if (r.tos != 0 || !std::binary_search(tables.begin(), tables.end(), r.table)) return;
+    routes.routeNew(r, false);
+    b.route(r);
+  }
+  void neighbor(const k::Neighbor& n) { b.neighbor(n); }
+};
+
+// Reads every dump into `w`: every table's routes, in the order the builder takes them.
+std::string readAll(WholeRead& w) {
   Session s;
-  m.hostnameIs(hostname());
+  w.hostnameIs(hostname());
   using End = Session::End;
   void* header;
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
     const nlmsghdr* req = s.request(RTM_GETNETCONF, sizeof(netconfmsg), &header);
     static_cast<netconfmsg*>(header)->ncm_family = family;
     if (s.dump(req, "the forwarding settings", true,
-               [&](const nlmsghdr* n) { decodeNetconf(n, m); }) == End::interrupted)
+               [&](const nlmsghdr* n) { decodeNetconf(n, w); }) == End::interrupted)
       return "the forwarding settings";
   }
   {
     const nlmsghdr* req = s.request(RTM_GETLINK, sizeof(ifinfomsg), &header);
     static_cast<ifinfomsg*>(header)->ifi_family = AF_UNSPEC;
-    if (s.dump(req, "the links", false, [&](const nlmsghdr* n) { decodeLink(n, m); }) ==
+    if (s.dump(req, "the links", false, [&](const nlmsghdr* n) { decodeLink(n, w); }) ==
         End::interrupted)
       return "the links";
   }
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
     const nlmsghdr* req = s.request(RTM_GETADDR, sizeof(ifaddrmsg), &header);
     static_cast<ifaddrmsg*>(header)->ifa_family = family;
-    if (s.dump(req, "the addresses", false, [&](const nlmsghdr* n) { decodeAddress(n, m); }) ==
+    if (s.dump(req, "the addresses", false, [&](const nlmsghdr* n) { decodeAddress(n, w); }) ==
         End::interrupted)
       return "the addresses";
   }
@@ -713,7 +660,7 @@ std::string readAll(Mirror& m) {
     const nlmsghdr* req = s.request(RTM_GETNEXTHOP, sizeof(nhmsg), &header);
     static_cast<nhmsg*>(header)->nh_family = AF_UNSPEC;
     if (s.dump(req, "the nexthop objects", true,
-               [&](const nlmsghdr* n) { decodeNexthopObject(n, m); }) == End::interrupted)
+               [&](const nlmsghdr* n) { decodeNexthopObject(n, w); }) == End::interrupted)
       return "the nexthop objects";
   }
   RouteDecoder decode(RouteDecoder::kAnyTable);
@@ -721,14 +668,14 @@ std::string readAll(Mirror& m) {
     const nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
     static_cast<rtmsg*>(header)->rtm_family = family;
     if (s.dump(req, "the routes", true, [&](const nlmsghdr* n) {
-          decode(n, [&](const k::Route& r) { m.route(r); });
+          decode(n, [&](const k::Route& r) { w.route(r); });
         }) == End::interrupted)
       return "the routes";
   }
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
     const nlmsghdr* req = s.request(RTM_GETNEIGH, sizeof(ndmsg), &header);
     static_cast<ndmsg*>(header)->ndm_family = family;
-    if (s.dump(req, "the neighbours", false, [&](const nlmsghdr* n) { decodeNeighbor(n, m); }) ==
+    if (s.dump(req, "the neighbours", false, [&](const nlmsghdr* n) { decodeNeighbor(n, w); }) ==
         End::interrupted)
       return "the neighbours";
   }
@@ -792,13 +739,15 @@ void syncAll(Statum::EntityManager& target, const Statum::EntityManager& fresh) 
 }  // namespace follow
 
 struct LiveFollower::Impl {
-  using Mirror = follow::Mirror;
   Statum::EntityManager& em;
   BatchDone onBatch;
   Options options;
   mnl_socket* nl = nullptr;
   std::vector<char> buffer = std::vector<char>(256 * 1024);
-  Mirror mirror;
+  // What the last whole read built, writing em's tables since, and the routes it keeps.
+  std::unique_ptr<LiveBuilder> builder;
+  std::unique_ptr<follow::Routes> routes;
+  std::vector<std::uint32_t> tables;  // the kernel tables the builder reads, sorted
   Batch batch;
   // What the messages of this batch asked for.
   bool resync = false;
@@ -838,26 +787,43 @@ struct LiveFollower::Impl {
     }
   }
 
-  // Reads the kernel whole into a fresh mirror, read again while a change interrupts it.
+  // Reads the kernel whole into a fresh builder, read again while a change interrupts it,
+  // and makes em's tables what it built; the builder then writes them in place.
   void readWhole() {
     std::string interrupted;
     for (int attempt = 0; attempt < kLiveReadAttempts; ++attempt) {
-      Mirror fresh;
-      interrupted = follow::readAll(fresh);
-      if (interrupted.empty()) {
-        mirror = std::move(fresh);
-        return;
+      auto b = std::make_unique<LiveBuilder>();
+      auto r = std::make_unique<follow::Routes>();
+      follow::WholeRead read{*b, *r, {}};
+      interrupted = follow::readAll(read);
+      if (!interrupted.empty()) continue;
+      // The old builder's tables are em's: it goes before the new one's copies are synced in,
+      // so that the two never hold a whole table each at once beyond em's.
+      builder.reset();
+      routes.reset();
+      {
+        const auto fresh = b->finish();
+        follow::syncAll(em, *fresh);
       }
+      b->followIs(em);
+      builder = std::move(b);
+      routes = std::move(r);
+      tables = read.tables.empty() ? builder->routeTables() : std::move(read.tables);
+      std::sort(tables.begin(), tables.end());
+#if defined(__GLIBC__)
+      // The read's own tables and records are gone; the heap they took goes back to the
+      // system rather than stay the follower's for good.
+      ::malloc_trim(0);
+#endif
+      return;
     }
     throw LiveError(interrupted + " kept changing while they were read (" +
                     std::to_string(kLiveReadAttempts) + " attempts); try again");
   }
 
-  void apply(bool whole) {
-    LiveBuilder builder;
-    mirror.feed(builder);
-    const auto fresh = builder.finish();
-    follow::syncAll(em, *fresh);
+  void batchDone(bool whole) {
+    batch.keptRoutes = routes->size();
+    batch.keptBytes = routes->bytes();
     ++batch.generation;
     batch.reread = whole;
     batch.notifications = pending;
@@ -866,33 +832,57 @@ struct LiveFollower::Impl {
     if (onBatch) onBatch(batch);
   }
 
+  // A route the builder cannot apply alone: one that says what the hardware holds (the
+  // other routes' programmed state then depends on it), or a label stack that rides a tunnel.
+  static bool needsWholeRead(const k::Route& r) {
+    if (r.offload != k::Offload::none) return true;
+    for (const k::Nexthop& h : r.nexthops) {
+      if (h.offload != k::Offload::none || h.labels.size() > 1) return true;
+    }
+    return false;
+  }
+
+  void routeChanged(const k::Route& r, bool add, bool replace) {
+    if (r.tos != 0 || !std::binary_search(tables.begin(), tables.end(), r.table)) return;
+    if (!builder->followable() || needsWholeRead(r)) {
+      resync = true;
+      return;
+    }
+    if (add) {
+      routes->routeNew(r, replace);
+    } else {
+      routes->routeDel(r);
+    }
+    const follow::Routes& kept = *routes;
+    const Plexa::IpGenAddr dst = r.destination;
+    const std::uint8_t len = r.prefixLen;
+    builder->prefixChanged(dst, len, r.table,
+                           [&](std::uint32_t table, const LiveBuilder::RouteSink& sink) {
+                             kept.forEach(dst, len, table, sink);
+                           });
+  }
+
   static int onMessage(const nlmsghdr* nlh, void* data) {
     auto* self = static_cast<Impl*>(data);
     ++self->pending;
+    if (self->resync) return MNL_CB_OK;  // a whole read follows
     switch (nlh->nlmsg_type) {
       case RTM_NEWROUTE:
       case RTM_DELROUTE: {
         RouteDecoder decode(RouteDecoder::kAnyTable);
         const bool add = nlh->nlmsg_type == RTM_NEWROUTE;
         const bool replace = nlh->nlmsg_flags & NLM_F_REPLACE;
-        decode(nlh, [&](const k::Route& r) {
-          if (add) {
-            self->mirror.routeNew(r, replace);
-          } else {
-            self->mirror.routeDel(r);
-          }
-        });
+        decode(nlh, [&](const k::Route& r) { self->routeChanged(r, add, replace); });
         break;
       }
       case RTM_NEWNEIGH:
-        decodeNeighbor(nlh, self->mirror);
-        break;
       case RTM_DELNEIGH: {
-        struct Gone {
-          Mirror& m;
-          void neighbor(const k::Neighbor& n) { m.neighbors.erase(Mirror::neighborKey(n)); }
-        } gone{self->mirror};
-        decodeNeighbor(nlh, gone);
+        struct Changed {
+          LiveBuilder& b;
+          bool removed;
+          void neighbor(const k::Neighbor& n) { b.neighborChanged(n, removed); }
+        } changed{*self->builder, nlh->nlmsg_type == RTM_DELNEIGH};
+        decodeNeighbor(nlh, changed);
         break;
       }
       default:
@@ -930,9 +920,10 @@ struct LiveFollower::Impl {
     if (lost || resync) {
       resync = false;
       readWhole();
-      apply(true);
+      batchDone(true);
     } else if (pending > 0) {
-      apply(false);
+      builder->changesDone();
+      batchDone(false);
     }
     return applied;
   }
@@ -943,7 +934,7 @@ LiveFollower::LiveFollower(Statum::EntityManager& em, BatchDone onBatch, Options
   // Subscribed before the read: a change made while it reads is queued, not missed.
   impl_->subscribe();
   impl_->readWhole();
-  impl_->apply(true);
+  impl_->batchDone(true);
 }
 
 LiveFollower::LiveFollower(Statum::EntityManager& em, BatchDone onBatch)

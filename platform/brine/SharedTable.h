@@ -59,13 +59,18 @@ struct alignas(64) SharedTableHeader {
   std::atomic<std::uint64_t> size;
   std::atomic<std::uint64_t> generation;
   std::atomic<std::uint64_t> writeSeq;
+  // Records [0, used) are whole records or holes a delete left: a walk goes up to here.
+  std::atomic<std::uint64_t> used;
   std::uint32_t recordSize;  // sizeof(SharedRecord<V>): a reader of another build refuses
   std::uint32_t reserved;
 };
 
+// A record, or a hole (present == 0) that a delete left in its place and an insert fills
+// again: records never move, so a walk sees each record that stays in the table once.
 template <class V>
 struct SharedRecord {
   std::atomic<std::uint32_t> seq;
+  std::atomic<std::uint32_t> present;  // written under seq, with value
   V value;
 };
 

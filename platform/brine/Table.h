@@ -14,8 +14,10 @@
 // them into a store shared between processes (SharedTable.h): then every write goes to the
 // store, and a table attached read-only reads the records another process writes, copying
 // each under its sequence counter. Reads of a shared table stay bounded whatever the writer
-// does meanwhile: a probe visits each slot at most once, a walk ends at the size it began with
-// or the table's size now, whichever is smaller, and no offset is followed outside the mapping.
+// does meanwhile: a probe visits each slot at most once, a walk ends where the records ended
+// when it began or where they end now, whichever is first, and no offset is followed outside
+// the mapping. A shared table's records never move: a delete leaves a hole that a later insert
+// fills, so a walk sees every record that stays in the table throughout it exactly once.
 
 #include <algorithm>
 #include <atomic>
@@ -88,6 +90,7 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     if (!arena_ || !arena_->writableBase()) return;
     sharedBeginWrite();
     w_.h->size.store(0, std::memory_order_release);
+    w_.h->used.store(0, std::memory_order_release);
     sharedPublish([](SharedTableHeader& h) {
       h.capacity.store(0, std::memory_order_relaxed);
       h.slotCount.store(0, std::memory_order_relaxed);
@@ -138,7 +141,11 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     // A copy of the record; raises CorruptionDetectedException for an injected key.
     V operator*() const {
       if (t_->arena_) [[unlikely]] {
-        const V r = t_->sharedAt(i_);
+        // A record deleted since the comparison that let the walk here is passed over for the
+        // next one; the empty record only when none is left.
+        V r{};
+        while (i_ < bound() && !t_->sharedAt(i_, r))
+          ++i_;
         t_->checkCorruption(r.key());
         return r;
       }
@@ -150,6 +157,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
       ++i_;
       return *this;
     }
+    // The record's place in the table, for at(): read after the record (a shared walk passes
+    // over holes as it reads).
+    std::size_t position() const { return i_; }
     bool operator==(const const_iterator& o) const {
       if (limit_ == kNoLimit && o.limit_ == kNoLimit) return i_ == o.i_;
       // A walk of a shared table: the end is wherever the table ends now, and never beyond
@@ -159,19 +169,31 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
 
    private:
     static constexpr std::size_t kNoLimit = ~std::size_t(0);
-    bool atEnd() const { return limit_ == kNoLimit ? false : i_ >= std::min(limit_, t_->size()); }
+    std::size_t bound() const { return std::min<std::size_t>(limit_, t_->sharedUsed()); }
+    // A shared walk passes over the holes deletes left, so that it ends without handing out
+    // an empty record when only holes are left.
+    bool atEnd() const {
+      if (limit_ == kNoLimit) return false;
+      const std::size_t b = bound();
+      // A table without holes (its size is its reach) needs no look at the records.
+      if (i_ < b && t_->size() != b) {
+        while (i_ < b && t_->sharedHole(i_))
+          ++i_;
+      }
+      return i_ >= b;
+    }
     const Table* t_;
-    std::size_t i_;
+    mutable std::size_t i_;
     std::size_t limit_;
   };
   const_iterator begin() const {
     if (arena_) [[unlikely]]
-      return const_iterator(this, 0, size());
+      return const_iterator(this, 0, sharedUsed());
     return const_iterator(this, 0);
   }
   const_iterator end() const {
     if (arena_) [[unlikely]]
-      return const_iterator(this, size(), 0);
+      return const_iterator(this, sharedUsed(), 0);
     return const_iterator(this, records_.size());
   }
 
@@ -180,8 +202,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   // a delete since may have moved another record into that place.
   V at(std::size_t i) const {
     if (arena_) [[unlikely]] {
-      if (i >= size()) return V{};
-      const V r = sharedAt(i);
+      V r{};
+      // A hole (a record deleted since) reads as the empty record.
+      if (i >= sharedUsed() || !sharedAt(i, r)) return V{};
       checkCorruption(r.key());
       return r;
     }
@@ -189,13 +212,20 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     checkCorruption(records_[i].key());
     return records_[i];
   }
+  // One past the last place a record can have: the size, or in a store the records and the
+  // holes deletes left among them.
+  std::size_t reach() const {
+    if (arena_) [[unlikely]]
+      return sharedUsed();
+    return records_.size();
+  }
   // A hint that the whole table is read soon, in no particular order: a table in a store has
   // its records' pages mapped in one go. Changes nothing, raises nothing.
   void willReadAll() const {
     if (!arena_) return;
     Layout l;
     if (!sharedLayout(l)) return;
-    const std::uint64_t n = std::min<std::uint64_t>(size(), l.capacity);
+    const std::uint64_t n = std::min<std::uint64_t>(sharedUsed(), l.capacity);
     arena_->willRead(
         static_cast<std::uint64_t>(reinterpret_cast<const char*>(l.records) - arena_->base()),
         n * sizeof(Stored));
@@ -445,6 +475,8 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
       sharedInsertSlot(v.key(), static_cast<std::uint32_t>(w_.size));
       ++w_.size;
     }
+    w_.used = w_.size;
+    h->used.store(w_.used, std::memory_order_release);
     h->size.store(w_.size, std::memory_order_release);
     h->generation.store(generation_ + 1, std::memory_order_release);
     records_ = std::move(pending);
@@ -472,7 +504,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     std::uint64_t recordsAt = 0, capacity = 0;
     std::atomic<std::uint32_t>* slots = nullptr;
     std::uint64_t slotsAt = 0, slotCount = 0;
-    std::uint64_t size = 0;
+    std::uint64_t size = 0;            // records in the table
+    std::uint64_t used = 0;            // records and holes: where a walk ends
+    std::vector<std::uint32_t> holes;  // the holes below `used`, filled before `used` grows
   };
 
   static void pause() {
@@ -513,9 +547,10 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     return false;
   }
 
-  enum class Copy { whole, moved, torn };
-  // Copies record i of the layout; `moved` when the layout is no longer current (the copy
-  // may come from a region given back), `torn` when the record kept changing.
+  enum class Copy { whole, hole, moved, torn };
+  // Copies record i of the layout; `hole` when a delete left none there, `moved` when the
+  // layout is no longer current (the copy may come from a region given back), `torn` when
+  // the record kept changing.
   Copy sharedCopy(const Layout& l, std::uint64_t i, V& out) const {
     const Stored& r = l.records[i];
     for (int tries = 0; tries < kSharedTries; ++tries) {
@@ -524,34 +559,56 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
         pause();
         continue;
       }
+      const std::uint32_t present = r.present.load(std::memory_order_relaxed);
       std::memcpy(static_cast<void*>(&out), static_cast<const void*>(&r.value), sizeof(V));
       std::atomic_thread_fence(std::memory_order_acquire);
       if (r.seq.load(std::memory_order_relaxed) != s1) continue;
       if (header_->layoutSeq.load(std::memory_order_acquire) != l.seq) return Copy::moved;
-      return Copy::whole;
+      return present ? Copy::whole : Copy::hole;
     }
     return Copy::torn;
   }
 
-  V sharedAt(std::uint64_t i) const {
+  std::uint64_t sharedUsed() const {
+    return header_->used.load(std::memory_order_acquire);
+  }
+
+  // Record i into `out`; false for a hole. A record that cannot be read whole is reported
+  // and read as the empty record.
+  bool sharedAt(std::uint64_t i, V& out) const {
     for (int tries = 0; tries < kSharedTries; ++tries) {
       Layout l;
-      if (!sharedLayout(l)) return V{};
+      if (!sharedLayout(l)) return false;
       // Shrunk since the walk looked at its size: the walk ends at the next comparison.
-      if (i >= l.capacity) return V{};
-      V v;
-      switch (sharedCopy(l, i, v)) {
+      if (i >= l.capacity) return false;
+      switch (sharedCopy(l, i, out)) {
         case Copy::whole:
-          return v;
+          return true;
+        case Copy::hole:
+          return false;
         case Copy::moved:
           continue;
         case Copy::torn:
           corruptionDetected("record changed while it was read");
-          return V{};
+          out = V{};
+          return true;
       }
     }
     corruptionDetected("the table's regions kept moving");
-    return V{};
+    out = V{};
+    return true;
+  }
+  // Whether record i is a hole now, without copying it: a record being written is not.
+  bool sharedHole(std::uint64_t i) const {
+    Layout l;
+    if (!sharedLayout(l) || i >= l.capacity) return false;
+    const Stored& r = l.records[i];
+    const std::uint32_t s1 = r.seq.load(std::memory_order_acquire);
+    if (s1 & 1) return false;
+    const std::uint32_t present = r.present.load(std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return present == 0 && r.seq.load(std::memory_order_relaxed) == s1 &&
+           header_->layoutSeq.load(std::memory_order_acquire) == l.seq;
   }
 
   // Finds k, probing each slot at most once. A miss seen while the writer moved entries of
@@ -579,6 +636,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
               out = r;
               return true;
             }
+            break;
+          case Copy::hole:
+            // Deleted since its slot was read: the write counter sends the lookup round again.
             break;
           case Copy::moved:
             retry = true;
@@ -612,7 +672,18 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     const std::uint32_t s = r.seq.load(std::memory_order_relaxed);
     r.seq.store(s + 1, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_release);
+    r.present.store(1, std::memory_order_relaxed);
     std::memcpy(static_cast<void*>(&r.value), static_cast<const void*>(&v), sizeof(V));
+    r.seq.store(s + 2, std::memory_order_release);
+  }
+  // Leaves a hole at i: the record reads as absent until an insert fills it again.
+  void sharedClear(std::uint64_t i) {
+    Stored& r = w_.records[i];
+    const std::uint32_t s = r.seq.load(std::memory_order_relaxed);
+    r.seq.store(s + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    r.present.store(0, std::memory_order_relaxed);
+    std::memset(static_cast<void*>(&r.value), 0, sizeof(V));
     r.seq.store(s + 2, std::memory_order_release);
   }
   template <class F>
@@ -627,9 +698,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   void sharedGrowRecords(std::uint64_t capacity) {
     const std::uint64_t at = arena_->allocate(capacity * sizeof(Stored));
     auto* records = reinterpret_cast<Stored*>(arena_->writableBase() + at);
-    if (w_.size)
+    if (w_.used)
       std::memcpy(static_cast<void*>(records), static_cast<const void*>(w_.records),
-                  w_.size * sizeof(Stored));
+                  w_.used * sizeof(Stored));
     const std::uint64_t oldAt = w_.recordsAt, oldCapacity = w_.capacity;
     sharedPublish([&](SharedTableHeader& h) {
       h.recordsAt.store(at, std::memory_order_relaxed);
@@ -645,7 +716,8 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     const std::uint64_t at = arena_->allocate(n * 4);
     auto* slots = reinterpret_cast<std::atomic<std::uint32_t>*>(arena_->writableBase() + at);
     const std::uint64_t mask = n - 1;
-    for (std::uint64_t i = 0; i < w_.size; ++i) {
+    for (std::uint64_t i = 0; i < w_.used; ++i) {
+      if (!w_.records[i].present.load(std::memory_order_relaxed)) continue;
       std::uint64_t s = homeIn(w_.records[i].value.key(), mask);
       while (slots[s].load(std::memory_order_relaxed) != 0)
         s = (s + 1) & mask;
@@ -699,15 +771,23 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     }
     if (w_.size + 1 > kMaxShared)
       throw Mox::RangeException(std::string(typeName()) + ": table full");
-    if (w_.size == w_.capacity) sharedGrowRecords(std::max<std::uint64_t>(16, w_.capacity * 2));
+    // A hole first: the records region grows only when there is none.
+    if (w_.holes.empty() && w_.used == w_.capacity)
+      sharedGrowRecords(std::max<std::uint64_t>(16, w_.capacity * 2));
     if ((w_.size + 1) * 2 > w_.slotCount)
       sharedRehash(std::max<std::uint64_t>(16, w_.slotCount * 2));
-    // The record is whole before the size or a slot lets a reader reach it.
-    sharedWrite(w_.size, v);
+    std::uint64_t i = w_.used;
+    if (!w_.holes.empty()) {
+      i = w_.holes.back();
+      w_.holes.pop_back();
+    }
+    // The record is whole before `used` or a slot lets a reader reach it.
+    sharedWrite(i, v);
     sharedBeginWrite();
     ++w_.size;
     w_.h->size.store(w_.size, std::memory_order_release);
-    sharedInsertSlot(k, static_cast<std::uint32_t>(w_.size - 1));
+    if (i == w_.used) w_.h->used.store(++w_.used, std::memory_order_release);
+    sharedInsertSlot(k, static_cast<std::uint32_t>(i));
     sharedEndWrite();
   }
   bool sharedRecordDel(const K& k) {
@@ -728,14 +808,15 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
       }
     }
     w_.slots[s].store(0, std::memory_order_release);
-    const std::uint64_t last = w_.size - 1;
-    if (i != last) {
-      const V moved = w_.records[last].value;
-      sharedWrite(i, moved);
-      w_.slots[sharedSlotOf(moved.key())].store(static_cast<std::uint32_t>(i + 1),
-                                                std::memory_order_release);
+    // The record leaves a hole where it was; no other record moves, so a walk going on
+    // neither misses one nor sees one twice.
+    sharedClear(i);
+    if (i + 1 == w_.used) {
+      w_.h->used.store(--w_.used, std::memory_order_release);
+    } else {
+      w_.holes.push_back(static_cast<std::uint32_t>(i));
     }
-    w_.size = last;
+    --w_.size;
     w_.h->size.store(w_.size, std::memory_order_release);
     sharedEndWrite();
     return true;
@@ -744,7 +825,10 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     writable();
     sharedBeginWrite();
     w_.size = 0;
+    w_.used = 0;
+    w_.holes.clear();
     w_.h->size.store(0, std::memory_order_release);
+    w_.h->used.store(0, std::memory_order_release);
     for (std::uint64_t s = 0; s < w_.slotCount; ++s)
       w_.slots[s].store(0, std::memory_order_relaxed);
     sharedEndWrite();

@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <unistd.h>
@@ -280,6 +281,9 @@ class LiveAgent : public testing::Test {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to make a network namespace";
+    char dir[] = "/tmp/rova-live-agent-XXXXXX";
+    ASSERT_NE(::mkdtemp(dir), nullptr);
+    dir_ = dir;
     ns_ = uniqueName("ns");
     if (!sh("ip netns add " + ns_)) GTEST_SKIP() << "cannot make a network namespace";
     made_ = true;
@@ -292,6 +296,7 @@ class LiveAgent : public testing::Test {
   void TearDown() override {
     agent_.reset();
     if (made_) sh("ip netns del " + ns_);
+    if (!dir_.empty()) std::filesystem::remove_all(dir_);
   }
   static bool sh(const std::string& command) {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
@@ -318,15 +323,38 @@ class LiveAgent : public testing::Test {
     }
     return now;
   }
-  void startAgent() {
-    agent_ = std::make_unique<AgentProcess>(uniqueName("live"), std::vector<std::string>{"--live"},
-                                            std::vector<std::string>{"ip", "netns", "exec", ns_});
+  // `env`: settings of the agent's environment; its standard error goes to `log` when given.
+  void startAgent(const std::vector<std::string>& env = {}, const std::string& log = {}) {
+    std::vector<std::string> wrapper = {"ip", "netns", "exec", ns_, "env"};
+    wrapper.insert(wrapper.end(), env.begin(), env.end());
+    if (!log.empty()) wrapper.insert(wrapper.end(), {"sh", "-c", "exec \"$0\" \"$@\" 2>" + log});
+    // The static configuration in the test's directory, not the default one under /var/lib.
+    agent_ = std::make_unique<AgentProcess>(
+        uniqueName("live"),
+        std::vector<std::string>{"--live", "--static-config", dir_ + "/static-routes.conf"},
+        wrapper);
     ASSERT_TRUE(agent_->ready());
+  }
+  // Runs the lines of `script` (one per line, as `ip -batch` takes them) in the namespace.
+  bool ipBatch(const std::string& script) {
+    const std::string file = dir_ + "/batch";
+    std::ofstream(file) << script;
+    return ip("-batch " + file);
+  }
+  // Every step-th of N /32 routes of 10.70.0.0/16 from `first`, a line `verb PREFIX rest` each.
+  static std::string routes(int n, const std::string& verb, const std::string& rest, int step = 1,
+                            int first = 0) {
+    std::string text;
+    for (int i = first; i < n; i += step)
+      text += verb + " 10.70." + std::to_string(i / 256) + "." + std::to_string(i % 256) + "/32 " +
+              rest + "\n";
+    return text;
   }
 
   std::string ns_;
   bool made_ = false;
   std::unique_ptr<AgentProcess> agent_;
+  std::string dir_;  // the test's files: batches, an agent's log
 };
 
 TEST_F(LiveAgent, RoutesAddedReplacedAndRemovedAreEachSeenAttached) {
@@ -374,4 +402,60 @@ TEST_F(LiveAgent, ChangesItCannotMakeAreRefusedAndChangeNothing) {
                                            "clear", "nexthop-group", "counters"});
   EXPECT_EQ(r.status, cli::kStatusFailed);
   EXPECT_EQ(r.err.rfind("% Configuration is refused in live mode", 0), 0u) << r.err;
+}
+
+// Bursts of route changes go to the store in place, prefix by prefix: after each, the attached
+// listing is that of a fresh read, and the catalog (the small entities) is not published
+// again for batches that changed routes only; an address changed publishes it.
+TEST_F(LiveAgent, BurstsOfRouteChangesLeaveTheListingOfAFreshReadAndTheCatalogAlone) {
+  startAgent();
+  const std::vector<std::string> routesCommand = {"show", "ip", "route"};
+  const auto attachment = Agent::Attachment::open(agent_->name());
+  const std::uint64_t catalog = attachment->catalogPublished();
+
+  ASSERT_TRUE(ipBatch(routes(600, "route add", "via 10.1.0.2 proto bgp")));
+  std::string now = settled(routesCommand);
+  EXPECT_EQ(now, fresh(routesCommand));
+  EXPECT_NE(now.find("10.70.2.87/32 [200/0] via 10.1.0.2, v0"), std::string::npos) << now;
+  // Replaced over the other link, a second metric under some (hidden, then shown when the
+  // first goes), multipath over both, and a third removed.
+  ASSERT_TRUE(ipBatch(routes(600, "route replace", "via 10.2.0.2 proto static") +
+                      routes(600, "route add", "via 10.1.0.2 metric 50", 7) +
+                      routes(600, "route replace", "nexthop via 10.1.0.2 nexthop via 10.2.0.2", 5) +
+                      routes(600, "route del", "", 3)));
+  now = settled(routesCommand);
+  EXPECT_EQ(now, fresh(routesCommand));
+  EXPECT_NE(now.find("10.70.2.86/32 [1/0] via 10.2.0.2, v1"), std::string::npos) << now;
+  EXPECT_EQ(now.find("10.70.2.85/32"), std::string::npos) << now;
+  // The first metric goes where there is a second: the second shows.
+  ASSERT_TRUE(ipBatch(routes(600, "route del", "metric 0", 3, 1)));
+  now = settled(routesCommand);
+  EXPECT_EQ(now, fresh(routesCommand));
+  EXPECT_NE(now.find("10.70.0.7/32 [0/50] via 10.1.0.2, v0"), std::string::npos) << now;
+  EXPECT_EQ(attachment->catalogPublished(), catalog) << "route changes published the catalog";
+
+  ASSERT_TRUE(ip("addr add 10.3.0.1/24 dev v1"));
+  now = settled(routesCommand);
+  EXPECT_NE(now.find("10.3.0.0/24"), std::string::npos) << now;
+  EXPECT_GT(attachment->catalogPublished(), catalog);
+}
+
+// A socket buffer too small for a burst: the notifications lost are never passed over, the
+// kernel is read again, and the listing is a fresh read's.
+TEST_F(LiveAgent, AnOverrunEndsInAReadAndTheListingOfAFreshRead) {
+  const std::string log = dir_ + "/agent.log";
+  startAgent({"ROVA_AGENT_RECEIVE_BUFFER=4096"}, log);
+  const std::vector<std::string> routesCommand = {"show", "ip", "route"};
+  // The agent stopped while the bursts come, so that they overrun its socket however fast it
+  // would read them; it goes on whatever the bursts did.
+  ::kill(agent_->pid(), SIGSTOP);
+  const bool added = ipBatch(routes(3000, "route add", "via 10.1.0.2 proto bgp"));
+  const bool changed = ipBatch(routes(3000, "route replace", "via 10.2.0.2 proto bgp", 2) +
+                               routes(3000, "route del", "", 3));
+  ::kill(agent_->pid(), SIGCONT);
+  ASSERT_TRUE(added && changed);
+  const std::string now = settled(routesCommand);
+  EXPECT_EQ(now, fresh(routesCommand));
+  EXPECT_NE(now.find("10.70.11.183/32 [200/0] via 10.1.0.2, v0"), std::string::npos) << now;
+  EXPECT_NE(fileText(log).find("notifications were lost"), std::string::npos) << fileText(log);
 }

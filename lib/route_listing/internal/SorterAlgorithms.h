@@ -270,7 +270,7 @@ template <class Sorter>
 bool selectsByReference(const Sorter& s) {
   using Prefix = typename Sorter::Family::Prefix;
   if constexpr (Mox::HasOrderKey<Prefix>) {
-    return s.routingStatus()->size() < (std::size_t(1) << kPlaceBits);
+    return s.routingStatus()->reach() < (std::size_t(1) << kPlaceBits);
   } else {
     return false;
   }
@@ -326,9 +326,9 @@ void filterPrefixes(Sorter& s) {
       if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();
       YieldCounter yield;
       PrintableFecs fecs;
-      std::uint64_t place = 0;
-      for (auto it = table.begin(); it != table.end(); ++it, ++place) {
+      for (auto it = table.begin(); it != table.end(); ++it) {
         const auto route = readRecord(table, it);
+        const std::uint64_t place = it.position();
         const bool wanted =
             want.isNullPrefix() || (route.prefix.len() >= want.len() &&
                                     route.prefix.address().masked(want.len()) == want.address());
