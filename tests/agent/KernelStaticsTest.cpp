@@ -420,6 +420,12 @@ TEST_F(KernelStatics, LinesTypedAttachedReachTheKernelAllOrNothing) {
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(ipOut("route show proto static"),
             "10.95.0.0/16 via 10.1.0.2 dev v0 metric 1 \nblackhole 10.96.0.0/16 metric 30 \n");
+  // What the agent programmed is the kernel's: a fresh read shows it, with its preference.
+  const std::string live =
+      clitest::runProgram("/usr/bin/env", {"ip", "netns", "exec", ns_, ROVA_PROGRAM, "--live",
+                                           "show", "ip", "route"})
+          .out;
+  EXPECT_NE(live.find(" S      10.95.0.0/16 [1/1] via 10.1.0.2, v0"), std::string::npos) << live;
   r = attached("configure\nno ip route 10.95.0.0/16 10.1.0.2\n");
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(ipOut("route show proto static"), "blackhole 10.96.0.0/16 metric 30 \n");
