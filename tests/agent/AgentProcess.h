@@ -3,6 +3,8 @@
 // agent's store removed whatever happened, and the agent told to end with the test process
 // should that die first.
 
+#include <grp.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -10,6 +12,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,6 +25,18 @@ namespace agenttest {
 inline std::string uniqueName(const std::string& what) {
   static std::atomic<int> n{0};
   return "test-" + what + "-" + std::to_string(::getpid()) + "-" + std::to_string(n++);
+}
+
+// What a child runs before the program starts to become the user `nobody` (it ends with
+// status 126 when it cannot); empty when the machine has no such user.
+inline std::function<void()> becomeNobody() {
+  const passwd* nobody = ::getpwnam("nobody");
+  if (!nobody) return {};
+  const uid_t uid = nobody->pw_uid;
+  const gid_t gid = nobody->pw_gid;
+  return [uid, gid] {
+    if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0) ::_exit(126);
+  };
 }
 
 class AgentProcess {

@@ -230,13 +230,8 @@ TEST(Agent, SourcesExcludeEachOtherAndAttachTakesTheNameBeforeACommand) {
 // Without root there is no second user to be.
 TEST(Agent, AnotherUserCannotAttachToAStoreNotSharedWithItsGroup) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to run as another user";
-  const passwd* nobody = ::getpwnam("nobody");
-  if (!nobody) GTEST_SKIP() << "no user 'nobody'";
-  const uid_t uid = nobody->pw_uid;
-  const gid_t gid = nobody->pw_gid;
-  const auto asNobody = [uid, gid] {
-    if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0) ::_exit(126);
-  };
+  const auto asNobody = agenttest::becomeNobody();
+  if (!asNobody) GTEST_SKIP() << "no user 'nobody'";
   // The build tree may sit where that user cannot reach it (a clone in a 0700 temporary
   // directory): the user runs a copy of the program in a directory of the test's own.
   char dir[] = "/tmp/rova-agent-test-XXXXXX";

@@ -329,13 +329,8 @@ TEST(ChangeTexts, RequestsAndRepliesReadBackAsWrittenAndNothingElseReads) {
 // Without root there is no second user to be.
 TEST(ChangeUsers, AnUnlistedUserReadsButIsRefusedAChangeAndAListedOneChanges) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to run as another user";
-  const passwd* nobody = ::getpwnam("nobody");
-  if (!nobody) GTEST_SKIP() << "no user 'nobody'";
-  const uid_t uid = nobody->pw_uid;
-  const gid_t gid = nobody->pw_gid;
-  const auto asNobody = [uid, gid] {
-    if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0) ::_exit(126);
-  };
+  const auto asNobody = agenttest::becomeNobody();
+  if (!asNobody) GTEST_SKIP() << "no user 'nobody'";
   StateDir dir;
   ASSERT_FALSE(dir.path().empty());
   ASSERT_EQ(::chmod(dir.path().c_str(), 0755), 0);
