@@ -63,29 +63,6 @@ std::string joined(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-LiveChangeResult applyLiveChange(KernelStatics& statics, Statum::EntityManager& state,
-                                 std::string_view line) {
-  try {
-    statics.keepIn(state);
-    const std::string before = fileText(statics, state);
-    LiveChangeResult result = runLine(state, line);
-    if (!result.ok) return result;
-    const std::string after = fileText(statics, state);
-    if (after != before) {
-      try {
-        statics.save(after);
-      } catch (const std::exception& e) {
-        // What is not kept is not done: the configuration goes back to what the file holds.
-        replace(statics, state, before);
-        return {false, std::string("% ") + e.what()};
-      }
-    }
-    return {true, joined(statics.program())};
-  } catch (const std::exception& e) {
-    return {false, std::string("% ") + e.what()};
-  }
-}
-
 LiveBatchResult applyLiveChanges(LiveAgent& agent, std::span<const LiveChange> changes) {
   LiveBatchResult result;
   result.status = 1;
@@ -133,6 +110,14 @@ LiveBatchResult applyLiveChanges(LiveAgent& agent, std::span<const LiveChange> c
     result.message = std::string("% ") + e.what();
   }
   return result;
+}
+
+LiveChangeResult applyLiveChange(KernelStatics& statics, Statum::EntityManager& state,
+                                 std::string_view line) {
+  LiveAgent agent{state, statics, ""};
+  const LiveChange change{"", std::string(line)};
+  const LiveBatchResult r = applyLiveChanges(agent, std::span(&change, 1));
+  return r.status == 0 ? LiveChangeResult{true, r.warning} : LiveChangeResult{false, r.message};
 }
 
 std::vector<std::string> loadStaticConfig(KernelStatics& statics, Statum::EntityManager& state) {
