@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,9 @@ class LiveBuilder {
   void address(const kernel::Address& address);
   void nexthopObject(const kernel::NexthopObject& object);
   void route(const kernel::Route& route);
+  // Routes in the order the kernel gave them: as route() for each, with each table's index
+  // slots fetched some routes ahead, so that a large table's waits on memory overlap.
+  void routes(std::span<const kernel::Route> routes);
   void neighbor(const kernel::Neighbor& neighbor);
 
   // The kernel tables whose routes are read: the default VRF's local, main and default
