@@ -465,6 +465,17 @@ void LiveBuilder::route(const kernel::Route& r) {
   }
 }
 
+void LiveBuilder::routesExpected(Plexa::AddressFamily family, std::size_t routes) {
+  Impl& m = *impl_;
+  m.settleLinks();
+  VrfState& v = *m.vrfs.at(L3::VrfName::kDefault);
+  if (family == Plexa::AddressFamily::ipv6) {
+    v.routes6.table->reserve(routes);
+  } else {
+    v.routes4.table->reserve(routes);
+  }
+}
+
 void LiveBuilder::routes(std::span<const kernel::Route> batch) {
   Impl& m = *impl_;
   m.settleLinks();

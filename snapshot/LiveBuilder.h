@@ -42,6 +42,10 @@ class LiveBuilder {
   void routes(std::span<const kernel::Route> routes);
   void neighbor(const kernel::Neighbor& neighbor);
 
+  // A hint that the kernel holds about `routes` routes of the family in all its tables: the
+  // default VRF's table makes room for them at once rather than growing as they come.
+  void routesExpected(Plexa::AddressFamily family, std::size_t routes);
+
   // The kernel tables whose routes are read: the default VRF's local, main and default
   // tables, then each VRF's own. Valid once every link has been given.
   std::vector<std::uint32_t> routeTables();

@@ -528,6 +528,18 @@ LocalRoutes readLocal4() {
   return local;
 }
 
+// How many IPv6 routes the kernel holds in all its tables, as it counts them for
+// /proc/net/rt6_stats (without a walk of its tree); 0 when it does not say.
+std::size_t ipv6RouteCount() {
+  std::FILE* f = std::fopen("/proc/net/rt6_stats", "re");
+  if (!f) return 0;
+  unsigned nodes = 0, routeNodes = 0, allocated = 0, entries = 0;
+  const int got = std::fscanf(f, "%x %x %x %x", &nodes, &routeNodes, &allocated, &entries);
+  std::fclose(f);
+  // A hint only: a count beyond any table this program reads is not taken.
+  return got == 4 && entries <= (1u << 24) ? entries : 0;
+}
+
 // One read of every dump the scope needs, in the order the builder takes them.
 std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
   using End = Session::End;
@@ -570,6 +582,9 @@ std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
                [&](const nlmsghdr* m) { decodeNexthopObject(m, b); }) == End::interrupted)
       return "the nexthop objects";
   }
+  // The IPv6 table is made as large as the kernel's count at once (an IPv4 count would cost
+  // a walk of the trie).
+  if (scope.ipv6Routes) b.routesExpected(Plexa::AddressFamily::ipv6, ipv6RouteCount());
   const auto toBuilder = [&](std::span<const k::Route> routes) { b.routes(routes); };
   for (std::uint32_t table : b.routeTables()) {
     for (std::uint8_t family : {AF_INET, AF_INET6}) {
