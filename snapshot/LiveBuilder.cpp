@@ -61,8 +61,9 @@ struct RouteTable {
   // The rank of the kernel table each route came from, for every route but the bulk table's
   // (main, or a VRF's own): the few others need not cost a million-entry map.
   std::unordered_map<typename Fam::Prefix, std::uint8_t> rankOf;
-  // Routes without an offload flag, and flagged routes that replaced one of those: whether
-  // the former count as held by the hardware is known only at the end.
+  // Routes without an offload flag (noted from the first flag on: before it, every route),
+  // and flagged routes that replaced one of those: whether the former count as held by the
+  // hardware is known only at the end.
   std::vector<typename Fam::Prefix> unflagged;
   std::unordered_set<typename Fam::Prefix> flaggedLater;
 };
@@ -193,7 +194,17 @@ struct LiveBuilder::Impl : layout::DeviceTables {
     return l ? l->id : Plexa::IntfId();
   }
   void noteOffload(k::Offload o) {
-    if (o != k::Offload::none) offloading = true;
+    if (o == k::Offload::none || offloading) return;
+    offloading = true;
+    if (following) return;
+    // Every route written before the first flag was written without one: those are noted
+    // here, once, rather than every route of a table without offloading hardware.
+    for (auto& [name, v] : vrfs) {
+      for (const auto& route : *v->routes4.table)
+        v->routes4.unflagged.push_back(route.key());
+      for (const auto& route : *v->routes6.table)
+        v->routes6.unflagged.push_back(route.key());
+    }
   }
 
   // Fills `hops` with a route's next hops; false when the route drops what it matches.
@@ -207,6 +218,11 @@ struct LiveBuilder::Impl : layout::DeviceTables {
   Brine::Fib::FecId internIntf(VrfState& v, Plexa::IntfId intf);
   template <class Fam>
   void route(const k::Route& r);
+  // A hint that route r is written soon: its index slot in the tables it goes to, or (once
+  // that slot has come) the record the slot holds.
+  void prefetch(const k::Route& r, bool record) const;
+  template <class Fam>
+  void prefetch(const k::Route& r, bool record) const;
   template <class Fam>
   void insert(VrfState& v, std::uint8_t rank, const typename Fam::Route& route,
               bool offloadFlagged);
@@ -449,6 +465,56 @@ void LiveBuilder::route(const kernel::Route& r) {
   }
 }
 
+void LiveBuilder::routesExpected(Plexa::AddressFamily family, std::size_t routes) {
+  Impl& m = *impl_;
+  m.settleLinks();
+  VrfState& v = *m.vrfs.at(L3::VrfName::kDefault);
+  if (family == Plexa::AddressFamily::ipv6) {
+    v.routes6.table->reserve(routes);
+  } else {
+    v.routes4.table->reserve(routes);
+  }
+}
+
+void LiveBuilder::routes(std::span<const kernel::Route> batch) {
+  Impl& m = *impl_;
+  m.settleLinks();
+  // In a table of a million routes, nearly all of a route's write is the wait for its index
+  // slot and then for the record that slot holds. The slot is fetched kAhead routes before
+  // the route is written and the record half-way, so that the waits overlap; the routes are
+  // written in the kernel's order all the same.
+  constexpr std::size_t kAhead = 16;
+  const std::size_t n = batch.size();
+  for (std::size_t i = 0; i < n + kAhead; ++i) {
+    if (i < n) m.prefetch(batch[i], false);
+    if (i >= kAhead / 2 && i - kAhead / 2 < n) m.prefetch(batch[i - kAhead / 2], true);
+    if (i >= kAhead) route(batch[i - kAhead]);
+  }
+}
+
+void LiveBuilder::Impl::prefetch(const k::Route& r, bool record) const {
+  if (r.family == Plexa::AddressFamily::ipv4) {
+    prefetch<V4>(r, record);
+  } else if (r.family == Plexa::AddressFamily::ipv6) {
+    prefetch<V6>(r, record);
+  }
+}
+
+template <class Fam>
+void LiveBuilder::Impl::prefetch(const k::Route& r, bool record) const {
+  const auto vrfsOf = tableVrfs.find(r.table);
+  if (vrfsOf == tableVrfs.end() || r.destination.af() != Fam::kFamily) return;
+  const typename Fam::Prefix prefix(Fam::addrOf(r.destination), r.prefixLen);
+  for (const auto& [v, rank] : vrfsOf->second) {
+    const auto& table = *v->template routes<Fam>().table;
+    if (record) {
+      table.prefetchRecord(prefix);
+    } else {
+      table.prefetchSlot(prefix);
+    }
+  }
+}
+
 template <class Fam>
 void LiveBuilder::Impl::route(const k::Route& r) {
   auto vrfsOf = tableVrfs.find(r.table);
@@ -551,7 +617,8 @@ void LiveBuilder::Impl::insert(VrfState& v, std::uint8_t rank, const typename Fa
   }
   if (offloadFlagged) {
     if (replacing) rt.flaggedLater.insert(route.prefix);
-  } else {
+  } else if (offloading) {
+    // Until the first flag, noteOffload() finds the unflagged routes in the table.
     rt.unflagged.push_back(route.prefix);
   }
   table.recordIs(chosen);

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,14 @@ class LiveBuilder {
   void address(const kernel::Address& address);
   void nexthopObject(const kernel::NexthopObject& object);
   void route(const kernel::Route& route);
+  // Routes in the order the kernel gave them: as route() for each, with each table's index
+  // slots fetched some routes ahead, so that a large table's waits on memory overlap.
+  void routes(std::span<const kernel::Route> routes);
   void neighbor(const kernel::Neighbor& neighbor);
+
+  // A hint that the kernel holds about `routes` routes of the family in all its tables: the
+  // default VRF's table makes room for them at once rather than growing as they come.
+  void routesExpected(Plexa::AddressFamily family, std::size_t routes);
 
   // The kernel tables whose routes are read: the default VRF's local, main and default
   // tables, then each VRF's own. Valid once every link has been given.

@@ -33,6 +33,7 @@
 #include <exception>
 #include <future>
 #include <map>
+#include <span>
 #include <vector>
 
 #include "snapshot/KernelRecords.h"
@@ -246,25 +247,30 @@ class RouteDecoder {
   // Decodes a route message and hands the route of the table asked for to `sink`.
   template <class Sink>
   void operator()(const nlmsghdr* nlh, Sink&& sink) {
+    if (decode(nlh, route_)) sink(route_);
+  }
+
+  // Decodes a route message into `r` (whose vector of next hops keeps its room); false when
+  // it is no route of the table asked for.
+  bool decode(const nlmsghdr* nlh, k::Route& r) const {
     const auto* rtm = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(nlh));
-    if (rtm->rtm_family != AF_INET && rtm->rtm_family != AF_INET6) return;
+    if (rtm->rtm_family != AF_INET && rtm->rtm_family != AF_INET6) return false;
     // A cached route (an IPv6 exception, as a path MTU makes) is no route of a table: a dump
     // leaves them out, and a notification of one is passed over alike.
-    if (rtm->rtm_flags & RTM_F_CLONED) return;
+    if (rtm->rtm_flags & RTM_F_CLONED) return false;
     Attrs<RTA_MAX> a;
     a.parse(nlh, sizeof *rtm);
-    k::Route& r = route_;
     r.table = rtm->rtm_table;
     getU32(a[RTA_TABLE], r.table);
     // A kernel without strict checking dumps every table, whatever the request asked.
-    if (table_ != kAnyTable && r.table != table_) return;
+    if (table_ != kAnyTable && r.table != table_) return false;
     r.family = rtm->rtm_family == AF_INET ? Plexa::AddressFamily::ipv4 : Plexa::AddressFamily::ipv6;
     r.type = rtm->rtm_type;
     r.protocol = rtm->rtm_protocol;
     r.tos = rtm->rtm_tos;
     r.prefixLen = rtm->rtm_dst_len;
     r.destination = a[RTA_DST] ? getAddress(a[RTA_DST]) : zeroOf(rtm->rtm_family);
-    if (r.destination.af() != r.family) return;
+    if (r.destination.af() != r.family) return false;
     r.metric = 0;
     getU32(a[RTA_PRIORITY], r.metric);
     r.nhid = 0;
@@ -281,7 +287,7 @@ class RouteDecoder {
       getU32(a[RTA_OIF], hop.ifindex);
       decodeHop(a, hop);
     }
-    sink(r);
+    return true;
   }
 
  private:
@@ -380,6 +386,12 @@ class Session {
   // `mayBeAbsent`.
   template <class Decode>
   End dump(const nlmsghdr* req, const std::string& what, bool mayBeAbsent, Decode&& decode) {
+    return dump(req, what, mayBeAbsent, decode, [] {});
+  }
+  // The same, calling `decoded` after each buffer of messages the kernel sent is decoded.
+  template <class Decode, class Decoded>
+  End dump(const nlmsghdr* req, const std::string& what, bool mayBeAbsent, Decode&& decode,
+           Decoded&& decoded) {
     if (mnl_socket_sendto(nl_, req, req->nlmsg_len) < 0) fail("cannot ask the kernel for " + what);
     Call<Decode> call{decode, nullptr};
     for (;;) {
@@ -394,6 +406,7 @@ class Session {
       const int ret = mnl_cb_run2(buffer_.data(), static_cast<std::size_t>(n), req->nlmsg_seq,
                                   portid_, Call<Decode>::run, &call, control, NLMSG_MIN_TYPE);
       if (call.thrown) std::rethrow_exception(call.thrown);
+      if (ret != MNL_CB_ERROR) decoded();
       if (ret == MNL_CB_STOP) return End::whole;
       if (ret == MNL_CB_ERROR) {
         // libmnl says EINTR for a message marked NLM_F_DUMP_INTR.
@@ -462,16 +475,42 @@ std::string hostname() {
   return name;
 }
 
-// One table's routes of one family, into `sink`.
-template <class Sink>
-Session::End dumpRoutes(Session& s, std::uint32_t table, std::uint8_t family, Sink&& sink) {
+// The routes decoded from one buffer of the kernel's answer. Its records are used again for
+// the next buffer, so that their vectors of next hops keep their room.
+class RouteBatch {
+ public:
+  k::Route& next() {
+    if (size_ == routes_.size()) routes_.emplace_back();
+    return routes_[size_];
+  }
+  void keep() { ++size_; }
+  std::span<const k::Route> routes() const { return {routes_.data(), size_}; }
+  void clear() { size_ = 0; }
+
+ private:
+  std::vector<k::Route> routes_;
+  std::size_t size_ = 0;
+};
+
+// One table's routes of one family, into `take` a buffer's worth at a time, in the kernel's
+// order: the builder fetches the table slots of the routes ahead of the one it writes.
+template <class Take>
+Session::End dumpRoutes(Session& s, std::uint32_t table, std::uint8_t family, Take&& take) {
   void* header;
   nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
   static_cast<rtmsg*>(header)->rtm_family = family;
   mnl_attr_put_u32(req, RTA_TABLE, table);
   RouteDecoder decode(table);
-  return s.dump(req, "the routes of table " + std::to_string(table), true,
-                [&](const nlmsghdr* m) { decode(m, sink); });
+  RouteBatch batch;
+  return s.dump(
+      req, "the routes of table " + std::to_string(table), true,
+      [&](const nlmsghdr* m) {
+        if (decode.decode(m, batch.next())) batch.keep();
+      },
+      [&] {
+        take(batch.routes());
+        batch.clear();
+      });
 }
 
 // The IPv4 local table's routes, read on a socket of their own.
@@ -483,9 +522,22 @@ struct LocalRoutes {
 LocalRoutes readLocal4() {
   LocalRoutes local;
   Session s;
-  local.end =
-      dumpRoutes(s, k::kTableLocal, AF_INET, [&](const k::Route& r) { local.routes.push_back(r); });
+  local.end = dumpRoutes(s, k::kTableLocal, AF_INET, [&](std::span<const k::Route> routes) {
+    local.routes.insert(local.routes.end(), routes.begin(), routes.end());
+  });
   return local;
+}
+
+// How many IPv6 routes the kernel holds in all its tables, as it counts them for
+// /proc/net/rt6_stats (without a walk of its tree); 0 when it does not say.
+std::size_t ipv6RouteCount() {
+  std::FILE* f = std::fopen("/proc/net/rt6_stats", "re");
+  if (!f) return 0;
+  unsigned nodes = 0, routeNodes = 0, allocated = 0, entries = 0;
+  const int got = std::fscanf(f, "%x %x %x %x", &nodes, &routeNodes, &allocated, &entries);
+  std::fclose(f);
+  // A hint only: a count beyond any table this program reads is not taken.
+  return got == 4 && entries <= (1u << 24) ? entries : 0;
 }
 
 // One read of every dump the scope needs, in the order the builder takes them.
@@ -530,7 +582,10 @@ std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
                [&](const nlmsghdr* m) { decodeNexthopObject(m, b); }) == End::interrupted)
       return "the nexthop objects";
   }
-  const auto toBuilder = [&](const k::Route& r) { b.route(r); };
+  // The IPv6 table is made as large as the kernel's count at once (an IPv4 count would cost
+  // a walk of the trie).
+  if (scope.ipv6Routes) b.routesExpected(Plexa::AddressFamily::ipv6, ipv6RouteCount());
+  const auto toBuilder = [&](std::span<const k::Route> routes) { b.routes(routes); };
   for (std::uint32_t table : b.routeTables()) {
     for (std::uint8_t family : {AF_INET, AF_INET6}) {
       if (!scope.routesOf(family == AF_INET ? Plexa::AddressFamily::ipv4
@@ -552,8 +607,7 @@ std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
     const LocalRoutes routes = local.get();
     if (routes.end == End::interrupted)
       return "the routes of table " + std::to_string(k::kTableLocal);
-    for (const k::Route& r : routes.routes)
-      b.route(r);
+    b.routes(routes.routes);
   }
   return {};
 }

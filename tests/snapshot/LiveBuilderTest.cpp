@@ -84,21 +84,23 @@ k::Address address(std::uint32_t ifindex, const char* withMask) {
 // and a bridge with a port.
 constexpr std::uint32_t kLo = 1, kEth1 = 2, kEth2 = 3, kRed = 4, kEth3 = 5, kBr0 = 6, kEth4 = 7;
 
+void addLinks(Snapshot::LiveBuilder& b) {
+  b.link(link(kLo, "lo"));
+  k::Link eth1 = link(kEth1, "eth1");
+  eth1.alias = "to spine 1";
+  b.link(eth1);
+  k::Link eth2 = link(kEth2, "eth2");
+  eth2.operUp = false;
+  b.link(eth2);
+  b.link(vrfLink(kRed, "red", 10));
+  b.link(link(kEth3, "eth3", kRed));
+  b.link(link(kBr0, "br0"));
+  b.link(link(kEth4, "eth4", kBr0));
+}
+
 class LiveBuilder : public ::testing::Test {
  protected:
-  void SetUp() override {
-    b.link(link(kLo, "lo"));
-    k::Link eth1 = link(kEth1, "eth1");
-    eth1.alias = "to spine 1";
-    b.link(eth1);
-    k::Link eth2 = link(kEth2, "eth2");
-    eth2.operUp = false;
-    b.link(eth2);
-    b.link(vrfLink(kRed, "red", 10));
-    b.link(link(kEth3, "eth3", kRed));
-    b.link(link(kBr0, "br0"));
-    b.link(link(kEth4, "eth4", kBr0));
-  }
+  void SetUp() override { addLinks(b); }
 
   void finish() { em = b.finish(); }
 
@@ -419,6 +421,93 @@ TEST_F(LiveBuilder, EqualMetricsInOneTableForwardTogether) {
   b.route(route("fe80::/64", k::proto::kernel, {hop("", kEth2)}));
   finish();
   EXPECT_EQ(vias(r6("fe80::/64").fecId), (Vias{"- eth1 1", "- eth2 1"}));
+}
+
+// Every route and FEC of a VRF's tables, in the tables' order, as text.
+std::vector<std::string> tablesOf(const Statum::EntityManager& em, const char* vrf) {
+  std::vector<std::string> out;
+  const auto routes = [&](const auto& table) {
+    for (const auto& r : *table)
+      out.push_back(r.prefix.stringValue() + " type " + std::to_string(int(r.routeType)) + " fec " +
+                    std::to_string(r.fecId.value()) + " metric " + std::to_string(r.metric) +
+                    " pref " + std::to_string(r.preference) +
+                    (r.hardwareProgrammed ? " hw" : " not-hw"));
+  };
+  const auto fecs = [&](const auto& table) {
+    for (const auto& f : *table) {
+      std::string line = "fec " + std::to_string(f.fecId.value());
+      for (const auto& v : f.via)
+        line += " | " + v.hop.stringValue() + " " + v.intfId.stringValue() + " " +
+                std::to_string(v.weight);
+      out.push_back(line);
+    }
+  };
+  routes(layout::mount(em, layout::fibRoute, vrf));
+  routes(layout::mount(em, layout::fib6Route, vrf));
+  fecs(layout::mount(em, layout::fibFec, vrf));
+  fecs(layout::mount(em, layout::fib6Fec, vrf));
+  const auto hw = layout::mount(em, layout::hwVrfStatus, vrf);
+  out.push_back("unprogrammed " + std::to_string(hw->unprogrammedRouteCount()) + " " +
+                std::to_string(hw->unprogrammedRoute6Count()));
+  return out;
+}
+
+// The reader hands over a buffer of the kernel's answer at a time, and the builder fetches the
+// table slots of the routes ahead of the one it writes: that changes when memory is waited
+// for, never what is written. Same prefixes again (a lower metric, an equal one that forwards
+// together, a losing one), other tables of the VRF, another VRF, both families, and the
+// first offload flag half-way through give the same tables, in the same order and with the
+// same FEC ids, as the routes one by one.
+TEST_F(LiveBuilder, ABatchOfRoutesBuildsWhatTheSameRoutesOneByOneBuild) {
+  std::vector<k::Route> batch;
+  for (int i = 0; i < 60; ++i) {
+    const bool v6 = i % 5 == 4;
+    const std::string prefix =
+        v6 ? "2001:db8:" + std::to_string(i) + "::/48" : "10." + std::to_string(i) + ".0.0/16";
+    const char* gateway = v6 ? (i % 2 ? "fe80::1" : "fe80::2") : (i % 2 ? "10.0.1.2" : "10.0.2.2");
+    const std::uint32_t table = i % 11 == 3 ? k::kTableDefault : i % 13 == 5 ? 10u : k::kTableMain;
+    k::Route r = route(prefix.c_str(), i % 3 ? k::proto::bgp : k::proto::staticRoute,
+                       {hop(gateway, i % 2 ? kEth1 : kEth2)}, table);
+    r.metric = 20;
+    batch.push_back(r);
+    if (i % 6 == 0) {
+      k::Route same = r;
+      same.nexthops = {hop(v6 ? "fe80::3" : "10.0.1.3", kEth1)};
+      batch.push_back(same);  // forwards together with r
+      same.metric = 30;
+      batch.push_back(same);  // loses to r
+      same.metric = 10;
+      if (i % 12 == 0) batch.push_back(same);  // wins
+    }
+    if (i % 9 == 1) {
+      k::Route local =
+          route(prefix.c_str(), k::proto::kernel, {hop("", kLo)}, k::kTableLocal, k::rtn::local);
+      batch.push_back(local);  // hides r
+    }
+    if (i == 30) {
+      k::Route flagged = route("10.200.0.0/16", k::proto::bgp, {hop("10.0.1.2", kEth1)});
+      flagged.offload = k::Offload::held;
+      batch.push_back(flagged);
+    }
+  }
+  // The kernel's count of IPv6 routes makes room in the table, and changes nothing else.
+  b.routesExpected(Plexa::AddressFamily::ipv6, 1000);
+  b.routes(batch);
+  finish();
+  Snapshot::LiveBuilder oneByOne;
+  addLinks(oneByOne);
+  for (const k::Route& r : batch)
+    oneByOne.route(r);
+  const auto expected = oneByOne.finish();
+  for (const char* vrf : {"default", "red"})
+    EXPECT_EQ(tablesOf(*em, vrf), tablesOf(*expected, vrf)) << vrf;
+  // What the batch held, to show the comparison is not of two empty tables.
+  EXPECT_EQ(r4("10.0.0.0/16").metric, 10u);
+  EXPECT_EQ(vias(r4("10.6.0.0/16").fecId), (Vias{"10.0.2.2 eth2 1", "10.0.1.3 eth1 1"}));
+  EXPECT_EQ(r4("10.1.0.0/16").routeType, T4::receive);
+  EXPECT_FALSE(r4("10.2.0.0/16").hardwareProgrammed);
+  EXPECT_TRUE(r4("10.200.0.0/16").hardwareProgrammed);
+  EXPECT_TRUE(has4("10.5.0.0/16", "red"));
 }
 
 TEST_F(LiveBuilder, WithOffloadingHardwareARouteWithoutTheFlagIsNotProgrammed) {
