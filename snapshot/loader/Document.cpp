@@ -375,7 +375,7 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections secti
     const auto from = (reinterpret_cast<std::uintptr_t>(doc.data()) + kHuge - 1) & ~(kHuge - 1);
     const auto to = (reinterpret_cast<std::uintptr_t>(doc.data()) + doc.capacity()) & ~(kHuge - 1);
     if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
-    if (loader.stripRoutes(fd, expected, doc)) {
+    if (loader.stripRoutes(fd, doc)) {
       struct stat after {};
       if (::fstat(fd, &after) != 0) failFile(path, errno);
       if (detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt) &&

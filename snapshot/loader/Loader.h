@@ -170,7 +170,7 @@ class Loader {
   // built, which are checked as they are read and left empty (RouteCheck.cpp). False when
   // something was not proven or not read: then the file is to be loaded the usual way, by a
   // fresh loader.
-  bool stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc);
+  bool stripRoutes(int fd, std::vector<char>& doc);
 
  private:
   // ---- sections ----
