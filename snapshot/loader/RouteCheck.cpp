@@ -395,13 +395,28 @@ class RouteScan {
  private:
   enum Field { kPrefix, kType, kFec, kPreference, kMetric, kHw, kKernel, kNone };
 
-  // Blanks; a document's indentation eight at a time (the text in view is followed by at least
-  // eight zero bytes, which end the run).
+  // The first eight bytes at `q` as one number, the first byte lowest.
+  static std::uint64_t eightBytes(const char* q) {
+    std::uint64_t w;
+    std::memcpy(&w, q, 8);
+    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
+    return w;
+  }
+
+  // Blanks: a run of spaces (a document's indentation) found in eight bytes at a time, the
+  // other blanks one by one. The text in view is followed by at least eight zero bytes, which
+  // end the run.
   void space() {
-    for (std::uint64_t w; std::memcpy(&w, p_, 8), w == 0x2020202020202020ull;)
-      p_ += 8;
-    while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
+    for (;;) {
+      const std::uint64_t notSpace = eightBytes(p_) ^ 0x2020202020202020ull;
+      if (notSpace == 0) {
+        p_ += 8;
+        continue;
+      }
+      p_ += std::countr_zero(notSpace) / 8;
+      if (*p_ != '\n' && *p_ != '\r' && *p_ != '\t') return;
       ++p_;
+    }
   }
   // Whether the text at p_ starts with `word` (a literal), compared as a few words at once.
   template <std::size_t N>
@@ -515,15 +530,19 @@ class RouteScan {
   // `q` moved past `end`; -1 for anything else. Read without a loop, so that the number of
   // digits, which changes from one octet to the next, costs no mispredicted branch. The text in
   // view is followed by zero bytes, so three bytes can always be read.
+  // The bytes are read in one load and taken apart in registers: each number's place depends
+  // on the one before, and a load per byte made that chain of waits the scan's longest.
   [[gnu::always_inline]] static int smallNumber(const char*& q, char end) {
-    const unsigned d0 = unsigned(static_cast<unsigned char>(q[0])) - '0';
-    const unsigned d1 = unsigned(static_cast<unsigned char>(q[1])) - '0';
-    const unsigned d2 = unsigned(static_cast<unsigned char>(q[2])) - '0';
+    const std::uint64_t w = eightBytes(q);
+    const unsigned d0 = unsigned(w & 0xff) - '0';
+    const unsigned d1 = unsigned(w >> 8 & 0xff) - '0';
+    const unsigned d2 = unsigned(w >> 16 & 0xff) - '0';
     const bool two = d0 < 10 && d1 < 10;
     const bool three = two && d2 < 10;
     const unsigned digits = (d0 < 10) + two + three;
     const unsigned value = three ? d0 * 100 + d1 * 10 + d2 : two ? d0 * 10 + d1 : d0;
-    if (digits == 0 || (d0 == 0 && digits > 1) || q[digits] != end) return -1;
+    const char after = static_cast<char>(w >> (8 * digits));
+    if (digits == 0 || (d0 == 0 && digits > 1) || after != end) return -1;
     q += digits + 1;
     return int(value);
   }
