@@ -79,8 +79,60 @@ std::string IpAddr::stringValue() const {
   return std::string(buf, write(buf));
 }
 
+namespace {
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// The form nearly every address is written in, read without the C library: groups of one to
+// four hex digits, eight of them or fewer around one "::". True with the address in `out`;
+// false for any other text (an IPv4 tail, a malformed one), whose answer is inet_pton's. A
+// table's 200,000 prefixes spent more in inet_pton, and in copying each to a C string for it,
+// than in the rest of their reading; what this takes, inet_pton takes as the same address.
+bool parsePlain6(std::string_view s, Ip6Addr::Bytes& out) {
+  std::uint16_t groups[8];
+  int count = 0;
+  int gapAt = -1;  // how many groups come before the "::"
+  std::size_t i = 0;
+  const std::size_t n = s.size();
+  if (n >= 2 && s[0] == ':' && s[1] == ':') {
+    gapAt = 0;
+    i = 2;
+  }
+  while (i < n) {
+    unsigned v = 0;
+    const std::size_t start = i;
+    for (int d; i < n && i - start < 4 && (d = hexDigit(s[i])) >= 0; ++i)
+      v = v << 4 | unsigned(d);
+    if (i == start || count == 8) return false;
+    groups[count++] = static_cast<std::uint16_t>(v);
+    if (i == n) break;
+    if (s[i] != ':' || ++i == n) return false;  // a fifth digit, a dot, a colon at the end
+    if (s[i] == ':') {
+      if (gapAt >= 0) return false;
+      gapAt = count;
+      ++i;
+    }
+  }
+  if (gapAt < 0 ? count != 8 : count > 7) return false;
+  const int zeros = 8 - count;
+  for (int g = 0, k = 0; g < 8; ++g) {
+    const std::uint16_t v = gapAt >= 0 && g >= gapAt && g < gapAt + zeros ? 0 : groups[k++];
+    out[2 * g] = static_cast<std::uint8_t>(v >> 8);
+    out[2 * g + 1] = static_cast<std::uint8_t>(v);
+  }
+  return true;
+}
+
+}  // namespace
+
 bool Ip6Addr::parse(std::string_view s, Ip6Addr& out) {
   if (s.empty() || s.size() > kMaxTextLen || s.find(':') == std::string_view::npos) return false;
+  if (parsePlain6(s, out.bytes_)) return true;
   char buf[kMaxTextLen + 1];
   std::memcpy(buf, s.data(), s.size());
   buf[s.size()] = '\0';
@@ -101,12 +153,17 @@ bool Ip6Addr::isZero() const {
 }
 
 Ip6Addr Ip6Addr::masked(int len) const {
-  Ip6Addr r = *this;
+  if (len >= 128) return *this;
   if (len < 0) len = 0;
-  for (int i = 0; i < 16; ++i) {
-    const int bits = len - i * 8;
-    if (bits >= 8) continue;
-    r.bytes_[i] &= bits <= 0 ? 0 : static_cast<std::uint8_t>(0xff << (8 - bits));
+  // Two big-endian words, each kept to its share of the length.
+  const auto keep = [](int bits) {
+    return bits >= 64 ? ~std::uint64_t(0) : bits <= 0 ? 0 : ~std::uint64_t(0) << (64 - bits);
+  };
+  Ip6Addr r;
+  for (int i = 0; i < 2; ++i) {
+    std::uint64_t w = word(i) & keep(len - 64 * i);
+    if constexpr (std::endian::native == std::endian::little) w = __builtin_bswap64(w);
+    std::memcpy(r.bytes_.data() + 8 * i, &w, 8);
   }
   return r;
 }

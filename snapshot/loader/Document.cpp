@@ -185,11 +185,12 @@ namespace {
 // point is not needed again.
 Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
                                            loader::Loader& loader,
-                                           std::function<void(const char*)> readPast = {}) {
+                                           std::function<void(const char*)> readPast = {},
+                                           bool scan = true) {
   od::parser parser;
   od::document doc;
   // The text is the loader's own copy.
-  loader.scanRoutes(const_cast<char*>(json.data()), json.size());
+  if (scan) loader.scanRoutes(const_cast<char*>(json.data()), json.size());
   const auto err = parser.iterate(json).get(doc);
   if (err == simdjson::MEMALLOC) throw std::bad_alloc();
   if (err != simdjson::SUCCESS)
@@ -324,9 +325,34 @@ void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const 
 
 }  // namespace
 
+Mox::Ptr<Statum::EntityManager> detail::loadStripped(int fd, std::size_t expected,
+                                                     Sections sections,
+                                                     const std::function<bool()>& unchanged) {
+  loader::Loader loader;
+  loader.sectionsIs(sections);
+  // Room for the whole text, in the address space only: growing by copies cost more than
+  // the rest of the load when a family's arrays are kept (a command that builds them).
+  std::vector<char> doc;
+  doc.reserve(expected + simdjson::SIMDJSON_PADDING);
+  constexpr std::uintptr_t kHuge = 2 << 20;
+  const auto from = (reinterpret_cast<std::uintptr_t>(doc.data()) + kHuge - 1) & ~(kHuge - 1);
+  const auto to = (reinterpret_cast<std::uintptr_t>(doc.data()) + doc.capacity()) & ~(kHuge - 1);
+  if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+  if (!loader.stripRoutes(fd, doc) || !unchanged() || doc.size() > kMaxDocumentBytes)
+    return nullptr;
+  const std::size_t size = doc.size();
+  doc.resize(size + simdjson::SIMDJSON_PADDING, '\0');
+  return loadPadded(simdjson::padded_string_view(doc.data(), size, doc.size()), loader);
+}
+
 bool detail::unchangedWhileRead(const ReadStamp& before, const ReadStamp& after, std::int64_t now) {
   constexpr std::int64_t kSettled = std::int64_t(2) * 1000000000;
   return before == after && before.changed <= now - kSettled && before.modified <= now - kSettled;
+}
+
+Mox::Ptr<Statum::EntityManager> detail::loadRouteByRoute(std::string_view json) {
+  loader::Loader loader;
+  return loadPadded(simdjson::padded_string(json), loader, {}, false);
 }
 
 Mox::Ptr<Statum::EntityManager> load(std::string_view json, Sections sections) {
@@ -365,26 +391,12 @@ Mox::Ptr<Statum::EntityManager> loadFile(const std::string& path, Sections secti
   // and the file is read again the usual way, whole.
   if (S_ISREG(st.st_mode) && !sections.isAll() &&
       detail::unchangedWhileRead(readStamp(st), readStamp(st), lookedAt)) {
-    loader::Loader loader;
-    loader.sectionsIs(sections);
-    // Room for the whole text, in the address space only: growing by copies cost more than
-    // the rest of the load when a family's arrays are kept (a command that builds them).
-    std::vector<char> doc;
-    doc.reserve(expected + simdjson::SIMDJSON_PADDING);
-    constexpr std::uintptr_t kHuge = 2 << 20;
-    const auto from = (reinterpret_cast<std::uintptr_t>(doc.data()) + kHuge - 1) & ~(kHuge - 1);
-    const auto to = (reinterpret_cast<std::uintptr_t>(doc.data()) + doc.capacity()) & ~(kHuge - 1);
-    if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
-    if (loader.stripRoutes(fd, expected, doc)) {
+    auto em = detail::loadStripped(fd, expected, sections, [&] {
       struct stat after {};
       if (::fstat(fd, &after) != 0) failFile(path, errno);
-      if (detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt) &&
-          doc.size() <= kMaxDocumentBytes) {
-        const std::size_t size = doc.size();
-        doc.resize(size + simdjson::SIMDJSON_PADDING, '\0');
-        return loadPadded(simdjson::padded_string_view(doc.data(), size, doc.size()), loader);
-      }
-    }
+      return detail::unchangedWhileRead(readStamp(st), readStamp(after), lookedAt);
+    });
+    if (em) return em;
     if (::lseek(fd, 0, SEEK_SET) != 0) failFile(path, errno);
   }
   FileText text(fd, expected, path);

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -58,6 +59,16 @@ struct ReadStamp {
 // within the tick of its clock (or of its file system's, two seconds on the coarsest) without
 // any time moving; it is read again and compared instead.
 bool unchangedWhileRead(const ReadStamp& before, const ReadStamp& after, std::int64_t now);
+// Loads a regular file's text of `expected` bytes from `fd` through a window that checks the
+// route arrays `sections` leaves out as they pass and keeps only the rest (Loader::
+// stripRoutes). Null when the window did not prove those arrays or `unchanged()`, asked once
+// the text is read, says the file may have moved: the caller then reads the file whole, which
+// refuses what is wrong with the message the window could not give.
+// Loads the whole document with every route read by the loader itself, without the scan
+// that reads route arrays from the text first: the reading the scan is held to.
+Mox::Ptr<Statum::EntityManager> loadRouteByRoute(std::string_view json);
+Mox::Ptr<Statum::EntityManager> loadStripped(int fd, std::size_t expected, Sections sections,
+                                             const std::function<bool()>& unchanged);
 }  // namespace Snapshot::detail
 
 namespace Snapshot::loader {
@@ -170,7 +181,7 @@ class Loader {
   // built, which are checked as they are read and left empty (RouteCheck.cpp). False when
   // something was not proven or not read: then the file is to be loaded the usual way, by a
   // fresh loader.
-  bool stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc);
+  bool stripRoutes(int fd, std::vector<char>& doc);
 
  private:
   // ---- sections ----

@@ -24,6 +24,7 @@
 #include <new>
 #include <vector>
 
+#include "platform/mox/Prefetch.h"
 #include "snapshot/loader/Loader.h"
 
 namespace Snapshot::loader {
@@ -134,6 +135,148 @@ bool anyTwice(const Key* keys, std::size_t n) {
   return false;
 }
 
+// The prefixes of a table left out, to refuse one given twice. An IPv4 prefix of /24 or shorter
+// is a bit of its own in a bitmap of 4 MiB (the /24s' half of it is what a full table
+// touches), an IPv6 one of /63 or shorter a 64-bit word in an open table, the length marked by
+// the lowest bit set; the longer ones, few in nearly every table, are kept and checked by
+// anyTwice() at the end. Each place is fetched when its prefix is read and looked at kLag
+// prefixes later, so that the fetches of a table's random places overlap the reading of the
+// routes in between instead of each waiting for memory in turn: a million prefixes so cost a
+// few milliseconds, where keeping their keys, dealing them into buckets and checking each
+// bucket cost three passes and the pages of two copies. The places are looked at in the order
+// the prefixes came, so a prefix given twice is found all the same, only a few routes on.
+constexpr unsigned kLag = 16;
+
+// Memory from the address space, in huge pages where the kernel has them: a table's bitmap or
+// slots are read at random, and with small pages nearly every read would miss the processor's
+// table of pages too.
+template <class T>
+T* hugeZeros(std::size_t count) {
+  void* m = ::mmap(nullptr, count * sizeof(T), PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (m == MAP_FAILED) throw std::bad_alloc();
+  ::madvise(m, count * sizeof(T), MADV_HUGEPAGE);
+  return static_cast<T*>(m);
+}
+
+template <class Fam>
+class SeenPrefixes;
+
+template <>
+class SeenPrefixes<V4> {
+ public:
+  SeenPrefixes() = default;
+  SeenPrefixes(const SeenPrefixes&) = delete;
+  SeenPrefixes& operator=(const SeenPrefixes&) = delete;
+  ~SeenPrefixes() {
+    if (bits_) ::munmap(bits_, kBitmapWords * 8);
+  }
+
+  // False when a prefix came twice among those added before, up to kLag of them late.
+  bool add(const Plexa::Prefix& p) {
+    const int len = p.len();
+    if (len > kShortest) {
+      longer_.push(orderKey(p));
+      return true;
+    }
+    if (!bits_) bits_ = hugeZeros<std::uint64_t>(kBitmapWords);
+    // Length len's prefixes are the bits [2^len, 2^(len+1)).
+    const std::uint32_t i =
+        (std::uint32_t(1) << len) | (len ? p.address().value() >> (32 - len) : 0);
+    Mox::prefetch(&bits_[i >> 6]);
+    const std::uint32_t due = pending_[added_ % kLag];
+    pending_[added_++ % kLag] = i;
+    return added_ <= kLag || set(due);
+  }
+  // Whether every prefix came once.
+  bool finish() {
+    for (std::size_t k = added_ > kLag ? added_ - kLag : 0; k < added_; ++k) {
+      if (!set(pending_[k % kLag])) return false;
+    }
+    return !anyTwice(longer_.data(), longer_.size());
+  }
+
+ private:
+  bool set(std::uint32_t i) {
+    std::uint64_t& word = bits_[i >> 6];
+    const std::uint64_t bit = std::uint64_t(1) << (i & 63);
+    if (word & bit) return false;
+    word |= bit;
+    return true;
+  }
+
+  static constexpr int kShortest = 24;
+  static constexpr std::size_t kBitmapWords = (std::size_t(2) << kShortest) / 64;
+  std::uint64_t* bits_ = nullptr;
+  std::array<std::uint32_t, kLag> pending_{};
+  std::size_t added_ = 0;
+  HugeArray<std::uint64_t> longer_;
+};
+
+template <>
+class SeenPrefixes<V6> {
+ public:
+  SeenPrefixes() = default;
+  SeenPrefixes(const SeenPrefixes&) = delete;
+  SeenPrefixes& operator=(const SeenPrefixes&) = delete;
+  ~SeenPrefixes() {
+    if (slots_) ::munmap(slots_, (mask_ + 1) * 8);
+  }
+
+  bool add(const Plexa::Ip6Prefix& p) {
+    const int len = p.len();
+    if (len > 63) {
+      longer_.push(orderKey(p));
+      return true;
+    }
+    // Host bits are clear (the scan refused them), so the length's bit is free and the word
+    // is never 0, which marks a free slot.
+    const std::uint64_t key = p.address().word(0) | std::uint64_t(1) << (63 - len);
+    if (2 * (count_ + kLag + 1) > mask_ + 1) grow();
+    Mox::prefetch(&slots_[mixed(key) & mask_]);
+    const std::uint64_t due = pending_[added_ % kLag];
+    pending_[added_++ % kLag] = key;
+    return added_ <= kLag || insert(due);
+  }
+  bool finish() {
+    for (std::size_t k = added_ > kLag ? added_ - kLag : 0; k < added_; ++k) {
+      if (!insert(pending_[k % kLag])) return false;
+    }
+    return !anyTwice(longer_.data(), longer_.size());
+  }
+
+ private:
+  bool insert(std::uint64_t key) {
+    for (std::size_t s = mixed(key) & mask_;; s = (s + 1) & mask_) {
+      if (slots_[s] == key) return false;
+      if (slots_[s] == 0) {
+        slots_[s] = key;
+        ++count_;
+        return true;
+      }
+    }
+  }
+  void grow() {
+    std::uint64_t* old = slots_;
+    const std::size_t oldCount = slots_ ? mask_ + 1 : 0;
+    const std::size_t n = std::max<std::size_t>(2 * oldCount, std::size_t(1) << 14);
+    slots_ = hugeZeros<std::uint64_t>(n);
+    mask_ = n - 1;
+    count_ = 0;
+    for (std::size_t s = 0; s < oldCount; ++s) {
+      if (old[s]) insert(old[s]);
+    }
+    if (old) ::munmap(old, oldCount * 8);
+  }
+
+  std::uint64_t* slots_ = nullptr;
+  std::size_t mask_ = 0;
+  std::size_t count_ = 0;
+  std::array<std::uint64_t, kLag> pending_{};
+  std::size_t added_ = 0;
+  HugeArray<std::array<std::uint64_t, 3>> longer_;
+};
+
 // A regular file's text read a window at a time into memory that is used again and again,
 // for a command that builds no table of some family: the route arrays of that family are
 // checked from the window and left out, and the rest of the text (a small part of a large
@@ -144,10 +287,13 @@ bool anyTwice(const Key* keys, std::size_t n) {
 // refuses, and the load starts again the usual way.
 class Window {
  public:
-  static constexpr std::size_t kAhead = 1 << 20;
+  static constexpr std::size_t kAhead = 64 << 10;
+  static constexpr std::size_t kRead = 1 << 20;
   static constexpr std::size_t kPad = 64;
 
-  Window(int fd, std::vector<char>& doc) : fd_(fd), doc_(doc), buf_(2 * kAhead + kPad) {
+  // Each fill moves what is left in view (less than kAhead) to the start and reads about kRead
+  // after it: the text is moved once more in pieces of kAhead per kRead, not whole.
+  Window(int fd, std::vector<char>& doc) : fd_(fd), doc_(doc), buf_(kAhead + kRead + kPad) {
     p = copyFrom_ = end_ = buf_.data();
     fill();
   }
@@ -217,11 +363,6 @@ class RouteScan {
   explicit RouteScan(const char* at, Table* table = nullptr) : p_(at), table_(table) {}
   // Reads from the window, from its place.
   explicit RouteScan(Window& w) : p_(w.p), table_(nullptr), window_(&w) {}
-  // Room for the prefixes of an array of up to `bytes` of text, in the address space only: the
-  // pages are taken as they are written, and the vector never moves.
-  void expect(std::size_t bytes) {
-    if (!table_) keys_ = HugeArray<Key>(bytes / kShortestRoute + 1);
-  }
 
   // Reads the array at the start; false when something is not proven valid. On success,
   // end() is just past the closing bracket.
@@ -253,11 +394,34 @@ class RouteScan {
 
  private:
   enum Field { kPrefix, kType, kFec, kPreference, kMetric, kHw, kKernel, kNone };
-  static constexpr std::size_t kShortestRoute = sizeof(R"({"prefix":"0.0.0.0/0","type":"bgp"})");
 
+  // The first eight bytes at `q` as one number, the first byte lowest.
+  static std::uint64_t eightBytes(const char* q) {
+    std::uint64_t w;
+    std::memcpy(&w, q, 8);
+    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
+    return w;
+  }
+
+  // Blanks: a run of spaces (a document's indentation) found in eight bytes at a time, the
+  // other blanks one by one. The text in view is followed by at least eight zero bytes, which
+  // end the run.
   void space() {
-    while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
+    for (;;) {
+      const std::uint64_t notSpace = eightBytes(p_) ^ 0x2020202020202020ull;
+      if (notSpace == 0) {
+        p_ += 8;
+        continue;
+      }
+      p_ += std::countr_zero(notSpace) / 8;
+      if (*p_ != '\n' && *p_ != '\r' && *p_ != '\t') return;
       ++p_;
+    }
+  }
+  // Whether the text at p_ starts with `word` (a literal), compared as a few words at once.
+  template <std::size_t N>
+  bool at(const char (&word)[N]) const {
+    return std::memcmp(p_, word, N - 1) == 0;
   }
   void ahead() {
     window_->p = const_cast<char*>(p_);
@@ -316,34 +480,35 @@ class RouteScan {
     return false;
   }
 
-  static Field fieldOf(std::string_view k) {
-    static constexpr std::string_view kNames[] = {
-        "prefix", "type", "fec", "preference", "metric", "hardwareProgrammed", "kernelProgrammed"};
-    // Told apart by length (and "prefix" from "metric" by its first letter), then compared.
-    Field f;
-    switch (k.size()) {
-      case 6:
-        f = k[0] == 'p' ? kPrefix : kMetric;
+  // A route's key, read as its quoted word: any other text, a known word escaped included, is
+  // not one the scan takes.
+  Field field() {
+    const auto take = [&](std::size_t n, Field f) {
+      p_ += n;
+      return f;
+    };
+    switch (p_[1]) {
+      case 'p':
+        if (at(R"("prefix")")) return take(8, kPrefix);
+        if (at(R"("preference")")) return take(12, kPreference);
         break;
-      case 4:
-        f = kType;
+      case 't':
+        if (at(R"("type")")) return take(6, kType);
         break;
-      case 3:
-        f = kFec;
+      case 'f':
+        if (at(R"("fec")")) return take(5, kFec);
         break;
-      case 10:
-        f = kPreference;
+      case 'm':
+        if (at(R"("metric")")) return take(8, kMetric);
         break;
-      case 18:
-        f = kHw;
+      case 'h':
+        if (at(R"("hardwareProgrammed")")) return take(20, kHw);
         break;
-      case 16:
-        f = kKernel;
+      case 'k':
+        if (at(R"("kernelProgrammed")")) return take(18, kKernel);
         break;
-      default:
-        return kNone;
     }
-    return sameWord(k, kNames[f]) ? f : kNone;
+    return kNone;
   }
 
   // Whether `text` (in the document, which the parser's padding or the window's zero bytes
@@ -361,45 +526,166 @@ class RouteScan {
     return ((a[0] ^ b[0]) & m0) == 0 && ((a[1] ^ b[1]) & m1) == 0;
   }
 
+  // One to three decimal digits at `q` without a leading zero, then `end`: their value, and
+  // `q` moved past `end`; -1 for anything else. Read without a loop, so that the number of
+  // digits, which changes from one octet to the next, costs no mispredicted branch. The text in
+  // view is followed by zero bytes, so three bytes can always be read.
+  // The bytes are read in one load and taken apart in registers: each number's place depends
+  // on the one before, and a load per byte made that chain of waits the scan's longest.
+  [[gnu::always_inline]] static int smallNumber(const char*& q, char end) {
+    const std::uint64_t w = eightBytes(q);
+    const unsigned d0 = unsigned(w & 0xff) - '0';
+    const unsigned d1 = unsigned(w >> 8 & 0xff) - '0';
+    const unsigned d2 = unsigned(w >> 16 & 0xff) - '0';
+    const bool two = d0 < 10 && d1 < 10;
+    const bool three = two && d2 < 10;
+    const unsigned digits = (d0 < 10) + two + three;
+    const unsigned value = three ? d0 * 100 + d1 * 10 + d2 : two ? d0 * 10 + d1 : d0;
+    const char after = static_cast<char>(w >> (8 * digits));
+    if (digits == 0 || (d0 == 0 && digits > 1) || after != end) return -1;
+    q += digits + 1;
+    return int(value);
+  }
+
   // An IPv4 prefix string as nearly every table writes it ("10.1.0.0/16": four octets, a
   // length, each in decimal without a leading zero), read in place; false, with nothing
   // consumed, for any other text, which then goes to the parser every reading uses. What this
   // takes, that parser takes as the same prefix.
   bool plainV4Prefix(typename Fam::Prefix& prefix, bool& hostBits) {
+    if (*p_ != '"') return false;
     const char* q = p_ + 1;
-    std::uint32_t v = 0;
-    for (int part = 0; part < 5; ++part) {
-      const char* s = q;
-      unsigned n = 0;
-      while (*q >= '0' && *q <= '9' && q - s < 3)
-        n = n * 10 + unsigned(*q++ - '0');
-      if (q == s || (*s == '0' && q - s > 1)) return false;
-      const char end = part < 3 ? '.' : part == 3 ? '/' : '"';
-      if (*q != end) return false;
-      ++q;
-      if (part < 4) {
-        if (n > 255) return false;
-        v = v << 8 | n;
-      } else {
-        if (n > 32) return false;
-        const std::uint32_t mask = n ? ~std::uint32_t(0) << (32 - n) : 0;
-        hostBits = (v & ~mask) != 0;
-        prefix = typename Fam::Prefix(Plexa::IpAddr(v), int(n));
-      }
-    }
+    const int a = smallNumber(q, '.');
+    const int b = smallNumber(q, '.');
+    const int c = smallNumber(q, '.');
+    const int d = smallNumber(q, '/');
+    const int len = smallNumber(q, '"');
+    if ((a | b | c | d | len) < 0 || a > 255 || b > 255 || c > 255 || d > 255 || len > 32)
+      return false;
+    const std::uint32_t v =
+        std::uint32_t(a) << 24 | std::uint32_t(b) << 16 | std::uint32_t(c) << 8 | std::uint32_t(d);
+    const std::uint32_t mask = len ? ~std::uint32_t(0) << (32 - len) : 0;
+    hostBits = (v & ~mask) != 0;
+    prefix = typename Fam::Prefix(Plexa::IpAddr(v), len);
     p_ = q;
     return true;
   }
 
-  bool routeType(std::string_view word, typename Fam::RouteType& type) {
-    for (const auto& [w, t] : recentTypes_) {
-      if (!word.empty() && sameWord(word, w)) {
-        type = t;
+  // An IPv6 prefix string in the form nearly every table writes ("2001:db8::/32": groups of one
+  // to four hex digits, eight or fewer around one "::", then a length in decimal without a
+  // leading zero), read in place; false, with nothing consumed, for any other text, which then
+  // goes to the parser every reading uses. What this takes, that parser takes as the same
+  // prefix (Plexa's IPv6 parser reads the same form without the C library).
+  bool plainV6Prefix(typename Fam::Prefix& prefix, bool& hostBits) {
+    if (*p_ != '"') return false;
+    const char* q = p_ + 1;
+    std::uint16_t groups[8];
+    int count = 0, gapAt = -1;
+    if (q[0] == ':' && q[1] == ':') {
+      gapAt = 0;
+      q += 2;
+    }
+    if (*q != '/') {
+      for (;;) {
+        unsigned v = 0;
+        const char* s = q;
+        for (int d; q - s < 4 && (d = kHexValue[static_cast<unsigned char>(*q)]) >= 0; ++q)
+          v = v << 4 | unsigned(d);
+        if (q == s || count == 8) return false;
+        groups[count++] = static_cast<std::uint16_t>(v);
+        if (*q == '/') break;
+        if (*q++ != ':') return false;
+        if (*q == ':') {
+          if (gapAt >= 0) return false;
+          gapAt = count;
+          if (*++q == '/') break;
+        }
+      }
+    }
+    if (gapAt < 0 ? count != 8 : count > 7) return false;
+    ++q;  // the slash
+    const int len = smallNumber(q, '"');
+    if (len < 0 || len > 128) return false;
+    std::uint64_t words[2] = {0, 0};
+    const int zeros = 8 - count;
+    for (int g = 0, k = 0; g < 8; ++g) {
+      const std::uint64_t v = gapAt >= 0 && g >= gapAt && g < gapAt + zeros ? 0 : groups[k++];
+      words[g / 4] |= v << (48 - 16 * (g % 4));
+    }
+    const auto keep = [](int bits) {
+      return bits >= 64 ? ~std::uint64_t(0) : bits <= 0 ? 0 : ~std::uint64_t(0) << (64 - bits);
+    };
+    hostBits = (words[0] & ~keep(len)) != 0 || (words[1] & ~keep(len - 64)) != 0;
+    Plexa::Ip6Addr::Bytes bytes;
+    for (int i = 0; i < 2; ++i) {
+      const std::uint64_t w = __builtin_bswap64(words[i]);
+      std::memcpy(bytes.data() + 8 * i, &w, 8);
+    }
+    prefix = typename Fam::Prefix(Plexa::Ip6Addr(bytes), len);
+    p_ = q;
+    return true;
+  }
+  static constexpr std::array<signed char, 256> kHexValue = [] {
+    std::array<signed char, 256> t{};
+    for (int c = 0; c < 256; ++c) {
+      t[c] = c >= '0' && c <= '9'   ? static_cast<signed char>(c - '0')
+             : c >= 'a' && c <= 'f' ? static_cast<signed char>(c - 'a' + 10)
+             : c >= 'A' && c <= 'F' ? static_cast<signed char>(c - 'A' + 10)
+                                    : -1;
+    }
+    return t;
+  }();
+
+  // A route type word at p_, quoted. The few words a table repeats are compared with the text
+  // as they are kept, closing quote and all, in two loads; another goes through string() and the
+  // family's words.
+  bool routeType(typename Fam::RouteType& type) {
+    if (*p_ != '"') return false;
+    std::uint64_t text[2];
+    std::memcpy(text, p_ + 1, 16);
+    for (const RecentType& r : recentTypes_) {
+      if (r.size != 0 && ((text[0] ^ r.text[0]) & r.mask[0]) == 0 &&
+          ((text[1] ^ r.text[1]) & r.mask[1]) == 0) {
+        type = r.type;
+        p_ += 1 + r.size;
         return true;
       }
     }
-    if (!routeTypeWords<Fam>().find(word, type)) return false;
-    recentTypes_[nextRecentType_++ % recentTypes_.size()] = {std::string(word), type};
+    std::string_view word;
+    if (!string(word) || !routeTypeWords<Fam>().find(word, type)) return false;
+    if (word.size() < 16) {
+      RecentType& r = recentTypes_[nextRecentType_++ % recentTypes_.size()];
+      char bytes[16] = {};
+      std::memcpy(bytes, word.data(), word.size());
+      bytes[word.size()] = '"';
+      std::memcpy(r.text, bytes, 16);
+      std::memset(bytes, 0, 16);
+      std::memset(bytes, 0xff, word.size() + 1);
+      std::memcpy(r.mask, bytes, 16);
+      r.size = unsigned(word.size() + 1);
+      r.type = type;
+    }
+    return true;
+  }
+
+  // A FEC reference as nearly every table writes it ("12", "ip6:12": a number from 1 up
+  // without a leading zero, of up to 16 digits, so below 2^56), read in place; false, with
+  // nothing consumed, for any other text, which then goes to parseFecRef().
+  bool plainFecRef(Brine::Fib::FecId& id) {
+    if (*p_ != '"') return false;
+    const char* q = p_ + 1;
+    Brine::Fib::AdjType kind = Brine::Fib::AdjType::ipAdj;
+    if (std::memcmp(q, "ip6:", 4) == 0) {
+      kind = Brine::Fib::AdjType::ip6Adj;
+      q += 4;
+    }
+    if (*q < '1' || *q > '9') return false;
+    const char* s = q;
+    std::uint64_t n = 0;
+    while (*q >= '0' && *q <= '9' && q - s < 16)
+      n = n * 10 + std::uint64_t(*q++ - '0');
+    if (*q != '"') return false;
+    id = Brine::Fib::FecId(kind, n);
+    p_ = q + 1;
     return true;
   }
 
@@ -414,9 +700,7 @@ class RouteScan {
     int preference = -1;
     if (*p_ == '}') return false;  // no prefix
     for (;;) {
-      std::string_view keyText;
-      if (!string(keyText)) return false;
-      const Field key = fieldOf(keyText);
+      const Field key = field();
       if (key == kNone || (seen & (1u << key))) return false;
       seen |= 1u << key;
       space();
@@ -427,12 +711,16 @@ class RouteScan {
       std::uint64_t n;
       switch (key) {
         case kPrefix: {
+          bool hostBits = false;
+          bool plain;
           if constexpr (std::is_same_v<Fam, V4>) {
-            bool hostBits = false;
-            if (plainV4Prefix(prefix, hostBits)) {
-              if (hostBits) return false;
-              break;
-            }
+            plain = plainV4Prefix(prefix, hostBits);
+          } else {
+            plain = plainV6Prefix(prefix, hostBits);
+          }
+          if (plain) {
+            if (hostBits) return false;
+            break;
           }
           typename Fam::AddrWithMask a;
           if (!string(text) || !Fam::AddrWithMask::parse(text, a)) return false;
@@ -441,11 +729,11 @@ class RouteScan {
           break;
         }
         case kType:
-          if (!string(text) || !routeType(text, route.routeType)) return false;
+          if (!routeType(route.routeType)) return false;
           break;
         case kFec: {
           Brine::Fib::FecId id;
-          if (!string(text) || parseFecRef(text, id) != nullptr) return false;
+          if (!plainFecRef(id) && (!string(text) || parseFecRef(text, id) != nullptr)) return false;
           // As the whole reading names it (Loader::familyFecRef).
           if (std::is_same_v<Fam, V6> && id.adjType() == Brine::Fib::AdjType::ipAdj)
             id = Brine::Fib::FecId(Brine::Fib::AdjType::ip6Adj, id.index());
@@ -486,8 +774,8 @@ class RouteScan {
           preference >= 0 ? std::uint8_t(preference) : Fam::defaultPreference(route.routeType);
       route.hardwareProgrammed = hardwareProgrammed;
       table_->recordAppend(route);
-    } else {
-      keys_.push(orderKey(prefix));
+    } else if (!seen_.add(prefix)) {
+      return false;  // twice: the whole reading says where
     }
     if (!hardwareProgrammed) ++unprogrammed_;
     if (!kernelProgrammed) kernel_.push_back(prefix);
@@ -498,21 +786,39 @@ class RouteScan {
   bool finishArray() {
     ++p_;
     if (table_) return !table_->indexAppended();
-    return !anyTwice(keys_.data(), keys_.size());
+    return seen_.finish();
   }
 
-  using Key = decltype(orderKey(std::declval<typename Fam::Prefix>()));
   const char* p_;
   Table* table_;
   Window* window_ = nullptr;
   std::size_t count_ = 0;
-  HugeArray<Key> keys_;
+  SeenPrefixes<Fam> seen_;
   std::uint32_t unprogrammed_ = 0;
   std::vector<typename Fam::Prefix> kernel_;
   // Copies: the text in a window moves.
-  std::array<std::pair<std::string, typename Fam::RouteType>, 4> recentTypes_{};
+  struct RecentType {
+    std::uint64_t text[2] = {};
+    std::uint64_t mask[2] = {};
+    unsigned size = 0;  // with the closing quote; 0 for a free entry
+    typename Fam::RouteType type{};
+  };
+  std::array<RecentType, 4> recentTypes_{};
   unsigned nextRecentType_ = 0;
 };
+
+// How many routes the array at `at` holds if the scan proves it: its objects' opening braces
+// before the first closing bracket, which no route the scan takes holds. Counted ahead, so that
+// the table is built in one pass into room of its size (a guess from the text's length would
+// reserve twice the room, and a pass to prove the array first cost as much as the building).
+std::size_t routesBefore(const char* at, const char* end) {
+  const char* close = static_cast<const char*>(std::memchr(at, ']', end - at));
+  if (!close) close = end;
+  std::size_t n = 0;
+  for (const char* p = at; (p = static_cast<const char*>(std::memchr(p, '{', close - p))); ++p)
+    ++n;
+  return n;
+}
 
 // Walks the document's JSON structure to find the route arrays ($.vrfs.<vrf>.ipv4.routes and
 // ipv6.routes) and hands each to `found`, which returns where the array ends, or nullptr to
@@ -693,17 +999,15 @@ void Loader::scanRoutes(char* text, std::size_t size) {
   auto found = [&](bool v6, char* at) -> char* {
     ScannedRoutes result;
     const auto scan = [&]<class Fam>(Fam) -> const char* {
-      RouteScan<Fam> check(at);
-      check.expect(static_cast<std::size_t>(text + size - at));
       const bool build = std::is_same_v<Fam, V4> ? sections_.ipv4Routes : sections_.ipv6Routes;
-      if (!check.run()) return nullptr;
+      Ptr<typename RouteScan<Fam>::Table> table;
       if (build) {
-        auto table = makePtr<typename RouteScan<Fam>::Table>();
-        table->reserve(check.count());
-        RouteScan<Fam> again(at, table.get());
-        if (!again.run()) return nullptr;
-        result.table<Fam>() = table;
+        table = makePtr<typename RouteScan<Fam>::Table>();
+        table->reserve(routesBefore(at, text + size));
       }
+      RouteScan<Fam> check(at, table.get());
+      if (!check.run()) return nullptr;
+      if (build) result.table<Fam>() = table;
       result.unprogrammed = check.unprogrammed();
       for (const auto& prefix : check.kernelUnprogrammed())
         result.kernel.emplace_back(prefix);
@@ -723,7 +1027,7 @@ namespace {
 struct NotProven {};
 }  // namespace
 
-bool Loader::stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc) {
+bool Loader::stripRoutes(int fd, std::vector<char>& doc) {
   Window window(fd, doc);
   auto found = [&](bool v6, char* at) -> char* {
     if (v6 ? sections_.ipv6Routes : sections_.ipv4Routes) return nullptr;  // for scanRoutes
@@ -731,7 +1035,6 @@ bool Loader::stripRoutes(int fd, std::size_t fileSize, std::vector<char>& doc) {
       window.pause(at + 1);  // the opening bracket stays
       const std::size_t docAt = window.docSize() - 1;
       RouteScan<Fam> check(window);
-      check.expect(fileSize);
       if (!check.run()) throw NotProven();
       char* end = check.endInWindow();
       window.resume(end - 1);  // and so does the closing one

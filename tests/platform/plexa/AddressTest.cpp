@@ -67,6 +67,61 @@ TEST(Ip6Addr, ParsesLongFormsAndOrdersByBytes) {
   }
 }
 
+// The parser reads the usual forms itself and leaves the rest to inet_pton: on texts built
+// from the characters an address is made of (runs of colons, groups of every width, dots,
+// blanks), it takes exactly what inet_pton takes, as the same address, and masks as the
+// byte-wise rule does.
+TEST(Ip6Addr, TakesWhatInetPtonTakes) {
+  std::uint32_t x = 11;
+  const auto rnd = [&] { return x = x * 1103515245 + 12345, x >> 8; };
+  const char* pieces[] = {":",         "::",       ":::",   "0",    "1", "ab",
+                          "fFf",       "0db8",     "12345", "ffff", ".", "1.2.3.4",
+                          "255.0.0.1", "01.2.3.4", "g",     " ",    "/"};
+  // Or groups of one to five hex digits, up to nine of them, with or without a "::" among
+  // them, a dotted tail, a colon before or after.
+  const auto groups = [&] {
+    std::string text;
+    const unsigned n = rnd() % 10, gap = rnd() % 12;
+    for (unsigned g = 0; g < n; ++g) {
+      if (g == gap) text += ":";
+      if (g) text += ":";
+      for (unsigned d = 1 + rnd() % 5; d > 0; --d)
+        text += "0123456789abcdefABCDEF"[rnd() % 22];
+    }
+    if (gap >= n && gap < 11) text += "::";
+    if (rnd() % 8 == 0) text += ":1.2.3.4";
+    if (rnd() % 16 == 0) text = ":" + text;
+    if (rnd() % 16 == 0) text += ":";
+    return text;
+  };
+  int taken = 0;
+  for (int round = 0; round < 200000; ++round) {
+    std::string text;
+    if (round % 2) {
+      text = groups();
+    } else {
+      for (unsigned n = 1 + rnd() % 12; n > 0; --n)
+        text += pieces[rnd() % std::size(pieces)];
+    }
+    char c[64] = {};
+    Ip6Addr::Bytes expected{};
+    const bool ok = text.size() < sizeof c &&
+                    (text.copy(c, text.size()), inet_pton(AF_INET6, c, expected.data()) == 1);
+    Ip6Addr a;
+    ASSERT_EQ(Ip6Addr::parse(text, a), ok) << text;
+    if (!ok) continue;
+    ++taken;
+    EXPECT_EQ(a.bytes(), expected) << text;
+    for (int len : {0, 1, 7, 8, 9, 63, 64, 65, 120, 127, 128}) {
+      Ip6Addr::Bytes m = expected;
+      for (int i = 0; i < 16; ++i)
+        m[i] &= len >= 8 * (i + 1) ? 0xff : len <= 8 * i ? 0 : 0xff << (8 - (len - 8 * i)) & 0xff;
+      EXPECT_EQ(a.masked(len).bytes(), m) << text << "/" << len;
+    }
+  }
+  EXPECT_GT(taken, 10000);  // the texts reach the forms that parse, not only the refusals
+}
+
 TEST(Prefix, ClearsHostBitsAndOrdersByAddressThenLength) {
   EXPECT_EQ(Prefix::fromString("10.1.2.3/16").stringValue(), "10.1.0.0/16");
   EXPECT_EQ(Prefix::fromString("0.0.0.0/0").len(), 0);
