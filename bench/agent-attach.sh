@@ -129,7 +129,7 @@ row "show ip route" show ip route
 row "show ip route json" show ip route json
 row "show ipv6 route" show ipv6 route
 
-# attach_us NAME: the median processor time from main() to the attached tables, in ms.
+# attach_ms NAME: the median processor time from main() to the attached tables, in ms.
 attach_ms() {
   local i
   for i in $(seq "${ATTACH_RUNS:-21}"); do
