@@ -8,13 +8,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <new>
-#include <sstream>
 #include <string_view>
 #include <thread>
 #include <type_traits>
@@ -56,6 +57,28 @@ constexpr std::uint64_t kFirstRegion = kPage;
 
 std::string errnoText() {
   return std::strerror(errno);
+}
+
+constexpr std::string_view kSpace = " \t\r\v\f";
+
+// The next word of `words`, which loses it and the blanks before it.
+std::string_view nextWord(std::string_view& words) {
+  const std::size_t from = std::min(words.size(), words.find_first_not_of(kSpace));
+  words.remove_prefix(from);
+  const std::size_t to = std::min(words.size(), words.find_first_of(kSpace));
+  const std::string_view word = words.substr(0, to);
+  words.remove_prefix(to);
+  return word;
+}
+
+// A decimal number; 0 for anything else, as a failed stream read leaves it.
+template <class T>
+T numberOf(std::string_view word) {
+  T value{};
+  if (std::from_chars(word.data(), word.data() + word.size(), value).ptr !=
+      word.data() + word.size())
+    value = T{};
+  return value;
 }
 
 std::uint64_t pageUp(std::uint64_t n) {
@@ -514,26 +537,25 @@ Mox::Ptr<Statum::EntityManager> Attachment::entities() {
   if (text.rfind("rova-catalog 1\n", 0) != 0 || state == std::string::npos)
     throw StoreError("the catalog of the state agent " + Mox::shownWord(name_) + " is unreadable");
   Mox::Ptr<Statum::EntityManager> em = Snapshot::load(std::string_view(text).substr(state + 7));
-  std::istringstream lines(text.substr(0, state + 1));
-  std::string line;
-  std::getline(lines, line);
+  // Read with views rather than string streams: a reader that attaches for one command would
+  // otherwise build the stream library's locale for these few lines.
+  std::string_view lines = std::string_view(text).substr(0, state + 1);
+  lines.remove_prefix(lines.find('\n') + 1);
   std::shared_ptr<Brine::TableArena> self = shared_from_this();
-  while (std::getline(lines, line)) {
-    std::istringstream words(line);
-    std::string kind, type, path;
-    std::uint64_t at = 0;
-    words >> kind;
+  while (!lines.empty()) {
+    const std::size_t end = lines.find('\n');
+    const std::string_view line = lines.substr(0, end);
+    lines.remove_prefix(end == std::string_view::npos ? lines.size() : end + 1);
+    std::string_view words = line;
+    const std::string_view kind = nextWord(words);
     if (kind == "interface") {
-      std::string name;
-      words >> name;
-      Plexa::IntfId{name};
+      Plexa::IntfId{std::string(nextWord(words))};
       continue;
     }
     if (kind == "unprogrammed") {
-      std::uint32_t v4 = 0, v6 = 0;
-      std::string vrf;
-      words >> v4 >> v6;
-      std::getline(words >> std::ws, vrf);
+      const auto v4 = numberOf<std::uint32_t>(nextWord(words));
+      const auto v6 = numberOf<std::uint32_t>(nextWord(words));
+      const std::string vrf(words.substr(std::min(words.size(), words.find_first_not_of(kSpace))));
       auto it = em->entities().find(Snapshot::layout::pathOf(Snapshot::layout::hwVrfStatus, vrf));
       if (it == em->entities().end()) continue;
       if (auto* hw = dynamic_cast<Routing::Hardware::VrfStatus*>(it->second.get())) {
@@ -542,7 +564,9 @@ Mox::Ptr<Statum::EntityManager> Attachment::entities() {
       }
       continue;
     }
-    words >> at >> type >> path;
+    const auto at = numberOf<std::uint64_t>(nextWord(words));
+    const std::string type(nextWord(words));
+    const std::string path(nextWord(words));
     auto maker = tableTypes().find(type);
     if (kind != "table" || maker == tableTypes().end() || path.empty())
       throw StoreError("the catalog of the state agent " + Mox::shownWord(name_) +

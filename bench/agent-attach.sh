@@ -3,8 +3,17 @@
 # state file: generates (once per run) a state of 1,000,000 IPv4 and 200,000 IPv6 routes (the
 # spine table of bench/route-listing.sh), starts rova-agent on it under a name of its own, and
 # times whole rova processes (wall and processor time, the median of RUNS; the first line's
-# time is that of `| head -1`), reading their output as it comes. The agent and its store are
-# removed on the way out, whatever happens.
+# time is that of `| head -1`), reading their output as it comes. Then:
+#   - attach itself: the processor time from the start of rova's main() to the store's tables
+#     being usable, as `rova --trace` reports it, the median of ATTACH_RUNS, on a small state
+#     (rova-gen's default, 1,000 routes) and on the spine table;
+#   - as root, a lookup against `ip route get` on the same kernel table: a network namespace
+#     loaded with the table of bench/live-listing.sh (ROUTES IPv4 and ROUTES6 IPv6 routes,
+#     default 1,000,000 and 200,000) by `ip -batch`, `rova-agent --live` following it, and
+#     `rova --attach show ip route A.B.C.D` and `ip route get A.B.C.D` run in turn in that
+#     namespace, LOOKUP_RUNS times each (the median processor time). Without root that part is
+#     skipped with a message.
+# The agents, their stores and the namespace are removed on the way out, whatever happens.
 #
 #   bench/agent-attach.sh                     # uses build/ (ninja -C build rova rova-agent rova-gen)
 #   RUNS=5 STATE=/tmp/mine.json bench/agent-attach.sh
@@ -17,9 +26,16 @@ runs=${RUNS:-5}
 name=bench-$$
 tmp=$(mktemp -d)
 agent_pid=""
+small_pid=""
+live_pid=""
+ns=""
+stop() { if [ -n "$1" ]; then kill "$1" 2>/dev/null || true; wait "$1" 2>/dev/null || true; fi; }
 cleanup() {
-  if [ -n "$agent_pid" ]; then kill "$agent_pid" 2>/dev/null || true; wait "$agent_pid" 2>/dev/null || true; fi
-  rm -f "/dev/shm/rova-agent.$name"
+  stop "$agent_pid"
+  stop "$small_pid"
+  stop "$live_pid"
+  rm -f "/dev/shm/rova-agent.$name" "/dev/shm/rova-agent.$name-small" "/dev/shm/rova-agent.$name-live"
+  if [ -n "$ns" ]; then ip netns del "$ns" 2>/dev/null || true; fi
   rm -rf "$tmp"
 }
 trap cleanup EXIT
@@ -75,13 +91,18 @@ print("%.4f %.4f %.4f %.0f" % (statistics.median(walls), statistics.median(cpus)
 PY
 }
 
+# await_ready PID FILE LOG: waits for the agent PID to say it is ready in FILE.
+await_ready() {
+  while ! grep -q ready "$2" 2>/dev/null; do
+    kill -0 "$1" || { cat "$3"; exit 1; }
+    sleep 0.05
+  done
+}
+
 t0=$(date +%s%N)
 "$agent" --state "$state" --name "$name" > "$tmp/ready" 2> "$tmp/agent.log" &
 agent_pid=$!
-while ! grep -q ready "$tmp/ready" 2>/dev/null; do
-  kill -0 "$agent_pid" || { cat "$tmp/agent.log"; exit 1; }
-  sleep 0.05
-done
+await_ready "$agent_pid" "$tmp/ready" "$tmp/agent.log"
 t1=$(date +%s%N)
 printf 'state: %s (%s); agent ready in %.2f s, store %s MB of pages\n' "$state" \
   "$(du -h "$state" | cut -f1)" "$(awk "BEGIN{print ($t1 - $t0) / 1e9}")" \
@@ -107,3 +128,87 @@ row "show ip route $address" show ip route "$address"
 row "show ip route" show ip route
 row "show ip route json" show ip route json
 row "show ipv6 route" show ipv6 route
+
+# attach_ms NAME: the median processor time from main() to the attached tables, in ms.
+attach_ms() {
+  local i
+  for i in $(seq "${ATTACH_RUNS:-21}"); do
+    "$rova" --trace --attach="$1" show version 2>&1 >/dev/null |
+      sed -n 's/.*attached to .* \([0-9]*\) us of processor time.*/\1/p'
+  done | sort -n | awk '{ v[NR] = $1 } END { printf "%.2f", v[int((NR + 1) / 2)] / 1000 }'
+}
+"$build/snapshot/rova-gen" -o "$tmp/small.json"
+"$agent" --state "$tmp/small.json" --name "$name-small" > "$tmp/small-ready" 2> "$tmp/small.log" &
+small_pid=$!
+await_ready "$small_pid" "$tmp/small-ready" "$tmp/small.log"
+echo
+uptime
+printf 'attach, main() to usable tables (processor ms, median of %s; `rova --trace`):\n' "${ATTACH_RUNS:-21}"
+printf '  %-34s %6s ms\n' "small state (rova-gen default)" "$(attach_ms "$name-small")" \
+  "spine table" "$(attach_ms "$name")"
+
+echo
+if [ "$(id -u)" -ne 0 ]; then
+  echo "lookup against ip route get: skipped (needs root for a network namespace)"
+  exit 0
+fi
+routes=${ROUTES:-1000000}
+routes6=${ROUTES6:-200000}
+ns=rova-attach-$$
+ip netns add "$ns"
+ip -n "$ns" link set lo up
+for i in 1 2 3 4; do
+  ip -n "$ns" link add "eth$i" type veth peer name "peer$i"
+  ip -n "$ns" link set "eth$i" up
+  ip -n "$ns" link set "peer$i" up
+  ip -n "$ns" addr add "10.255.$i.1/24" dev "eth$i"
+  ip -n "$ns" addr add "fd00:$i::1/64" dev "eth$i" nodad
+done
+# The table of bench/live-listing.sh; the 100,000th IPv4 prefix's address goes to $tmp/probe.
+awk -v v4="$routes" -v v6="$routes6" -v probe="$tmp/probe" 'BEGIN {
+  n = 0
+  for (j = 0; n < v4; j++) {
+    idx = (j * 2654435761) % 16777216
+    o = int(idx / 65536)
+    if (o == 0 || o == 10 || o == 127 || o >= 224) continue
+    b = int(idx / 256) % 256; c = idx % 256; len = 24
+    if (n % 16 == 7) { c = c - c % 4; len = 22 }
+    g = n % 4 + 1
+    p = sprintf("%d.%d.%d.0/%d", o, b, c, len)
+    if (n % 10 == 3)
+      printf "route add %s proto bgp nexthop via 10.255.%d.2 nexthop via 10.255.%d.2\n", p, g, g % 4 + 1
+    else
+      printf "route add %s via 10.255.%d.2 proto bgp\n", p, g
+    if (++n == 100000 || n == v4 && n < 100000) printf "%d.%d.%d.1\n", o, b, c > probe
+  }
+  for (j = 0; j < v6; j++) {
+    idx = (j * 2654435761) % 16777216
+    g = j % 4 + 1
+    printf "route add 2a%02x:%x:%x::/48 via fd00:%d::2 dev eth%d proto bgp\n", int(idx / 65536), idx % 65536, j % 65536, g, g
+  }
+}' > "$tmp/load"
+ip -n "$ns" -batch "$tmp/load"
+rm -f "$tmp/load"
+probe=$(head -1 "$tmp/probe")
+ip netns exec "$ns" "$agent" --live --name "$name-live" > "$tmp/live-ready" 2> "$tmp/live.log" &
+live_pid=$!
+await_ready "$live_pid" "$tmp/live-ready" "$tmp/live.log"
+uptime
+printf 'lookup of %s on a kernel table of %s IPv4 and %s IPv6 routes (processor ms, median of %s, run in turn):\n' \
+  "$probe" "$routes" "$routes6" "${LOOKUP_RUNS:-101}"
+ip netns exec "$ns" python3 - "${LOOKUP_RUNS:-101}" \
+  "$rova --attach=$name-live show ip route $probe" "ip route get $probe" "/bin/true" <<'PY'
+import resource, shlex, statistics, subprocess, sys
+runs, cmds = int(sys.argv[1]), sys.argv[2:]
+times = {c: [] for c in cmds}
+for _ in range(runs):
+    for c in cmds:
+        before = resource.getrusage(resource.RUSAGE_CHILDREN)
+        subprocess.run(shlex.split(c), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True)
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        times[c].append((after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime) * 1000)
+base = statistics.median(times[cmds[1]])
+for c in cmds:
+    m = statistics.median(times[c])
+    print("  %-60s %6.2f ms  %.2fx ip route get" % (c.split("/")[-1] if c.startswith("/") else c, m, m / base))
+PY

@@ -1,7 +1,9 @@
 // rova: one command from the command line, or an interactive shell when none is given.
 
+#include <chrono>
 #include <clocale>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <limits>
 #include <new>
@@ -24,6 +26,14 @@
 #include "platform/rendr/Interrupt.h"
 
 namespace {
+
+const Mox::TraceHandle traceHandle("rova");
+
+std::chrono::nanoseconds processorTime() {
+  timespec t{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return std::chrono::seconds(t.tv_sec) + std::chrono::nanoseconds(t.tv_nsec);
+}
 
 constexpr const char* kUsage =
     "usage: rova [--state FILE | --live | --attach [NAME]] [--trace] [--keep-going] [-j]\n"
@@ -161,8 +171,7 @@ int leaveStateToExit(int status) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // libedit decodes typed characters in the user's locale.
-  std::setlocale(LC_CTYPE, "");
+  const auto started = processorTime();
   const cli::Context context;
   Options options;
   if (int status = parseOptions(argc, argv, options, context); status >= 0) return status;
@@ -174,6 +183,7 @@ int main(int argc, char** argv) {
     cli::Grammar grammar;
     cli::addCommands(grammar);
     cli::addConfigureRow(grammar);
+    const auto grammarBuilt = processorTime();
     // Until the state is loaded, a signal ends rova at once: there is nothing to close yet,
     // and a state read from a FIFO or a terminal may wait for its writer.
     takeAgentName(options, grammar);
@@ -183,7 +193,22 @@ int main(int argc, char** argv) {
                          : cli::loadState(options.statePath.value_or(""), options.command, context,
                                           cli::sectionsRead(grammar, options.command));
     if (loaded != cli::kStatusOk) return loaded;
+    if (options.attach) {
+      // What attaching costs, in processor time (wall time says more about the machine's
+      // load): `rova --trace --attach=NAME show version`.
+      const auto now = processorTime();
+      const auto us = [](auto d) {
+        return std::chrono::duration_cast<std::chrono::microseconds>(d).count();
+      };
+      MOX_TRACE(traceHandle, 1, "attached to ", Mox::shownWord(*options.attach), " ",
+                us(now - started), " us of processor time after main began (command table ",
+                us(grammarBuilt - started), " us, store and catalog ", us(now - grammarBuilt),
+                " us)");
+    }
     if (options.command.empty()) {
+      // libedit decodes typed characters in the user's locale; nothing else reads it, and
+      // loading it costs a one-shot command a file's mapping.
+      std::setlocale(LC_CTYPE, "");
       cli::Shell shell(grammar, context);
       shell.modesIs(cli::shellModes(grammar));
       shell.keepGoingIs(options.keepGoing);

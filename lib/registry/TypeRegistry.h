@@ -538,6 +538,9 @@ class TypeBuilder {
   }
 
   void addAttributes() {
+    // Every program builds the registry at start: a vector grown one entry at a time would
+    // copy its entries and leave the old blocks behind in fresh heap pages.
+    e_.attrs.reserve(Mox::attrCount<T>());
     Mox::forEachAttr<T>([&](const auto& d) {
       using M = typename std::decay_t<decltype(d)>::Type;
       Thunk<void(Value&, const Value&)> set;
