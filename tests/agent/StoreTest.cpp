@@ -16,6 +16,7 @@
 
 #include "agent/Store.h"
 #include "platform/brine/Table.h"
+#include "platform/plexa/Prefix.h"
 
 namespace {
 
@@ -54,6 +55,37 @@ struct ChurnRecord {
 
 class ChurnTable : public Brine::Table<std::uint32_t, ChurnRecord> {
   MOX_ENTITY("Test::ChurnTable")
+};
+
+// The same, keyed by an IPv4 prefix: a table whose writer keeps a listing order for readers.
+struct PrefixRecord {
+  Plexa::Prefix prefix;
+  std::uint32_t version = 0;
+  std::uint64_t check[16] = {};
+  Plexa::Prefix key() const { return prefix; }
+
+  static PrefixRecord make(std::uint32_t id, std::uint32_t version) {
+    PrefixRecord r;
+    r.prefix = prefixOf(id);
+    r.version = version;
+    for (int i = 0; i < 16; ++i)
+      r.check[i] = ChurnRecord::mix(id, version, i);
+    return r;
+  }
+  // Ids spread over the address space and the lengths, so that store order is not key order.
+  static Plexa::Prefix prefixOf(std::uint32_t id) {
+    return Plexa::Prefix(Plexa::IpAddr(id * 2654435761u), 8 + int(id % 25));
+  }
+  bool whole(std::uint32_t id) const {
+    for (int i = 0; i < 16; ++i) {
+      if (check[i] != ChurnRecord::mix(id, version, i)) return false;
+    }
+    return prefix == prefixOf(id);
+  }
+};
+
+class PrefixTable : public Brine::Table<Plexa::Prefix, PrefixRecord> {
+  MOX_ENTITY("Test::PrefixTable")
 };
 
 // Records the writers below never delete (they may rewrite them): every one of them written
@@ -130,6 +162,67 @@ TEST_F(Store, ReadersFindEveryRecordThroughGrowthAndDeletes) {
   EXPECT_EQ(reader->size(), 2u);
   EXPECT_TRUE(reader->lookup(6).whole());
   EXPECT_TRUE(reader->lookup(9).empty());
+}
+
+// The order a writer keeps for its readers is the records' key order, each word naming the
+// place of the record it stands for; it is handed out only while it is that of the table's
+// current writes, and made again on request.
+TEST_F(Store, TheListingOrderIsKeyOrderAndOnlyWhileTheTableIsUnchanged) {
+  auto store = create();
+  auto writer = Mox::makePtr<PrefixTable>();
+  for (std::uint32_t id = 1; id <= 3000; ++id)
+    writer->recordIs(PrefixRecord::make(id, 0));
+  const std::uint64_t at = tableHeader(*store);
+  writer->sharedStorageIs(store, at);
+  auto reader = Mox::makePtr<PrefixTable>();
+  reader->sharedStorageIs(Agent::Attachment::open(name_), at);
+  std::vector<std::uint64_t> words;
+  EXPECT_TRUE(writer->sharedOrderStale());
+  EXPECT_FALSE(reader->orderNow(words));  // none made yet
+
+  // Holes and records written after the move: the order skips the one, places the other.
+  for (std::uint32_t id = 1; id <= 3000; id += 7)
+    writer->recordDel(PrefixRecord::prefixOf(id));
+  for (std::uint32_t id = 3001; id <= 3100; ++id)
+    writer->recordIs(PrefixRecord::make(id, 1));
+  const auto inOrder = [&] {
+    std::vector<std::uint64_t> keys;
+    for (auto it = reader->begin(); it != reader->end(); ++it)
+      keys.push_back(orderKey((*it).prefix));
+    std::sort(keys.begin(), keys.end());
+    return keys;
+  };
+  const auto checkOrder = [&] {
+    ASSERT_TRUE(reader->orderNow(words));
+    std::vector<std::uint64_t> keys;
+    for (std::uint64_t w : words) {
+      const PrefixRecord r = reader->at(w & ((1u << Brine::kOrderPlaceBits) - 1));
+      ASSERT_EQ(orderKey(r.prefix), w >> Brine::kOrderPlaceBits) << "a word names its record";
+      keys.push_back(w >> Brine::kOrderPlaceBits);
+    }
+    EXPECT_EQ(keys, inOrder());
+  };
+  EXPECT_TRUE(writer->sharedOrderRefresh());
+  EXPECT_FALSE(writer->sharedOrderRefresh());  // current: not made again
+  EXPECT_FALSE(writer->sharedOrderStale());
+  checkOrder();
+
+  // Any write makes it stale: a reader sorts for itself until it is made again.
+  for (const auto& write : std::vector<std::function<void()>>{
+           [&] { writer->recordIs(PrefixRecord::make(5000, 0)); },
+           [&] { writer->recordIs(PrefixRecord::make(3001, 2)); },
+           [&] { writer->recordDel(PrefixRecord::prefixOf(3002)); }}) {
+    write();
+    EXPECT_TRUE(writer->sharedOrderStale());
+    EXPECT_FALSE(reader->orderNow(words));
+    EXPECT_TRUE(words.empty());
+    EXPECT_TRUE(writer->sharedOrderRefresh());
+    checkOrder();
+  }
+  // A table emptied keeps no order worth reading.
+  writer->recordDelAll();
+  EXPECT_FALSE(reader->orderNow(words));
+  EXPECT_FALSE(writer->sharedOrderStale());
 }
 
 // Records never move: a walk interleaved with deletes, inserts into the holes they leave and
