@@ -9,8 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <string>
 
@@ -60,6 +62,7 @@ class ChurnTable : public Brine::Table<std::uint32_t, ChurnRecord> {
 // The same, keyed by an IPv4 prefix: a table whose writer keeps a listing order for readers.
 struct PrefixRecord {
   Plexa::Prefix prefix;
+  std::uint32_t id = 0;
   std::uint32_t version = 0;
   std::uint64_t check[16] = {};
   Plexa::Prefix key() const { return prefix; }
@@ -67,6 +70,7 @@ struct PrefixRecord {
   static PrefixRecord make(std::uint32_t id, std::uint32_t version) {
     PrefixRecord r;
     r.prefix = prefixOf(id);
+    r.id = id;
     r.version = version;
     for (int i = 0; i < 16; ++i)
       r.check[i] = ChurnRecord::mix(id, version, i);
@@ -76,7 +80,7 @@ struct PrefixRecord {
   static Plexa::Prefix prefixOf(std::uint32_t id) {
     return Plexa::Prefix(Plexa::IpAddr(id * 2654435761u), 8 + int(id % 25));
   }
-  bool whole(std::uint32_t id) const {
+  bool whole() const {
     for (int i = 0; i < 16; ++i) {
       if (check[i] != ChurnRecord::mix(id, version, i)) return false;
     }
@@ -223,6 +227,81 @@ TEST_F(Store, TheListingOrderIsKeyOrderAndOnlyWhileTheTableIsUnchanged) {
   writer->recordDelAll();
   EXPECT_FALSE(reader->orderNow(words));
   EXPECT_FALSE(writer->sharedOrderStale());
+}
+
+// The writer, in a process of its own, changes a prefix table in bursts and makes its order
+// again after each, giving the regions back at once; this process takes the order again and
+// again. An order handed out is whole (sorted, never a region half given back) and every word
+// whose record still has its key names a whole record; a stale one is never handed out.
+TEST_F(Store, AnOrderReadWhileTheWriterRemakesItIsWholeOrRefused) {
+  int control[2], stop[2];
+  ASSERT_EQ(::pipe(control), 0);
+  ASSERT_EQ(::pipe(stop), 0);
+  const pid_t writerPid = ::fork();
+  if (writerPid == 0) {
+    ::close(control[0]);
+    ::close(stop[1]);
+    auto store = create(std::chrono::milliseconds(0));
+    auto table = Mox::makePtr<PrefixTable>();
+    const std::uint64_t at = tableHeader(*store);
+    table->sharedStorageIs(store, at);
+    if (::write(control[1], &at, sizeof at) != sizeof at) ::_exit(2);
+    ::close(control[1]);
+    std::mt19937 random(5);
+    pollfd p{stop[0], POLLIN, 0};
+    for (std::uint32_t version = 1;; ++version) {
+      for (int op = 0; op < 200; ++op) {
+        const std::uint32_t id = 1 + random() % 3000;
+        if (random() % 4 == 0) {
+          table->recordDel(PrefixRecord::prefixOf(id));
+        } else {
+          table->recordIs(PrefixRecord::make(id, version));
+        }
+      }
+      table->sharedOrderRefresh();
+      store->reclaim();
+      // A moment with the order current, every other burst: readers take it then.
+      if (::poll(&p, 1, version % 2) > 0) ::_exit(0);
+    }
+  }
+  ::close(control[1]);
+  ::close(stop[0]);
+  std::uint64_t at = 0;
+  ASSERT_EQ(::read(control[0], &at, sizeof at), static_cast<ssize_t>(sizeof at));
+  ::close(control[0]);
+  auto table = Mox::makePtr<PrefixTable>();
+  table->sharedStorageIs(Agent::Attachment::open(name_), at);
+  std::size_t orders = 0, refused = 0, named = 0;
+  std::vector<std::uint64_t> words;
+  for (int round = 0; round < 200000 && orders < 100; ++round) {
+    if (!table->orderNow(words)) {
+      ++refused;
+      ::sched_yield();
+      continue;
+    }
+    ++orders;
+    ASSERT_FALSE(words.empty());
+    ASSERT_TRUE(std::adjacent_find(words.begin(), words.end(),
+                                   [](auto a, auto b) {
+                                     return a >> Brine::kOrderPlaceBits >= b >>
+                                            Brine::kOrderPlaceBits;
+                                   }) == words.end())
+        << "an order with a key twice or out of order";
+    for (std::size_t i = 0; i < words.size(); i += 1 + i % 13) {
+      const std::uint64_t word = words[i];
+      const PrefixRecord r = table->at(word & ((1u << Brine::kOrderPlaceBits) - 1));
+      if (orderKey(r.prefix) != word >> Brine::kOrderPlaceBits) continue;  // changed since
+      ASSERT_TRUE(r.whole()) << r.prefix.stringValue();
+      ++named;
+    }
+  }
+  ::close(stop[1]);
+  int status = 0;
+  ::waitpid(writerPid, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the writer ended " << status;
+  EXPECT_GT(orders, 0u);
+  EXPECT_GT(named, 0u);
+  std::printf("%zu orders read (%zu refused), %zu records named checked\n", orders, refused, named);
 }
 
 // Records never move: a walk interleaved with deletes, inserts into the holes they leave and
