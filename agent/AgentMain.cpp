@@ -260,7 +260,13 @@ int main(int argc, char** argv) {
   for (;;) {
     fds.assign({{signals, POLLIN, 0}, {follower ? follower->fd() : -1, POLLIN, 0}});
     changes->pollFds(fds);
-    ::poll(fds.data(), fds.size(), 500);
+    // A table written since its listing order was made gets it again once nothing has
+    // arrived for a moment: never in the middle of a burst of changes.
+    const Statum::EntityManager& published =
+        live ? *em : *cli::DeviceState::instance().entityManager();
+    const bool stale = store->ordersStale(published);
+    if (::poll(fds.data(), fds.size(), stale ? 100 : 500) == 0 && stale)
+      store->orderTables(published);
     if (fds[0].revents & POLLIN) {
       signalfd_siginfo info{};
       if (::read(signals, &info, sizeof info) == sizeof info &&

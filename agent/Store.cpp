@@ -51,7 +51,7 @@ namespace {
 
 constexpr char kMagic[8] = {'r', 'o', 'v', 'a', 's', 't', 'o', 'r'};
 // Changes whenever a record, a table header or this header changes shape.
-constexpr std::uint32_t kVersion = 2;
+constexpr std::uint32_t kVersion = 3;
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kFirstRegion = kPage;
 
@@ -391,6 +391,7 @@ void Store::publish(const Statum::EntityManager& em) {
     text += "interface " + name + "\n";
   text += "state\n";
   text += Snapshot::write(*withoutTables(em));
+  orderTables(em);
   // Unchanged: readers keep the catalog they have (the tables' own generations say what the
   // records did).
   if (catalogBytes_ && text == catalogText_) return;
@@ -410,6 +411,23 @@ void Store::publish(const Statum::EntityManager& em) {
   catalogText_ = std::move(text);
   h.generation.fetch_add(1, std::memory_order_release);
   h.ready.store(1, std::memory_order_release);
+}
+
+std::size_t Store::orderTables(const Statum::EntityManager& em) {
+  std::size_t made = 0;
+  forEachTable(em, [&](const std::string&, const Mox::Ptr<Mox::Entity>& e) {
+    Brine::SharedStorable* t = storable(e);
+    if (t->shared()) made += t->sharedOrderRefresh();
+  });
+  return made;
+}
+
+bool Store::ordersStale(const Statum::EntityManager& em) const {
+  bool stale = false;
+  forEachTable(em, [&](const std::string&, const Mox::Ptr<Mox::Entity>& e) {
+    stale = stale || storable(e)->sharedOrderStale();
+  });
+  return stale;
 }
 
 // ---- a reader's side ----

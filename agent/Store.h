@@ -74,6 +74,13 @@ class Store : public Brine::TableArena, public std::enable_shared_from_this<Stor
   // as it does; later writes to those tables go to the store. Call again after adding or
   // removing entities, or changing the small ones.
   void publish(const Statum::EntityManager& em);
+  // Makes again the listing order of every table of `em` written since its order was made
+  // (publish() does it too); returns how many it made. A live agent calls it once its tables
+  // are quiet, not for every change: an attached listing follows a current order as it prints,
+  // and sorts for itself while there is none.
+  std::size_t orderTables(const Statum::EntityManager& em);
+  // Whether a table of `em` was written since its order was made.
+  bool ordersStale(const Statum::EntityManager& em) const;
   // Frees the pages of regions given back longer than the grace period ago.
   void reclaim();
   // Removes the object's name: readers still mapping it keep reading, and see the agent gone.

@@ -63,7 +63,19 @@ struct alignas(64) SharedTableHeader {
   std::atomic<std::uint64_t> used;
   std::uint32_t recordSize;  // sizeof(SharedRecord<V>): a reader of another build refuses
   std::uint32_t reserved;
+  // The listing order the writer keeps for its readers (Table::sharedOrderRefresh): a region
+  // of orderCount words, each a record's order key above its place (kOrderPlaceBits), sorted;
+  // valid while the table's generation is orderGeneration. The writer changes the three
+  // inside an odd orderSeq.
+  std::atomic<std::uint64_t> orderSeq;
+  std::atomic<std::uint64_t> orderAt;
+  std::atomic<std::uint64_t> orderCount;
+  std::atomic<std::uint64_t> orderGeneration;
 };
+static_assert(sizeof(SharedTableHeader) == 128, "table headers are packed many to a page");
+
+// The bits of an order word that hold the record's place; the order key is above them.
+inline constexpr unsigned kOrderPlaceBits = 24;
 
 // A record, or a hole (present == 0) that a delete left in its place and an insert fills
 // again: records never move, so a walk sees each record that stays in the table once.

@@ -35,6 +35,7 @@
 #include "platform/mox/Exception.h"
 #include "platform/mox/Prefetch.h"
 #include "platform/mox/Ptr.h"
+#include "platform/mox/RadixSort.h"
 
 namespace Brine {
 
@@ -68,6 +69,11 @@ class SharedStorable {
   virtual void sharedStorageIs(std::shared_ptr<TableArena> arena, std::uint64_t headerAt) = 0;
   bool shared() const { return arena_ != nullptr; }
   std::uint64_t sharedHeaderAt() const { return headerAt_; }
+  // Writer only. Makes the listing order of a table whose keys have an order (prefixes) again,
+  // unless it is current; returns whether it made it. Other tables keep none.
+  virtual bool sharedOrderRefresh() { return false; }
+  // Whether the order is behind the table's writes (false for a table that keeps none).
+  virtual bool sharedOrderStale() const { return false; }
 
  protected:
   ~SharedStorable() = default;
@@ -98,6 +104,7 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     sharedEndWrite();
     if (w_.capacity) arena_->retire(w_.recordsAt, w_.capacity * sizeof(Stored));
     if (w_.slotCount) arena_->retire(w_.slotsAt, w_.slotCount * 4);
+    if (w_.order.count) arena_->retire(w_.order.at, w_.order.count * 8);
   }
 
   // ---- reading ----
@@ -241,6 +248,46 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
       return;
     }
     if (i < records_.size()) Mox::prefetch(&records_[i]);
+  }
+
+  // The table's listing order as its writer keeps it in the store, copied into `words`: each
+  // word a record's order key above its place (kOrderPlaceBits), in key order, as the table
+  // was at one moment. False, and `words` left empty, when the table keeps none, or none for
+  // its current writes (a reader then sorts for itself). A word is a hint like a place noted
+  // from a walk: the record there is read and its key checked.
+  bool orderNow(std::vector<std::uint64_t>& words) const {
+    words.clear();
+    if (!arena_) return false;
+    const SharedTableHeader& h = *header_;
+    for (int tries = 0; tries < kSharedTries; ++tries) {
+      const std::uint64_t seq = h.orderSeq.load(std::memory_order_acquire);
+      if (seq & 1) {
+        pause();
+        continue;
+      }
+      const std::uint64_t at = h.orderAt.load(std::memory_order_relaxed);
+      const std::uint64_t count = h.orderCount.load(std::memory_order_relaxed);
+      const std::uint64_t built = h.orderGeneration.load(std::memory_order_relaxed);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (h.orderSeq.load(std::memory_order_relaxed) != seq) continue;
+      if (count == 0 || built != generation()) return false;
+      const std::uint64_t mapSize = arena_->mapSize();
+      if (at % alignof(std::uint64_t) != 0 || at > mapSize || count > (mapSize - at) / 8) {
+        corruptionDetected("the table's order lies outside the store");
+        return false;
+      }
+      arena_->willRead(at, count * 8);
+      const auto* from = reinterpret_cast<const std::uint64_t*>(arena_->base() + at);
+      words.assign(from, from + count);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      // A region replaced or left meanwhile may have been given back: the copy is taken
+      // again, and a table written meanwhile has no order for now.
+      if (h.orderSeq.load(std::memory_order_relaxed) != seq) continue;
+      if (built == generation()) return true;
+      break;
+    }
+    words.clear();
+    return false;
   }
 
   // ---- reading many keys ----
@@ -462,6 +509,11 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     std::vector<V> pending(records_.begin() + static_cast<std::ptrdiff_t>(indexed_),
                            records_.end());
     records_.resize(indexed_);
+    // Keys with an order (prefixes) go into the store in that order, so that a walk in the
+    // table's own order reads them as a listing prints them: one pass over the records, not a
+    // cache miss per record.
+    if constexpr (Mox::HasOrderKey<K>)
+      Mox::detail::radixSort(records_, [](const V& v) { return orderKey(v.key()); });
     h->recordSize = sizeof(Stored);
     arena_ = std::move(arena);
     header_ = h;
@@ -507,6 +559,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     std::uint64_t size = 0;            // records in the table
     std::uint64_t used = 0;            // records and holes: where a walk ends
     std::vector<std::uint32_t> holes;  // the holes below `used`, filled before `used` grows
+    struct {
+      std::uint64_t at = 0, count = 0, generation = 0;
+    } order;  // the listing order published last
   };
 
   static void pause() {
@@ -839,6 +894,53 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     if (n > w_.capacity) sharedGrowRecords(n);
     if (n * 2 > w_.slotCount) sharedRehash(std::bit_ceil(n * 2));
   }
+
+ public:
+  // The order of the records, made from the records the writer holds and published under
+  // orderSeq; the region it replaces is given back after the grace period, as any region.
+  bool sharedOrderRefresh() override {
+    if constexpr (!Mox::HasOrderKey<K>) {
+      return false;
+    } else {
+      if (!sharedOrderStale()) return false;
+      // Past the places an order word holds, readers sort for themselves.
+      if (w_.used >= (std::uint64_t(1) << kOrderPlaceBits)) return false;
+      const std::uint64_t generation = w_.h->generation.load(std::memory_order_relaxed);
+      std::vector<std::uint64_t> words;
+      words.reserve(w_.size);
+      for (std::uint64_t i = 0; i < w_.used; ++i) {
+        if (w_.records[i].present.load(std::memory_order_relaxed))
+          words.push_back(orderKey(w_.records[i].value.key()) << kOrderPlaceBits | i);
+      }
+      // Records go into the store in order, and inserts mostly fill holes: often sorted now.
+      if (!std::is_sorted(words.begin(), words.end()))
+        Mox::detail::radixSortWords(words, kOrderPlaceBits);
+      const std::uint64_t at = words.empty() ? 0 : arena_->allocate(words.size() * 8);
+      if (!words.empty()) std::memcpy(arena_->writableBase() + at, words.data(), words.size() * 8);
+      SharedTableHeader& h = *w_.h;
+      const std::uint64_t seq = h.orderSeq.load(std::memory_order_relaxed);
+      h.orderSeq.store(seq + 1, std::memory_order_relaxed);
+      std::atomic_thread_fence(std::memory_order_release);
+      h.orderAt.store(at, std::memory_order_relaxed);
+      h.orderCount.store(words.size(), std::memory_order_relaxed);
+      h.orderGeneration.store(generation, std::memory_order_relaxed);
+      h.orderSeq.store(seq + 2, std::memory_order_release);
+      if (w_.order.count) arena_->retire(w_.order.at, w_.order.count * 8);
+      w_.order = {at, words.size(), generation};
+      return true;
+    }
+  }
+  bool sharedOrderStale() const override {
+    if constexpr (!Mox::HasOrderKey<K>) {
+      return false;
+    } else {
+      return arena_ && arena_->writableBase() && w_.h && w_.size != 0 &&
+             (w_.order.count == 0 ||
+              w_.order.generation != w_.h->generation.load(std::memory_order_relaxed));
+    }
+  }
+
+ private:
   std::optional<Duplicate> sharedIndexAppended() {
     writable();
     std::vector<V> pending = std::move(records_);

@@ -64,12 +64,14 @@ class VectorMap {
   };
 
   // What a map held by reference is given: `words` in key order, `read` to turn a word into
-  // its entry (false when the entry is gone since), and `prefetch`, a hint that the word's
-  // entry is read soon.
+  // its entry (false when the entry is gone since, or is not one the map holds), `prefetch`,
+  // a hint that the word's entry is read soon, and optionally `keyOf`, the key a word stands
+  // for without reading its entry, so that find() reads one entry rather than one per step.
   struct References {
     std::vector<std::uint64_t> words;
     std::function<bool(std::uint64_t word, Entry& out)> read;
     std::function<void(std::uint64_t word)> prefetch;
+    std::function<K(std::uint64_t word)> keyOf;
   };
 
   // Replaces the entries with references to them.
@@ -207,11 +209,18 @@ class VectorMap {
   }
   static constexpr std::size_t kNoEntry = ~std::size_t(0);
 
-  // The position of k's word, its entry left in found_; kNoEntry when k is not there. An
-  // entry found gone on the way makes the entries real (refs_ is then null).
+  // The position of k's word, its entry left in found_; kNoEntry when k is not there.
+  // Without keyOf, an entry found gone on the way makes the entries real (refs_ is then null).
   std::size_t referenceOf(const K& k) const {
     const std::vector<std::uint64_t>& words = refs_->words;
     std::size_t lo = 0, hi = words.size();
+    if (refs_->keyOf) {
+      const auto at = std::partition_point(
+          words.begin(), words.end(), [&](std::uint64_t w) { return cmp_(refs_->keyOf(w), k); });
+      if (at == words.end() || cmp_(k, refs_->keyOf(*at)) || !refs_->read(*at, found_))
+        return kNoEntry;
+      return static_cast<std::size_t>(at - words.begin());
+    }
     while (lo < hi) {
       const std::size_t mid = lo + (hi - lo) / 2;
       if (!refs_->read(words[mid], found_)) {

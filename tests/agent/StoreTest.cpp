@@ -9,13 +9,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <string>
 
 #include "agent/Store.h"
 #include "platform/brine/Table.h"
+#include "platform/plexa/Prefix.h"
 
 namespace {
 
@@ -54,6 +57,39 @@ struct ChurnRecord {
 
 class ChurnTable : public Brine::Table<std::uint32_t, ChurnRecord> {
   MOX_ENTITY("Test::ChurnTable")
+};
+
+// The same, keyed by an IPv4 prefix: a table whose writer keeps a listing order for readers.
+struct PrefixRecord {
+  Plexa::Prefix prefix;
+  std::uint32_t id = 0;
+  std::uint32_t version = 0;
+  std::uint64_t check[16] = {};
+  Plexa::Prefix key() const { return prefix; }
+
+  static PrefixRecord make(std::uint32_t id, std::uint32_t version) {
+    PrefixRecord r;
+    r.prefix = prefixOf(id);
+    r.id = id;
+    r.version = version;
+    for (int i = 0; i < 16; ++i)
+      r.check[i] = ChurnRecord::mix(id, version, i);
+    return r;
+  }
+  // Ids spread over the address space and the lengths, so that store order is not key order.
+  static Plexa::Prefix prefixOf(std::uint32_t id) {
+    return Plexa::Prefix(Plexa::IpAddr(id * 2654435761u), 8 + int(id % 25));
+  }
+  bool whole() const {
+    for (int i = 0; i < 16; ++i) {
+      if (check[i] != ChurnRecord::mix(id, version, i)) return false;
+    }
+    return prefix == prefixOf(id);
+  }
+};
+
+class PrefixTable : public Brine::Table<Plexa::Prefix, PrefixRecord> {
+  MOX_ENTITY("Test::PrefixTable")
 };
 
 // Records the writers below never delete (they may rewrite them): every one of them written
@@ -130,6 +166,142 @@ TEST_F(Store, ReadersFindEveryRecordThroughGrowthAndDeletes) {
   EXPECT_EQ(reader->size(), 2u);
   EXPECT_TRUE(reader->lookup(6).whole());
   EXPECT_TRUE(reader->lookup(9).empty());
+}
+
+// The order a writer keeps for its readers is the records' key order, each word naming the
+// place of the record it stands for; it is handed out only while it is that of the table's
+// current writes, and made again on request.
+TEST_F(Store, TheListingOrderIsKeyOrderAndOnlyWhileTheTableIsUnchanged) {
+  auto store = create();
+  auto writer = Mox::makePtr<PrefixTable>();
+  for (std::uint32_t id = 1; id <= 3000; ++id)
+    writer->recordIs(PrefixRecord::make(id, 0));
+  const std::uint64_t at = tableHeader(*store);
+  writer->sharedStorageIs(store, at);
+  auto reader = Mox::makePtr<PrefixTable>();
+  reader->sharedStorageIs(Agent::Attachment::open(name_), at);
+  std::vector<std::uint64_t> words;
+  EXPECT_TRUE(writer->sharedOrderStale());
+  EXPECT_FALSE(reader->orderNow(words));  // none made yet
+
+  // Holes and records written after the move: the order skips the one, places the other.
+  for (std::uint32_t id = 1; id <= 3000; id += 7)
+    writer->recordDel(PrefixRecord::prefixOf(id));
+  for (std::uint32_t id = 3001; id <= 3100; ++id)
+    writer->recordIs(PrefixRecord::make(id, 1));
+  const auto inOrder = [&] {
+    std::vector<std::uint64_t> keys;
+    for (auto it = reader->begin(); it != reader->end(); ++it)
+      keys.push_back(orderKey((*it).prefix));
+    std::sort(keys.begin(), keys.end());
+    return keys;
+  };
+  const auto checkOrder = [&] {
+    ASSERT_TRUE(reader->orderNow(words));
+    std::vector<std::uint64_t> keys;
+    for (std::uint64_t w : words) {
+      const PrefixRecord r = reader->at(w & ((1u << Brine::kOrderPlaceBits) - 1));
+      ASSERT_EQ(orderKey(r.prefix), w >> Brine::kOrderPlaceBits) << "a word names its record";
+      keys.push_back(w >> Brine::kOrderPlaceBits);
+    }
+    EXPECT_EQ(keys, inOrder());
+  };
+  EXPECT_TRUE(writer->sharedOrderRefresh());
+  EXPECT_FALSE(writer->sharedOrderRefresh());  // current: not made again
+  EXPECT_FALSE(writer->sharedOrderStale());
+  checkOrder();
+
+  // Any write makes it stale: a reader sorts for itself until it is made again.
+  for (const auto& write : std::vector<std::function<void()>>{
+           [&] { writer->recordIs(PrefixRecord::make(5000, 0)); },
+           [&] { writer->recordIs(PrefixRecord::make(3001, 2)); },
+           [&] { writer->recordDel(PrefixRecord::prefixOf(3002)); }}) {
+    write();
+    EXPECT_TRUE(writer->sharedOrderStale());
+    EXPECT_FALSE(reader->orderNow(words));
+    EXPECT_TRUE(words.empty());
+    EXPECT_TRUE(writer->sharedOrderRefresh());
+    checkOrder();
+  }
+  // A table emptied keeps no order worth reading.
+  writer->recordDelAll();
+  EXPECT_FALSE(reader->orderNow(words));
+  EXPECT_FALSE(writer->sharedOrderStale());
+}
+
+// The writer, in a process of its own, changes a prefix table in bursts and makes its order
+// again after each, giving the regions back at once; this process takes the order again and
+// again. An order handed out is whole (sorted, never a region half given back) and every word
+// whose record still has its key names a whole record; a stale one is never handed out.
+TEST_F(Store, AnOrderReadWhileTheWriterRemakesItIsWholeOrRefused) {
+  int control[2], stop[2];
+  ASSERT_EQ(::pipe(control), 0);
+  ASSERT_EQ(::pipe(stop), 0);
+  const pid_t writerPid = ::fork();
+  if (writerPid == 0) {
+    ::close(control[0]);
+    ::close(stop[1]);
+    auto store = create(std::chrono::milliseconds(0));
+    auto table = Mox::makePtr<PrefixTable>();
+    const std::uint64_t at = tableHeader(*store);
+    table->sharedStorageIs(store, at);
+    if (::write(control[1], &at, sizeof at) != sizeof at) ::_exit(2);
+    ::close(control[1]);
+    std::mt19937 random(5);
+    pollfd p{stop[0], POLLIN, 0};
+    for (std::uint32_t version = 1;; ++version) {
+      for (int op = 0; op < 200; ++op) {
+        const std::uint32_t id = 1 + random() % 3000;
+        if (random() % 4 == 0) {
+          table->recordDel(PrefixRecord::prefixOf(id));
+        } else {
+          table->recordIs(PrefixRecord::make(id, version));
+        }
+      }
+      table->sharedOrderRefresh();
+      store->reclaim();
+      // A moment with the order current, every other burst: readers take it then.
+      if (::poll(&p, 1, version % 2) > 0) ::_exit(0);
+    }
+  }
+  ::close(control[1]);
+  ::close(stop[0]);
+  std::uint64_t at = 0;
+  ASSERT_EQ(::read(control[0], &at, sizeof at), static_cast<ssize_t>(sizeof at));
+  ::close(control[0]);
+  auto table = Mox::makePtr<PrefixTable>();
+  table->sharedStorageIs(Agent::Attachment::open(name_), at);
+  std::size_t orders = 0, refused = 0, named = 0;
+  std::vector<std::uint64_t> words;
+  for (int round = 0; round < 200000 && orders < 100; ++round) {
+    if (!table->orderNow(words)) {
+      ++refused;
+      ::sched_yield();
+      continue;
+    }
+    ++orders;
+    ASSERT_FALSE(words.empty());
+    ASSERT_TRUE(std::adjacent_find(words.begin(), words.end(),
+                                   [](auto a, auto b) {
+                                     return a >> Brine::kOrderPlaceBits >= b >>
+                                            Brine::kOrderPlaceBits;
+                                   }) == words.end())
+        << "an order with a key twice or out of order";
+    for (std::size_t i = 0; i < words.size(); i += 1 + i % 13) {
+      const std::uint64_t word = words[i];
+      const PrefixRecord r = table->at(word & ((1u << Brine::kOrderPlaceBits) - 1));
+      if (orderKey(r.prefix) != word >> Brine::kOrderPlaceBits) continue;  // changed since
+      ASSERT_TRUE(r.whole()) << r.prefix.stringValue();
+      ++named;
+    }
+  }
+  ::close(stop[1]);
+  int status = 0;
+  ::waitpid(writerPid, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the writer ended " << status;
+  EXPECT_GT(orders, 0u);
+  EXPECT_GT(named, 0u);
+  std::printf("%zu orders read (%zu refused), %zu records named checked\n", orders, refused, named);
 }
 
 // Records never move: a walk interleaved with deletes, inserts into the holes they leave and

@@ -2,6 +2,7 @@
 // Selection, filtering and FEC caching, written once for both sorters. A sorter's Family is the
 // platform's family traits (Routing::V4 or V6); everything else reads the same for both.
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -264,7 +265,36 @@ inline bool passesInterfaceFilter(const Route6Sorter& s, const Mox::Ptr<CachedFe
 // where it is, in the shared tables as in the process's own; it copies no route and needs 8
 // bytes per route (16 while sorting) where a copy of the routes took 40 (80 while sorting).
 // A route that a delete moved since is found again by its prefix; one that is gone is left out.
-inline constexpr unsigned kPlaceBits = 24;
+inline constexpr unsigned kPlaceBits = Brine::kOrderPlaceBits;
+
+// The prefix an order key stands for; a key of no prefix (a store that is not what it should
+// be) stands for the null prefix, which no route read back has.
+template <class Prefix>
+Prefix prefixOfKey(std::uint64_t key) {
+  const std::uint64_t len = key & 255;
+  if (len == 0 || len > Prefix::kMaxLen + 1) return Prefix();
+  return Prefix(
+      std::remove_cvref_t<decltype(Prefix().address())>(static_cast<std::uint32_t>(key >> 8)),
+      static_cast<int>(len) - 1);
+}
+
+// Reads the route a word refers to into `entry`: at the word's place, or, when a delete moved
+// it since, by its prefix; false when it is gone.
+template <class Table, class Entry>
+bool readReferenced(const Table& table, std::uint64_t word, Entry& entry) {
+  using Prefix = typename Entry::first_type;
+  constexpr std::uint64_t kPlaceMask = (std::uint64_t(1) << kPlaceBits) - 1;
+  const std::uint64_t key = word >> kPlaceBits;
+  auto route = readRecordAt(table, word & kPlaceMask);
+  if (orderKey(route.prefix) != key) {
+    if ((key & 255) == 0 || (key & 255) > Prefix::kMaxLen + 1) return false;
+    route = readRecord(table, prefixOfKey<Prefix>(key));
+    if (orderKey(route.prefix) != key) return false;
+  }
+  entry.first = route.prefix;
+  entry.second = route;
+  return true;
+}
 
 template <class Sorter>
 bool selectsByReference(const Sorter& s) {
@@ -282,7 +312,8 @@ void keepByReference(Sorter& s, std::vector<std::uint64_t> words) {
   using Prefix = typename Family::Prefix;
   using Entry = std::pair<Prefix, typename Family::Route>;
   constexpr std::uint64_t kPlaceMask = (std::uint64_t(1) << kPlaceBits) - 1;
-  Mox::detail::radixSortWords(words, kPlaceBits);
+  // A table written in prefix order (as a store holds it) is walked in order already.
+  if (!std::is_sorted(words.begin(), words.end())) Mox::detail::radixSortWords(words, kPlaceBits);
   // A route a delete moved during the walk may have been met twice: the later one stays.
   std::size_t out = 0;
   for (std::size_t i = 0; i < words.size(); ++i) {
@@ -294,20 +325,41 @@ void keepByReference(Sorter& s, std::vector<std::uint64_t> words) {
   typename SortedRouteMapOf<Family>::References refs;
   refs.words = std::move(words);
   refs.read = [table](std::uint64_t word, Entry& entry) {
-    const std::uint64_t key = word >> kPlaceBits;
-    auto route = readRecordAt(*table, word & kPlaceMask);
-    if (orderKey(route.prefix) != key) {
-      if ((key & 255) == 0) return false;
-      const Prefix prefix(typename Family::Addr(static_cast<std::uint32_t>(key >> 8)),
-                          static_cast<int>(key & 255) - 1);
-      route = readRecord(*table, prefix);
-      if (orderKey(route.prefix) != key) return false;
-    }
-    entry.first = route.prefix;
-    entry.second = route;
-    return true;
+    return readReferenced(*table, word, entry);
   };
   refs.prefetch = [table](std::uint64_t word) { table->prefetchAt(word & kPlaceMask); };
+  refs.keyOf = [](std::uint64_t word) { return prefixOfKey<Prefix>(word >> kPlaceBits); };
+  s.sortedRouteMutable().referencesIs(std::move(refs));
+}
+
+// The whole table in the order its writer keeps for readers (Table::orderNow): nothing is
+// walked or sorted before the page starts. The selection is the order itself, and a route is
+// taken or left as the page reads it, by the same filter a walk applies; so the sorter's
+// counts (printCount, internalFiltered) and its FEC cache grow as the routes are read.
+template <class Sorter>
+void keepInOrder(Sorter& s, std::vector<std::uint64_t> order) {
+  using Family = typename Sorter::Family;
+  using Prefix = typename Family::Prefix;
+  using Entry = std::pair<Prefix, typename Family::Route>;
+  constexpr std::uint64_t kPlaceMask = (std::uint64_t(1) << kPlaceBits) - 1;
+  struct Reading {
+    PrintableFecs fecs;
+    YieldCounter yield;  // for the routes left out: the page yields for those it prints
+  };
+  auto reading = std::make_shared<Reading>();
+  Sorter* sorter = &s;
+  const auto* table = s.routingStatus().get();
+  typename SortedRouteMapOf<Family>::References refs;
+  refs.words = std::move(order);
+  refs.read = [sorter, table, reading](std::uint64_t word, Entry& entry) {
+    if (readReferenced(*table, word, entry) &&
+        passesFilter(*sorter, entry.second, reading->fecs.printable(*sorter, entry.second.fecId)))
+      return true;
+    reading->yield.step();
+    return false;
+  };
+  refs.prefetch = [table](std::uint64_t word) { table->prefetchAt(word & kPlaceMask); };
+  refs.keyOf = [](std::uint64_t word) { return prefixOfKey<Prefix>(word >> kPlaceBits); };
   s.sortedRouteMutable().referencesIs(std::move(refs));
 }
 
@@ -321,6 +373,11 @@ void filterPrefixes(Sorter& s) {
   if ((want.isNullPrefix() || s.longerPrefixes()) && selectsByReference(s)) {
     if constexpr (Mox::HasOrderKey<typename Family::Prefix>) {
       std::vector<std::uint64_t> words;
+      if (want.isNullPrefix() && table.orderNow(words)) {
+        if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();
+        keepInOrder(s, std::move(words));
+        return;
+      }
       if (want.isNullPrefix() && s.protocol().empty()) words.reserve(table.size());
       table.willReadAll();
       if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();

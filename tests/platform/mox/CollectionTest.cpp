@@ -259,6 +259,43 @@ TEST(VectorMap, EntriesHeldByReferenceReadTheirSourceAndBecomeRealOnAnyOtherUse)
   EXPECT_EQ(walk(x), "eaBd");
 }
 
+// Words that say their key (an order key above a place) are searched without reading the
+// entries they stand for: find() reads the one it lands on, and an entry that is gone or that
+// the reader leaves out is not found, with the map still held by reference. (A listing whose
+// reader filters as it prints must not copy a million routes to find the default one.)
+TEST(VectorMap, ReferencesThatSayTheirKeyAreSearchedReadingOneEntry) {
+  std::vector<std::pair<int, std::string>> table = {{30, "c"}, {10, "a"}, {20, ""}, {40, "d"}};
+  int reads = 0;
+  Mox::VectorMap<int, std::string> v;
+  Mox::VectorMap<int, std::string>::References refs;
+  for (std::uint64_t place : {1, 2, 0, 3})
+    refs.words.push_back(std::uint64_t(table[place].first) << 8 | place);
+  refs.read = [&](std::uint64_t word, std::pair<int, std::string>& out) {
+    ++reads;
+    out = table[word & 255];
+    return !out.second.empty() && out.first == int(word >> 8);
+  };
+  refs.keyOf = [](std::uint64_t word) { return int(word >> 8); };
+  v.referencesIs(std::move(refs));
+
+  ASSERT_NE(v.find(30), nullptr);
+  EXPECT_EQ(*v.find(30), "c");
+  EXPECT_EQ(reads, 2);
+  EXPECT_EQ(v.find(20), nullptr);  // left out by the reader
+  EXPECT_EQ(v.find(25), nullptr);
+  EXPECT_EQ(v.find(50), nullptr);
+  EXPECT_EQ(reads, 3);
+  EXPECT_TRUE(v.byReference());
+  // An entry moved away since its word was made is not the entry the word says.
+  table[3] = {45, "x"};
+  EXPECT_EQ(v.find(40), nullptr);
+  EXPECT_TRUE(v.del(10));
+  EXPECT_TRUE(v.byReference());
+  std::string seen;
+  v.forEach([&](const auto& e) { seen += e.second; });
+  EXPECT_EQ(seen, "c");
+}
+
 }  // namespace
 
 namespace {
