@@ -18,6 +18,7 @@
 #   bench/agent-attach.sh                     # uses build/ (ninja -C build rova rova-agent rova-gen)
 #   RUNS=5 STATE=/tmp/mine.json bench/agent-attach.sh
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/peers-table.sh"
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${BUILD:-$root/build}
 rova=$build/cli/rova
@@ -175,38 +176,9 @@ fi
 routes=${ROUTES:-1000000}
 routes6=${ROUTES6:-200000}
 ns=rova-attach-$$
-ip netns add "$ns"
-ip -n "$ns" link set lo up
-for i in 1 2 3 4; do
-  ip -n "$ns" link add "eth$i" type veth peer name "peer$i"
-  ip -n "$ns" link set "eth$i" up
-  ip -n "$ns" link set "peer$i" up
-  ip -n "$ns" addr add "10.255.$i.1/24" dev "eth$i"
-  ip -n "$ns" addr add "fd00:$i::1/64" dev "eth$i" nodad
-done
-# The table of bench/live-listing.sh; the 100,000th IPv4 prefix's address goes to $tmp/probe.
-awk -v v4="$routes" -v v6="$routes6" -v probe="$tmp/probe" 'BEGIN {
-  n = 0
-  for (j = 0; n < v4; j++) {
-    idx = (j * 2654435761) % 16777216
-    o = int(idx / 65536)
-    if (o == 0 || o == 10 || o == 127 || o >= 224) continue
-    b = int(idx / 256) % 256; c = idx % 256; len = 24
-    if (n % 16 == 7) { c = c - c % 4; len = 22 }
-    g = n % 4 + 1
-    p = sprintf("%d.%d.%d.0/%d", o, b, c, len)
-    if (n % 10 == 3)
-      printf "route add %s proto bgp nexthop via 10.255.%d.2 nexthop via 10.255.%d.2\n", p, g, g % 4 + 1
-    else
-      printf "route add %s via 10.255.%d.2 proto bgp\n", p, g
-    if (++n == 100000 || n == v4 && n < 100000) printf "%d.%d.%d.1\n", o, b, c > probe
-  }
-  for (j = 0; j < v6; j++) {
-    idx = (j * 2654435761) % 16777216
-    g = j % 4 + 1
-    printf "route add 2a%02x:%x:%x::/48 via fd00:%d::2 dev eth%d proto bgp\n", int(idx / 65536), idx % 65536, j % 65536, g, g
-  }
-}' > "$tmp/load"
+peers_namespace "$ns"
+# The table of bench/live-listing.sh; an address in its 100,000th IPv4 prefix goes to $tmp/probe.
+PEERS_PROBE="$tmp/probe" peers_table "$routes" "$routes6" > "$tmp/load"
 ip -n "$ns" -batch "$tmp/load"
 rm -f "$tmp/load"
 probe=$(head -1 "$tmp/probe")

@@ -15,6 +15,7 @@
 #
 # ROUTES (default 1000000) and ROUTES6 (default 200000) may be set in the environment.
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/peers-table.sh"
 
 BUILD=$(realpath "${1:-build}")
 ROVA=$BUILD/cli/rova
@@ -40,51 +41,11 @@ trap cleanup EXIT
 [ "$(id -u)" -eq 0 ] || { echo "agent-follow.sh: needs root (ip netns add)" >&2; exit 2; }
 [ -x "$ROVA" ] && [ -x "$AGENT" ] || { echo "agent-follow.sh: build rova and rova-agent in $BUILD" >&2; exit 2; }
 
-ip netns add "$NS"
-ip netns exec "$NS" sysctl -q -w net.ipv6.conf.all.accept_dad=0 net.ipv6.conf.default.accept_dad=0
-ip -n "$NS" link set lo up
-for i in 1 2 3 4; do
-  ip -n "$NS" link add "eth$i" type veth peer name "peer$i"
-  ip -n "$NS" link set "eth$i" up
-  ip -n "$NS" link set "peer$i" up
-  ip -n "$NS" addr add "10.255.$i.1/24" dev "eth$i"
-  ip -n "$NS" addr add "fd00:$i::1/64" dev "eth$i" nodad
-done
+peers_namespace "$NS"
 
-# The table of bench/live-listing.sh; SHIFT moves every IPv4 route to the next uplink, so that
-# the second batch replaces each route with one over another next hop. The last IPv4 prefix
-# goes to $TMP/last.
-table() {
-  awk -v v4="$ROUTES" -v v6="$1" -v shift="$2" -v last="$TMP/last" 'BEGIN {
-    n = 0
-    for (j = 0; n < v4; j++) {
-      idx = (j * 2654435761) % 16777216
-      o = int(idx / 65536)
-      if (o == 0 || o == 10 || o == 127 || o >= 224) continue
-      b = int(idx / 256) % 256; c = idx % 256; len = 24
-      if (n % 16 == 7) { c = c - c % 4; len = 22 }
-      g = (n + shift) % 4 + 1
-      p = sprintf("%d.%d.%d.0/%d", o, b, c, len)
-      if (n % 10 == 3)
-        printf "route replace %s proto bgp nexthop via 10.255.%d.2 nexthop via 10.255.%d.2\n", p, g, g % 4 + 1
-      else if (n % 50 == 1)
-        printf "route replace %s via 10.255.%d.2 proto static\n", p, g
-      else
-        printf "route replace %s via 10.255.%d.2 proto bgp\n", p, g
-      n++
-    }
-    print p, g > last
-    for (j = 0; j < v6; j++) {
-      idx = (j * 2654435761) % 16777216
-      g = j % 4 + 1
-      p = sprintf("2a%02x:%x:%x::/48", int(idx / 65536), idx % 65536, j % 65536)
-      if (j % 10 == 3)
-        printf "route replace %s proto bgp nexthop via fd00:%d::2 dev eth%d nexthop via fd00:%d::2 dev eth%d\n", p, g, g, g % 4 + 1, g % 4 + 1
-      else
-        printf "route replace %s via fd00:%d::2 dev eth%d proto bgp\n", p, g, g
-    }
-  }'
-}
+# SHIFT 1: the second batch replaces each IPv4 route with one over another uplink. The last
+# IPv4 prefix goes to $TMP/last.
+table() { PEERS_LAST="$TMP/last" peers_table "$ROUTES" "$@"; }
 table "$ROUTES6" 0 > "$TMP/load"
 table 0 1 > "$TMP/replace"
 read -r last_prefix last_gateway < "$TMP/last"

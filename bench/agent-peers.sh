@@ -2,7 +2,7 @@
 # The attached listing against the kernel's own, on the peers' table: `rova --attach=NAME show
 # ip route` (text and JSON) against `ip route show` / `ip -j route show` on the same kernel
 # table, read by `rova-agent --live` in a network namespace of its own. The table is the one of
-# bench/live-listing.sh (its generator, repeated here): 1,000,000 IPv4 prefixes in no
+# bench/live-listing.sh (bench/peers-table.sh): 1,000,000 IPv4 prefixes in no
 # particular order over four uplinks, about 1.1 next hops a route, and 200,000 IPv6 /48s. The
 # namespace, the agent and its store are removed on the way out, whatever happens; no packet is
 # sent.
@@ -12,6 +12,7 @@
 # ROUTES, ROUTES6 and RUNS (default 5) may be set in the environment. Figures are processor
 # seconds (user + system), the mean of RUNS runs from perf stat -r, the peer run before ours.
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/peers-table.sh"
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$(realpath "${1:-$root/build}")
 ROUTES=${ROUTES:-1000000}
@@ -31,44 +32,8 @@ trap cleanup EXIT
 
 [ "$(id -u)" -eq 0 ] || { echo "agent-peers.sh: needs root (ip netns add)" >&2; exit 2; }
 
-ip netns add "$NS"
-ip netns exec "$NS" sysctl -q -w net.ipv6.conf.all.accept_dad=0 net.ipv6.conf.default.accept_dad=0
-ip -n "$NS" link set lo up
-for i in 1 2 3 4; do
-  ip -n "$NS" link add "eth$i" type veth peer name "peer$i"
-  ip -n "$NS" link set "eth$i" up
-  ip -n "$NS" link set "peer$i" up
-  ip -n "$NS" addr add "10.255.$i.1/24" dev "eth$i"
-  ip -n "$NS" addr add "fd00:$i::1/64" dev "eth$i" nodad
-done
-awk -v v4="$ROUTES" -v v6="$ROUTES6" 'BEGIN {
-  n = 0
-  for (j = 0; n < v4; j++) {
-    idx = (j * 2654435761) % 16777216
-    o = int(idx / 65536)
-    if (o == 0 || o == 10 || o == 127 || o >= 224) continue
-    b = int(idx / 256) % 256; c = idx % 256; len = 24
-    if (n % 16 == 7) { c = c - c % 4; len = 22 }
-    g = n % 4 + 1
-    p = sprintf("%d.%d.%d.0/%d", o, b, c, len)
-    if (n % 10 == 3)
-      printf "route replace %s proto bgp nexthop via 10.255.%d.2 nexthop via 10.255.%d.2\n", p, g, g % 4 + 1
-    else if (n % 50 == 1)
-      printf "route replace %s via 10.255.%d.2 proto static\n", p, g
-    else
-      printf "route replace %s via 10.255.%d.2 proto bgp\n", p, g
-    n++
-  }
-  for (j = 0; j < v6; j++) {
-    idx = (j * 2654435761) % 16777216
-    g = j % 4 + 1
-    p = sprintf("2a%02x:%x:%x::/48", int(idx / 65536), idx % 65536, j % 65536)
-    if (j % 10 == 3)
-      printf "route replace %s proto bgp nexthop via fd00:%d::2 dev eth%d nexthop via fd00:%d::2 dev eth%d\n", p, g, g, g % 4 + 1, g % 4 + 1
-    else
-      printf "route replace %s via fd00:%d::2 dev eth%d proto bgp\n", p, g, g
-  }
-}' >"$tmp/batch"
+peers_namespace "$NS"
+peers_table "$ROUTES" "$ROUTES6" >"$tmp/batch"
 echo "building $ROUTES IPv4 and $ROUTES6 IPv6 routes in namespace $NS ..." >&2
 ip -n "$NS" -batch "$tmp/batch"
 

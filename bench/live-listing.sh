@@ -20,6 +20,7 @@
 # when NAME exists already, its table is used as it is (for profiling rounds against one
 # table). Remove it afterwards with `ip netns del NAME`.
 set -euo pipefail
+source "$(dirname "${BASH_SOURCE[0]}")/peers-table.sh"
 
 ROVA=$(realpath "${1:-build/cli/rova}")
 ROUTES=${ROUTES:-1000000}
@@ -42,47 +43,8 @@ if [ -n "${KEEP_NS:-}" ] && ip netns list | grep -qx "$NS\( .*\)\?"; then
   echo "using the table already in namespace $NS" >&2
 else
 
-ip netns add "$NS"
-ip netns exec "$NS" sysctl -q -w net.ipv6.conf.all.accept_dad=0 net.ipv6.conf.default.accept_dad=0
-ip -n "$NS" link set lo up
-for i in 1 2 3 4; do
-  ip -n "$NS" link add "eth$i" type veth peer name "peer$i"
-  ip -n "$NS" link set "eth$i" up
-  ip -n "$NS" link set "peer$i" up
-  ip -n "$NS" addr add "10.255.$i.1/24" dev "eth$i"
-  ip -n "$NS" addr add "fd00:$i::1/64" dev "eth$i" nodad
-done
-
-# The prefixes come from a multiplicative permutation, so that neither the kernel's trie nor
-# rova's tables see them in order; `route replace`, since a widened /22 may meet another.
-awk -v v4="$ROUTES" -v v6="$ROUTES6" 'BEGIN {
-  n = 0
-  for (j = 0; n < v4; j++) {
-    idx = (j * 2654435761) % 16777216
-    o = int(idx / 65536)
-    if (o == 0 || o == 10 || o == 127 || o >= 224) continue
-    b = int(idx / 256) % 256; c = idx % 256; len = 24
-    if (n % 16 == 7) { c = c - c % 4; len = 22 }
-    g = n % 4 + 1
-    p = sprintf("%d.%d.%d.0/%d", o, b, c, len)
-    if (n % 10 == 3)
-      printf "route replace %s proto bgp nexthop via 10.255.%d.2 nexthop via 10.255.%d.2\n", p, g, g % 4 + 1
-    else if (n % 50 == 1)
-      printf "route replace %s via 10.255.%d.2 proto static\n", p, g
-    else
-      printf "route replace %s via 10.255.%d.2 proto bgp\n", p, g
-    n++
-  }
-  for (j = 0; j < v6; j++) {
-    idx = (j * 2654435761) % 16777216
-    g = j % 4 + 1
-    p = sprintf("2a%02x:%x:%x::/48", int(idx / 65536), idx % 65536, j % 65536)
-    if (j % 10 == 3)
-      printf "route replace %s proto bgp nexthop via fd00:%d::2 dev eth%d nexthop via fd00:%d::2 dev eth%d\n", p, g, g, g % 4 + 1, g % 4 + 1
-    else
-      printf "route replace %s via fd00:%d::2 dev eth%d proto bgp\n", p, g, g
-  }
-}' >"$BATCH"
+peers_namespace "$NS"
+peers_table "$ROUTES" "$ROUTES6" >"$BATCH"
 echo "building $ROUTES IPv4 and $ROUTES6 IPv6 routes in namespace $NS ..." >&2
 start=$(date +%s)
 ip -n "$NS" -batch "$BATCH"
