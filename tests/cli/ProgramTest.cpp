@@ -59,9 +59,10 @@ std::string visibleText(std::string_view raw) {
 class TerminalSession {
  public:
   // The session keeps no history (no HOME) and pages through cat, which passes everything on,
-  // unless `env` says otherwise ("NAME=value", or "NAME" alone to unset it).
+  // unless `env` says otherwise ("NAME=value", or "NAME" alone to unset it). `args` follow the
+  // program's name.
   explicit TerminalSession(const char* program, std::vector<std::string> env = {},
-                           unsigned short rows = 24) {
+                           unsigned short rows = 24, std::vector<std::string> args = {}) {
     winsize size{};
     size.ws_row = rows;
     size.ws_col = 100;
@@ -78,7 +79,11 @@ class TerminalSession {
           setenv(e.substr(0, eq).c_str(), e.substr(eq + 1).c_str(), 1);
         }
       }
-      execl(program, program, static_cast<char*>(nullptr));
+      std::vector<char*> argv{const_cast<char*>(program)};
+      for (std::string& a : args)
+        argv.push_back(a.data());
+      argv.push_back(nullptr);
+      execv(program, argv.data());
       _exit(127);
     }
   }
@@ -927,6 +932,32 @@ class LongListing : public testing::Test {
 };
 
 std::string LongListing::state_;
+
+// A state this large has rova start itself again with a malloc setting of its own; what it
+// starts (the pager here) still sees the environment the user gave, with nothing added.
+TEST_F(LongListing, WhatTheShellStartsSeesTheUsersEnvironment) {
+  for (const std::string tunables : {"", "glibc.malloc.check=0"}) {
+    SCOPED_TRACE(tunables);
+    TerminalSession s(
+        ROVA_PROGRAM,
+        {"PAGER=env", tunables.empty() ? "GLIBC_TUNABLES" : "GLIBC_TUNABLES=" + tunables}, 24,
+        {"--state", state_});
+    ASSERT_TRUE(s.started());
+    ASSERT_TRUE(s.expect(kPrompt));
+    s.type("show version\n");
+    ASSERT_TRUE(s.expect("PAGER=env\n"));
+    ASSERT_TRUE(s.expect(kPrompt));
+    s.type("exit\n");
+    EXPECT_EQ(s.exitStatus(), 0);
+    const std::string seen = s.seen();
+    EXPECT_EQ(seen.find("ROVA_"), std::string::npos) << seen;
+    if (tunables.empty()) {
+      EXPECT_EQ(seen.find("GLIBC_TUNABLES"), std::string::npos) << seen;
+    } else {
+      EXPECT_NE(seen.find("\nGLIBC_TUNABLES=" + tunables + "\n"), std::string::npos) << seen;
+    }
+  }
+}
 
 // `rova show ip route | head -1`: the reader goes away after one line of a long listing, and
 // the program ends quietly and successfully, in both formats.
