@@ -33,6 +33,7 @@
 
 #include "platform/brine/SharedTable.h"
 #include "platform/mox/Exception.h"
+#include "platform/mox/HugePages.h"
 #include "platform/mox/Prefetch.h"
 #include "platform/mox/Ptr.h"
 #include "platform/mox/RadixSort.h"
@@ -278,6 +279,7 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
       }
       arena_->willRead(at, count * 8);
       const auto* from = reinterpret_cast<const std::uint64_t*>(arena_->base() + at);
+      Mox::reserveHuge(words, count);
       words.assign(from, from + count);
       std::atomic_thread_fence(std::memory_order_acquire);
       // A region replaced or left meanwhile may have been given back: the copy is taken

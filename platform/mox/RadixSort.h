@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/mox/HugePages.h"
 #include "platform/mox/Prefetch.h"
 
 namespace Mox {
@@ -43,7 +44,9 @@ void radixPasses(std::vector<Item>& items, const std::vector<unsigned>& passes, 
     for (std::size_t p = 0; p < passes.size(); ++p)
       ++start[p][digitOf(item, passes[p])];
   }
-  std::vector<Item> spare(items.size());
+  std::vector<Item> spare;
+  reserveHuge(spare, items.size());
+  spare.resize(items.size());
   for (std::size_t p = 0; p < passes.size(); ++p) {
     std::size_t at = 0;
     for (std::size_t& s : start[p]) {
@@ -77,7 +80,7 @@ template <class Entry, class Order, class IndexOf>
 void gather(std::vector<Entry>& data, const std::vector<Order>& order, IndexOf indexOf) {
   const std::size_t n = order.size();
   std::vector<Entry> sorted;
-  sorted.reserve(n);
+  reserveHuge(sorted, n);
   for (std::size_t j = 0; j < n; ++j) {
     // The reads are scattered: ask for the ones a little ahead while this one is moved.
     if (j + 8 < n) Mox::prefetch(&data[indexOf(order[j + 8])]);
@@ -96,7 +99,9 @@ bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
   constexpr unsigned kIndexBits = 24;
   const std::size_t n = data.size();
   if (n == 0 || n >= (std::size_t(1) << kIndexBits)) return n == 0;
-  std::vector<std::uint64_t> words(n);
+  std::vector<std::uint64_t> words;
+  reserveHuge(words, n);
+  words.resize(n);
   const std::uint64_t first = keyOf(data[0]);
   std::uint64_t varies = 0;
   for (std::size_t i = 0; i < n; ++i) {
@@ -141,7 +146,9 @@ bool radixSortWide(std::vector<Entry>& data, KeyOf keyOf) {
       std::uint32_t lastAndIndex;  // the last word above the index's 24 bits
     };
     const std::size_t w = varies[0] ? 0 : 1;
-    std::vector<Item> items(n);
+    std::vector<Item> items;
+    reserveHuge(items, n);
+    items.resize(n);
     for (std::size_t i = 0; i < n; ++i) {
       const WideOrderKey key = keyOf(data[i]);
       items[i] = {key[w], static_cast<std::uint32_t>(key[2] << 24 | i)};
@@ -162,7 +169,9 @@ bool radixSortWide(std::vector<Entry>& data, KeyOf keyOf) {
     WideOrderKey key;
     std::uint32_t index;
   };
-  std::vector<Item> items(n);
+  std::vector<Item> items;
+  reserveHuge(items, n);
+  items.resize(n);
   for (std::size_t i = 0; i < n; ++i)
     items[i] = {keyOf(data[i]), static_cast<std::uint32_t>(i)};
   std::vector<unsigned> passes;  // the word times 64 plus the shift
