@@ -166,6 +166,16 @@ void takeAgentName(Options& options, const cli::Grammar& grammar) {
 // environment back as the user gave it, so that a pager or a filter it starts sees no change.
 // The attached path never restarts: it allocates little, and its start-up is the point. A
 // restart that fails (no /proc) just goes on as it is.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ROVA_SANITIZED_ALLOCATOR 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define ROVA_SANITIZED_ALLOCATOR 1
+#endif
+
+#ifndef ROVA_SANITIZED_ALLOCATOR  // the sanitizer's allocator takes no malloc tunables
 constexpr const char* kRestartedWith = "ROVA_TUNABLES_WERE";
 constexpr off_t kLargeState = off_t(4) << 20;
 
@@ -178,17 +188,7 @@ bool largeState(const Options& options) {
   return got && S_ISREG(st.st_mode) && st.st_size >= kLargeState;
 }
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ROVA_SANITIZED_ALLOCATOR 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-#define ROVA_SANITIZED_ALLOCATOR 1
-#endif
-
-void restartForLargeState([[maybe_unused]] const Options& options, [[maybe_unused]] char** argv) {
-#ifndef ROVA_SANITIZED_ALLOCATOR  // the sanitizer's allocator takes no malloc tunables
+void restartForLargeState(const Options& options, char** argv) {
   if (const char* was = std::getenv(kRestartedWith)) {
     // "=" and the user's own value, or empty when there was none.
     if (*was == '=')
@@ -212,8 +212,10 @@ void restartForLargeState([[maybe_unused]] const Options& options, [[maybe_unuse
     ::setenv("GLIBC_TUNABLES", given.c_str(), 1);
   else
     ::unsetenv("GLIBC_TUNABLES");
-#endif
 }
+#else
+void restartForLargeState(const Options&, char**) {}
+#endif
 
 // The process leaves its state to the kernel on the way out instead of taking it apart: the
 // kernel frees all the memory in one go, where destructors would first walk every structure
