@@ -82,6 +82,9 @@ class SaveError : public Mox::Exception {
 // The state as a snapshot document: loading the text gives back the same state. The same
 // state always gives the same text.
 std::string write(const Statum::EntityManager& em);
+// The state with the route tables `sections` leaves out written empty (their FECs are kept): a
+// copy of everything configuration reads, without the cost of a full table.
+std::string write(const Statum::EntityManager& em, Sections sections);
 
 // What a state file was when it was read (which file, its size and when it last changed), so
 // that a save can tell that someone else changed it since. An unknown stamp (no regular file

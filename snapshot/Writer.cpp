@@ -126,7 +126,7 @@ class Json {
 
 class Writer {
  public:
-  explicit Writer(const Statum::EntityManager& em) : em_(em) {}
+  Writer(const Statum::EntityManager& em, Sections sections) : em_(em), sections_(sections) {}
   std::string run();
 
  private:
@@ -159,6 +159,7 @@ class Writer {
   }
 
   const Statum::EntityManager& em_;
+  const Sections sections_;
   Json json_;
 };
 
@@ -234,7 +235,9 @@ void Writer::family(const std::string& vrf, NameOf nameOf) {
   using Entities = layout::FamilyEntities<Fam>;
   auto notInKernel = layout::find(em_, Entities::kernelUnprogrammed, vrf);
   json_.key("routes").openArray();
-  if (auto table = layout::find(em_, Entities::routes, vrf)) {
+  const bool routes =
+      std::is_same_v<Fam, Routing::V4> ? sections_.ipv4Routes : sections_.ipv6Routes;
+  if (auto table = layout::find(em_, Entities::routes, vrf); table && routes) {
     for (const auto& route : *table) {
       json_.openObject();
       text("prefix", route.prefix);
@@ -580,7 +583,11 @@ void Writer::routeDistinguishers() {
 }  // namespace
 
 std::string write(const Statum::EntityManager& em) {
-  return Writer(em).run();
+  return Writer(em, Sections::all()).run();
+}
+
+std::string write(const Statum::EntityManager& em, Sections sections) {
+  return Writer(em, sections).run();
 }
 
 }  // namespace Snapshot
