@@ -49,6 +49,10 @@ int clearStaticRoutes(const Match& m, const Context& c, Output& out);
 // interfaces, as a routing agent would; a writer of configuration calls it after each change.
 // What a static displaced is remembered for as long as the state in use stays loaded.
 void updateStaticRouteFibs();
+// Takes on, before any change, the statics the state in use holds for its configured static
+// routes (an earlier process wrote them), so that removing their configuration removes them.
+// Called when a state that may change is loaded.
+void prepareStaticRouteFibs();
 // Drops what updateStaticRouteFibs() remembers of a state that is going away.
 void forgetStaticRouteFibs(const Mox::Ptr<Statum::EntityManager>& em);
 

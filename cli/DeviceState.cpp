@@ -1,5 +1,7 @@
 #include "cli/DeviceState.h"
 
+#include "cli/CommandActions.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -34,18 +36,22 @@ void DeviceState::load(const std::string& path, Snapshot::Sections sections) {
   filePath_ = path == "-" ? std::string() : path;
   stamp_ = stamp;
   builtIn_ = path.empty();
+  // Only a state with its route tables may change (it is saved whole).
+  if (sections.isAll()) prepareStaticRouteFibs();
 }
 
 void DeviceState::adopt(Mox::Ptr<Statum::EntityManager> em, std::string source,
                         std::string filePath, bool live,
                         std::shared_ptr<Agent::Attachment> attached) {
   if (em_ != em || filePath != filePath_) stamp_ = {};
-  if (em_ != em) use(std::move(em), std::move(source));
+  const bool other = em_ != em;
+  if (other) use(std::move(em), std::move(source));
   attached_ = std::move(attached);
   live_ = live;
   builtIn_ = false;
   sections_ = {};
   filePath_ = std::move(filePath);
+  if (other && !live_ && !attached_) prepareStaticRouteFibs();
 }
 
 void DeviceState::attach(const std::string& name) {

@@ -192,8 +192,9 @@ void forgetStaticRouteFibs(const Mox::Ptr<Statum::EntityManager>& em) {
   f = StaticRouteFibs{};
 }
 
-void updateStaticRouteFibs() {
-  if (state().live()) return;
+namespace {
+// The resolver of every VRF of the state in use, made where missing.
+std::map<std::string, Value>& staticRouteFibs() {
   std::map<std::string, Value>& fibs = staticRouteFibsOf(state().entityManager()).fibs;
   for (const std::string& vrf : state().vrfNames()) {
     Value& fib = fibs[vrf];
@@ -209,8 +210,19 @@ void updateStaticRouteFibs() {
                                   {"intfConfig", state().at(layout::intfConfig)},
                                   {"nhgEntryStatus", state().at(layout::nhgEntryStatus)}});
     }
-    registry().call(fib, "update", {});
   }
+  return fibs;
+}
+}  // namespace
+
+void prepareStaticRouteFibs() {
+  if (!state().live()) staticRouteFibs();
+}
+
+void updateStaticRouteFibs() {
+  if (state().live()) return;
+  for (auto& [vrf, fib] : staticRouteFibs())
+    registry().call(fib, "update", {});
 }
 
 }  // namespace cli

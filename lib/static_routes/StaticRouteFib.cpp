@@ -83,12 +83,66 @@ struct StaticRouteFib::Side {
     return Brine::Fib::FecId(kAdj, nextFecIndex++);
   }
 
+  // A static the tables held when this object was made, for a prefix the configuration had
+  // then: written by an earlier process from the same configuration, so it is this object's
+  // to replace or remove. Its FEC becomes this object's too, but only when no other route
+  // uses it (a state written by hand may share one); that is counted once, when first needed.
+  void adopt() {
+    for (const auto& [key, route] : config->route()) {
+      if (!route || !ofFamily(key.prefix())) continue;
+      const Prefix p = prefixOf(key.prefix());
+      if (!routes->contains(p)) continue;
+      const auto cur = routes->lookup(p);
+      if (!isStaticType<Fam>(cur.routeType)) continue;
+      installed.insert(p);
+      if (holdsFec(cur.fecId)) adoptedFec[p] = cur.fecId;
+    }
+  }
+
+  // The FEC this object may rewrite or remove for `p`, if any.
+  const Brine::Fib::FecId* fecOwned(const Prefix& p) {
+    if (auto it = ownFec.find(p); it != ownFec.end()) return &it->second;
+    auto adopted = adoptedFec.find(p);
+    if (adopted == adoptedFec.end()) return nullptr;
+    if (!adoptedCounted) {
+      std::map<Brine::Fib::FecId, std::uint32_t> users;
+      for (const auto& [q, id] : adoptedFec)
+        users[id] = 0;
+      for (const auto& route : *routes) {
+        if (auto u = users.find(route.fecId); u != users.end()) ++u->second;
+      }
+      for (auto it = adoptedFec.begin(); it != adoptedFec.end();)
+        it = users[it->second] == 1 ? std::next(it) : adoptedFec.erase(it);
+      adoptedCounted = true;
+      adopted = adoptedFec.find(p);
+      if (adopted == adoptedFec.end()) return nullptr;
+    }
+    const Brine::Fib::FecId id = adopted->second;
+    adoptedFec.erase(adopted);
+    return &(ownFec[p] = id);
+  }
+
   void releaseFec(const Prefix& p) {
+    if (!fecOwned(p)) return;
     auto it = ownFec.find(p);
-    if (it == ownFec.end()) return;
     fecs->recordDel(it->second);
     ownFec.erase(it);
   }
+
+  static bool ofFamily(const Plexa::IpGenPrefix& p) {
+    return p.af() == (Fam::kIsV6 ? Plexa::AddressFamily::ipv6 : Plexa::AddressFamily::ipv4);
+  }
+  static Prefix prefixOf(const Plexa::IpGenPrefix& p) {
+    if constexpr (Fam::kIsV6) {
+      return p.v6Prefix();
+    } else {
+      return p.v4Prefix();
+    }
+  }
+
+  // The FECs of adopted statics, until they are known to be theirs alone.
+  std::map<Prefix, Brine::Fib::FecId> adoptedFec;
+  bool adoptedCounted = false;
 };
 
 // One update of one family: every prefix that has configured routes, or had a static this
@@ -104,10 +158,8 @@ class StaticRouteFib::Resolver {
 
   Resolver(const StaticRouteFib& owner, Side<Fam>& side) : owner_(owner), side_(side) {
     for (const auto& [key, route] : side.config->route()) {
-      if (!route || key.prefix().af() !=
-                        (Fam::kIsV6 ? Plexa::AddressFamily::ipv6 : Plexa::AddressFamily::ipv4))
-        continue;
-      const Prefix p = prefixOf(key.prefix());
+      if (!route || !Side<Fam>::ofFamily(key.prefix())) continue;
+      const Prefix p = Side<Fam>::prefixOf(key.prefix());
       candidates_[p].push_back(route.get());
     }
     for (auto& [p, routes] : candidates_) {
@@ -145,14 +197,6 @@ class StaticRouteFib::Resolver {
     int depth = 0;
     bool keep = false;  // leave the forwarding entry the state has
   };
-
-  static Prefix prefixOf(const Plexa::IpGenPrefix& p) {
-    if constexpr (Fam::kIsV6) {
-      return p.v6Prefix();
-    } else {
-      return p.v4Prefix();
-    }
-  }
 
   bool managed(const Prefix& p) const { return candidates_.count(p) || side_.installed.count(p); }
 
@@ -306,8 +350,8 @@ class StaticRouteFib::Resolver {
       side_.releaseFec(p);
       route.fecId = w.fecId;
     } else {
-      auto own = side_.ownFec.find(p);
-      const Brine::Fib::FecId id = own != side_.ownFec.end() ? own->second : side_.newFecId();
+      const Brine::Fib::FecId* own = side_.fecOwned(p);
+      const Brine::Fib::FecId id = own ? *own : side_.newFecId();
       typename Fam::Fec fec{};
       fec.fecId = id;
       if (w.type == RouteType::dropRoute) {
@@ -368,12 +412,14 @@ StaticRouteFib::StaticRouteFib(Mox::Ptr<Brine::Fib::RouteStatus> routes,
     v4_->routes = std::move(routes);
     v4_->fecs = std::move(fecs);
     v4_->config = std::move(config);
+    v4_->adopt();
   }
   if (routes6 && fecs6 && config6) {
     v6_ = std::make_unique<Side<Routing::V6>>();
     v6_->routes = std::move(routes6);
     v6_->fecs = std::move(fecs6);
     v6_->config = std::move(config6);
+    v6_->adopt();
   }
 }
 

@@ -186,6 +186,38 @@ TEST_F(StaticRouteFibTest, AFloatingStaticTakesOverWhenTheBetterRouteGoes) {
   EXPECT_EQ(entry("10.61.0.0/16"), "ospfIntraArea 110: Ethernet1");
 }
 
+// A state file holds both the configuration and the statics an earlier process put in the
+// tables for it. A new process's resolver takes those statics on: removing the configuration
+// removes them, and their FEC with them unless another route uses it (a file written by hand
+// may share one). A static nobody configured is not its to touch.
+TEST_F(StaticRouteFibTest, StaticsAnEarlierProcessWroteGoWithTheirConfiguration) {
+  add("10.70.0.0/16", 1, {via("10.1.2.2")});
+  add("10.71.0.0/16", 1, {via("", "Ethernet1")});
+  Brine::Fib::Fec own{};
+  own.fecId = FecId(AdjType::ipAdj, 70);
+  Brine::Fib::Via v{};
+  v.hop = Plexa::IpAddr::fromString("10.1.2.2");
+  v.intfId = Plexa::IntfId("Ethernet2");
+  own.via.push(v);
+  fecs_->recordIs(own);
+  fibRoute("10.70.0.0/16", T4::staticConfig, 1, own.fecId);
+  fibRoute("10.71.0.0/16", T4::staticConfig, 1, FecId(AdjType::ipAdj, 11));  // shared
+  fibRoute("10.72.0.0/16", T4::staticConfig, 1, FecId(AdjType::ipAdj, 12));  // not configured
+  Rova::StaticRouteFib later(routes_, fecs_, routes6_, fecs6_, config_, config6_, intfStatus_,
+                             intfConfig_, nhgIds_);
+  EXPECT_EQ(later.update(), 0u);  // the tables already hold what the configuration makes
+
+  removeAll("10.70.0.0/16");
+  removeAll("10.71.0.0/16");
+  EXPECT_EQ(later.update(), 2u);
+  EXPECT_EQ(entry("10.70.0.0/16"), "none");
+  EXPECT_EQ(entry("10.71.0.0/16"), "none");
+  EXPECT_FALSE(fecs_->contains(own.fecId));
+  EXPECT_TRUE(fecs_->contains(FecId(AdjType::ipAdj, 11)));
+  EXPECT_EQ(entry("10.1.1.0/24"), "connected 0: Ethernet1");
+  EXPECT_EQ(entry("10.72.0.0/16"), "staticConfig 1: Ethernet2");
+}
+
 TEST_F(StaticRouteFibTest, ANextHopResolvesRecursivelyWithinABound) {
   // 10.100.0.0/16 through a connected gateway; each next one through an address of the last.
   add("10.100.0.0/16", 1, {via("10.1.1.2")});
