@@ -135,7 +135,8 @@ class ChangeServer {
 // Sends one request to the agent `agentName` whose pid is `agentPid` and waits for its reply.
 // The socket must belong to that process (SO_PEERCRED), so that a socket someone else put in
 // its place is never told the lines. `alive` is asked every half second while the reply is
-// awaited: when it says the agent ended, the wait ends. Throws ChannelError saying why the
+// awaited, and at once when a signal interrupts the wait: when it says the agent ended, the
+// wait ends (it may throw, to stop waiting for another reason). Throws ChannelError saying why the
 // request was not answered ("it takes no changes (...)").
 Reply sendRequest(const std::string& agentName, pid_t agentPid, std::string_view request,
                   const std::function<bool()>& alive);

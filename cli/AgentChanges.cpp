@@ -9,6 +9,7 @@
 #include "cli/DeviceState.h"
 #include "cli/MemoryFile.h"
 #include "platform/mox/Exception.h"
+#include "platform/rendr/Interrupt.h"
 
 namespace cli {
 
@@ -18,9 +19,17 @@ namespace {
 
 Agent::Reply exchange(const Agent::Request& request) {
   const std::shared_ptr<Agent::Attachment>& a = state().attached();
+  // ^C (or a request to terminate) stops the wait, not the change: the agent has the request
+  // and may still apply it, which the user must know.
+  auto alive = [a] {
+    if (rendr::detail::takeInterrupt()) {
+      throw Mox::RangeException("Interrupted: the change was sent to the state agent " +
+                                Mox::shownWord(a->name()) + ", which may still apply it");
+    }
+    return a->agentRunning();
+  };
   try {
-    return Agent::sendRequest(a->name(), a->agentPid(), Agent::encodeRequest(request),
-                              [a] { return a->agentRunning(); });
+    return Agent::sendRequest(a->name(), a->agentPid(), Agent::encodeRequest(request), alive);
   } catch (const Agent::ChannelError& e) {
     // An agent that ended says so as every command then does.
     state().checkAgent();

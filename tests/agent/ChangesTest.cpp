@@ -294,6 +294,38 @@ TEST_F(Changes, BrokenAndStalledClientsNeverStopTheAgentServingTheNext) {
             std::string::npos);
 }
 
+// An agent that takes its time (here: stopped) keeps a change's sender waiting; ^C ends the
+// wait with status 130 and says that the change may still be applied.
+TEST_F(Changes, AnInterruptEndsTheWaitForASlowAgent) {
+  ASSERT_EQ(::kill(agent_->pid(), SIGSTOP), 0);
+  struct Resume {
+    pid_t pid;
+    ~Resume() { ::kill(pid, SIGCONT); }
+  } resume{agent_->pid()};
+  // In the sender, just before it starts: a watcher that interrupts it after a second, and
+  // kills it should it still wait half a minute later (a failure, not a hung test). The
+  // watcher ends as soon as the sender does.
+  const auto watcher = [] {
+    const pid_t sender = ::getpid();
+    if (::fork() != 0) return;
+    for (int fd : {0, 1, 2})
+      ::close(fd);  // the test reads the sender's output to its end
+    for (int tick = 0; ::getppid() == sender; ++tick) {
+      if (tick == 20) ::kill(sender, SIGINT);
+      if (tick == 600) ::kill(sender, SIGKILL);
+      ::usleep(50'000);
+    }
+    ::_exit(0);
+  };
+  const Captured r = clitest::runProgram(
+      ROVA_PROGRAM,
+      {"--attach=" + agent_->name(), "clear", "static-routes", "interface", "Ethernet1"}, "",
+      watcher);
+  EXPECT_EQ(r.status, cli::kStatusSignal + SIGINT);
+  EXPECT_EQ(r.err, "% Interrupted: the change was sent to the state agent '" + agent_->name() +
+                       "', which may still apply it\n");
+}
+
 TEST(ChangeTexts, RequestsAndRepliesReadBackAsWrittenAndNothingElseReads) {
   Agent::Request r;
   r.kind = Agent::Request::Kind::commit;
