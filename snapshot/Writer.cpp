@@ -420,7 +420,9 @@ void Writer::tunnelVias(const Tunnel::TunnelTable::TunnelViaArray& vias) {
     } else if (via.intfId.isValid()) {
       text("interface", via.intfId);
     }
-    if (!via.labelOp.empty()) text("labels", via.labelOp);
+    // A pop carries no labels and is still an operation: the action says whether there is one.
+    if (via.labelOp.action() != Plexa::MplsLabelOperation::Action::none)
+      text("labels", via.labelOp);
     json_.close();
   }
   json_.close();
@@ -508,7 +510,8 @@ void Writer::nexthopGroups() {
       for (const auto& [index, entry] : group->entry()) {
         json_.openObject();
         text("destination", entry.destination());
-        if (!entry.mplsLabels().empty()) text("labels", entry.mplsLabels());
+        if (entry.mplsLabels().action() != Plexa::MplsLabelOperation::Action::none)
+          text("labels", entry.mplsLabels());
         json_.close();
       }
       json_.close();

@@ -172,7 +172,10 @@ class GroupPrinter {
       r.index = index;
       r.destinationLength =
           std::uint8_t(entry.destination().write(r.destinationText) - r.destinationText);
-      r.labels = entry.mplsLabels().empty() ? std::string() : entry.mplsLabels().stringValue();
+      // A pop has no labels but is an operation all the same: it shows as "pop", not as none.
+      r.labels = entry.mplsLabels().action() == Plexa::MplsLabelOperation::Action::none
+                     ? std::string()
+                     : entry.mplsLabels().stringValue();
       indexes_.push_back(index);
     }
     if (!counters_) return;

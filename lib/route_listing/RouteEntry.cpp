@@ -251,7 +251,7 @@ void printGroupOrPolicyLayout(const RouteLine& line, rendr::Printer& p, RouteAtt
   if (line.groupName) {
     p.startSubmodel("nexthopGroup");
     a.groupName.setValue(line.groupName);
-    a.groupId.setValue(static_cast<std::uint32_t>(line.groupId));
+    a.groupId.setValue(line.groupId);  // a group id may pass 32 bits, as its FEC index does
     p.addAttributes(" %s, %d", 2, a.groupName.getArg(), a.groupId.getArg());
     p.endSubmodel();
   } else if (line.policy) {

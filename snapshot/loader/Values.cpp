@@ -46,7 +46,12 @@ Plexa::MplsLabel Loader::label(od::value& v) {
 
 Plexa::MplsLabelOperation Loader::labelOp(od::value& v) {
   const std::string_view text = r_.string(v);
-  return r_.guarded([&] { return Plexa::MplsLabelOperation::fromString(text); });
+  auto op = r_.guarded([&] { return Plexa::MplsLabelOperation::fromString(text); });
+  // A push or swap of nothing is no operation at all, and no configuration line can say it.
+  if (op.empty() && op.action() != Plexa::MplsLabelOperation::Action::none &&
+      op.action() != Plexa::MplsLabelOperation::Action::pop)
+    r_.fail("a push or swap takes at least one label: " + quote(text));
+  return op;
 }
 
 Plexa::EthAddr Loader::mac(od::value& v) {

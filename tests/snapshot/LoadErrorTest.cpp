@@ -140,6 +140,23 @@ TEST(LoadError, BadValuesAreRefusedWithTheirText) {
   EXPECT_EQ(refusal(doc),
             "$.routeDistinguisherInputs.bgp.red: bad route distinguisher \"100\" "
             "(expected ASN:n or IPv4-address:n, for example 100:1)");
+  // A push or swap needs a label to push or swap to; a pop takes none.
+  doc = minimal();
+  doc["nexthopGroups"] = {{{"name", "A"},
+                           {"id", 1},
+                           {"type", "mpls"},
+                           {"entries", {{{"destination", "10.0.0.1"}, {"labels", "push"}}}}}};
+  EXPECT_EQ(refusal(doc),
+            "$.nexthopGroups[0].entries[0].labels: a push or swap takes at least one label: "
+            "\"push\"");
+  doc = minimal();
+  doc["tunnels"]["fib"] = {
+      {{"tunnel", "ldp:1"}, {"vias", {{{"interface", "Ethernet1"}, {"labels", "swap"}}}}}};
+  EXPECT_EQ(refusal(doc),
+            "$.tunnels.fib[0].vias[0].labels: a push or swap takes at least one label: "
+            "\"swap\"");
+  doc["tunnels"]["fib"][0]["vias"][0]["labels"] = "pop";
+  EXPECT_EQ(refusal(doc), "loaded");
 }
 
 TEST(LoadError, PlatformBoundsKeepThePlatformsMessage) {

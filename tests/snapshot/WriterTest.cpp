@@ -14,9 +14,11 @@
 
 #include "platform/brine/Fib.h"
 #include "platform/brine/FlexCounters.h"
+#include "platform/brine/Tunnel.h"
 #include "platform/mox/Dir.h"
 #include "platform/state/Interface.h"
 #include "platform/state/Ip.h"
+#include "platform/state/NexthopGroupConfig.h"
 #include "platform/state/RoutingConfig.h"
 #include "platform/state/RoutingHardware.h"
 #include "snapshot/Generator.h"
@@ -126,6 +128,29 @@ TEST(WriterRoundTrip, TextNeedingEscapesIsWrittenAsJsonStrings) {
                 ->description()
                 .stringValue(),
             odd);
+}
+
+// A pop carries no labels, yet it is an operation: the writer keeps it, in a tunnel's via and
+// in a nexthop group's entry alike.
+TEST(WriterRoundTrip, APopLabelOperationIsWrittenBack) {
+  const std::string doc = R"({"version": 1, "vrfs": {"default": {}},
+    "tunnels": {"fib": [{"tunnel": "ldp:1",
+                         "vias": [{"nexthop": "10.0.0.2", "interface": "Ethernet1", "labels": "pop"}]}]},
+    "nexthopGroups": [{"name": "A", "id": 1, "type": "mpls",
+                       "entries": [{"destination": "10.0.0.3", "labels": "pop"},
+                                   {"destination": "10.0.0.4"}]}]})";
+  const std::string written = Snapshot::write(*Snapshot::load(doc));
+  auto em = Snapshot::load(written);
+  using Action = Plexa::MplsLabelOperation::Action;
+  auto group = layout::find(*em, layout::nhgConfig)->nexthopGroup("A");
+  ASSERT_TRUE(group);
+  EXPECT_EQ(group->entry(0).mplsLabels().action(), Action::pop) << written;
+  EXPECT_EQ(group->entry(1).mplsLabels().action(), Action::none) << written;
+  const auto entry =
+      layout::find(*em, layout::tunnelFib)->lookup(Tunnel::TunnelTable::TunnelId(2, 1));  // ldp:1
+  ASSERT_EQ(entry.tunnelVia.size(), 1u) << written;
+  EXPECT_EQ(entry.tunnelVia[0].labelOp.action(), Action::pop) << written;
+  expectFixedPoint(doc);
 }
 
 // ---- saving to a file ----

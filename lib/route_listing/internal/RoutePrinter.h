@@ -86,7 +86,7 @@ struct RouteAttrs {
   rendr::StringAttrInfo tunnelAddressFamily;
   rendr::UintAttrInfo tunnelIndex;
   rendr::StringAttrInfo groupName;
-  rendr::UintAttrInfo groupId;
+  rendr::Uint64AttrInfo groupId;
   rendr::StringAttrInfo endpoint;
   rendr::UintAttrInfo color;
 };

@@ -50,6 +50,29 @@ TEST_F(Listing, WithCountersOffTheCountColumnsAreLeftOut) {
             "      0  10.0.2.1     -\n");
 }
 
+// A pop pushes nothing yet is an operation: its entry says "pop", where one with no operation
+// says "-" (text) or "" (JSON).
+TEST_F(Listing, APopEntryShowsItsOperationNotNone) {
+  counters->counterEnabledIs(false);
+  auto& b = s.group("C", 3, T::mpls, 0, 2, {});
+  Routing::NexthopGroup::NexthopGroupEntry entry;
+  entry.destinationIs(Plexa::IpGenAddr::fromString("10.0.3.1"));
+  entry.mplsLabelsIs(Plexa::MplsLabelOperation::fromString("pop"));
+  b.entryIs(0, entry);
+  auto h = listing("C");
+  EXPECT_EQ(rendered(*h, rendr::kFormatText),
+            "Nexthop group C\n"
+            "  Id 3, type MPLS, size 2, TTL 64, source none\n"
+            "  Programmed in hardware of VRF default: no\n"
+            "  Entry  Destination  Labels\n"
+            "  -----  -----------  ------\n"
+            "      0  10.0.3.1     pop\n"
+            "      1  10.0.3.2     -\n");
+  const std::string json = rendered(*listing("C"), rendr::kFormatJson);
+  EXPECT_NE(json.find("\"mplsLabels\": \"pop\""), std::string::npos) << json;
+  EXPECT_NE(json.find("\"mplsLabels\": \"\""), std::string::npos) << json;
+}
+
 TEST_F(Listing, ClearingOneGroupLeavesTheOthersCounting) {
   auto h = listing("A");
   EXPECT_EQ(h->clearCounters(), 2u);
