@@ -7,6 +7,7 @@
 #include "cli/Commands.h"
 
 #include <cctype>
+#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -133,7 +134,7 @@ void addCommands(Grammar& grammar) {
   grammar.addKeywordHelp("static-routes", "Static routes");
   grammar.addKeywordHelp("nexthop-group", "Nexthop groups");
 
-  const Command commands[] = {
+  Command commands[] = {
       {"show version",
        {{"version", "Software version and the state shown"}},
        showVersion,
@@ -277,13 +278,18 @@ void addCommands(Grammar& grammar) {
        checkRd,
        kNoRoutes},
   };
+  // Every program builds this table at start: the rows take the commands' texts and actions
+  // over rather than copying them.
   std::vector<Row> rows;
-  for (const Command& command : commands) {
+  rows.reserve(std::size(commands));
+  for (Command& command : commands) {
     // The commands that change the state are the agent's to run when the state is attached.
     const bool changes = command.syntax.rfind("clear ", 0) == 0 || command.syntax == "write [FILE]";
-    rows.push_back({command.syntax, command.help,
-                    oneDocument(changes ? changeGoesToAgent(command.action) : command.action)});
     readsBySyntax()[command.syntax] = command.reads;
+    OutputAction action = std::move(command.action);
+    rows.push_back(
+        {std::move(command.syntax), std::move(command.help),
+         oneDocument(changes ? changeGoesToAgent(std::move(action)) : std::move(action))});
   }
   grammar.addRows(std::move(rows));
 }

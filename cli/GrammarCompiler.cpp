@@ -243,6 +243,7 @@ std::vector<const ArgType*> Grammar::types() const {
 }
 
 void Grammar::addRows(std::vector<Row> rows) {
+  rows_.reserve(rows_.size() + rows.size());
   for (Row& r : rows)
     addRow(std::move(r));
 }

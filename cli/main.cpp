@@ -219,16 +219,24 @@ void restartForLargeState(const Options&, char**) {}
 
 // The process leaves its state to the kernel on the way out instead of taking it apart: the
 // kernel frees all the memory in one go, where destructors would first walk every structure
-// of the state (many small records on a large configuration). Output is flushed first. The
-// state is still referenced from a global when the process ends, so the leak checker counts
-// it as reachable rather than lost, and a leak anywhere else is still found.
+// of the state (many small records on a large configuration). Output is flushed first, and
+// then the process ends there: the libraries' and the program's destructors and exit handlers
+// have nothing to write or remove, and running them touched pages of each library's code that
+// nothing had read yet (a twentieth of an attached lookup's processor time). The sanitizer
+// builds return as before, so that the leak checker runs at exit; there the state is still
+// referenced from a global, so the checker counts it as reachable rather than lost, and a leak
+// anywhere else is still found.
 int leaveStateToExit(int status) {
   std::fflush(stdout);
   std::fflush(stderr);
+#ifndef ROVA_SANITIZED_ALLOCATOR
+  std::_Exit(status);
+#else
   static const Mox::Ptr<Statum::EntityManager>* kept = nullptr;
   if (!kept)
     kept = new Mox::Ptr<Statum::EntityManager>(cli::DeviceState::instance().entityManager());
   return status;
+#endif
 }
 
 }  // namespace
@@ -273,10 +281,15 @@ int main(int argc, char** argv) {
       // libedit decodes typed characters in the user's locale; nothing else reads it, and
       // loading it costs a one-shot command a file's mapping.
       std::setlocale(LC_CTYPE, "");
-      cli::Shell shell(grammar, context);
-      shell.modesIs(cli::shellModes(grammar));
-      shell.keepGoingIs(options.keepGoing);
-      return leaveStateToExit(cli::finishShell(shell.run(), context));
+      int status;
+      {
+        // The shell puts the terminal back as it found it when it goes.
+        cli::Shell shell(grammar, context);
+        shell.modesIs(cli::shellModes(grammar));
+        shell.keepGoingIs(options.keepGoing);
+        status = cli::finishShell(shell.run(), context);
+      }
+      return leaveStateToExit(status);
     }
     bool refused = false;
     if (auto help = cli::oneShotHelp(grammar, options.command, refused)) {

@@ -47,39 +47,38 @@ TypeEntry routeRecord(const char* name) {
 
 }  // namespace
 
-std::vector<TypeEntry> stateRecords() {
-  std::vector<TypeEntry> out;
-  out.push_back(record<Routing::Route>("Routing::Route"));
-  out.push_back(record<Routing::ConfigGen>("Routing::ConfigGen"));
-  out.push_back(record<Interface::IntfConfig>("Interface::IntfConfig"));
-  out.push_back(record<Interface::AllIntfConfigDir>("Interface::AllIntfConfigDir"));
-  out.push_back(record<Interface::IntfStatus>("Interface::IntfStatus"));
-  out.push_back(record<Interface::AllIntfStatusDir>("Interface::AllIntfStatusDir"));
-  out.push_back(
-      record<Routing::NexthopGroup::NexthopGroupEntry>("Routing::NexthopGroup::NexthopGroupEntry"));
-  out.push_back(record<Routing::NexthopGroup::NexthopGroupConfigEntry>(
-      "Routing::NexthopGroup::NexthopGroupConfigEntry"));
-  out.push_back(record<Routing::NexthopGroup::Config>("Routing::NexthopGroup::Config"));
-  out.push_back(record<Ip::IpIntfConfig>("Ip::IpIntfConfig"));
-  out.push_back(record<Ip::Config>("Ip::Config"));
-  out.push_back(record<Ip::IpIntfStatus>("Ip::IpIntfStatus"));
-  out.push_back(record<Ip::Status>("Ip::Status"));
-  out.push_back(record<Ip::RouteDistinguisherInput>("Ip::RouteDistinguisherInput"));
-  out.push_back(record<Ip6::AddressInfo>("Ip6::AddressInfo"));
-  out.push_back(record<Ip6::IntfConfig>("Ip6::IntfConfig"));
-  out.push_back(record<Ip6::Config>("Ip6::Config"));
-  out.push_back(record<Ip6::IntfStatus>("Ip6::IntfStatus"));
-  out.push_back(record<Ip6::Status>("Ip6::Status"));
-  out.push_back(record<Routing::Hardware::Status>("Routing::Hardware::Status"));
-  out.push_back(record<Routing::Hardware::VrfStatus>("Routing::Hardware::VrfStatus"));
-  out.push_back(
-      record<Routing::Hardware::VrfNexthopGroupStatus>("Routing::Hardware::VrfNexthopGroupStatus"));
-  out.push_back(
-      record<Routing::Hardware::NexthopGroupStatus>("Routing::Hardware::NexthopGroupStatus"));
-  out.push_back(record<Routing6::Hardware::Status>("Routing6::Hardware::Status"));
-  out.push_back(routeRecord<Brine::Fib::Route>("Brine::Fib::Route"));
-  out.push_back(routeRecord<Brine::Fib6::Route>("Brine::Fib6::Route"));
-  return out;
+std::vector<TypeMaker> stateRecords() {
+  return {
+      {"Routing::Route", record<Routing::Route>},
+      {"Routing::ConfigGen", record<Routing::ConfigGen>},
+      {"Interface::IntfConfig", record<Interface::IntfConfig>},
+      {"Interface::AllIntfConfigDir", record<Interface::AllIntfConfigDir>},
+      {"Interface::IntfStatus", record<Interface::IntfStatus>},
+      {"Interface::AllIntfStatusDir", record<Interface::AllIntfStatusDir>},
+      {"Routing::NexthopGroup::NexthopGroupEntry",
+       record<Routing::NexthopGroup::NexthopGroupEntry>},
+      {"Routing::NexthopGroup::NexthopGroupConfigEntry",
+       record<Routing::NexthopGroup::NexthopGroupConfigEntry>},
+      {"Routing::NexthopGroup::Config", record<Routing::NexthopGroup::Config>},
+      {"Ip::IpIntfConfig", record<Ip::IpIntfConfig>},
+      {"Ip::Config", record<Ip::Config>},
+      {"Ip::IpIntfStatus", record<Ip::IpIntfStatus>},
+      {"Ip::Status", record<Ip::Status>},
+      {"Ip::RouteDistinguisherInput", record<Ip::RouteDistinguisherInput>},
+      {"Ip6::AddressInfo", record<Ip6::AddressInfo>},
+      {"Ip6::IntfConfig", record<Ip6::IntfConfig>},
+      {"Ip6::Config", record<Ip6::Config>},
+      {"Ip6::IntfStatus", record<Ip6::IntfStatus>},
+      {"Ip6::Status", record<Ip6::Status>},
+      {"Routing::Hardware::Status", record<Routing::Hardware::Status>},
+      {"Routing::Hardware::VrfStatus", record<Routing::Hardware::VrfStatus>},
+      {"Routing::Hardware::VrfNexthopGroupStatus",
+       record<Routing::Hardware::VrfNexthopGroupStatus>},
+      {"Routing::Hardware::NexthopGroupStatus", record<Routing::Hardware::NexthopGroupStatus>},
+      {"Routing6::Hardware::Status", record<Routing6::Hardware::Status>},
+      {"Brine::Fib::Route", routeRecord<Brine::Fib::Route>},
+      {"Brine::Fib6::Route", routeRecord<Brine::Fib6::Route>},
+  };
 }
 
 }  // namespace Rova::cliSupport

@@ -49,7 +49,7 @@ TypeEntry clearIntfRoutesAndViasHelperType();
 // A state record the front end reads by attribute name.
 TypeEntry staticRouteDefaultsRecord();
 // The other state records and the forwarding routes listings hand back (CliSupportRecords.cpp).
-std::vector<TypeEntry> stateRecords();
+std::vector<TypeMaker> stateRecords();
 
 // The configuration editors (CliSupportStaticRoutes.cpp, CliSupportConfigChecks.cpp).
 TypeEntry staticRouteEditorType();

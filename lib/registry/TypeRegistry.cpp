@@ -1,6 +1,7 @@
 #include "lib/registry/TypeRegistry.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,9 @@ const OpEntry* TypeEntry::op(std::string_view n) const {
   return nullptr;
 }
 
+TypeRegistry::TypeRegistry() = default;
+TypeRegistry::~TypeRegistry() = default;
+
 const TypeRegistry& TypeRegistry::instance() {
   static const TypeRegistry* r = [] {
     auto* reg = new TypeRegistry;
@@ -59,27 +63,71 @@ const TypeRegistry& TypeRegistry::instance() {
   return *r;
 }
 
+void TypeRegistry::addTo(Slots& slots, TypeEntry e) {
+  auto slot = std::make_unique<Slot>();
+  slot->name = e.name;
+  slot->entry = std::make_unique<TypeEntry>(std::move(e));
+  slots.push_back(std::move(slot));
+}
+
+void TypeRegistry::addTo(Slots& slots, TypeMaker m) {
+  auto slot = std::make_unique<Slot>();
+  slot->name = m.name;
+  slot->make = m.make;
+  slots.push_back(std::move(slot));
+}
+
 void TypeRegistry::add(TypeEntry e) {
-  types_.push_back(std::make_unique<TypeEntry>(std::move(e)));
+  addTo(types_, std::move(e));
 }
-
+void TypeRegistry::add(TypeMaker m) {
+  addTo(types_, m);
+}
 void TypeRegistry::addRecord(TypeEntry e) {
-  records_.push_back(std::make_unique<TypeEntry>(std::move(e)));
+  addTo(records_, std::move(e));
 }
-
+void TypeRegistry::addRecord(TypeMaker m) {
+  addTo(records_, m);
+}
 void TypeRegistry::addEditor(TypeEntry e) {
-  editors_.push_back(std::make_unique<TypeEntry>(std::move(e)));
+  addTo(editors_, std::move(e));
+}
+void TypeRegistry::addEditor(TypeMaker m) {
+  addTo(editors_, m);
 }
 
-namespace {
-const TypeEntry* findIn(const std::vector<std::unique_ptr<TypeEntry>>& entries,
-                        std::string_view name) {
-  for (const auto& t : entries) {
-    if (t->name == name) return t.get();
+const TypeEntry* TypeRegistry::findIn(const Slots& slots, std::string_view name) const {
+  for (const auto& slot : slots) {
+    if (slot->name != name) continue;
+    const std::lock_guard<std::mutex> lock(building_);
+    if (!slot->entry) {
+      TypeEntry e = slot->make(slot->name.c_str());
+      // The name the type was registered under is the one it is found by.
+      if (e.name != slot->name)
+        throw std::logic_error("type " + Mox::shownWord(slot->name) + " was built as " +
+                               Mox::shownWord(e.name));
+      slot->entry = std::make_unique<TypeEntry>(std::move(e));
+    }
+    return slot->entry.get();
   }
   return nullptr;
 }
-}  // namespace
+
+std::vector<const TypeEntry*> TypeRegistry::all(const Slots& slots) const {
+  std::vector<const TypeEntry*> out;
+  out.reserve(slots.size());
+  for (const auto& slot : slots)
+    out.push_back(findIn(slots, slot->name));
+  return out;
+}
+
+std::vector<const TypeEntry*> TypeRegistry::types() const {
+  return all(types_);
+}
+
+std::vector<const TypeEntry*> TypeRegistry::records() const {
+  return all(records_);
+}
 
 const TypeEntry* TypeRegistry::findRecord(std::string_view name) const {
   return findIn(records_, name);

@@ -1,7 +1,8 @@
 #pragma once
-// The type registry: one entry per library type, in registration order, built when the
-// library is loaded from the classes' own attribute lists and the constructors and operations
-// named in the CliSupport files. Through it the front end looks a type up by name, constructs it
+// The type registry: one entry per library type, in registration order, each built from the
+// class's own attribute list and the constructors and operations named in the CliSupport files
+// the first time something asks for that type (a command that constructs one sorter builds the
+// sorter's entry alone). Through it the front end looks a type up by name, constructs it
 // from an ordered list of Values, reads and writes attributes, iterates collections, calls
 // operations by name, and converts values to and from their text form; it never needs a class
 // header of the library.
@@ -32,6 +33,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <span>
 #include <string>
@@ -167,17 +169,36 @@ struct TypeEntry {
   const OpEntry* op(std::string_view n) const;
 };
 
+// A type known by name whose entry is built when it is first asked for. `make` is given the
+// name, which the entry it returns must carry.
+struct TypeMaker {
+  const char* name;
+  TypeEntry (*make)(const char* name);
+};
+
+// A maker over a builder that names its type itself.
+template <TypeEntry (*Builder)()>
+TypeEntry madeBy(const char*) {
+  return Builder();
+}
+
 class TypeRegistry {
  public:
+  TypeRegistry();
+  ~TypeRegistry();
+  TypeRegistry(const TypeRegistry&) = delete;
+  TypeRegistry& operator=(const TypeRegistry&) = delete;
+
   // The registry with every library type registered.
   static const TypeRegistry& instance();
 
   const TypeEntry* find(std::string_view name) const;
   // Like find, but an unknown name is an error.
   const TypeEntry& type(std::string_view name) const;
-  const std::vector<std::unique_ptr<TypeEntry>>& types() const { return types_; }
+  // Every library type, in registration order (each entry built, if it was not yet).
+  std::vector<const TypeEntry*> types() const;
   // The state record types, in registration order.
-  const std::vector<std::unique_ptr<TypeEntry>>& records() const { return records_; }
+  std::vector<const TypeEntry*> records() const;
   // The registered type of a value (boxed, entity or state record); an error for a plain value
   // and for a record whose type is not registered, so a read never falls back silently.
   const TypeEntry& typeOf(const Value& v) const;
@@ -196,23 +217,42 @@ class TypeRegistry {
   // Builds a value from its text form, "Value('Ns::Type', ** {...})".
   Value parse(std::string_view text) const;
 
+  // Registration: an entry built now, or a type whose entry is built on first use. A name is
+  // registered once.
   void add(TypeEntry e);
+  void add(TypeMaker m);
   // A state record type the front end reads attribute by attribute. Records are not library
   // types: `types()` and `find` do not list them.
   void addRecord(TypeEntry e);
+  void addRecord(TypeMaker m);
   // A configuration editor: a library type every writer of configuration (the shell, the
   // Python module, a state agent) constructs and calls by name like any other, so that they
   // all apply the same rules. `types()` and `find` list the command objects only, as
   // `show types` publishes them; an editor is found by `type`, `construct` and `call`.
   void addEditor(TypeEntry e);
+  void addEditor(TypeMaker m);
 
  private:
+  // One registered name and its entry once built. Building happens under the registry's lock,
+  // so that threads asking for one type at once (the Python module's) build it once.
+  struct Slot {
+    std::string name;
+    TypeEntry (*make)(const char*) = nullptr;
+    std::unique_ptr<TypeEntry> entry;
+  };
+  using Slots = std::vector<std::unique_ptr<Slot>>;
+
+  static void addTo(Slots& slots, TypeEntry e);
+  static void addTo(Slots& slots, TypeMaker m);
+  const TypeEntry* findIn(const Slots& slots, std::string_view name) const;
+  std::vector<const TypeEntry*> all(const Slots& slots) const;
   const TypeEntry* findRecord(std::string_view name) const;
   const TypeEntry* findEditor(std::string_view name) const;
 
-  std::vector<std::unique_ptr<TypeEntry>> types_;
-  std::vector<std::unique_ptr<TypeEntry>> records_;
-  std::vector<std::unique_ptr<TypeEntry>> editors_;
+  Slots types_;
+  Slots records_;
+  Slots editors_;
+  mutable std::mutex building_;
 };
 
 // Registers every type; defined in CliSupport.cpp.

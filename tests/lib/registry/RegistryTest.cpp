@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "lib/registry/RecordText.h"
@@ -275,6 +277,76 @@ TEST(Registry, CursorsStopWhenTheCollectionChangesUnderThem) {
   while (past->valid())
     past->next();
   EXPECT_EQ(errorOf([&] { past->key(); }), "Test::Switch::port: the iterator stands on no entry");
+}
+
+// Types registered by name are built the first time they are asked for, once each, even by
+// threads asking together; listing every type builds the rest, in registration order. A
+// maker whose entry carries another name is a programming error, refused rather than found
+// under the wrong name.
+int switchesBuilt = 0;
+int boxesBuilt = 0;
+
+Rova::TypeEntry makeSwitch(const char* name) {
+  ++switchesBuilt;
+  return Rova::TypeBuilder<Switch>(name).constructor<Mox::String8>({"name"}).build();
+}
+
+Rova::TypeEntry makeBox(const char* name) {
+  ++boxesBuilt;
+  Rova::TypeEntry e;
+  e.name = name;
+  return e;
+}
+
+Rova::TypeEntry misnamed(const char*) {
+  Rova::TypeEntry e;
+  e.name = "Test::Other";
+  return e;
+}
+
+TEST(Registry, TypesAreBuiltWhenFirstAskedForAndOnce) {
+  TypeRegistry local;
+  local.add({"Test::Switch", makeSwitch});
+  local.add({"Test::Box", makeBox});
+  local.addRecord({"Test::Record", makeBox});
+  local.add({"Test::Misnamed", misnamed});
+  EXPECT_EQ(switchesBuilt + boxesBuilt, 0);
+
+  std::vector<std::thread> threads;
+  std::vector<const Rova::TypeEntry*> seen(4);
+  for (auto& s : seen)
+    threads.emplace_back([&local, &s] { s = local.find("Test::Switch"); });
+  for (auto& t : threads)
+    t.join();
+  EXPECT_EQ(switchesBuilt, 1);
+  EXPECT_EQ(boxesBuilt, 0);
+  for (const auto* s : seen)
+    EXPECT_EQ(s, seen.front());
+  ASSERT_NE(seen.front(), nullptr);
+  EXPECT_EQ(seen.front()->name, "Test::Switch");
+  const Value ctor[] = {Value("sw1")};
+  EXPECT_EQ(local.construct("Test::Switch", ctor).text(), "Ptr('Test::Switch')");
+  EXPECT_EQ(switchesBuilt, 1);
+
+  // Records are not types: asking for one does not build the other of the same maker.
+  EXPECT_EQ(local.find("Test::Record"), nullptr);
+  EXPECT_EQ(boxesBuilt, 0);
+  EXPECT_EQ(errorOf([&] { local.find("Test::Misnamed"); }),
+            "type 'Test::Misnamed' was built as 'Test::Other'");
+  EXPECT_EQ(errorOf([&] { local.types(); }), "type 'Test::Misnamed' was built as 'Test::Other'");
+  EXPECT_EQ(boxesBuilt, 1);  // Test::Box, listed before the misnamed type
+
+  TypeRegistry good;
+  good.add({"Test::Box", makeBox});
+  good.add({"Test::Switch", makeSwitch});
+  std::vector<std::string> names;
+  for (const auto* t : good.types())
+    names.push_back(t->name);
+  EXPECT_EQ(names, (std::vector<std::string>{"Test::Box", "Test::Switch"}));
+  EXPECT_EQ(boxesBuilt, 2);
+  EXPECT_EQ(good.records().size(), 0u);
+  EXPECT_EQ(local.records().size(), 1u);
+  EXPECT_EQ(boxesBuilt, 3);
 }
 
 }  // namespace
