@@ -339,7 +339,7 @@ Mox::Ptr<Statum::EntityManager> detail::loadStripped(int fd, std::size_t expecte
   const auto from = (reinterpret_cast<std::uintptr_t>(doc.data()) + kHuge - 1) & ~(kHuge - 1);
   const auto to = (reinterpret_cast<std::uintptr_t>(doc.data()) + doc.capacity()) & ~(kHuge - 1);
   if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
-  if (!loader.stripRoutes(fd, doc, expected, splitAt ? *splitAt : splitPlace(expected)) ||
+  if (!loader.stripRoutes(fd, doc, expected, splitAt ? *splitAt : splitPlace(expected, sections)) ||
       !unchanged() || doc.size() > kMaxDocumentBytes)
     return nullptr;
   const std::size_t size = doc.size();

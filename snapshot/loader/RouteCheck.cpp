@@ -42,6 +42,46 @@ namespace Snapshot::loader {
 
 namespace {
 
+// The first byte at or after `p` that is not a blank, found sixteen bytes at a time (SSE2,
+// which every x86-64 has). The text is followed by at least sixteen zero bytes, which end any
+// run, so a load never leaves the padding.
+inline const char* pastBlanks(const char* p) {
+#if defined(__SSE2__)
+  for (;;) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i blank = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\n'))),
+        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\r')),
+                     _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))));
+    const unsigned other = ~unsigned(_mm_movemask_epi8(blank)) & 0xffffu;
+    if (other != 0) return p + std::countr_zero(other);
+    p += 16;
+  }
+#else
+  while (*p == ' ' || *p == '\n' || *p == '\r' || *p == '\t')
+    ++p;
+  return p;
+#endif
+}
+
+// The first quote, backslash or zero byte at or after `p`, the same way.
+inline const char* quoteOrEscape(const char* p) {
+#if defined(__SSE2__)
+  for (;;) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i hit = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('"')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\\'))),
+        _mm_cmpeq_epi8(v, _mm_setzero_si128()));
+    if (const unsigned m = unsigned(_mm_movemask_epi8(hit))) return p + std::countr_zero(m);
+    p += 16;
+  }
+#else
+  while (*p != '"' && *p != '\\' && *p != 0)
+    ++p;
+  return p;
+#endif
+}
+
 // Items in memory taken from the address space and in huge pages where the kernel has them: a
 // million keys written into fresh small pages cost a fault every 512 of them, and faults are
 // dear on a virtual machine. Sized from the start to what the text can hold, it does not
@@ -532,29 +572,10 @@ class RouteScan {
     return w;
   }
 
-  // Blanks. Most places hold none or one; between routes a line break and its indentation,
-  // found sixteen bytes at a time (SSE2, which every x86-64 has). The text in view is followed
-  // by at least sixteen zero bytes, which end any run, so a load never leaves the padding.
+  // Blanks. Most places hold none or one; between routes a line break and its indentation.
   void space() {
     if (static_cast<unsigned char>(*p_) > ' ') return;
-#if defined(__SSE2__)
-    for (;;) {
-      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p_));
-      const __m128i blank = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')),
-                                                      _mm_cmpeq_epi8(v, _mm_set1_epi8('\n'))),
-                                         _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\r')),
-                                                      _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))));
-      const unsigned other = ~unsigned(_mm_movemask_epi8(blank)) & 0xffffu;
-      if (other != 0) {
-        p_ += std::countr_zero(other);
-        return;
-      }
-      p_ += 16;
-    }
-#else
-    while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
-      ++p_;
-#endif
+    p_ = pastBlanks(p_);
   }
   // The colon after a key, with the blanks around it; `": "`, as nearly every table writes
   // it, in one comparison.
@@ -1266,8 +1287,8 @@ class RouteFinder {
   }
 
   void space() {
-    while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
-      ++p_;
+    if (static_cast<unsigned char>(*p_) > ' ') return;
+    p_ = const_cast<char*>(pastBlanks(p_));
   }
 
   // An object whose values `member(key)` walks; a key with an escape is not compared.
@@ -1320,10 +1341,12 @@ class RouteFinder {
 
   bool string() {
     if (*p_ != '"') return false;
-    for (++p_;; ++p_) {
+    for (++p_;;) {
+      p_ = const_cast<char*>(quoteOrEscape(p_));
       if (*p_ == '"') break;
-      if (*p_ == '\\') ++p_;
-      if (*p_ == 0) return false;  // the padding: a string left open
+      if (*p_ == 0) return false;    // the padding: a string left open
+      if (*++p_ == 0) return false;  // a backslash, and the byte it keeps
+      ++p_;
     }
     ++p_;
     return true;
@@ -1489,10 +1512,10 @@ template void Loader::checkRoutes<V6>(od::value&, VrfState&);
 }  // namespace Snapshot::loader
 
 namespace Snapshot {
-std::size_t detail::splitPlace(std::size_t size) {
-  if (size < loader::Ahead::kFrom) return 0;
+std::size_t detail::splitPlace(std::size_t size, Sections sections) {
+  if (size < loader::Ahead::kFrom || sections.isAll()) return 0;
   cpu_set_t cpus;
   if (::sched_getaffinity(0, sizeof cpus, &cpus) != 0 || CPU_COUNT(&cpus) < 2) return 0;
-  return size / 2;
+  return sections.ipv4Routes || sections.ipv6Routes ? size / 5 * 2 : size / 2;
 }
 }  // namespace Snapshot
