@@ -327,7 +327,8 @@ void checkUnchanged(int fd, std::size_t sizeBefore, const FileText& text, const 
 
 Mox::Ptr<Statum::EntityManager> detail::loadStripped(int fd, std::size_t expected,
                                                      Sections sections,
-                                                     const std::function<bool()>& unchanged) {
+                                                     const std::function<bool()>& unchanged,
+                                                     std::optional<std::size_t> splitAt) {
   loader::Loader loader;
   loader.sectionsIs(sections);
   // Room for the whole text, in the address space only: growing by copies cost more than
@@ -338,7 +339,8 @@ Mox::Ptr<Statum::EntityManager> detail::loadStripped(int fd, std::size_t expecte
   const auto from = (reinterpret_cast<std::uintptr_t>(doc.data()) + kHuge - 1) & ~(kHuge - 1);
   const auto to = (reinterpret_cast<std::uintptr_t>(doc.data()) + doc.capacity()) & ~(kHuge - 1);
   if (to > from) ::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
-  if (!loader.stripRoutes(fd, doc) || !unchanged() || doc.size() > kMaxDocumentBytes)
+  if (!loader.stripRoutes(fd, doc, expected, splitAt ? *splitAt : splitPlace(expected, sections)) ||
+      !unchanged() || doc.size() > kMaxDocumentBytes)
     return nullptr;
   const std::size_t size = doc.size();
   doc.resize(size + simdjson::SIMDJSON_PADDING, '\0');

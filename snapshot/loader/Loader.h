@@ -18,6 +18,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 #include "platform/brine/Fib.h"
@@ -67,8 +68,18 @@ bool unchangedWhileRead(const ReadStamp& before, const ReadStamp& after, std::in
 // Loads the whole document with every route read by the loader itself, without the scan
 // that reads route arrays from the text first: the reading the scan is held to.
 Mox::Ptr<Statum::EntityManager> loadRouteByRoute(std::string_view json);
+// `splitAt`, when given, is where a second thread starts reading (0: none); by default
+// splitPlace(expected, sections).
 Mox::Ptr<Statum::EntityManager> loadStripped(int fd, std::size_t expected, Sections sections,
-                                             const std::function<bool()>& unchanged);
+                                             const std::function<bool()>& unchanged,
+                                             std::optional<std::size_t> splitAt = std::nullopt);
+// Where a second thread starts reading a file of `size` bytes through the window, for a file
+// large enough when the process may run on two processors or more; 0 for none. Half way when
+// every route table is left out: the first thread's half and the second's, the IPv4 routes'
+// end and the IPv6 routes, take about as long. Two fifths of the way when a family is built:
+// the first thread goes on to build it only once the routes left out are read, so the
+// IPv4 routes (the first four fifths of a full table's file) are shared out evenly.
+std::size_t splitPlace(std::size_t size, Sections sections);
 }  // namespace Snapshot::detail
 
 namespace Snapshot::loader {
@@ -180,8 +191,12 @@ class Loader {
   // Reads a regular file's text into `doc` but for the route arrays of the families not
   // built, which are checked as they are read and left empty (RouteCheck.cpp). False when
   // something was not proven or not read: then the file is to be loaded the usual way, by a
-  // fresh loader.
-  bool stripRoutes(int fd, std::vector<char>& doc);
+  // fresh loader. `size` is the file's size when it was looked at (a guide to the room the
+  // reading takes). With `splitAt`, a second thread reads the arrays left out from that offset
+  // of the file on, and the first takes what it read when it gets there.
+  bool stripRoutes(int fd, std::vector<char>& doc, std::size_t size, std::size_t splitAt = 0);
+  // How many arrays stripRoutes() took the end of from the second thread.
+  std::size_t takenAhead() const { return takenAhead_; }
 
  private:
   // ---- sections ----
@@ -269,6 +284,7 @@ class Loader {
   std::unordered_map<const char*, ScannedRoutes> scanned_;
   // What stripRoutes() read, by where each array is in the text it kept.
   std::vector<std::pair<std::size_t, ScannedRoutes>> stripped_;
+  std::size_t takenAhead_ = 0;
   int version_ = 0;
   std::map<std::string, std::unique_ptr<VrfState>> vrfs_;
   std::map<std::uint32_t, std::string> vrfIds_;

@@ -14,14 +14,25 @@
 // What the routes say beyond the table is kept as the whole reading keeps it: the count of
 // routes not programmed in hardware and the prefixes not programmed in the kernel.
 
+#include <sched.h>
 #include <sys/mman.h>
 #include <unistd.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <memory>
+#include <mutex>
 #include <new>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "platform/mox/Prefetch.h"
@@ -30,6 +41,46 @@
 namespace Snapshot::loader {
 
 namespace {
+
+// The first byte at or after `p` that is not a blank, found sixteen bytes at a time (SSE2,
+// which every x86-64 has). The text is followed by at least sixteen zero bytes, which end any
+// run, so a load never leaves the padding.
+inline const char* pastBlanks(const char* p) {
+#if defined(__SSE2__)
+  for (;;) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i blank = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\n'))),
+        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\r')),
+                     _mm_cmpeq_epi8(v, _mm_set1_epi8('\t'))));
+    const unsigned other = ~unsigned(_mm_movemask_epi8(blank)) & 0xffffu;
+    if (other != 0) return p + std::countr_zero(other);
+    p += 16;
+  }
+#else
+  while (*p == ' ' || *p == '\n' || *p == '\r' || *p == '\t')
+    ++p;
+  return p;
+#endif
+}
+
+// The first quote, backslash or zero byte at or after `p`, the same way.
+inline const char* quoteOrEscape(const char* p) {
+#if defined(__SSE2__)
+  for (;;) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i hit = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('"')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\\'))),
+        _mm_cmpeq_epi8(v, _mm_setzero_si128()));
+    if (const unsigned m = unsigned(_mm_movemask_epi8(hit))) return p + std::countr_zero(m);
+    p += 16;
+  }
+#else
+  while (*p != '"' && *p != '\\' && *p != 0)
+    ++p;
+  return p;
+#endif
+}
 
 // Items in memory taken from the address space and in huge pages where the kernel has them: a
 // million keys written into fresh small pages cost a fault every 512 of them, and faults are
@@ -189,14 +240,34 @@ class SeenPrefixes<V4> {
     return added_ <= kLag || set(due);
   }
   // Whether every prefix came once.
-  bool finish() {
-    for (std::size_t k = added_ > kLag ? added_ - kLag : 0; k < added_; ++k) {
-      if (!set(pending_[k % kLag])) return false;
+  bool finish() { return flush() && !anyTwice(longer_.data(), longer_.size()); }
+  // Takes in another set's prefixes; false when one is in both (or came twice in either).
+  bool absorb(SeenPrefixes& other) {
+    if (!flush() || !other.flush()) return false;
+    if (other.bits_ && !bits_) {
+      std::swap(bits_, other.bits_);
+    } else if (other.bits_) {
+      for (std::size_t w = 0; w < kBitmapWords; ++w) {
+        if (const std::uint64_t theirs = other.bits_[w]) {
+          if (bits_[w] & theirs) return false;
+          bits_[w] |= theirs;
+        }
+      }
     }
-    return !anyTwice(longer_.data(), longer_.size());
+    for (std::size_t k = 0; k < other.longer_.size(); ++k)
+      longer_.push(other.longer_.data()[k]);
+    return true;
   }
 
  private:
+  // Sets the places still waiting for their fetch.
+  bool flush() {
+    for (std::size_t k = added_ > kLag ? added_ - kLag : 0; k < added_; ++k) {
+      if (!set(pending_[k % kLag])) return false;
+    }
+    added_ = 0;
+    return true;
+  }
   bool set(std::uint32_t i) {
     std::uint64_t& word = bits_[i >> 6];
     const std::uint64_t bit = std::uint64_t(1) << (i & 63);
@@ -238,14 +309,33 @@ class SeenPrefixes<V6> {
     pending_[added_++ % kLag] = key;
     return added_ <= kLag || insert(due);
   }
-  bool finish() {
-    for (std::size_t k = added_ > kLag ? added_ - kLag : 0; k < added_; ++k) {
-      if (!insert(pending_[k % kLag])) return false;
+  bool finish() { return flush() && !anyTwice(longer_.data(), longer_.size()); }
+  bool absorb(SeenPrefixes& other) {
+    if (!flush() || !other.flush()) return false;
+    if (count_ == 0) {
+      std::swap(slots_, other.slots_);
+      std::swap(mask_, other.mask_);
+      std::swap(count_, other.count_);
+    } else {
+      for (std::size_t s = 0; other.slots_ && s <= other.mask_; ++s) {
+        if (!other.slots_[s]) continue;
+        if (2 * (count_ + 1) > mask_ + 1) grow();
+        if (!insert(other.slots_[s])) return false;
+      }
     }
-    return !anyTwice(longer_.data(), longer_.size());
+    for (std::size_t k = 0; k < other.longer_.size(); ++k)
+      longer_.push(other.longer_.data()[k]);
+    return true;
   }
 
  private:
+  bool flush() {
+    for (std::size_t k = added_ > kLag ? added_ - kLag : 0; k < added_; ++k) {
+      if (!insert(pending_[k % kLag])) return false;
+    }
+    added_ = 0;
+    return true;
+  }
   bool insert(std::uint64_t key) {
     for (std::size_t s = mixed(key) & mask_;; s = (s + 1) & mask_) {
       if (slots_[s] == key) return false;
@@ -288,15 +378,37 @@ class SeenPrefixes<V6> {
 class Window {
  public:
   static constexpr std::size_t kAhead = 64 << 10;
-  static constexpr std::size_t kRead = 1 << 20;
   static constexpr std::size_t kPad = 64;
+  // One huge page, on its boundary: the kernel backs only whole aligned 2 MiB blocks with a huge
+  // page, and the 270 small pages of a megabyte's window cost a fault each (a few
+  // milliseconds on a virtual machine), where the huge page costs one.
+  static constexpr std::size_t kSize = std::size_t(2) << 20;
 
-  // Each fill moves what is left in view (less than kAhead) to the start and reads about kRead
-  // after it: the text is moved once more in pieces of kAhead per kRead, not whole.
-  Window(int fd, std::vector<char>& doc) : fd_(fd), doc_(doc), buf_(kAhead + kRead + kPad) {
-    p = copyFrom_ = end_ = buf_.data();
+  // Each fill moves what is left in view (less than kAhead) to the start and reads the room
+  // after it (about 2 MiB): the text is moved once more in pieces of kAhead, not whole. The file
+  // is read at offsets of the window's own (pread), from `from`; without `doc` nothing is kept
+  // (the second thread's window, below). A file of `size` bytes that fits in less is given
+  // room for itself and the padding, in small pages.
+  Window(int fd, std::vector<char>* doc, std::size_t size, std::size_t from = 0)
+      : fd_(fd), doc_(doc), readTo_(from) {
+    const std::size_t left = size > from ? size - from : 0;
+    const std::size_t page = 4096;
+    if (left + kAhead + kPad < kSize) {
+      size_ = (left + kAhead + kPad + page - 1) / page * page;
+      void* m = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+      if (m == MAP_FAILED) throw std::bad_alloc();
+      buf_ = static_cast<char*>(m);
+    } else {
+      buf_ = hugePage();
+    }
+    p = copyFrom_ = end_ = buf_;
+    copying_ = doc_ != nullptr;
     fill();
   }
+  Window(const Window&) = delete;
+  Window& operator=(const Window&) = delete;
+  ~Window() { ::munmap(buf_, size_); }
 
   char* p;
 
@@ -305,12 +417,26 @@ class Window {
     if (eof_ || static_cast<std::size_t>(end_ - p) >= kAhead) return;
     if (copying_) copyTo(p);
     const std::size_t left = static_cast<std::size_t>(end_ - p);
-    std::memmove(buf_.data(), p, left);
-    p = copyFrom_ = buf_.data();
+    std::memmove(buf_, p, left);
+    p = copyFrom_ = buf_;
     end_ = p + left;
     fill();
   }
   bool atEnd() const { return eof_ && p == end_; }
+  // Where `at`, in view, is in the file.
+  std::size_t offsetOf(const char* at) const {
+    return readTo_ - static_cast<std::size_t>(end_ - at);
+  }
+  // The end of the text in view, which zero bytes follow.
+  const char* viewEnd() const { return end_; }
+  // Moves the view to `offset` of the file, past text another reader took; only while the
+  // text is not being kept (between pause() and resume()).
+  void seek(std::size_t offset) {
+    p = copyFrom_ = end_ = buf_;
+    readTo_ = offset;
+    eof_ = false;
+    fill();
+  }
   // The text up to `at` goes to the document; the text after it, until resume(), does not.
   void pause(char* at) {
     copyTo(at);
@@ -321,18 +447,31 @@ class Window {
     copying_ = true;
   }
   void finish() { copyTo(p); }
-  std::size_t docSize() const { return doc_.size(); }
+  std::size_t docSize() const { return doc_->size(); }
   bool failed() const { return failed_; }
 
  private:
   void copyTo(char* at) {
-    if (at > copyFrom_) doc_.insert(doc_.end(), copyFrom_, at);
+    if (doc_ && at > copyFrom_) doc_->insert(doc_->end(), copyFrom_, at);
     copyFrom_ = at;
   }
+  static char* hugePage() {
+    void* m = ::mmap(nullptr, 2 * kSize, PROT_READ | PROT_WRITE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (m == MAP_FAILED) throw std::bad_alloc();
+    char* const at = static_cast<char*>(m);
+    char* const aligned = reinterpret_cast<char*>(
+        (reinterpret_cast<std::uintptr_t>(at) + kSize - 1) & ~std::uintptr_t(kSize - 1));
+    if (aligned > at) ::munmap(at, static_cast<std::size_t>(aligned - at));
+    ::munmap(aligned + kSize, static_cast<std::size_t>(at + 2 * kSize - aligned - kSize));
+    ::madvise(aligned, kSize, MADV_HUGEPAGE);
+    return aligned;
+  }
   void fill() {
-    char* const limit = buf_.data() + buf_.size() - kPad;
+    char* const limit = buf_ + size_ - kPad;
     while (end_ < limit) {
-      const ssize_t n = ::read(fd_, end_, static_cast<std::size_t>(limit - end_));
+      const ssize_t n =
+          ::pread(fd_, end_, static_cast<std::size_t>(limit - end_), static_cast<off_t>(readTo_));
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) failed_ = true;
       if (n <= 0) {
@@ -340,19 +479,24 @@ class Window {
         break;
       }
       end_ += n;
+      readTo_ += static_cast<std::size_t>(n);
     }
     std::memset(end_, 0, kPad);
   }
 
   int fd_;
-  std::vector<char>& doc_;
-  std::vector<char> buf_;
+  std::vector<char>* doc_;
+  char* buf_;
+  std::size_t size_ = kSize;
+  std::size_t readTo_;  // the file's offset of end_
   char* copyFrom_;
   char* end_;
   bool eof_ = false;
   bool copying_ = true;
   bool failed_ = false;
 };
+
+class Ahead;
 
 template <class Fam>
 class RouteScan {
@@ -362,7 +506,11 @@ class RouteScan {
   // route to it, which indexAppended() then checks.
   explicit RouteScan(const char* at, Table* table = nullptr) : p_(at), table_(table) {}
   // Reads from the window, from its place.
-  explicit RouteScan(Window& w) : p_(w.p), table_(nullptr), window_(&w) {}
+  // Reads from the window, from its place. With `ahead`, the second thread's reading of the
+  // file's later part is taken where it starts (takeAhead()); with `stop`, the scan gives up
+  // once that is set.
+  RouteScan(Window& w, Ahead* ahead, const std::atomic<bool>* stop = nullptr)
+      : p_(w.p), table_(nullptr), window_(&w), ahead_(ahead), stop_(stop) {}
 
   // Reads the array at the start; false when something is not proven valid. On success,
   // end() is just past the closing bracket.
@@ -371,8 +519,18 @@ class RouteScan {
     ++p_;
     space();
     if (*p_ == ']') return finishArray();
+    return elements();
+  }
+  // Reads the array's elements from the route at the start up to its closing bracket.
+  bool elements() {
     for (;;) {
-      if (window_) ahead();
+      if (window_) {
+        ahead();
+        if (ahead_ && window_->offsetOf(p_) >= watch_) {
+          if (const int took = takeAhead()) return took > 0 && finishArray();
+        }
+        if (stop_ && (count_ & 1023) == 0 && stop_->load(std::memory_order_relaxed)) return false;
+      }
       if (!route()) return false;
       space();
       if (*p_ == ',') {
@@ -389,8 +547,19 @@ class RouteScan {
   // Hands the place back to the window.
   char* endInWindow() const { return window_->p = const_cast<char*>(p_); }
   std::size_t count() const { return count_; }
+  // Whether the second thread read the array's end.
+  bool tookAhead() const { return tookAhead_; }
   std::uint32_t unprogrammed() const { return unprogrammed_; }
   const std::vector<typename Fam::Prefix>& kernelUnprogrammed() const { return kernel_; }
+
+  // Takes in what another scan read of the same array after this one's place: its routes,
+  // what they mark, and its prefixes, none of which may be one of this scan's.
+  bool absorb(RouteScan& other) {
+    count_ += other.count_;
+    unprogrammed_ += other.unprogrammed_;
+    kernel_.insert(kernel_.end(), other.kernel_.begin(), other.kernel_.end());
+    return seen_.absorb(other.seen_);
+  }
 
  private:
   enum Field { kPrefix, kType, kFec, kPreference, kMetric, kHw, kKernel, kNone };
@@ -403,20 +572,23 @@ class RouteScan {
     return w;
   }
 
-  // Blanks: a run of spaces (a document's indentation) found in eight bytes at a time, the
-  // other blanks one by one. The text in view is followed by at least eight zero bytes, which
-  // end the run.
+  // Blanks. Most places hold none or one; between routes a line break and its indentation.
   void space() {
-    for (;;) {
-      const std::uint64_t notSpace = eightBytes(p_) ^ 0x2020202020202020ull;
-      if (notSpace == 0) {
-        p_ += 8;
-        continue;
-      }
-      p_ += std::countr_zero(notSpace) / 8;
-      if (*p_ != '\n' && *p_ != '\r' && *p_ != '\t') return;
-      ++p_;
+    if (static_cast<unsigned char>(*p_) > ' ') return;
+    p_ = pastBlanks(p_);
+  }
+  // The colon after a key, with the blanks around it; `": "`, as nearly every table writes
+  // it, in one comparison.
+  bool colon() {
+    if (p_[0] == ':' && p_[1] == ' ' && static_cast<unsigned char>(p_[2]) > ' ') {
+      p_ += 2;
+      return true;
     }
+    space();
+    if (*p_ != ':') return false;
+    ++p_;
+    space();
+    return true;
   }
   // Whether the text at p_ starts with `word` (a literal), compared as a few words at once.
   template <std::size_t N>
@@ -703,10 +875,7 @@ class RouteScan {
       const Field key = field();
       if (key == kNone || (seen & (1u << key))) return false;
       seen |= 1u << key;
-      space();
-      if (*p_ != ':') return false;
-      ++p_;
-      space();
+      if (!colon()) return false;
       std::string_view text;
       std::uint64_t n;
       switch (key) {
@@ -757,6 +926,10 @@ class RouteScan {
         case kNone:
           return false;
       }
+      if (p_[0] == ',' && p_[1] == ' ' && p_[2] == '"') {  // the next key, as usually written
+        p_ += 2;
+        continue;
+      }
       space();
       if (*p_ == ',') {
         ++p_;
@@ -789,9 +962,18 @@ class RouteScan {
     return seen_.finish();
   }
 
+  // Whether the second thread read the rest of this array from here: then it is taken in
+  // and the view moved to the closing bracket (1), or it holds a prefix this scan read
+  // before (-1); 0 when there is nothing to take (defined below Ahead).
+  int takeAhead();
+
   const char* p_;
   Table* table_;
   Window* window_ = nullptr;
+  Ahead* ahead_ = nullptr;
+  const std::atomic<bool>* stop_ = nullptr;
+  std::size_t watch_ = 0;  // where to ask the second thread next
+  bool tookAhead_ = false;
   std::size_t count_ = 0;
   SeenPrefixes<Fam> seen_;
   std::uint32_t unprogrammed_ = 0;
@@ -806,6 +988,253 @@ class RouteScan {
   std::array<RecentType, 4> recentTypes_{};
   unsigned nextRecentType_ = 0;
 };
+
+// A second thread for a large file read through the window: it reads the file's later part
+// while the first reads the earlier, and the first takes what it read when it gets there.
+//
+// It starts at a place past the middle of the file, guesses where a route begins (an opening
+// brace and `"prefix"` after a comma), and scans from there as the rest of a route array up
+// to its closing bracket, then looks a little way on for the next route array (`"routes": [`)
+// and scans that too. Nothing it finds is trusted: a guess may land in a string, in another
+// array or section, or in a family the command builds. The first thread takes a part only
+// when its own scan, walking the document's structure, arrives at a route of an array of the
+// same family at exactly the offset where the part starts: from there both would read the
+// same text by the same rules, so the part's routes, what they mark and its prefixes (none of
+// which may be one of the array's earlier ones) are what the first thread would have read.
+// Any other outcome (a part passed by, a part not proven, a guess of the wrong family) and the
+// first thread reads on by itself; the second stops. Every refusal still comes from the
+// whole reading, never from either scan.
+class Ahead {
+ public:
+  // A file this large or larger is read on two threads (when the process may use two
+  // processors): below it, starting a thread costs more than it saves.
+  static constexpr std::size_t kFrom = std::size_t(8) << 20;
+  // How far past a part's end the next array's start is looked for.
+  static constexpr std::size_t kLookFor = std::size_t(1) << 20;
+
+  struct Part {
+    std::size_t start = 0;  // the file's offset of the route's opening brace it starts at
+    bool v6 = false;
+    bool done = false;
+    bool ok = false;
+    std::size_t end = 0;  // just past the array's closing bracket
+    std::unique_ptr<RouteScan<V4>> scan4;
+    std::unique_ptr<RouteScan<V6>> scan6;
+  };
+
+  Ahead(int fd, std::size_t size, std::size_t from, Sections sections)
+      : fd_(fd), size_(size), from_(from), sections_(sections) {
+    frontier_ = from;
+    try {
+      thread_ = std::thread([this] { run(); });
+      watch_.store(from);
+    } catch (const std::system_error&) {  // no thread to be had: the first reads alone
+      searching_ = false;
+    }
+  }
+  Ahead(const Ahead&) = delete;
+  Ahead& operator=(const Ahead&) = delete;
+  ~Ahead() {
+    stop_.store(true);
+    if (thread_.joinable()) thread_.join();
+  }
+
+  // The first offset where the first thread must ask take().
+  std::size_t watch() const { return watch_.load(std::memory_order_acquire); }
+
+  // At a route's opening brace at `offset`, in an array of the given family, at the array's
+  // top level: the part that starts there, once read and proven, or null.
+  Part* take(std::size_t offset, bool v6) {
+    std::unique_lock lock(m_);
+    cv_.wait(lock, [&] { return !searching_ || frontier_ > offset; });
+    Part* taken = nullptr;
+    if (next_ < parts_.size() && parts_[next_].start <= offset) {
+      Part& part = parts_[next_++];
+      if (part.start == offset && part.v6 == v6) {
+        cv_.wait(lock, [&] { return part.done; });
+        if (part.ok) taken = &part;
+      }
+      if (!taken) giveUp();  // passed by, or not proven: the first thread reads on alone
+    }
+    updateWatch();
+    return taken;
+  }
+
+ private:
+  void giveUp() {
+    gaveUp_ = true;
+    stop_.store(true);
+  }
+  // Under the lock.
+  void updateWatch() {
+    std::size_t w = SIZE_MAX;
+    if (gaveUp_) {
+    } else if (next_ < parts_.size()) {
+      w = parts_[next_].start;
+    } else if (searching_) {
+      w = frontier_;
+    }
+    watch_.store(w, std::memory_order_release);
+  }
+
+  void run() {
+    try {
+      Window w(fd_, nullptr, size_, from_);
+      bool first = true;
+      while (!stop_.load()) {
+        char* at = first ? find(w, R"({"prefix")", kLookFor, true)
+                         : find(w, R"("routes")", kLookFor, false);
+        first = false;
+        if (!at) break;
+        w.p = at;
+        const bool v6 = looksV6(at);
+        if (v6 ? sections_.ipv6Routes : sections_.ipv4Routes) break;  // a table the command builds
+        Part* part;
+        {
+          std::lock_guard lock(m_);
+          parts_.emplace_back();
+          part = &parts_.back();
+          part->start = w.offsetOf(at);
+          part->v6 = v6;
+          searching_ = false;
+          updateWatch();
+        }
+        cv_.notify_all();
+        const bool ok = v6 ? scan<V6>(w, *part) : scan<V4>(w, *part);
+        {
+          std::lock_guard lock(m_);
+          part->done = true;
+          part->ok = ok;
+          if (ok) {
+            searching_ = true;
+            frontier_ = part->end;
+          }
+          updateWatch();
+        }
+        cv_.notify_all();
+        if (!ok) break;
+      }
+    } catch (...) {  // memory: the first thread reads on alone
+    }
+    {
+      std::lock_guard lock(m_);
+      searching_ = false;
+      for (Part& part : parts_)
+        part.done = true;  // one left half read is not ok
+      updateWatch();
+    }
+    cv_.notify_all();
+  }
+
+  template <class Fam>
+  bool scan(Window& w, Part& part) {
+    auto s = std::make_unique<RouteScan<Fam>>(w, nullptr, &stop_);
+    const bool ok = s->elements();
+    if (ok) {
+      part.end = w.offsetOf(s->end());
+      w.p = const_cast<char*>(s->end());
+    }
+    if constexpr (std::is_same_v<Fam, V4>) {
+      part.scan4 = std::move(s);
+    } else {
+      part.scan6 = std::move(s);
+    }
+    return ok;
+  }
+
+  // Whether the prefix string after `{"prefix"` holds a colon: an IPv6 one.
+  static bool looksV6(const char* at) {
+    const char* q = at + 9;
+    while (*q == ' ' || *q == ':')
+      ++q;
+    if (*q++ != '"') return false;
+    for (int n = 0; n < 64 && *q != '"' && *q != 0; ++n, ++q) {
+      if (*q == ':') return true;
+    }
+    return false;
+  }
+
+  // The next place within `limit` bytes of the window's place where `word` starts, as a route
+  // would: for a route, after a comma and blanks; for an array, followed by a colon, an
+  // opening bracket and an opening brace (the place returned), blanks between. Null when
+  // there is none, or the search was stopped.
+  static char* find(Window& w, std::string_view word, std::size_t limit, bool route) {
+    std::size_t searched = 0;
+    while (searched < limit) {
+      w.ensure();
+      char* from = w.p;
+      const char* end = w.viewEnd();
+      if (static_cast<std::size_t>(end - from) < word.size() + 8) return nullptr;
+      const char* stop = end - 8;  // room for what follows the word
+      const void* hit =
+          ::memmem(from, static_cast<std::size_t>(stop - from), word.data(), word.size());
+      if (!hit) {
+        const auto moved = static_cast<std::size_t>(stop - from) - word.size() + 1;
+        searched += moved;
+        w.p = from + moved;
+        continue;
+      }
+      char* h = static_cast<char*>(const_cast<void*>(hit));
+      searched += static_cast<std::size_t>(h - from) + 1;
+      w.p = h + 1;
+      if (route) {
+        const char* b = h;
+        while (b > from && (b[-1] == ' ' || b[-1] == '\n' || b[-1] == '\r' || b[-1] == '\t'))
+          --b;
+        if (b > from && b[-1] == ',') return h;
+        continue;
+      }
+      char* q = h + word.size();
+      const auto blanks = [&] {
+        while (q < end && (*q == ' ' || *q == '\n' || *q == '\r' || *q == '\t'))
+          ++q;
+      };
+      blanks();
+      if (q >= end || *q++ != ':') continue;
+      blanks();
+      if (q >= end || *q++ != '[') continue;
+      blanks();
+      if (q < end && *q == '{') return q;
+    }
+    return nullptr;
+  }
+
+  int fd_;
+  std::size_t size_;
+  std::size_t from_;
+  Sections sections_;
+  std::thread thread_;
+  std::atomic<bool> stop_{false};
+  std::atomic<std::size_t> watch_{SIZE_MAX};
+  std::mutex m_;
+  std::condition_variable cv_;
+  std::deque<Part> parts_;
+  std::size_t next_ = 0;   // the first part not yet taken or passed by
+  bool searching_ = true;  // looking for a part's start, from frontier_ on
+  std::size_t frontier_ = 0;
+  bool gaveUp_ = false;
+};
+
+template <class Fam>
+int RouteScan<Fam>::takeAhead() {
+  const std::size_t at = window_->offsetOf(p_);
+  Ahead::Part* part = ahead_->take(at, std::is_same_v<Fam, V6>);
+  watch_ = ahead_->watch();
+  if (!part) return 0;
+  RouteScan& rest = [&]() -> RouteScan& {
+    if constexpr (std::is_same_v<Fam, V4>) {
+      return *part->scan4;
+    } else {
+      return *part->scan6;
+    }
+  }();
+  // A prefix in both parts: the array is not proven, and the whole reading says where.
+  if (!absorb(rest)) return -1;
+  tookAhead_ = true;
+  window_->seek(part->end - 1);
+  p_ = window_->p;  // the closing bracket
+  return 1;
+}
 
 // How many routes the array at `at` holds if the scan proves it: its objects' opening braces
 // before the first closing bracket, which no route the scan takes holds. Counted ahead, so that
@@ -858,8 +1287,8 @@ class RouteFinder {
   }
 
   void space() {
-    while (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')
-      ++p_;
+    if (static_cast<unsigned char>(*p_) > ' ') return;
+    p_ = const_cast<char*>(pastBlanks(p_));
   }
 
   // An object whose values `member(key)` walks; a key with an escape is not compared.
@@ -912,10 +1341,12 @@ class RouteFinder {
 
   bool string() {
     if (*p_ != '"') return false;
-    for (++p_;; ++p_) {
+    for (++p_;;) {
+      p_ = const_cast<char*>(quoteOrEscape(p_));
       if (*p_ == '"') break;
-      if (*p_ == '\\') ++p_;
-      if (*p_ == 0) return false;  // the padding: a string left open
+      if (*p_ == 0) return false;    // the padding: a string left open
+      if (*++p_ == 0) return false;  // a backslash, and the byte it keeps
+      ++p_;
     }
     ++p_;
     return true;
@@ -1027,17 +1458,20 @@ namespace {
 struct NotProven {};
 }  // namespace
 
-bool Loader::stripRoutes(int fd, std::vector<char>& doc) {
-  Window window(fd, doc);
+bool Loader::stripRoutes(int fd, std::vector<char>& doc, std::size_t size, std::size_t splitAt) {
+  Window window(fd, &doc, size);
+  std::unique_ptr<Ahead> ahead;
+  if (splitAt > 0) ahead = std::make_unique<Ahead>(fd, size, splitAt, sections_);
   auto found = [&](bool v6, char* at) -> char* {
     if (v6 ? sections_.ipv6Routes : sections_.ipv4Routes) return nullptr;  // for scanRoutes
     const auto strip = [&]<class Fam>(Fam) -> char* {
       window.pause(at + 1);  // the opening bracket stays
       const std::size_t docAt = window.docSize() - 1;
-      RouteScan<Fam> check(window);
+      RouteScan<Fam> check(window, ahead.get());
       if (!check.run()) throw NotProven();
       char* end = check.endInWindow();
       window.resume(end - 1);  // and so does the closing one
+      takenAhead_ += check.tookAhead();
       ScannedRoutes result;
       result.unprogrammed = check.unprogrammed();
       for (const auto& prefix : check.kernelUnprogrammed())
@@ -1076,3 +1510,12 @@ template void Loader::checkRoutes<V4>(od::value&, VrfState&);
 template void Loader::checkRoutes<V6>(od::value&, VrfState&);
 
 }  // namespace Snapshot::loader
+
+namespace Snapshot {
+std::size_t detail::splitPlace(std::size_t size, Sections sections) {
+  if (size < loader::Ahead::kFrom || sections.isAll()) return 0;
+  cpu_set_t cpus;
+  if (::sched_getaffinity(0, sizeof cpus, &cpus) != 0 || CPU_COUNT(&cpus) < 2) return 0;
+  return sections.ipv4Routes || sections.ipv6Routes ? size / 5 * 2 : size / 2;
+}
+}  // namespace Snapshot

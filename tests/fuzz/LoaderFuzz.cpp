@@ -8,9 +8,10 @@
 // - written in the form of the document it came from, the state gives that document back.
 // The round-trip target goes further: the reloaded state must list the same.
 // - loaded with the route arrays read from the text before the parser, whole or without a
-//   family's tables, and through the window a settled file is read by, a document is refused
-//   exactly when the loader reading every route itself refuses it, with the same message: the
-//   tables left out are checked, not trusted.
+//   family's tables, and through the window a settled file is read by (on one thread, and on
+//   two, the second started part way in), a document is refused exactly when the loader
+//   reading every route itself refuses it, with the same message: the tables left out are
+//   checked, not trusted.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -70,17 +71,21 @@ void checkSectionsLeftOut(fuzz::ScriptRunner& runner, std::string_view text,
                    whole + "\n" + fromText);
     }
     MemoryFile file(text);
-    const std::string fromWindow = outcome(
-        runner, text,
-        [&] {
-          return Snapshot::detail::loadStripped(file.fd, text.size(), s, [] { return true; });
-        },
-        whole);
-    if (fromWindow != whole) {
-      runner.fault(
-          "read through the window without a family's tables, the document is refused "
-          "otherwise",
-          text, whole + "\n" + fromWindow);
+    // On one thread, and on two with the second started a third and a half of the way in.
+    for (const std::size_t splitAt : {std::size_t(0), text.size() / 3, text.size() / 2}) {
+      const std::string fromWindow = outcome(
+          runner, text,
+          [&] {
+            return Snapshot::detail::loadStripped(
+                file.fd, text.size(), s, [] { return true; }, splitAt);
+          },
+          whole);
+      if (fromWindow != whole) {
+        runner.fault(
+            "read through the window without a family's tables, the document is refused "
+            "otherwise",
+            text, whole + "\n" + fromWindow + "\nsecond thread from " + std::to_string(splitAt));
+      }
     }
   }
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -296,7 +297,7 @@ TEST(LoadSections, ASettledFileIsCheckedAWindowAtATimeAndRefusedAsTheWholeLoadRe
     const int fd = ::open(paths[kChanges.size()].c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_GE(fd, 0);
     std::vector<char> doc;
-    EXPECT_TRUE(loader.stripRoutes(fd, doc));
+    EXPECT_TRUE(loader.stripRoutes(fd, doc, large.size()));
     ::close(fd);
     EXPECT_LT(doc.size(), large.size() / 2);
     EXPECT_NE(std::string(doc.begin(), doc.end()).find("2001:db8:9c3f::/48"), std::string::npos);
@@ -345,6 +346,119 @@ TEST(LoadSections, ATableLeftOutIsEmptyAndItsRoutesStillMarkWhatIsNotProgrammed)
     EXPECT_EQ(layout::find(*whole, layout::kernelUnprogrammed6, "default")->size(), 1u);
     // The FECs are built either way.
     EXPECT_EQ(layout::find(*partial, layout::fibFec, "default")->size(), 1u);
+  }
+}
+
+// The text in memory that reads as a file, for the window's reading (nothing on disk).
+struct MemoryFile {
+  explicit MemoryFile(const std::string& text)
+      : fd(::memfd_create("rova-test-state", MFD_CLOEXEC)) {
+    for (std::size_t at = 0; fd >= 0 && at < text.size();) {
+      const ssize_t n = ::write(fd, text.data() + at, text.size() - at);
+      if (n <= 0) break;
+      at += static_cast<std::size_t>(n);
+    }
+  }
+  ~MemoryFile() { ::close(fd); }
+  int fd;
+};
+
+// What a load without a family's tables keeps of the routes, per VRF: the tables' sizes and
+// what the routes mark.
+std::string kept(const Statum::EntityManager& em) {
+  std::string out;
+  for (const char* vrf : {"default", "red", "mgmt", "blue"}) {
+    const auto v4 = layout::find(em, layout::fibRoute, vrf);
+    if (!v4) continue;
+    const auto hw = layout::find(em, layout::hwVrfStatus, vrf);
+    out += std::string(vrf) + " " + std::to_string(v4->size()) + " " +
+           std::to_string(layout::find(em, layout::fib6Route, vrf)->size()) + " " +
+           std::to_string(hw->unprogrammedRouteCount()) + " " +
+           std::to_string(hw->unprogrammedRoute6Count());
+    for (const auto& e : {layout::kernelUnprogrammed, layout::kernelUnprogrammed6}) {
+      for (const auto& entry : *layout::find(em, e, vrf))
+        out += " " + entry.prefix.stringValue();
+    }
+    out += "\n";
+  }
+  return out;
+}
+
+// A large file is read on two threads, the second from half way: it guesses where a route
+// starts and reads on from there, and the first takes what it read only when its own walk
+// arrives at that very place in an array of that family. Started anywhere (in a string, a
+// key, a number, another section, between arrays, past the end), the load is what one thread
+// gives: the same tables and marks for a good document, and for a bad one never a load (the
+// whole reading then refuses it with its own message). A part is taken wherever the second
+// thread starts inside a table left out, so the taking is what these cases test.
+TEST(LoadSections, ASecondThreadStartedAnywhereLoadsWhatOneThreadLoads) {
+  std::string v4 = kV4, v6 = kV6;
+  for (int i = 0; i < 6; ++i) {
+    v4 += R"(, {"prefix": "10.)" + std::to_string(20 + i) +
+          R"(.0.0/16", "type": "eBgp", "fec": "3"})";
+    v6 += R"(, {"prefix": "2001:db8:)" + std::to_string(20 + i) + R"(::/48", "type": "bgp"})";
+  }
+  const std::string good = document(v4, v6);
+  // An error in the last route of each family, and a prefix in the first route given again in
+  // the last, so that only a scan of both parts meets both.
+  std::vector<std::string> bad = {
+      document(v4 + R"(, {"prefix": "10.30.0.1/16", "type": "eBgp"})", v6),
+      document(v4, v6 + R"(, {"prefix": "2001:db8::/32", "type": "bgp"})"),
+      document(v4 + R"(, {"prefix": "10.1.0.0/16", "type": "iBgp"})", v6),
+      document(v4 + R"(, {"prefix": "10.31.0.0/16", "type": "eBgp", "metric": 1.5})", v6),
+      document(v4, v6 + R"(, {"prefix": "2001:db8:40::/48", "type": "bgp", "x": 1})"),
+  };
+  const std::string example(Snapshot::embeddedExample());
+  struct Case {
+    std::string text;
+    std::size_t step;
+  };
+  std::vector<Case> cases = {{good, 4}, {example, 127}};
+  for (const std::string& text : bad)
+    cases.push_back({text, 29});
+  for (const Case& c : cases) {
+    const std::string whole = refusal(unscanned(c.text), Sections::all());
+    ASSERT_EQ(whole == "loaded", c.text == good || c.text == example) << whole;
+    MemoryFile file(c.text);
+    ASSERT_GE(file.fd, 0);
+    for (const Sections s : kChoices) {
+      if (s.isAll()) continue;
+      // What the tables keep; empty when the window sends the file to the whole reading (a
+      // table it did not prove), or the message when the rest of the document is refused.
+      const auto outcome = [&](std::size_t at) -> std::string {
+        try {
+          const auto em = Snapshot::detail::loadStripped(
+              file.fd, c.text.size(), s, [] { return true; }, at);
+          return em ? kept(*em) : "";
+        } catch (const Snapshot::LoadError& e) {
+          return e.what();
+        }
+      };
+      const std::string alone = outcome(0);
+      if (whole == "loaded") {
+        EXPECT_FALSE(alone.empty());
+      } else {
+        EXPECT_TRUE(alone.empty() || alone == whole) << alone;
+      }
+      std::size_t taken = 0, tried = 0;
+      for (std::size_t at = 1; at <= c.text.size() + 2; at += c.step) {
+        EXPECT_EQ(outcome(at), alone)
+            << "from " << at << " ipv4 " << s.ipv4Routes << " in " << c.text.substr(0, 60);
+        if (c.text == good && !s.ipv4Routes && !s.ipv6Routes) {
+          Snapshot::loader::Loader loader;
+          loader.sectionsIs(s);
+          std::vector<char> doc;
+          EXPECT_TRUE(loader.stripRoutes(file.fd, doc, c.text.size(), at));
+          taken += loader.takenAhead() > 0;
+          ++tried;
+        }
+      }
+      // Started nearly anywhere in the routes of either family, a part is taken (not in the
+      // last route of the last array, nor where the route found next is not after a comma).
+      if (tried > 0) {
+        EXPECT_GT(4 * taken * c.step, 3 * (v4.size() + v6.size())) << taken << " of " << tried;
+      }
+    }
   }
 }
 
