@@ -169,6 +169,7 @@ bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
   line.metric = route.metric;
   line.drop = route.routeType == Family::RouteType::dropRoute;
   line.entries = facts.entries;
+  line.viaBlock = &facts.viaBlock;
 
   if (Brine::Fib::isNexthopGroupFec(route.fecId)) {
     const std::uint64_t id = Brine::Fib::nexthopGroupIdFromFec(route.fecId);

@@ -98,6 +98,7 @@ class RouteListing {
     bool evpn = false;      // a via into an EVPN tunnel: the route is never connected
     std::int32_t entries = 0;
     const Mox::String8* hoplessIntf = nullptr;  // a first via's interface, with no next hop
+    ViaBlockRef viaBlock;                       // where the page keeps its via block
   };
   FecRow& fecRow(Brine::Fib::FecId fecId) const;
 
