@@ -136,7 +136,11 @@ typename RouteListing<Sorter>::FecRow& RouteListing<Sorter>::fecRow(Brine::Fib::
 
 template <class Sorter>
 bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
-  FecRow& facts = fecRow(route.fecId);
+  return rowOf(route, row, fecRow(route.fecId));
+}
+
+template <class Sorter>
+bool RouteListing<Sorter>::rowOf(const Route& route, Row& row, FecRow& facts) const {
   if (!sorter::isPrintable(route, facts.printable) || !protocolMatch(route, s_.protocol()))
     return false;
   // The IPv6 interface filter narrows the page's count line, not the rows: every selected

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -83,6 +84,12 @@ class VectorMap {
     changes_.bump();
   }
   bool byReference() const { return refs_ != nullptr; }
+  // Held by reference: the words of the entries, in key order, for a reader that turns them
+  // into entries itself; valid until the map changes. Empty otherwise.
+  std::span<const std::uint64_t> referenceWords() const {
+    if (!refs_) return {};
+    return std::span<const std::uint64_t>(refs_->words).subspan(skipped_);
+  }
 
   // Calls fn(entry) for each entry in key order; a map held by reference reads each entry as
   // it goes, and leaves out those that are gone.

@@ -361,6 +361,7 @@ void keepInOrder(Sorter& s, std::vector<std::uint64_t> order) {
   refs.prefetch = [table](std::uint64_t word) { table->prefetchAt(word & kPlaceMask); };
   refs.keyOf = [](std::uint64_t word) { return prefixOfKey<Prefix>(word >> kPlaceBits); };
   s.sortedRouteMutable().referencesIs(std::move(refs));
+  s.stats().filteredAsRead = true;
 }
 
 template <class Sorter>
