@@ -2,6 +2,7 @@
 // forwarding takes (dropped, connected, vias, or a nexthop group or SR-TE policy).
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <cstring>
 
@@ -195,6 +196,39 @@ void printConnectedLayout(const RouteLine& line, rendr::Printer& p, RouteAttrs& 
   p.addFrills("\n");
 }
 
+// A route line's head in text: the marks, the code and the blanks to column 8, the prefix,
+// and for a route with vias " [preference/metric] ", as the printer's templates write them
+// (" [%d/%u] "). Longer pieces than a line can hold are cut, never written past the buffer.
+class RouteHead {
+ public:
+  void append(std::string_view text) {
+    const std::size_t n = std::min(text.size(), sizeof buf_ - len_);
+    std::memcpy(buf_ + len_, text.data(), n);
+    len_ += n;
+  }
+  void blanks(std::size_t n) {
+    n = std::min(n, sizeof buf_ - len_);
+    std::memset(buf_ + len_, ' ', n);
+    len_ += n;
+  }
+  void preferenceAndMetric(int preference, std::uint32_t metric) {
+    char pref[16];
+    char met[16];
+    const char* prefEnd = std::to_chars(pref, pref + sizeof pref, preference).ptr;
+    const char* metEnd = std::to_chars(met, met + sizeof met, metric).ptr;
+    append(" [");
+    append(std::string_view(pref, static_cast<std::size_t>(prefEnd - pref)));
+    append("/");
+    append(std::string_view(met, static_cast<std::size_t>(metEnd - met)));
+    append("] ");
+  }
+  std::string_view text() const { return {buf_, len_}; }
+
+ private:
+  char buf_[160];
+  std::size_t len_ = 0;
+};
+
 // " [preference/metric]", with the blank that leads to the first via when there is one. The
 // templates are the same on every line, so they are read once.
 void printPreferenceAndMetric(const RouteLine& line, bool vias, rendr::Printer& p, RouteAttrs& a) {
@@ -206,21 +240,31 @@ void printPreferenceAndMetric(const RouteLine& line, bool vias, rendr::Printer& 
 }
 
 // A route through the FEC's entries, one via per line after the first.
+// In text, the line's head (RouteHead) already carries " [preference/metric] ".
 void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFec& fec,
                     rendr::Printer& p, RouteAttrs& a) {
-  a.directlyConnected.setValue(false);
-  a.routeAction.setValue(std::string_view("forward"));
-  p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
-  printPreferenceAndMetric(line, true, p, a);
+  if (p.format() != rendr::kFormatText) {
+    a.directlyConnected.setValue(false);
+    a.routeAction.setValue(std::string_view("forward"));
+    p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
+    printPreferenceAndMetric(line, true, p, a);
+  }
   // The vias after the first line up under it: column 8, the address and length, and the
   // " [preference/metric] " that the first line carries.
   const std::size_t indentLen = 8 + prefixLen + 2 +
                                 decimalDigits(std::uint64_t(std::max(line.preference, 0))) +
                                 (line.preference < 0 ? 1 : 0) + 1 + decimalDigits(line.metric) + 2;
   const std::size_t indentChars = std::min(indentLen, kMaxIndent);
-  if (const auto block = a.viaBlocks.find(&fec)) {
-    p.replayHanging(block->bytes, block->shape, indentChars);
+  if (line.viaBlock && line.viaBlock->known) {
+    const auto block = a.viaBlocks.block(*line.viaBlock);
+    p.replayHanging(block.bytes, block.shape, indentChars);
     return;
+  }
+  if (!line.viaBlock) {
+    if (const auto block = a.viaBlocks.find(&fec)) {
+      p.replayHanging(block->bytes, block->shape, indentChars);
+      return;
+    }
   }
   const char* indent = blanks(indentLen);
   char newline[kMaxIndent + 2];
@@ -237,8 +281,10 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   p.endList();
   p.addFrills("\n");
   rendr::Printer::RecordedShape shape;
-  if (const auto bytes = p.finishHangingRecording(recording, shape, indentChars))
-    a.viaBlocks.add(&fec, *bytes, shape);
+  if (const auto bytes = p.finishHangingRecording(recording, shape, indentChars)) {
+    const auto ref = a.viaBlocks.add(&fec, *bytes, shape);
+    if (ref && line.viaBlock) *line.viaBlock = *ref;
+  }
 }
 
 // No vias of its own: a nexthop group or an SR-TE policy forwards it. Such an entry says
@@ -279,21 +325,34 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
   // The marks and the code, then blanks to column 8, where the prefix always starts (codes
   // are one to four characters). The templates are the same on every line, so they are read
   // once.
-  static const rendr::Template codes[] = {
-      rendr::Template("%s%s%s      "), rendr::Template("%s%s%s     "),
-      rendr::Template("%s%s%s    "),   rendr::Template("%s%s%s   "),
-      rendr::Template("%s%s%s  "),     rendr::Template("%s%s%s "),
-      rendr::Template("%s%s%s")};
-  const std::size_t codeLen = a.routeType.text().size();
-  p.addAttributes(codes[std::min<std::size_t>(codeLen, 6)], 3, a.hardwareProgrammed.getArg(),
-                  a.routeType.getArg(), a.kernelProgrammed.getArg());
-  p.addText(line.prefix);
+  const bool viaLayout = !line.drop && !line.connected && line.entries > 0;
+  if (p.format() == rendr::kFormatText) {
+    // The same bytes as the templates below would write, put together here and handed to the
+    // printer in one call: this line is written a million times in a whole-table listing.
+    RouteHead head;
+    head.append(a.hardwareProgrammed.text());
+    head.append(a.routeType.text());
+    head.append(a.kernelProgrammed.text());
+    head.blanks(6 - std::min<std::size_t>(a.routeType.text().size(), 6));
+    head.append(line.prefix);
+    if (viaLayout) head.preferenceAndMetric(line.preference, line.metric);
+    p.addText(head.text());
+  } else {
+    static const rendr::Template codes[] = {
+        rendr::Template("%s%s%s      "), rendr::Template("%s%s%s     "),
+        rendr::Template("%s%s%s    "),   rendr::Template("%s%s%s   "),
+        rendr::Template("%s%s%s  "),     rendr::Template("%s%s%s "),
+        rendr::Template("%s%s%s")};
+    const std::size_t codeLen = a.routeType.text().size();
+    p.addAttributes(codes[std::min<std::size_t>(codeLen, 6)], 3, a.hardwareProgrammed.getArg(),
+                    a.routeType.getArg(), a.kernelProgrammed.getArg());
+  }
 
   if (line.drop) {
     printDropLayout(p, a);
   } else if (line.connected) {
     printConnectedLayout(line, p, a);
-  } else if (line.entries > 0) {
+  } else if (viaLayout) {
     printViaLayout(line, prefixLen, fec, p, a);
   } else {
     printGroupOrPolicyLayout(line, p, a);
@@ -344,10 +403,10 @@ void ViaBlockCache::insert(const Slot& slot) {
   }
 }
 
-void ViaBlockCache::add(const CachedFec* fec, std::string_view bytes,
-                        rendr::Printer::RecordedShape shape) {
+std::optional<ViaBlockRef> ViaBlockCache::add(const CachedFec* fec, std::string_view bytes,
+                                              rendr::Printer::RecordedShape shape) {
   // The slots keep 32-bit places: a listing that would need more keeps printing its blocks.
-  if (bytes_.size() + bytes.size() > UINT32_MAX) return;
+  if (bytes_.size() + bytes.size() > UINT32_MAX) return {};
   if (2 * (used_ + 1) > slots_.size()) {
     std::vector<Slot> old(std::max<std::size_t>(64, 2 * slots_.size()));
     old.swap(slots_);
@@ -355,10 +414,12 @@ void ViaBlockCache::add(const CachedFec* fec, std::string_view bytes,
       if (slot.fec) insert(slot);
     }
   }
-  insert(Slot{fec, static_cast<std::uint32_t>(bytes_.size()),
-              static_cast<std::uint32_t>(bytes.size()), shape});
+  const ViaBlockRef ref{static_cast<std::uint32_t>(bytes_.size()),
+                        static_cast<std::uint32_t>(bytes.size()), shape, true};
+  insert(Slot{fec, ref.at, ref.size, shape});
   bytes_.append(bytes);
   ++used_;
+  return ref;
 }
 
 void maybeAddLabelStackToOutput(rendr::Printer& p, RouteAttrs& a, Plexa::MplsLabel label,

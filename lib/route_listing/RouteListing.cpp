@@ -136,7 +136,11 @@ typename RouteListing<Sorter>::FecRow& RouteListing<Sorter>::fecRow(Brine::Fib::
 
 template <class Sorter>
 bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
-  FecRow& facts = fecRow(route.fecId);
+  return rowOf(route, row, fecRow(route.fecId));
+}
+
+template <class Sorter>
+bool RouteListing<Sorter>::rowOf(const Route& route, Row& row, FecRow& facts) const {
   if (!sorter::isPrintable(route, facts.printable) || !protocolMatch(route, s_.protocol()))
     return false;
   // The IPv6 interface filter narrows the page's count line, not the rows: every selected
@@ -169,6 +173,7 @@ bool RouteListing<Sorter>::rowOf(const Route& route, Row& row) const {
   line.metric = route.metric;
   line.drop = route.routeType == Family::RouteType::dropRoute;
   line.entries = facts.entries;
+  line.viaBlock = &facts.viaBlock;
 
   if (Brine::Fib::isNexthopGroupFec(route.fecId)) {
     const std::uint64_t id = Brine::Fib::nexthopGroupIdFromFec(route.fecId);

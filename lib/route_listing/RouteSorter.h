@@ -127,6 +127,9 @@ struct SelectionStats {
   double creationSeconds = 0;              // time from the caller's start to the end of selection
   bool groupNamesBuilt = false;            // the nexthop-group names are read once per listing
   std::uint64_t routeTableGeneration = 0;  // the route table's writes when selection ended
+  // The selection is the order the table's writer keeps, and each route is filtered as it is
+  // read (sorter::keepInOrder), so that a listing may read and filter the words itself.
+  bool filteredAsRead = false;
 };
 
 // The operations both sorters offer, written once for the family (RouteSorter.cpp).

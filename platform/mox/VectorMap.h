@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -78,10 +79,17 @@ class VectorMap {
   void referencesIs(References refs) {
     data_.clear();
     sorted_ = 0;
+    skipped_ = 0;
     refs_ = std::make_shared<References>(std::move(refs));
     changes_.bump();
   }
   bool byReference() const { return refs_ != nullptr; }
+  // Held by reference: the words of the entries, in key order, for a reader that turns them
+  // into entries itself; valid until the map changes. Empty otherwise.
+  std::span<const std::uint64_t> referenceWords() const {
+    if (!refs_) return {};
+    return std::span<const std::uint64_t>(refs_->words).subspan(skipped_);
+  }
 
   // Calls fn(entry) for each entry in key order; a map held by reference reads each entry as
   // it goes, and leaves out those that are gone.
@@ -91,7 +99,7 @@ class VectorMap {
       const std::vector<std::uint64_t>& words = refs_->words;
       constexpr std::size_t kAhead = 8;
       Entry e;
-      for (std::size_t j = 0; j < words.size(); ++j) {
+      for (std::size_t j = skipped_; j < words.size(); ++j) {
         if (j + kAhead < words.size() && refs_->prefetch) refs_->prefetch(words[j + kAhead]);
         if (refs_->read(words[j], e)) fn(static_cast<const Entry&>(e));
       }
@@ -104,11 +112,11 @@ class VectorMap {
 
   // Held by reference, the entries gone since count until they are read.
   std::size_t size() const {
-    if (refs_) return refs_->words.size();
+    if (refs_) return refs_->words.size() - skipped_;
     normalize();
     return data_.size();
   }
-  bool empty() const { return refs_ ? refs_->words.empty() : data_.empty(); }
+  bool empty() const { return refs_ ? refs_->words.size() == skipped_ : data_.empty(); }
   bool contains(const K& k) const { return find(k) != nullptr; }
   const_iterator begin() const {
     normalize();
@@ -152,6 +160,14 @@ class VectorMap {
   bool del(const K& k) {
     if (refs_) {
       const std::size_t at = referenceOf(k);
+      if (at == skipped_) {
+        // The first entry (a listing takes the default route out first): passed over rather
+        // than moving every word after it.
+        ++skipped_;
+        changes_.bump();
+        notify(k);
+        return true;
+      }
       if (at != kNoEntry) {
         // Copies share their references until one of them changes.
         if (refs_.use_count() > 1) refs_ = std::make_shared<References>(*refs_);
@@ -213,10 +229,11 @@ class VectorMap {
   // Without keyOf, an entry found gone on the way makes the entries real (refs_ is then null).
   std::size_t referenceOf(const K& k) const {
     const std::vector<std::uint64_t>& words = refs_->words;
-    std::size_t lo = 0, hi = words.size();
+    std::size_t lo = skipped_, hi = words.size();
     if (refs_->keyOf) {
-      const auto at = std::partition_point(
-          words.begin(), words.end(), [&](std::uint64_t w) { return cmp_(refs_->keyOf(w), k); });
+      const auto at =
+          std::partition_point(words.begin() + std::ptrdiff_t(skipped_), words.end(),
+                               [&](std::uint64_t w) { return cmp_(refs_->keyOf(w), k); });
       if (at == words.end() || cmp_(k, refs_->keyOf(*at)) || !refs_->read(*at, found_))
         return kNoEntry;
       return static_cast<std::size_t>(at - words.begin());
@@ -241,11 +258,13 @@ class VectorMap {
   void materialize() const {
     const std::shared_ptr<References> refs = std::move(refs_);
     data_.clear();
-    data_.reserve(refs->words.size());
-    for (std::uint64_t w : refs->words) {
+    data_.reserve(refs->words.size() - skipped_);
+    for (std::size_t j = skipped_; j < refs->words.size(); ++j) {
+      const std::uint64_t w = refs->words[j];
       Entry e;
       if (refs->read(w, e)) data_.push_back(std::move(e));
     }
+    skipped_ = 0;
     const bool inOrder =
         std::adjacent_find(data_.begin(), data_.end(), [this](const Entry& a, const Entry& b) {
           return !cmp_(a.first, b.first);
@@ -289,7 +308,8 @@ class VectorMap {
   mutable std::vector<Entry> data_;
   mutable std::size_t sorted_ = 0;            // data_[0, sorted_) is sorted with unique keys
   mutable std::shared_ptr<References> refs_;  // set while the entries are held by reference
-  mutable Entry found_{};                     // what find() last found by reference
+  mutable std::size_t skipped_ = 0;  // the words before it are deleted entries, passed over
+  mutable Entry found_{};            // what find() last found by reference
   [[no_unique_address]] Compare cmp_;
   HookSlot<K> hook_;
   mutable ChangeCount changes_;

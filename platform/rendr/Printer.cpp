@@ -162,11 +162,41 @@ void Printer::replayHanging(std::string_view run, RecordedShape shape, std::size
   requireShape(shape);
   const char* p = run.data();
   const char* const end = p + run.size();
-  while (p < end) {
-    const auto n = static_cast<unsigned char>(*p++);
-    out_.append(p, n);
-    p += n;
-    if (p < end && p[-1] == '\n') appendBlanks(hang);
+  // Every piece has its length byte and ends at most one line, whose break is at least one
+  // byte: the run takes at most this much room with its blanks. With that room and some to
+  // spare, pieces and blanks are copied in fixed 32-byte moves (a piece's copy may read into
+  // the next piece, and both may write past their end into the spare room, which the next
+  // copy overwrites or the buffer never commits): a run is a few short lines, and a copy of
+  // variable length costs more than the bytes it moves.
+  constexpr std::size_t kMove = 32;
+  const std::size_t most = run.size() + run.size() / 2 * hang;
+  if (most + 2 * kMove <= out_.room()) {
+    static constexpr char kHangBlanks[kMove + 1] = "                                ";  // 32
+    char* const start = out_.tail();
+    char* d = start;
+    while (p < end) {
+      const auto n = static_cast<unsigned char>(*p++);
+      if (n <= kMove && end - p >= static_cast<std::ptrdiff_t>(kMove)) {
+        std::memcpy(d, p, kMove);
+      } else {
+        detail::moveBytes(d, p, n);
+      }
+      d += n;
+      p += n;
+      if (p < end && p[-1] == '\n') {
+        for (std::size_t k = 0; k < hang; k += kMove)
+          std::memcpy(d + k, kHangBlanks, kMove);
+        d += hang;
+      }
+    }
+    out_.commit(static_cast<std::size_t>(d - start));
+  } else {
+    while (p < end) {
+      const auto n = static_cast<unsigned char>(*p++);
+      out_.append(p, n);
+      p += n;
+      if (p < end && p[-1] == '\n') appendBlanks(hang);
+    }
   }
   stack_[depth_ - 1].hasMembers = shape.hasMembers;
   leave();

@@ -98,8 +98,13 @@ class RouteListing {
     bool evpn = false;      // a via into an EVPN tunnel: the route is never connected
     std::int32_t entries = 0;
     const Mox::String8* hoplessIntf = nullptr;  // a first via's interface, with no next hop
+    ViaBlockRef viaBlock;                       // where the page keeps its via block
   };
   FecRow& fecRow(Brine::Fib::FecId fecId) const;
+  bool rowOf(const Route& route, Row& row, FecRow& facts) const;
+  // forEachRow over a selection that is the writer's order (see there).
+  template <class Row_, class Fn>
+  void forEachInOrder(Row_& row, Fn& fn) const;
 
   mutable Mox::FlatHashMap<Brine::Fib::FecId, FecRow> fecRows_;
 
@@ -147,6 +152,12 @@ void RouteListing<Sorter>::forEachRow(bool withDefault, Fn&& fn) const {
     }
   };
   if (withDefault && defaultRoute_) list(*defaultRoute_);
+  if constexpr (Mox::HasOrderKey<typename Family::Prefix>) {
+    if (s_.sortedRoute().byReference() && s_.stats().filteredAsRead && table) {
+      forEachInOrder(row, fn);
+      return;
+    }
+  }
   if (s_.sortedRoute().byReference()) {
     // Each route is read where it is, now: a long walk yields as selection's did.
     sorter::YieldCounter yield;
@@ -158,6 +169,37 @@ void RouteListing<Sorter>::forEachRow(bool withDefault, Fn&& fn) const {
   }
   for (const auto& entry : s_.sortedRoute())
     list(entry.second);
+}
+
+template <class Sorter>
+template <class Row_, class Fn>
+void RouteListing<Sorter>::forEachInOrder(Row_& row, Fn& fn) const {
+  const auto& table = s_.routingStatus();
+  // The words are the writer's order, and a route is taken or left as it is read: read and
+  // filtered here as the map's own reader would (sorter::keepInOrder), so that the filter
+  // and the row ask one table for the FEC's facts, not one each. Each long run yields, the
+  // routes printed and the routes left out alike.
+  constexpr std::uint64_t kPlaceMask = (std::uint64_t(1) << sorter::kPlaceBits) - 1;
+  const auto words = s_.sortedRoute().referenceWords();
+  sorter::YieldCounter printed, leftOut;
+  std::pair<typename Family::Prefix, Route> entry;
+  for (std::size_t j = 0; j < words.size(); ++j) {
+    if (j + 8 < words.size()) table->prefetchAt(words[j + 8] & kPlaceMask);
+    if (sorter::readReferenced(*table, words[j], entry)) {
+      FecRow* facts = fecRows_.findMutable(entry.second.fecId);
+      if (!facts) {
+        // The filter caches the FEC the first time it meets it, as selection does.
+        sorter::copyAdjacency(s_, entry.second.fecId);
+        facts = &fecRow(entry.second.fecId);
+      }
+      if (sorter::passesFilter(s_, entry.second, facts->printable)) {
+        if (rowOf(entry.second, row, *facts)) fn(row);
+        printed.step();
+        continue;
+      }
+    }
+    leftOut.step();
+  }
 }
 
 }  // namespace Rova

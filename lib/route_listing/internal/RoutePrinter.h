@@ -22,12 +22,24 @@ namespace Rova {
 // so one block serves every indent, and a few thousand FECs' blocks stay in the cache. The
 // lookup is per route, so it is kept to one cache line where it can be: open addressing over
 // the FEC with the block's place in one array of bytes in the slot.
+// Where one FEC's block is in the cache. The listing keeps it beside the FEC's other facts,
+// which a route reads anyway, so that the route finds its block without a lookup of its own.
+struct ViaBlockRef {
+  std::uint32_t at = 0;
+  std::uint32_t size = 0;
+  rendr::Printer::RecordedShape shape;
+  bool known = false;  // the block is in the cache
+};
+
 class ViaBlockCache {
  public:
   struct Block {
     std::string_view bytes;
     rendr::Printer::RecordedShape shape;
   };
+  Block block(const ViaBlockRef& ref) const {
+    return Block{std::string_view(bytes_.data() + ref.at, ref.size), ref.shape};
+  }
   std::optional<Block> find(const CachedFec* fec) const {
     if (slots_.empty()) return {};
     for (std::size_t i = slotOf(fec);; i = (i + 1) & (slots_.size() - 1)) {
@@ -37,7 +49,9 @@ class ViaBlockCache {
         return Block{std::string_view(bytes_.data() + slot.at, slot.size), slot.shape};
     }
   }
-  void add(const CachedFec* fec, std::string_view bytes, rendr::Printer::RecordedShape shape);
+  // Keeps the block; its place, unless the cache is full (the block is then printed anew).
+  std::optional<ViaBlockRef> add(const CachedFec* fec, std::string_view bytes,
+                                 rendr::Printer::RecordedShape shape);
 
  private:
   struct Slot {
@@ -105,6 +119,7 @@ struct RouteLine {
   const char* groupName = nullptr;      // a nexthop-group route: the group
   std::uint64_t groupId = 0;
   const SrTePolicy::PolicyKey* policy = nullptr;  // an SR-TE route: the policy
+  ViaBlockRef* viaBlock = nullptr;  // where the FEC's via block is, kept by the listing
 };
 
 // Adds a via's MPLS label, or its whole label stack: " label 16 3000" in text; "mplsLabel"

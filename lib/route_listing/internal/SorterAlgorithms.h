@@ -330,6 +330,7 @@ void keepByReference(Sorter& s, std::vector<std::uint64_t> words) {
   refs.prefetch = [table](std::uint64_t word) { table->prefetchAt(word & kPlaceMask); };
   refs.keyOf = [](std::uint64_t word) { return prefixOfKey<Prefix>(word >> kPlaceBits); };
   s.sortedRouteMutable().referencesIs(std::move(refs));
+  s.stats().filteredAsRead = false;  // these words passed the filter already
 }
 
 // The whole table in the order its writer keeps for readers (Table::orderNow): nothing is
@@ -361,6 +362,7 @@ void keepInOrder(Sorter& s, std::vector<std::uint64_t> order) {
   refs.prefetch = [table](std::uint64_t word) { table->prefetchAt(word & kPlaceMask); };
   refs.keyOf = [](std::uint64_t word) { return prefixOfKey<Prefix>(word >> kPlaceBits); };
   s.sortedRouteMutable().referencesIs(std::move(refs));
+  s.stats().filteredAsRead = true;
 }
 
 template <class Sorter>

@@ -227,13 +227,20 @@ TEST(VectorMap, EntriesHeldByReferenceReadTheirSourceAndBecomeRealOnAnyOtherUse)
   EXPECT_EQ(v.find(25), nullptr);
   EXPECT_TRUE(v.del(10));
   EXPECT_FALSE(v.del(10));
+  EXPECT_EQ(v.find(10), nullptr);
+  EXPECT_EQ(v.size(), 3u);
   EXPECT_TRUE(v.byReference());
   EXPECT_EQ(walk(v), "Bcd");
-  // A copy shares the references until one of them changes.
+  // A copy shares the references until one of them changes, its first entry included.
   auto copy = v;
   EXPECT_TRUE(copy.del(40));
   EXPECT_EQ(walk(copy), "Bc");
+  EXPECT_TRUE(copy.del(20));
+  EXPECT_EQ(copy.find(20), nullptr);
+  EXPECT_EQ(walk(copy), "c");
+  EXPECT_EQ(copy.size(), 1u);
   EXPECT_EQ(walk(v), "Bcd");
+  ASSERT_NE(v.find(20), nullptr);
 
   // An entry gone since: the walk leaves it out, and so does the map made real.
   table[0].second.clear();
@@ -291,6 +298,9 @@ TEST(VectorMap, ReferencesThatSayTheirKeyAreSearchedReadingOneEntry) {
   EXPECT_EQ(v.find(40), nullptr);
   EXPECT_TRUE(v.del(10));
   EXPECT_TRUE(v.byReference());
+  EXPECT_EQ(v.find(10), nullptr);
+  EXPECT_FALSE(v.del(10));
+  EXPECT_EQ(v.size(), 3u);
   std::string seen;
   v.forEach([&](const auto& e) { seen += e.second; });
   EXPECT_EQ(seen, "c");
