@@ -161,11 +161,11 @@ void takeAgentName(Options& options, const cli::Grammar& grammar) {
 // Reading a large state fills a great deal of fresh memory, and every 4 KiB page of it costs a
 // fault: on a million routes, a third of `show ip route` and two fifths of `show ipv6 route`.
 // glibc's malloc asks the kernel for transparent huge pages (one fault per 2 MiB) only when told so
-// before the program starts, through GLIBC_TUNABLES. So a command about to read a large file,
-// or the kernel's tables, starts itself once more with that set; the copy that runs puts the
-// environment back as the user gave it, so that a pager or a filter it starts sees no change.
-// The attached path never restarts: it allocates little, and its start-up is the point. A
-// restart that fails (no /proc) just goes on as it is.
+// before the program starts, through GLIBC_TUNABLES. So a command about to build route tables
+// from a large file, or from the kernel's tables, starts itself once more with that set; the copy
+// that runs puts the environment back as the user gave it, so that a pager or a filter it starts
+// sees no change. The attached path never restarts: it allocates little, and its start-up is the
+// point. A restart that fails (no /proc) just goes on as it is.
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
 #define ROVA_SANITIZED_ALLOCATOR 1
@@ -179,16 +179,17 @@ void takeAgentName(Options& options, const cli::Grammar& grammar) {
 constexpr const char* kRestartedWith = "ROVA_TUNABLES_WERE";
 constexpr off_t kLargeState = off_t(4) << 20;
 
-bool largeState(const Options& options) {
+bool largeState(const Options& options, Snapshot::Sections reads) {
   if (options.live) return true;
-  if (!options.statePath || options.attach) return false;
+  // A command that builds no route table (a check, show version) fills little memory.
+  if (!options.statePath || options.attach || reads == Snapshot::Sections::none()) return false;
   struct stat st {};
   const bool got = *options.statePath == "-" ? ::fstat(0, &st) == 0
                                              : ::stat(options.statePath->c_str(), &st) == 0;
   return got && S_ISREG(st.st_mode) && st.st_size >= kLargeState;
 }
 
-void restartForLargeState(const Options& options, char** argv) {
+void restartForLargeState(const Options& options, Snapshot::Sections reads, char** argv) {
   if (const char* was = std::getenv(kRestartedWith)) {
     // "=" and the user's own value, or empty when there was none.
     if (*was == '=')
@@ -202,7 +203,7 @@ void restartForLargeState(const Options& options, char** argv) {
   const bool hadOwn = own != nullptr;
   const std::string given = hadOwn ? own : "";
   if (given.find("glibc.malloc.hugetlb") != std::string::npos) return;  // the user chose
-  if (!largeState(options)) return;
+  if (!largeState(options, reads)) return;
   ::setenv(kRestartedWith, hadOwn ? ("=" + given).c_str() : "", 1);
   ::setenv("GLIBC_TUNABLES",
            (given.empty() ? "" : given + ":").append("glibc.malloc.hugetlb=1").c_str(), 1);
@@ -214,7 +215,7 @@ void restartForLargeState(const Options& options, char** argv) {
     ::unsetenv("GLIBC_TUNABLES");
 }
 #else
-void restartForLargeState(const Options&, char**) {}
+void restartForLargeState(const Options&, Snapshot::Sections, char**) {}
 #endif
 
 // The process leaves its state to the kernel on the way out instead of taking it apart: the
@@ -246,7 +247,6 @@ int main(int argc, char** argv) {
   const cli::Context context;
   Options options;
   if (int status = parseOptions(argc, argv, options, context); status >= 0) return status;
-  restartForLargeState(options, argv);
   // A table that finds a record corrupt reads it as empty and goes on; the user hears of it.
   Brine::CorruptionReporter::globalHookIs([](const std::string& table, const std::string& what) {
     cli::Context().error("% Warning: a corrupt record in " + table + " was left out: " + what);
@@ -259,11 +259,13 @@ int main(int argc, char** argv) {
     // Until the state is loaded, a signal ends rova at once: there is nothing to close yet,
     // and a state read from a FIFO or a terminal may wait for its writer.
     takeAgentName(options, grammar);
+    const Snapshot::Sections reads = cli::sectionsRead(grammar, options.command);
+    restartForLargeState(options, reads, argv);
     const int loaded =
-        options.live     ? cli::startLiveMode(grammar, options.command, context)
-        : options.attach ? cli::startAttachMode(grammar, *options.attach, options.command, context)
-                         : cli::loadState(options.statePath.value_or(""), options.command, context,
-                                          cli::sectionsRead(grammar, options.command));
+        options.live ? cli::startLiveMode(grammar, options.command, context)
+        : options.attach
+            ? cli::startAttachMode(grammar, *options.attach, options.command, context)
+            : cli::loadState(options.statePath.value_or(""), options.command, context, reads);
     if (loaded != cli::kStatusOk) return loaded;
     if (options.attach) {
       // What attaching costs, in processor time (wall time says more about the machine's
