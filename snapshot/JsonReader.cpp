@@ -123,7 +123,7 @@ void JsonReader::fail(std::string reason) const {
 void JsonReader::failJson(simdjson::error_code e) const {
   // The document may be fine; the machine is out of memory, and says so as everywhere else.
   if (e == simdjson::MEMALLOC) throw std::bad_alloc();
-  fail(std::string("malformed JSON: ") + simdjson::error_message(e));
+  fail(std::string("malformed JSON: ") + jsonErrorMessage(e));
 }
 
 void JsonReader::failKey(od::field& field, const char* what, const std::string_view* keys,

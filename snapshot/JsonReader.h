@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "platform/mox/Exception.h"
+#include "snapshot/JsonLibrary.h"
 #include "snapshot/Snapshot.h"
 
 namespace Snapshot {

@@ -187,6 +187,7 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
                                            loader::Loader& loader,
                                            std::function<void(const char*)> readPast = {},
                                            bool scan = true) {
+  requireJsonLibrary();
   od::parser parser;
   od::document doc;
   // The text is the loader's own copy.
@@ -194,7 +195,7 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
   const auto err = parser.iterate(json).get(doc);
   if (err == simdjson::MEMALLOC) throw std::bad_alloc();
   if (err != simdjson::SUCCESS)
-    throw LoadError("$", std::string("malformed JSON: ") + simdjson::error_message(err));
+    throw LoadError("$", std::string("malformed JSON: ") + jsonErrorMessage(err));
   loader.readPastIs(std::move(readPast));
   return loader.run(doc, json.data());
 }

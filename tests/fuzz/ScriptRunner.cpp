@@ -13,6 +13,7 @@
 #include "cli/ConfigMode.h"
 #include "cli/ConfigSession.h"
 #include "cli/DeviceState.h"
+#include "snapshot/JsonLibrary.h"
 
 namespace fuzz {
 
@@ -200,7 +201,7 @@ void ScriptRunner::check(const LineRun& r, std::string_view input) {
     static simdjson::dom::parser parser;
     if (const auto error = parser.parse(r.out).error(); error) {
       fault("not one JSON document", input,
-            where + simdjson::error_message(error) + "\nstdout:\n" + r.out);
+            where + Snapshot::jsonErrorMessage(error) + "\nstdout:\n" + r.out);
     }
   }
   for (char c : r.err) {

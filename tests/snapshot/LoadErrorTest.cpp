@@ -1,5 +1,6 @@
 // What the loader refuses, and how it says so: the JSON path of the offending value and a
 // message a person can act on, with the platform's own text for its range errors.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <thread>
 
 #include "platform/brine/Fib.h"
+#include "snapshot/JsonLibrary.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StateLayout.h"
 #include "snapshot/loader/Loader.h"
@@ -102,6 +104,28 @@ TEST(LoadError, MalformedJsonIsRefusedWhereItIsFound) {
   EXPECT_EQ(refusal(cut).rfind("$", 0), 0u);
   EXPECT_NE(refusal(cut).find("malformed JSON"), std::string::npos);
   EXPECT_NE(refusal("").find("malformed JSON"), std::string::npos);
+}
+
+// The parser's library is opened on first use, and the program carries its own copy of the one
+// table the parser's header reads from it.
+TEST(LoadError, TheParsersTextAndTableAreThoseOfItsLibrary) {
+  const std::string refused = refusal("{");
+  EXPECT_EQ(refused.rfind("$: malformed JSON: ", 0), 0u) << refused;
+  EXPECT_EQ(refused.find("unknown JSON error"), std::string::npos) << refused;
+  void* lib = dlopen(ROVA_TEST_SIMDJSON_SONAME, RTLD_LAZY | RTLD_LOCAL);
+  ASSERT_NE(lib, nullptr) << dlerror();
+  const auto* theirs = static_cast<const bool*>(
+      dlsym(lib, "_ZN8simdjson8internal32structural_or_whitespace_negatedE"));
+  ASSERT_NE(theirs, nullptr);
+  for (int c = 0; c < 256; ++c)
+    EXPECT_EQ(simdjson::internal::structural_or_whitespace_negated[c], theirs[c]) << c;
+  const auto* codes = static_cast<const simdjson::internal::error_code_info*>(
+      dlsym(lib, "_ZN8simdjson8internal11error_codesE"));
+  ASSERT_NE(codes, nullptr);
+  EXPECT_STREQ(Snapshot::jsonErrorMessage(simdjson::TAPE_ERROR),
+               codes[simdjson::TAPE_ERROR].message);
+  EXPECT_STREQ(Snapshot::jsonErrorMessage(simdjson::error_code(-1)), "unknown JSON error");
+  dlclose(lib);
 }
 
 TEST(LoadError, BadValuesAreRefusedWithTheirText) {
