@@ -39,7 +39,18 @@ const Library& library() {
   return lib;
 }
 
+thread_local bool builtinWanted = false;
+
 }  // namespace
+
+JsonKernelFor::JsonKernelFor(std::size_t bytes) : before_(builtinWanted) {
+  builtinWanted = bytes <= kBuiltinJsonKernelLimit;
+  if (!builtinWanted) requireJsonLibrary();
+}
+
+JsonKernelFor::~JsonKernelFor() {
+  builtinWanted = before_;
+}
 
 void requireJsonLibrary() {
   const Library& lib = library();
@@ -60,6 +71,7 @@ const char* jsonErrorMessage(simdjson::error_code e) {
 namespace simdjson {
 
 internal::atomic_ptr<const implementation>& get_active_implementation() {
+  if (Snapshot::builtinWanted) return Snapshot::builtinJsonKernel();
   Snapshot::requireJsonLibrary();
   return Snapshot::library().active();
 }

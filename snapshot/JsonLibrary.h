@@ -8,6 +8,8 @@
 
 #include <simdjson.h>
 
+#include <cstddef>
+
 namespace Snapshot {
 
 // Opens the library if it is not open yet; throws std::runtime_error naming the library and
@@ -15,7 +17,29 @@ namespace Snapshot {
 // is a clear message rather than a failure inside the parser's noexcept code.
 void requireJsonLibrary();
 
-// The parser's own text for an error ("TAPE_ERROR: ..."), as simdjson::error_message gives it.
+// The parser's own text for an error, as simdjson::error_message gives it (opening the library
+// if need be: its texts are in it).
 const char* jsonErrorMessage(simdjson::error_code e);
+
+// Documents up to this size are indexed by the program's own byte-at-a-time kernel
+// (JsonKernel.cpp) and never open the library; larger ones by the library's vectorised kernels.
+inline constexpr std::size_t kBuiltinJsonKernelLimit = 256 * 1024;
+
+// While one lives, parsers this thread creates take the kernel for a document of `bytes`: the
+// built-in one for small documents, the library's (opened here, and throwing as
+// requireJsonLibrary does) otherwise.
+class JsonKernelFor {
+ public:
+  explicit JsonKernelFor(std::size_t bytes);
+  ~JsonKernelFor();
+  JsonKernelFor(const JsonKernelFor&) = delete;
+  JsonKernelFor& operator=(const JsonKernelFor&) = delete;
+
+ private:
+  bool before_;
+};
+
+// The built-in kernel, as the parser's header hands kernels out.
+simdjson::internal::atomic_ptr<const simdjson::implementation>& builtinJsonKernel();
 
 }  // namespace Snapshot

@@ -187,7 +187,7 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
                                            loader::Loader& loader,
                                            std::function<void(const char*)> readPast = {},
                                            bool scan = true) {
-  requireJsonLibrary();
+  const JsonKernelFor kernel(json.size());
   od::parser parser;
   od::document doc;
   // The text is the loader's own copy.
