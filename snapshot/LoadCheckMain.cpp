@@ -5,10 +5,13 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "platform/brine/Fib.h"
 #include "platform/brine/Neighbor.h"
+#include "snapshot/JsonLibrary.h"
 #include "snapshot/Snapshot.h"
 #include "snapshot/StateLayout.h"
 
@@ -36,6 +39,9 @@ int main(int argc, char** argv) {
                 layout::mount(*em, layout::fib6Route, name)->size(),
                 layout::mount(*em, layout::fib6Fec, name)->size());
   }
+  // The kernel a document of this size is indexed with.
+  std::error_code ec;
+  const Snapshot::JsonKernelFor kernel(std::filesystem::file_size(argv[1], ec));
   std::printf("loaded in %.3f s (parser kernel: %s, %s)\n", took.count(),
               simdjson::get_active_implementation()->name().c_str(),
               simdjson::get_active_implementation()->description().c_str());
