@@ -180,6 +180,11 @@ TEST(LoadError, BadValuesAreRefusedWithTheirText) {
             "\"swap\"");
   doc["tunnels"]["fib"][0]["vias"][0]["labels"] = "pop";
   EXPECT_EQ(refusal(doc), "loaded");
+  // Each label after exactly one blank: none trailing, none doubled.
+  for (const char* blanks : {"push 16 ", "push  16", "pop ", "swap 16  17"}) {
+    doc["tunnels"]["fib"][0]["vias"][0]["labels"] = blanks;
+    EXPECT_EQ(refusal(doc).rfind("$.tunnels.fib[0].vias[0].labels: ", 0), 0u) << blanks;
+  }
 }
 
 TEST(LoadError, PlatformBoundsKeepThePlatformsMessage) {
