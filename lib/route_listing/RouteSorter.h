@@ -6,6 +6,7 @@
 // type (SorterAlgorithms.h). A worked example is at the class declarations below.
 
 #include <cstdint>
+#include <memory>
 
 #include "lib/route_listing/CachedFec.h"
 #include "platform/brine/Fib.h"
@@ -156,12 +157,16 @@ class SorterOperations {
   const SelectionStats& stats() const { return stats_; }
   // The largest total via weight of one FEC that the hardware takes.
   std::uint32_t fecWeightLimit() const;
+  // Whatever works beside the selection's walk while the sorter lives (a thread touching the
+  // store's pages ahead of it): stopped when the sorter goes, or when another takes its place.
+  void aheadIs(std::shared_ptr<void> ahead) { ahead_ = std::move(ahead); }
 
  private:
   Self& self() { return static_cast<Self&>(*this); }
   const Self& self() const { return static_cast<const Self&>(*this); }
 
   SelectionStats stats_;
+  std::shared_ptr<void> ahead_;
 };
 
 // A sorter is built from its inputs, by name:

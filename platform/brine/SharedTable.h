@@ -47,6 +47,14 @@ class TableArena {
   bool writable_;
 };
 
+// A region of a store, with the arena that keeps it mapped (see PagesAhead.h); no arena for
+// a table that is not in a store.
+struct SharedRegion {
+  std::shared_ptr<const TableArena> arena;
+  std::uint64_t at = 0;
+  std::uint64_t bytes = 0;
+};
+
 // A table's header in the store. The writer changes the region fields only inside an odd
 // layoutSeq; it keeps writeSeq odd while it moves entries of the index (an insert or delete),
 // so that a lookup that found nothing can tell a missing key from a key it walked past.

@@ -238,6 +238,18 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
         static_cast<std::uint64_t>(reinterpret_cast<const char*>(l.records) - arena_->base()),
         n * sizeof(Stored));
   }
+  // Where the records are in the store now, for a reader to touch ahead of a walk
+  // (PagesAhead); empty for a table that is not in a store or whose regions lie outside it.
+  // Reports nothing: the records are read, and checked, as before.
+  SharedRegion sharedRecordsRegion() const {
+    if (!arena_) return {};
+    const std::uint64_t recordsAt = header_->recordsAt.load(std::memory_order_acquire);
+    const std::uint64_t capacity = header_->capacity.load(std::memory_order_relaxed);
+    const std::uint64_t n = std::min<std::uint64_t>(sharedUsed(), capacity);
+    const std::uint64_t mapSize = arena_->mapSize();
+    if (recordsAt > mapSize || n > (mapSize - recordsAt) / sizeof(Stored)) return {};
+    return {arena_, recordsAt, n * sizeof(Stored)};
+  }
   // A hint that at(i) comes soon: changes nothing, raises nothing.
   void prefetchAt(std::size_t i) const {
     if (arena_) [[unlikely]] {

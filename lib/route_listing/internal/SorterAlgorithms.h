@@ -12,7 +12,9 @@
 #include "lib/common/Neighbors.h"
 #include "lib/common/RouteTypes.h"
 #include "lib/route_listing/RouteSorter.h"
+#include "platform/brine/PagesAhead.h"
 #include "platform/mox/ActivityLock.h"
+#include "platform/mox/HugePages.h"
 #include "platform/mox/RadixSort.h"
 #include "platform/mox/Trace.h"
 
@@ -365,6 +367,11 @@ void keepInOrder(Sorter& s, std::vector<std::uint64_t> order) {
   s.stats().filteredAsRead = true;
 }
 
+// A table listed whole from this size on puts the listing's heap on huge pages, with this
+// much room.
+inline constexpr std::size_t kLargeTable = 50'000;
+inline constexpr std::size_t kListingHeap = std::size_t(16) << 20;
+
 template <class Sorter>
 void filterPrefixes(Sorter& s) {
   using Family = typename Sorter::Family;
@@ -373,10 +380,28 @@ void filterPrefixes(Sorter& s) {
   const auto& want = s.prefix();
 
   if ((want.isNullPrefix() || s.longerPrefixes()) && selectsByReference(s)) {
+    const bool large = want.isNullPrefix() && table.size() >= kLargeTable;
+    if (large) {
+      // A listing of a large table caches a few thousand FECs, their via blocks and texts: a
+      // few MB of small allocations, which on 4 KiB pages cost a fault each (HugePages.h).
+      Mox::heapOnHugePages(kListingHeap);
+      // Every record is read, and most FECs: a thread of its own maps and touches their pages
+      // while this one reads the order and walks (PagesAhead.h).
+      if (table.shared()) {
+        std::vector<Brine::SharedRegion> regions;
+        if (s.forwardingStatus()) regions.push_back(s.forwardingStatus()->sharedRecordsRegion());
+        regions.push_back(table.sharedRecordsRegion());
+        s.aheadIs(std::make_shared<Brine::PagesAhead>(std::move(regions)));
+      }
+    }
     if constexpr (Mox::HasOrderKey<typename Family::Prefix>) {
       std::vector<std::uint64_t> words;
       if (want.isNullPrefix() && table.orderNow(words)) {
-        if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();
+        if (!large) {
+          // Mapped in one call each rather than a fault per 16 pages as the walk meets them.
+          table.willReadAll();
+          if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();
+        }
         keepInOrder(s, std::move(words));
         return;
       }
