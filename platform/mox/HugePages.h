@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -58,9 +59,9 @@ void reserveHuge(std::vector<T>& v, std::size_t n) {
 // changes nothing.
 inline void heapOnHugePages(std::size_t bytes) {
 #if defined(__GLIBC__) && defined(M_TOP_PAD)
-  static bool done = false;
-  if (done || bytes > std::size_t(1) << 30) return;
-  done = true;
+  // Once per process, whichever thread asks first.
+  static std::atomic<bool> done{false};
+  if (bytes > std::size_t(1) << 30 || done.exchange(true)) return;
   constexpr std::uintptr_t kHuge = std::uintptr_t(2) << 20;
   ::mallopt(M_TOP_PAD, static_cast<int>(bytes));
   const auto before = reinterpret_cast<std::uintptr_t>(::sbrk(0));
