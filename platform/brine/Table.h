@@ -115,11 +115,8 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   // ---- reading ----
 
   V lookup(const K& k) const {
-    if (arena_) [[unlikely]] {
-      V v{};
-      if (sharedFind(k, &v)) checkCorruption(k);
-      return v;
-    }
+    if (arena_) [[unlikely]]
+      return sharedLookup(k);
     const std::uint32_t i = find(k);
     if (i == kNone) return V{};
     checkCorruption(k);
@@ -686,6 +683,14 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     std::atomic_thread_fence(std::memory_order_acquire);
     return present == 0 && r.seq.load(std::memory_order_relaxed) == s1 &&
            header_->layoutSeq.load(std::memory_order_acquire) == l.seq;
+  }
+
+  // One record object from the find to the caller's: a FEC record is 12 KB, and each copy of
+  // it on the stack touches pages of its own.
+  V sharedLookup(const K& k) const {
+    V v{};
+    if (sharedFind(k, &v)) checkCorruption(k);
+    return v;
   }
 
   enum class Probe { match, other, hole, moved, torn };
