@@ -14,9 +14,12 @@
 #     namespace, LOOKUP_RUNS times each (the median processor time). Without root that part is
 #     skipped with a message.
 # The agents, their stores and the namespace are removed on the way out, whatever happens.
+# LOOKUP_ONLY=1 runs the last part alone (no state file, no agent on one); OTHER=PROGRAM adds
+# that rova (another build) to the lookup's turns, attached to the same agent.
 #
 #   bench/agent-attach.sh                     # uses build/ (ninja -C build rova rova-agent rova-gen)
 #   RUNS=5 STATE=/tmp/mine.json bench/agent-attach.sh
+#   sudo LOOKUP_ONLY=1 LOOKUP_RUNS=51 OTHER=/tmp/old/rova bench/agent-attach.sh
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/peers-table.sh"
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -41,8 +44,13 @@ cleanup() {
 }
 trap cleanup EXIT
 
+lookup_only=${LOOKUP_ONLY:-}
+if [ -n "$lookup_only" ] && [ "$(id -u)" -ne 0 ]; then
+  echo "LOOKUP_ONLY needs root (a network namespace)" >&2
+  exit 1
+fi
 state=${STATE:-}
-if [ -z "$state" ]; then
+if [ -z "$state" ] && [ -z "$lookup_only" ]; then
   state=$tmp/spine.json
   "$build/snapshot/rova-gen" --ipv4 1000000 --ipv6 200000 --seed 1 -o "$state"
 fi
@@ -100,6 +108,7 @@ await_ready() {
   done
 }
 
+if [ -z "$lookup_only" ]; then
 t0=$(date +%s%N)
 "$agent" --state "$state" --name "$name" > "$tmp/ready" 2> "$tmp/agent.log" &
 agent_pid=$!
@@ -168,6 +177,8 @@ printf 'attach, main() to usable tables (processor ms, median of %s; `rova --tra
 printf '  %-34s %6s ms\n' "small state (rova-gen default)" "$(attach_ms "$name-small")" \
   "spine table" "$(attach_ms "$name")"
 
+fi
+
 echo
 if [ "$(id -u)" -ne 0 ]; then
   echo "lookup against ip route get: skipped (needs root for a network namespace)"
@@ -188,8 +199,11 @@ await_ready "$live_pid" "$tmp/live-ready" "$tmp/live.log"
 uptime
 printf 'lookup of %s on a kernel table of %s IPv4 and %s IPv6 routes (processor ms, median of %s, run in turn):\n' \
   "$probe" "$routes" "$routes6" "${LOOKUP_RUNS:-101}"
+others=()
+if [ -n "${OTHER:-}" ]; then others=("$OTHER --attach=$name-live show ip route $probe"); fi
 ip netns exec "$ns" python3 - "${LOOKUP_RUNS:-101}" \
-  "$rova --attach=$name-live show ip route $probe" "ip route get $probe" "/bin/true" <<'PY'
+  "$rova --attach=$name-live show ip route $probe" "ip route get $probe" "/bin/true" \
+  "${others[@]}" <<'PY'
 import resource, shlex, statistics, subprocess, sys
 runs, cmds = int(sys.argv[1]), sys.argv[2:]
 times = {c: [] for c in cmds}
@@ -203,4 +217,6 @@ base = statistics.median(times[cmds[1]])
 for c in cmds:
     m = statistics.median(times[c])
     print("  %-60s %6.2f ms  %.2fx ip route get" % (c.split("/")[-1] if c.startswith("/") else c, m, m / base))
+    if c.startswith("/") and "rova" in c:
+        print("    (%s)" % c.split()[0])
 PY

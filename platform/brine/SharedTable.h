@@ -70,7 +70,11 @@ struct alignas(64) SharedTableHeader {
   // Records [0, used) are whole records or holes a delete left: a walk goes up to here.
   std::atomic<std::uint64_t> used;
   std::uint32_t recordSize;  // sizeof(SharedRecord<V>): a reader of another build refuses
-  std::uint32_t reserved;
+  // Keys with a length (prefixes): bit n set once a key of length n went in, lengths 0-127
+  // in keyLengths, 128-159 in keyLengthsHigh. Never cleared, so a superset of the lengths the
+  // table holds: a longest-match lookup probes only those. All zero: not known (a table that
+  // keeps none), every length may be there.
+  std::atomic<std::uint32_t> keyLengthsHigh;
   // The listing order the writer keeps for its readers (Table::sharedOrderRefresh): a region
   // of orderCount words, each a record's order key above its place (kOrderPlaceBits), sorted;
   // valid while the table's generation is orderGeneration. The writer changes the three
@@ -79,6 +83,7 @@ struct alignas(64) SharedTableHeader {
   std::atomic<std::uint64_t> orderAt;
   std::atomic<std::uint64_t> orderCount;
   std::atomic<std::uint64_t> orderGeneration;
+  std::atomic<std::uint64_t> keyLengths[2];
 };
 static_assert(sizeof(SharedTableHeader) == 128, "table headers are packed many to a page");
 

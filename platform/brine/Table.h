@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
+#include <concepts>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -90,6 +91,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
  public:
   using Key = K;
   using Record = V;
+  static constexpr bool kKeysHaveLength = requires(const K& k) {
+    { k.len() } -> std::convertible_to<int>;
+  };
 
   // A table of the store that goes away leaves its header empty, so that a reader still
   // holding it sees no records rather than regions that are given back.
@@ -111,11 +115,8 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   // ---- reading ----
 
   V lookup(const K& k) const {
-    if (arena_) [[unlikely]] {
-      V v{};
-      if (sharedFind(k, v)) checkCorruption(k);
-      return v;
-    }
+    if (arena_) [[unlikely]]
+      return sharedLookup(k);
     const std::uint32_t i = find(k);
     if (i == kNone) return V{};
     checkCorruption(k);
@@ -123,10 +124,26 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   }
   bool contains(const K& k) const {
     if (arena_) [[unlikely]] {
-      V v{};
-      return sharedFind(k, v);
+      return sharedFind(k, nullptr);
     }
     return find(k) != kNone;
+  }
+  // Whether the table may hold a key of length `len` (for keys that have one: prefixes). A
+  // shared table answers from the lengths its writer marked, so that a longest-match lookup
+  // does not probe (and touch the pages of) lengths no key has; any other table says true.
+  bool mayHoldKeyLength(int len) const {
+    if constexpr (kKeysHaveLength) {
+      if (arena_) [[unlikely]] {
+        const std::uint64_t low = header_->keyLengths[0].load(std::memory_order_acquire);
+        const std::uint64_t mid = header_->keyLengths[1].load(std::memory_order_acquire);
+        const std::uint32_t high = header_->keyLengthsHigh.load(std::memory_order_acquire);
+        if ((low | mid | high) == 0 || len < 0 || len >= 160) return true;
+        if (len >= 128) return (high >> (len - 128)) & 1;
+        return ((len < 64 ? low : mid) >> (len % 64)) & 1;
+      }
+    }
+    (void)len;
+    return true;
   }
   std::size_t size() const {
     if (arena_) [[unlikely]]
@@ -680,14 +697,51 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
            header_->layoutSeq.load(std::memory_order_acquire) == l.seq;
   }
 
-  // Finds k, probing each slot at most once. A miss seen while the writer moved entries of
-  // the index is looked up again.
-  bool sharedFind(const K& k, V& out) const {
+  // One record object from the find to the caller's: a FEC record is 12 KB, and each copy of
+  // it on the stack touches pages of its own.
+  V sharedLookup(const K& k) const {
+    V v{};
+    if (sharedFind(k, &v)) checkCorruption(k);
+    return v;
+  }
+
+  enum class Probe { match, other, hole, moved, torn };
+  // Whether record i of the layout holds key k, read in place under the record's sequence
+  // counter: a record is copied only once its key matched, so a lookup that probes past other
+  // keys (FEC records are kilobytes) copies none of them.
+  Probe sharedKeyAt(const Layout& l, std::uint64_t i, const K& k) const {
+    const Stored& r = l.records[i];
+    for (int tries = 0; tries < kSharedTries; ++tries) {
+      const std::uint32_t s1 = r.seq.load(std::memory_order_acquire);
+      if (s1 & 1) {
+        pause();
+        continue;
+      }
+      const std::uint32_t present = r.present.load(std::memory_order_relaxed);
+      const bool same = r.value.key() == k;
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (r.seq.load(std::memory_order_relaxed) != s1) continue;
+      if (header_->layoutSeq.load(std::memory_order_acquire) != l.seq) return Probe::moved;
+      if (!present) return Probe::hole;
+      return same ? Probe::match : Probe::other;
+    }
+    return Probe::torn;
+  }
+
+  // Finds k, probing each slot at most once, and copies its record into `*out` (unless `out` is
+  // null: whether the key is there); false, with `*out` the empty record, when there is none. A
+  // miss seen while the writer moved entries of the index is looked up again, and so is a record
+  // that changed to another key between its probe and its copy.
+  bool sharedFind(const K& k, V* out) const {
+    bool written = false;  // `out` holds a copy that did not end as a match
+    const auto miss = [&] {
+      if (written) *out = V{};
+      return false;
+    };
     for (int tries = 0; tries < kSharedTries; ++tries) {
       const std::uint64_t w1 = header_->writeSeq.load(std::memory_order_acquire);
       Layout l;
-      if (!sharedLayout(l)) return false;
-      if (l.slotCount == 0) return false;
+      if (!sharedLayout(l) || l.slotCount == 0) return miss();
       const std::uint64_t mask = l.slotCount - 1;
       bool retry = false;
       std::uint64_t s = homeIn(k, mask);
@@ -698,30 +752,47 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
           retry = true;
           break;
         }
-        V r;
-        switch (sharedCopy(l, v - 1, r)) {
-          case Copy::whole:
-            if (r.key() == k) {
-              out = r;
-              return true;
-            }
+        Probe probe = sharedKeyAt(l, v - 1, k);
+        if (probe == Probe::match) {
+          if (!out) return true;
+          written = true;
+          switch (sharedCopy(l, v - 1, *out)) {
+            case Copy::whole:
+              if (out->key() == k) return true;
+              retry = true;  // rewritten with another key since the probe: look again
+              break;
+            case Copy::hole:
+              probe = Probe::hole;
+              break;
+            case Copy::moved:
+              retry = true;
+              break;
+            case Copy::torn:
+              probe = Probe::torn;
+              break;
+          }
+          if (retry) break;
+        }
+        switch (probe) {
+          case Probe::match:
+          case Probe::other:
             break;
-          case Copy::hole:
+          case Probe::hole:
             // Deleted since its slot was read: the write counter sends the lookup round again.
             break;
-          case Copy::moved:
+          case Probe::moved:
             retry = true;
             break;
-          case Copy::torn:
+          case Probe::torn:
             corruptionDetected("record changed while it was read");
-            return false;
+            return miss();
         }
       }
       if (!retry && !(w1 & 1) && header_->writeSeq.load(std::memory_order_acquire) == w1)
-        return false;
+        return miss();
       pause();
     }
-    return false;
+    return miss();
   }
 
   std::size_t homeIn(const K& k, std::uint64_t mask) const {
@@ -812,11 +883,22 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
     }
   }
   void sharedInsertSlot(const K& k, std::uint32_t i) {
+    // The length is marked before a reader can reach the key.
+    if constexpr (kKeysHaveLength) sharedMarkLength(k.len());
     const std::uint64_t mask = w_.slotCount - 1;
     std::uint64_t s = homeIn(k, mask);
     while (w_.slots[s].load(std::memory_order_relaxed) != 0)
       s = (s + 1) & mask;
     w_.slots[s].store(i + 1, std::memory_order_release);
+  }
+  void sharedMarkLength(int len) {
+    if (len < 0 || len >= 160) return;
+    if (len >= 128) {
+      w_.h->keyLengthsHigh.fetch_or(std::uint32_t(1) << (len - 128), std::memory_order_release);
+    } else {
+      w_.h->keyLengths[len / 64].fetch_or(std::uint64_t(1) << (len % 64),
+                                          std::memory_order_release);
+    }
   }
   // Odd while entries of the index move, so that a reader's miss meanwhile is looked up again.
   void sharedBeginWrite() {

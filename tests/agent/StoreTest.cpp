@@ -229,6 +229,41 @@ TEST_F(Store, TheListingOrderIsKeyOrderAndOnlyWhileTheTableIsUnchanged) {
   EXPECT_FALSE(writer->sharedOrderStale());
 }
 
+// A reader learns which key lengths the table may hold, so that a longest-match lookup probes
+// (and touches the pages of) only those: every length written, before or after the move into
+// the store, and still after its keys went (a superset is safe, a missing length is not).
+TEST_F(Store, AReaderProbesOnlyKeyLengthsTheWriterMarked) {
+  auto store = create();
+  auto writer = Mox::makePtr<PrefixTable>();
+  writer->recordIs(PrefixRecord::make(25, 0));  // a /8
+  const std::uint64_t at = tableHeader(*store);
+  writer->sharedStorageIs(store, at);
+  writer->recordIs(PrefixRecord::make(16, 0));  // a /24
+  writer->recordIs(PrefixRecord::make(24, 0));  // a /32
+  auto reader = Mox::makePtr<PrefixTable>();
+  reader->sharedStorageIs(Agent::Attachment::open(name_), at);
+  const auto marked = [&] {
+    std::vector<int> lengths;
+    for (int len = 0; len <= 32; ++len) {
+      if (reader->mayHoldKeyLength(len)) lengths.push_back(len);
+    }
+    return lengths;
+  };
+  EXPECT_EQ(marked(), (std::vector<int>{8, 24, 32}));
+  EXPECT_TRUE(reader->contains(PrefixRecord::prefixOf(16)));
+  ASSERT_TRUE(writer->recordDel(PrefixRecord::prefixOf(16)));
+  EXPECT_FALSE(reader->contains(PrefixRecord::prefixOf(16)));
+  EXPECT_TRUE(reader->lookup(PrefixRecord::prefixOf(24)).whole());
+  EXPECT_EQ(marked(), (std::vector<int>{8, 24, 32}));
+
+  // A header that marked nothing (a store that kept no lengths) and a table of the process's
+  // own: every length may be there.
+  auto* header = reinterpret_cast<Brine::SharedTableHeader*>(store->writableBase() + at);
+  header->keyLengths[0].store(0);
+  EXPECT_EQ(marked().size(), 33u);
+  EXPECT_TRUE(Mox::makePtr<PrefixTable>()->mayHoldKeyLength(17));
+}
+
 // The writer, in a process of its own, changes a prefix table in bursts and makes its order
 // again after each, giving the regions back at once; this process takes the order again and
 // again. An order handed out is whole (sorted, never a region half given back) and every word

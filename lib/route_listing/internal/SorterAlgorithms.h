@@ -129,14 +129,16 @@ const Mox::Ptr<CachedFec>* copyAdjacency(Sorter& s, Brine::Fib::FecId fecId) {
   if (const auto* cached = s.fec().find(fecId)) return cached;
   if constexpr (std::is_same_v<Sorter, RouteSorter>) {
     if (Brine::Fib::isV6FecId(fecId)) {
-      Brine::Fib6::Fec record;
-      if (s.forwarding6Status()) record = readRecord(*s.forwarding6Status(), fecId);
+      // Read straight into place: a FEC record is kilobytes, and each copy of it on the stack
+      // touches pages of its own.
+      const auto record =
+          s.forwarding6Status() ? readRecord(*s.forwarding6Status(), fecId) : Brine::Fib6::Fec{};
       cachedFecIs(s, fecId, record);
       return s.fec().find(fecId);
     }
   }
-  typename std::remove_cvref_t<decltype(*s.forwardingStatus())>::Record record;
-  if (s.forwardingStatus()) record = readRecord(*s.forwardingStatus(), fecId);
+  using Record = typename std::remove_cvref_t<decltype(*s.forwardingStatus())>::Record;
+  const auto record = s.forwardingStatus() ? readRecord(*s.forwardingStatus(), fecId) : Record{};
   cachedFecIs(s, fecId, record);
   return s.fec().find(fecId);
 }
@@ -450,9 +452,13 @@ void filterPrefixes(Sorter& s) {
   // One prefix: the exact route, or else the longest match that passes the filters.
   const auto exact = readRecord(table, want);
   if (exact.fecId.value() != 0 && takeRoute(s, exact)) return;
+  // Each probe of an attached table touches pages of its own: the exact prefix is not read a
+  // second time (the walk meets it again all the same, for the filters' counts), and lengths
+  // the table holds no key of are not probed.
   for (int len = want.len(); len >= 0; --len) {
-    const typename Family::Prefix candidate(want.address(), len);
-    const auto route = readRecord(table, candidate);
+    if (len < want.len() && !table.mayHoldKeyLength(len)) continue;
+    const auto route =
+        len == want.len() ? exact : readRecord(table, typename Family::Prefix(want.address(), len));
     if (route.fecId.value() == 0) continue;
     if (takeRoute(s, route)) return;
   }
