@@ -45,7 +45,7 @@ void radixPasses(std::vector<Item>& items, const std::vector<unsigned>& passes, 
       ++start[p][digitOf(item, passes[p])];
   }
   std::vector<Item> spare;
-  reserveHuge(spare, items.size());
+  reserveHugeExact(spare, items.size());
   spare.resize(items.size());
   for (std::size_t p = 0; p < passes.size(); ++p) {
     std::size_t at = 0;
@@ -80,7 +80,7 @@ template <class Entry, class Order, class IndexOf>
 void gather(std::vector<Entry>& data, const std::vector<Order>& order, IndexOf indexOf) {
   const std::size_t n = order.size();
   std::vector<Entry> sorted;
-  reserveHuge(sorted, n);
+  reserveHugeExact(sorted, n);
   for (std::size_t j = 0; j < n; ++j) {
     // The reads are scattered: ask for the ones a little ahead while this one is moved.
     if (j + 8 < n) Mox::prefetch(&data[indexOf(order[j + 8])]);
@@ -100,7 +100,7 @@ bool radixSort(std::vector<Entry>& data, KeyOf keyOf) {
   const std::size_t n = data.size();
   if (n == 0 || n >= (std::size_t(1) << kIndexBits)) return n == 0;
   std::vector<std::uint64_t> words;
-  reserveHuge(words, n);
+  reserveHugeExact(words, n);
   words.resize(n);
   const std::uint64_t first = keyOf(data[0]);
   std::uint64_t varies = 0;
@@ -147,7 +147,7 @@ bool radixSortWide(std::vector<Entry>& data, KeyOf keyOf) {
     };
     const std::size_t w = varies[0] ? 0 : 1;
     std::vector<Item> items;
-    reserveHuge(items, n);
+    reserveHugeExact(items, n);
     items.resize(n);
     for (std::size_t i = 0; i < n; ++i) {
       const WideOrderKey key = keyOf(data[i]);
@@ -170,7 +170,7 @@ bool radixSortWide(std::vector<Entry>& data, KeyOf keyOf) {
     std::uint32_t index;
   };
   std::vector<Item> items;
-  reserveHuge(items, n);
+  reserveHugeExact(items, n);
   items.resize(n);
   for (std::size_t i = 0; i < n; ++i)
     items[i] = {keyOf(data[i]), static_cast<std::uint32_t>(i)};

@@ -131,7 +131,7 @@ class VectorMap {
     return Iterator(this, 0);
   }
   std::uint32_t changes() const { return changes_.value(); }
-  void reserve(std::size_t n) { reserveHuge(data_, n); }
+  void reserve(std::size_t n) { reserveHugeExact(data_, n); }
 
   bool newEntry(const K& k, const V& v) {
     if (find(k)) return false;
