@@ -155,6 +155,12 @@ class Grammar {
   void namesIs(std::string_view typeName, NameSource names);
   void addRow(Row row);
   void addRows(std::vector<Row> rows);
+  // From now on a row that begins with plain keywords is compiled the first time a line may
+  // need it, and checked then rather than as it is added: a one-shot command compiles the
+  // rows its words may begin instead of the whole table. Matches, messages and completions
+  // are the same either way. For a table used from one thread (the program's own); others
+  // compile rows as they are added.
+  void deferCompiling() { deferred_ = true; }
 
   // The table as written, for what is generated from it (the manual page, the shell's
   // completion script): the rows in order, the argument types by name.
@@ -186,11 +192,20 @@ class Grammar {
 
  private:
   std::string keywordHelp(const Row& row, const std::string& keyword) const;
+  // Compiles the rows matching `words` may need. A row whose leading keywords the words
+  // (those before the first "json") abbreviate all the way is needed. A row the words leave
+  // at its k-th keyword (k > 0) only adds its first k keywords to the choices of the first k
+  // words, and then ends: it is needed unless a compiled row begins with the same k keywords.
+  // A row left at its first keyword says nothing. Rows that begin otherwise are always
+  // compiled.
+  void compileFor(std::span<const std::string> words) const;
+  void compileAll() const;
 
   std::map<std::string, ArgType, std::less<>> types_;
   std::map<const ArgType*, NameSource> names_;
   std::map<std::string, std::string, std::less<>> keywordHelp_;
   std::vector<std::unique_ptr<detail::CompiledRow>> rows_;
+  bool deferred_ = false;
 };
 
 }  // namespace cli

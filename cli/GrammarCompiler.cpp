@@ -1,6 +1,8 @@
 // Building the table: a row's syntax line parsed into a tree, then compiled into a small
 // program the matcher runs.
 
+#include <optional>
+
 #include "cli/GrammarWalk.h"
 #include "platform/mox/Exception.h"
 
@@ -219,13 +221,81 @@ void Grammar::addKeywordHelp(std::string keyword, std::string help) {
   keywordHelp_[std::move(keyword)] = std::move(help);
 }
 
+namespace {
+
+// The plain keywords a syntax begins with ("show ip route" of "show ip route [vrf NAME]").
+std::vector<std::string> leadOf(std::string_view syntax) {
+  std::vector<std::string> lead;
+  std::size_t at = 0;
+  for (;;) {
+    at = syntax.find_first_not_of(" \t", at);
+    if (at == std::string_view::npos) return lead;
+    const std::size_t end = std::min(syntax.find_first_of(" \t[]()|", at), syntax.size());
+    const std::string_view word = syntax.substr(at, end - at);
+    if (word.empty() || !isKeyword(word) || word == kJson) return lead;
+    lead.emplace_back(word);
+    at = end;
+  }
+}
+
+void compileRow(const std::map<std::string, ArgType, std::less<>>& types,
+                detail::CompiledRow& row) {
+  Sequence tree = SyntaxParser(row.row.syntax).parse();
+  RowCompiler(types, row.row.syntax).compile(tree, row.terms, row.program);
+  row.compiled = true;
+}
+
+}  // namespace
+
 void Grammar::addRow(Row row) {
   if (!row.action) throw GrammarError("syntax '" + row.syntax + "': no action");
   auto compiled = std::make_unique<detail::CompiledRow>();
-  Sequence tree = SyntaxParser(row.syntax).parse();
-  RowCompiler(types_, row.syntax).compile(tree, compiled->terms, compiled->program);
   compiled->row = std::move(row);
+  if (deferred_) compiled->lead = leadOf(compiled->row.syntax);
+  if (compiled->lead.empty()) compileRow(types_, *compiled);
   rows_.push_back(std::move(compiled));
+}
+
+void Grammar::compileFor(std::span<const std::string> words) const {
+  if (!deferred_) return;
+  // Past a "json" the words no longer line up with the rows' keywords: "json" is skipped
+  // where a command could end.
+  std::vector<std::string> typed;
+  for (const std::string& w : words) {
+    if (isJson(w)) break;
+    typed.push_back(lower(w));
+  }
+  // Where the words leave a row: its first keyword they do not abbreviate, or none.
+  const auto leftAt = [&](const detail::CompiledRow& r) -> std::optional<std::size_t> {
+    const std::size_t n = std::min(r.lead.size(), typed.size());
+    for (std::size_t k = 0; k < n; ++k) {
+      if (!startsWith(r.lead[k], typed[k])) return k;
+    }
+    return std::nullopt;
+  };
+  // The leading keywords of the compiled rows, by every length.
+  std::set<std::vector<std::string>> begun;
+  const auto compile = [&](detail::CompiledRow& r) {
+    if (!r.compiled) compileRow(types_, r);
+    for (std::size_t k = 1; k <= r.lead.size(); ++k)
+      begun.emplace(r.lead.begin(), r.lead.begin() + std::ptrdiff_t(k));
+  };
+  for (const auto& r : rows_) {
+    if (r->compiled || !leftAt(*r)) compile(*r);
+  }
+  for (const auto& r : rows_) {
+    if (r->compiled) continue;
+    const std::size_t k = *leftAt(*r);
+    if (k > 0 && !begun.contains(std::vector<std::string>(r->lead.begin(),
+                                                          r->lead.begin() + std::ptrdiff_t(k))))
+      compile(*r);
+  }
+}
+
+void Grammar::compileAll() const {
+  for (const auto& r : rows_) {
+    if (!r->compiled) compileRow(types_, *r);
+  }
 }
 
 std::vector<const Row*> Grammar::rows() const {

@@ -65,6 +65,7 @@ std::string Grammar::keywordHelp(const Row& row, const std::string& keyword) con
 
 Completion Grammar::complete(std::span<const std::string> words, std::string_view partial) const {
   Completion result;
+  compileAll();
   Walker walker(rows_);
   Walk walk = walker.run(words);
   if (!walk.error.empty()) {

@@ -41,6 +41,7 @@ MatchResult Grammar::match(std::span<const std::string> words) const {
     result.error = incomplete();
     return result;
   }
+  compileFor(words);
   Walker walker(rows_);
   Walk walk = walker.run(words);
   if (!walk.error.empty()) {

@@ -87,6 +87,11 @@ struct CompiledRow {
   Row row;
   std::vector<grammar::Term> terms;
   std::vector<grammar::Inst> program;  // a `term` instruction's `a` is its index in `terms`
+  // In a table that compiles on demand, a row that begins with plain keywords is compiled
+  // once a line needs it (Grammar::compileFor).
+  bool compiled = false;
+  std::vector<std::string> lead;  // the keywords the syntax begins with, up to its first
+                                  // group or placeholder
 };
 
 }  // namespace detail
@@ -133,8 +138,11 @@ class Walker {
   Walk run(std::span<const std::string> words) {
     Walk walk;
     seen_.clear();
-    for (std::size_t r = 0; r < rows_.size(); ++r)
-      follow(walk.threads, r, 0, {});
+    // A row not compiled yet is one whose reading would say nothing another row does not say
+    // as well (Grammar::compileFor).
+    for (std::size_t r = 0; r < rows_.size(); ++r) {
+      if (rows_[r]->compiled) follow(walk.threads, r, 0, {});
+    }
     for (const std::string& word : words) {
       // Where the command could end, "json" is the output format, and the command may go on
       // after it. Elsewhere it is an ordinary word (a VRF may be called json).

@@ -253,6 +253,9 @@ int main(int argc, char** argv) {
   });
   try {
     cli::Grammar grammar;
+    // A one-shot command compiles only the rows its first word may begin; the shell compiles
+    // the rest as its completion asks for them.
+    grammar.deferCompiling();
     cli::addCommands(grammar);
     cli::addConfigureRow(grammar);
     const auto grammarBuilt = processorTime();
