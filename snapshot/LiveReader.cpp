@@ -38,6 +38,7 @@
 
 #include "snapshot/KernelRecords.h"
 #include "snapshot/LiveRouteMirror.h"
+#include "snapshot/NetlinkLibrary.h"
 #include "snapshot/StateLayout.h"
 
 namespace Snapshot {
@@ -352,6 +353,7 @@ class Session {
   enum class End { whole, interrupted, absent };
 
   Session() : buffer_(kBufferSize) {
+    requireNetlinkLibrary();
     nl_ = mnl_socket_open(NETLINK_ROUTE);
     if (!nl_) fail("cannot open a netlink socket");
     int one = 1;
@@ -822,6 +824,7 @@ struct LiveFollower::Impl {
   }
 
   void subscribe() {
+    requireNetlinkLibrary();
     nl = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (!nl) fail("cannot open a netlink socket");
     if (options.receiveBuffer > 0) {
