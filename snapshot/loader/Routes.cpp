@@ -153,7 +153,11 @@ template <class Fam>
 void Loader::fecs(od::value& v, VrfState& vrf) {
   od::array arr = r_.array(v);
   auto& table = vrf.fecs<Fam>();
-  table.reserve(table.size() + r_.count(arr));
+  const std::size_t count = r_.count(arr);
+  // An empty list, as every attach reads in the agent's catalog, makes no scratch record: its
+  // pages would be fresh memory touched for nothing.
+  if (count == 0) return;
+  table.reserve(table.size() + count);
   // A FEC record holds room for 512 vias: one scratch record, not one on the stack per FEC.
   auto fec = std::make_unique<typename Fam::Fec>();
   r_.elements(arr, [&](std::size_t, od::value& e) {
