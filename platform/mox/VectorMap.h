@@ -16,6 +16,11 @@
 
 namespace Mox {
 
+// How many words a map held by reference reads at a time when they are read in pieces (see
+// VectorMap::References::readWords): a few thousand, so that the buffer stays small and the
+// calls few. Tests make it small.
+inline std::size_t referencePieceWords = 4096;
+
 // An ordered map kept as one sorted array: the same operations as OrderedMap, for maps that are
 // filled in bulk (a million routes) and then read in order. Entries added out of order are
 // appended and sorted once, on the next read, so filling costs one sort instead of a tree
@@ -28,11 +33,6 @@ namespace Mox {
 // and copies none of them; find() and del() search the words; every other operation makes the
 // entries real first, so the map behaves the same to all its other users. The words themselves
 // may stay where their writer keeps them and be read a piece at a time (References::readWords).
-// How many words a map held by reference reads at a time when they are read in pieces (see
-// VectorMap::References::readWords): a few thousand, so that the buffer stays small and the
-// calls few. Tests make it small.
-inline std::size_t referencePieceWords = 4096;
-
 template <class K, class V, class Compare = std::less<K>>
 class VectorMap {
  public:
