@@ -234,7 +234,8 @@ TEST_F(Store, TheListingOrderIsKeyOrderAndOnlyWhileTheTableIsUnchanged) {
 // replaces it between pieces (deleting and adding keys before and after the reader's place,
 // the old region given back at once), and at last leaves its counter odd, as a writer that
 // died while it published would: the reader hands out words in key order, no key twice, with
-// every key present from the opening to the end, whatever it read them from.
+// every key present from the opening to the end, whatever it read them from; a table that
+// goes away ends the reading.
 TEST_F(Store, AnOrderReadInPiecesGoesOnInTheOrderThatReplacedIt) {
   auto store = create(std::chrono::milliseconds(0));
   auto writer = Mox::makePtr<PrefixTable>();
@@ -304,6 +305,11 @@ TEST_F(Store, AnOrderReadInPiecesGoesOnInTheOrderThatReplacedIt) {
   EXPECT_TRUE(std::equal(piece, piece + 5, words.begin() + 41));
   ASSERT_EQ(order.read(nullptr, piece), 5u);
   EXPECT_TRUE(std::equal(piece, piece + 5, words.begin()));
+  // The table goes away, its regions given back at once: the reading ends there, rather than
+  // going on in pages that read as zeros.
+  writer.reset();
+  store->reclaim();
+  EXPECT_EQ(order.read(&piece[4], piece), 0u);
 }
 
 // A reader learns which key lengths the table may hold, so that a longest-match lookup probes
