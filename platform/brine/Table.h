@@ -28,6 +28,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -107,6 +108,9 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
       h.slotCount.store(0, std::memory_order_relaxed);
     });
     sharedEndWrite();
+    // The order goes too, under its counter: a reader reading it in pieces reads no further
+    // from a region given back.
+    if (w_.order.count) sharedOrderPublish(0, 0, 0);
     if (w_.capacity) arena_->retire(w_.recordsAt, w_.capacity * sizeof(Stored));
     if (w_.slotCount) arena_->retire(w_.slotsAt, w_.slotCount * 4);
     if (w_.order.count) arena_->retire(w_.order.at, w_.order.count * 8);
@@ -281,45 +285,208 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   }
 
   // The table's listing order as its writer keeps it in the store, copied into `words`: each
-  // word a record's order key above its place (kOrderPlaceBits), in key order, as the table
-  // was at one moment. False, and `words` left empty, when the table keeps none, or none for
-  // its current writes (a reader then sorts for itself). A word is a hint like a place noted
-  // from a walk: the record there is read and its key checked.
+  // word a record's order key above its place (kOrderPlaceBits), in key order. False, and
+  // `words` left empty, when the table keeps none, or none for its current writes (a reader
+  // then sorts for itself). A word is a hint like a place noted from a walk: the record there
+  // is read and its key checked. A whole-table reader reads it in pieces instead (OrderReader).
   bool orderNow(std::vector<std::uint64_t>& words) const {
     words.clear();
-    if (!arena_) return false;
-    const SharedTableHeader& h = *header_;
-    for (int tries = 0; tries < kSharedTries; ++tries) {
-      const std::uint64_t seq = h.orderSeq.load(std::memory_order_acquire);
-      if (seq & 1) {
-        pause();
-        continue;
-      }
-      const std::uint64_t at = h.orderAt.load(std::memory_order_relaxed);
-      const std::uint64_t count = h.orderCount.load(std::memory_order_relaxed);
-      const std::uint64_t built = h.orderGeneration.load(std::memory_order_relaxed);
-      std::atomic_thread_fence(std::memory_order_acquire);
-      if (h.orderSeq.load(std::memory_order_relaxed) != seq) continue;
-      if (count == 0 || built != generation()) return false;
-      const std::uint64_t mapSize = arena_->mapSize();
-      if (at % alignof(std::uint64_t) != 0 || at > mapSize || count > (mapSize - at) / 8) {
-        corruptionDetected("the table's order lies outside the store");
-        return false;
-      }
-      arena_->willRead(at, count * 8);
-      const auto* from = reinterpret_cast<const std::uint64_t*>(arena_->base() + at);
-      Mox::reserveHuge(words, count);
-      words.assign(from, from + count);
-      std::atomic_thread_fence(std::memory_order_acquire);
-      // A region replaced or left meanwhile may have been given back: the copy is taken
-      // again, and a table written meanwhile has no order for now.
-      if (h.orderSeq.load(std::memory_order_relaxed) != seq) continue;
-      if (built == generation()) return true;
-      break;
+    OrderReader order(*this);
+    if (!order.open()) return false;
+    words.resize(order.count());
+    std::size_t n = 0;
+    for (;;) {
+      if (n == words.size()) words.resize(n + std::max<std::size_t>(1024, n / 8));
+      const std::size_t got =
+          order.read(n ? &words[n - 1] : nullptr, std::span<std::uint64_t>(words).subspan(n));
+      if (got == 0) break;
+      n += got;
     }
-    words.clear();
-    return false;
+    words.resize(n);
+    return true;
   }
+
+  // The table's listing order read where the writer keeps it, a piece at a time into the
+  // reader's buffer: a listing of a million routes holds a few thousand words rather than a
+  // fresh 8 MB copy. Each piece is copied under the order's sequence counter and handed out
+  // only when the counter did not move meanwhile, so every word comes from an order that was
+  // whole when it was copied. When the writer replaced the order between two pieces, the
+  // reading goes on in the new one after the key of the last word handed out (a binary search
+  // of its keys): the words stay in key order with no key twice, and every record present
+  // from the opening to the end is met, since any order published after the opening holds it.
+  // When no piece can be copied whole (the writer kept the counter odd, as one that died
+  // while it published would), the reader walks the records and sorts their words as a reader
+  // without an order does, and hands out the rest from those.
+  class OrderReader {
+   public:
+    explicit OrderReader(const Table& table) : t_(&table) {}
+    // Takes the order as it is now: false when the table keeps none, or none for its current
+    // writes (as orderNow).
+    bool open() {
+      if (!t_->arena_) return false;
+      for (int tries = 0; tries < kSharedTries; ++tries) {
+        Region r;
+        switch (region(r)) {
+          case Found::busy:
+            pause();
+            continue;
+          case Found::outside:
+            return false;
+          case Found::whole:
+            break;
+        }
+        if (r.count == 0 || r.generation != t_->generation()) return false;
+        r_ = r;
+        opened_ = r.count;
+        pos_ = 0;
+        handed_ = false;
+        t_->arena_->willRead(r.at, r.count * 8);
+        return true;
+      }
+      return false;
+    }
+    // How many words the order had when it was opened.
+    std::uint64_t count() const { return opened_; }
+    // Copies into `out` the next words of the order: those whose keys follow the key of the
+    // word `after`, or from the first one when `after` is null; at most out.size() of them,
+    // in key order. Returns how many, 0 at the end. Reading on after the last word handed out
+    // continues where it stopped; any other `after` is looked up by its key.
+    std::size_t read(const std::uint64_t* after, std::span<std::uint64_t> out) {
+      if (out.empty() || opened_ == 0) return 0;
+      // `after` may point into `out`.
+      const bool from = after != nullptr;
+      const std::uint64_t afterWord = from ? *after : 0;
+      if (walked_) return readRest(from, afterWord, out);
+      bool place = !from || !handed_ || afterWord != last_;
+      bool newRegion = false;
+      const SharedTableHeader& h = *t_->header_;
+      for (int tries = 0; tries < kSharedTries; ++tries) {
+        if (newRegion) {
+          Region r;
+          const Found found = region(r);
+          if (found == Found::busy) {
+            pause();
+            continue;
+          }
+          if (found == Found::outside) break;
+          r_ = r;
+          newRegion = false;
+          place = true;
+        }
+        const auto* words = reinterpret_cast<const std::uint64_t*>(t_->arena_->base() + r_.at);
+        std::uint64_t pos = pos_;
+        if (place) pos = from ? upperBound(words, afterWord >> kOrderPlaceBits) : 0;
+        const std::uint64_t n = std::min<std::uint64_t>(out.size(), r_.count - pos);
+        if (n) std::memcpy(out.data(), words + pos, n * 8);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        // Replaced or left since it was opened: the region may have been given back, so
+        // neither the place found nor the words copied count.
+        if (h.orderSeq.load(std::memory_order_relaxed) != r_.seq) {
+          newRegion = true;
+          continue;
+        }
+        pos_ = pos + n;
+        if (n) {
+          handed_ = true;
+          last_ = out[n - 1];
+        }
+        return static_cast<std::size_t>(n);
+      }
+      walk();
+      return readRest(from, afterWord, out);
+    }
+
+   private:
+    struct Region {
+      std::uint64_t seq = 0, at = 0, count = 0, generation = 0;
+    };
+    enum class Found { whole, busy, outside };
+    // The order's region as published now.
+    Found region(Region& r) const {
+      const SharedTableHeader& h = *t_->header_;
+      r.seq = h.orderSeq.load(std::memory_order_acquire);
+      if (r.seq & 1) return Found::busy;
+      r.at = h.orderAt.load(std::memory_order_relaxed);
+      r.count = h.orderCount.load(std::memory_order_relaxed);
+      r.generation = h.orderGeneration.load(std::memory_order_relaxed);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (h.orderSeq.load(std::memory_order_relaxed) != r.seq) return Found::busy;
+      const std::uint64_t mapSize = t_->arena_->mapSize();
+      if (r.at % alignof(std::uint64_t) != 0 || r.at > mapSize || r.count > (mapSize - r.at) / 8) {
+        t_->corruptionDetected("the table's order lies outside the store");
+        return Found::outside;
+      }
+      return Found::whole;
+    }
+    // The first place of the region whose key follows `key`; read in place, so it counts only
+    // once the counter is checked after it.
+    std::uint64_t upperBound(const std::uint64_t* words, std::uint64_t key) const {
+      std::uint64_t lo = 0, hi = r_.count;
+      while (lo < hi) {
+        const std::uint64_t mid = lo + (hi - lo) / 2;
+        if (words[mid] >> kOrderPlaceBits <= key) {
+          lo = mid + 1;
+        } else {
+          hi = mid;
+        }
+      }
+      return lo;
+    }
+    // The words of the records as they are now, in key order (the later place of a key met
+    // twice, as a walk meeting a record a delete moved would).
+    void walk() {
+      if constexpr (Mox::HasOrderKey<K>) {
+        const std::uint64_t reach =
+            std::min<std::uint64_t>(t_->sharedUsed(), std::uint64_t(1) << kOrderPlaceBits);
+        std::vector<std::uint64_t> words;
+        for (std::uint64_t i = 0; i < reach; ++i) {
+          V r{};
+          if (t_->sharedAt(i, r)) words.push_back(orderKey(r.key()) << kOrderPlaceBits | i);
+        }
+        Mox::detail::radixSortWords(words, kOrderPlaceBits);
+        std::size_t out = 0;
+        for (std::size_t i = 0; i < words.size(); ++i) {
+          if (i + 1 < words.size() &&
+              words[i] >> kOrderPlaceBits == words[i + 1] >> kOrderPlaceBits)
+            continue;
+          words[out++] = words[i];
+        }
+        words.resize(out);
+        rest_ = std::move(words);
+      }
+      walked_ = true;
+      handed_ = false;
+    }
+    std::size_t readRest(bool from, std::uint64_t afterWord, std::span<std::uint64_t> out) {
+      std::size_t pos = 0;
+      if (from && handed_ && afterWord == last_) {
+        pos = static_cast<std::size_t>(pos_);
+      } else if (from) {
+        pos = static_cast<std::size_t>(
+            std::upper_bound(
+                rest_.begin(), rest_.end(), afterWord >> kOrderPlaceBits,
+                [](std::uint64_t key, std::uint64_t w) { return key < (w >> kOrderPlaceBits); }) -
+            rest_.begin());
+      }
+      const std::size_t n = std::min(out.size(), rest_.size() - pos);
+      std::copy_n(rest_.begin() + static_cast<std::ptrdiff_t>(pos), n, out.begin());
+      pos_ = pos + n;
+      if (n) {
+        handed_ = true;
+        last_ = out[n - 1];
+      }
+      return n;
+    }
+
+    const Table* t_;
+    Region r_;
+    std::uint64_t opened_ = 0;  // the words of the order when it was opened
+    std::uint64_t pos_ = 0;     // where the next read goes on, after the word last_
+    std::uint64_t last_ = 0;
+    bool handed_ = false;  // last_ was handed out
+    bool walked_ = false;  // the order could not be read: the words are the walk's, in rest_
+    std::vector<std::uint64_t> rest_;
+  };
 
   // ---- reading many keys ----
   //
@@ -638,7 +805,19 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   // layout is no longer current (the copy may come from a region given back), `torn` when
   // the record kept changing.
   Copy sharedCopy(const Layout& l, std::uint64_t i, V& out) const {
-    const Stored& r = l.records[i];
+    const auto present = readUnderSeq(l.records[i], [&](const V& value) {
+      std::memcpy(static_cast<void*>(&out), static_cast<const void*>(&value), sizeof(V));
+    });
+    if (!present) return Copy::torn;
+    if (header_->layoutSeq.load(std::memory_order_acquire) != l.seq) return Copy::moved;
+    return *present ? Copy::whole : Copy::hole;
+  }
+
+  // Runs read(record's value) between two reads of the record's sequence counter, again until
+  // the counter was even and the same at both: whether the record was present then, or none
+  // when it kept changing. What read saw counts only when this returns a value.
+  template <class Read>
+  std::optional<bool> readUnderSeq(const Stored& r, Read&& read) const {
     for (int tries = 0; tries < kSharedTries; ++tries) {
       const std::uint32_t s1 = r.seq.load(std::memory_order_acquire);
       if (s1 & 1) {
@@ -646,13 +825,12 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
         continue;
       }
       const std::uint32_t present = r.present.load(std::memory_order_relaxed);
-      std::memcpy(static_cast<void*>(&out), static_cast<const void*>(&r.value), sizeof(V));
+      read(r.value);
       std::atomic_thread_fence(std::memory_order_acquire);
       if (r.seq.load(std::memory_order_relaxed) != s1) continue;
-      if (header_->layoutSeq.load(std::memory_order_acquire) != l.seq) return Copy::moved;
-      return present ? Copy::whole : Copy::hole;
+      return present != 0;
     }
-    return Copy::torn;
+    return std::nullopt;
   }
 
   std::uint64_t sharedUsed() const {
@@ -710,22 +888,13 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
   // counter: a record is copied only once its key matched, so a lookup that probes past other
   // keys (FEC records are kilobytes) copies none of them.
   Probe sharedKeyAt(const Layout& l, std::uint64_t i, const K& k) const {
-    const Stored& r = l.records[i];
-    for (int tries = 0; tries < kSharedTries; ++tries) {
-      const std::uint32_t s1 = r.seq.load(std::memory_order_acquire);
-      if (s1 & 1) {
-        pause();
-        continue;
-      }
-      const std::uint32_t present = r.present.load(std::memory_order_relaxed);
-      const bool same = r.value.key() == k;
-      std::atomic_thread_fence(std::memory_order_acquire);
-      if (r.seq.load(std::memory_order_relaxed) != s1) continue;
-      if (header_->layoutSeq.load(std::memory_order_acquire) != l.seq) return Probe::moved;
-      if (!present) return Probe::hole;
-      return same ? Probe::match : Probe::other;
-    }
-    return Probe::torn;
+    bool same = false;
+    const auto present =
+        readUnderSeq(l.records[i], [&](const V& value) { same = value.key() == k; });
+    if (!present) return Probe::torn;
+    if (header_->layoutSeq.load(std::memory_order_acquire) != l.seq) return Probe::moved;
+    if (!*present) return Probe::hole;
+    return same ? Probe::match : Probe::other;
   }
 
   // Finds k, probing each slot at most once, and copies its record into `*out` (unless `out` is
@@ -1013,14 +1182,7 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
         Mox::detail::radixSortWords(words, kOrderPlaceBits);
       const std::uint64_t at = words.empty() ? 0 : arena_->allocate(words.size() * 8);
       if (!words.empty()) std::memcpy(arena_->writableBase() + at, words.data(), words.size() * 8);
-      SharedTableHeader& h = *w_.h;
-      const std::uint64_t seq = h.orderSeq.load(std::memory_order_relaxed);
-      h.orderSeq.store(seq + 1, std::memory_order_relaxed);
-      std::atomic_thread_fence(std::memory_order_release);
-      h.orderAt.store(at, std::memory_order_relaxed);
-      h.orderCount.store(words.size(), std::memory_order_relaxed);
-      h.orderGeneration.store(generation, std::memory_order_relaxed);
-      h.orderSeq.store(seq + 2, std::memory_order_release);
+      sharedOrderPublish(at, words.size(), generation);
       if (w_.order.count) arena_->retire(w_.order.at, w_.order.count * 8);
       w_.order = {at, words.size(), generation};
       return true;
@@ -1048,6 +1210,17 @@ class Table : public Mox::Entity, public CorruptionReporter, public SharedStorab
       sharedRecordIs(pending[i]);
     }
     return std::nullopt;
+  }
+
+  void sharedOrderPublish(std::uint64_t at, std::uint64_t count, std::uint64_t generation) {
+    SharedTableHeader& h = *w_.h;
+    const std::uint64_t seq = h.orderSeq.load(std::memory_order_relaxed);
+    h.orderSeq.store(seq + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    h.orderAt.store(at, std::memory_order_relaxed);
+    h.orderCount.store(count, std::memory_order_relaxed);
+    h.orderGeneration.store(generation, std::memory_order_relaxed);
+    h.orderSeq.store(seq + 2, std::memory_order_release);
   }
 
   // Slots hold a record's index + 1 in 32 bits and the index has twice as many slots.

@@ -16,6 +16,11 @@
 
 namespace Mox {
 
+// How many words a map held by reference reads at a time when they are read in pieces (see
+// VectorMap::References::readWords): a few thousand, so that the buffer stays small and the
+// calls few. Tests make it small.
+inline std::size_t referencePieceWords = 4096;
+
 // An ordered map kept as one sorted array: the same operations as OrderedMap, for maps that are
 // filled in bulk (a million routes) and then read in order. Entries added out of order are
 // appended and sorted once, on the next read, so filling costs one sort instead of a tree
@@ -26,7 +31,8 @@ namespace Mox {
 // 64-bit word per entry, in key order, and a reader that turns a word back into its entry
 // (referencesIs). A listing of a million routes then walks the table in place with forEach()
 // and copies none of them; find() and del() search the words; every other operation makes the
-// entries real first, so the map behaves the same to all its other users.
+// entries real first, so the map behaves the same to all its other users. The words themselves
+// may stay where their writer keeps them and be read a piece at a time (References::readWords).
 template <class K, class V, class Compare = std::less<K>>
 class VectorMap {
  public:
@@ -70,6 +76,15 @@ class VectorMap {
   // for without reading its entry, so that find() reads one entry rather than one per step.
   struct References {
     std::vector<std::uint64_t> words;
+    // Or, instead of `words`, the words read a piece at a time where they are kept (a table's
+    // order in a store): readWords(after, out) copies into `out` the words whose keys follow
+    // that of the word `after` (from the first when `after` is null), at most out.size(), in
+    // key order, and returns how many, 0 at the end; `count` is how many there are, for
+    // size(). keyOf is then needed. A walk reads them in pieces of referencePieceWords; an
+    // operation that needs them all (a find past the first piece, a delete other than of the
+    // first entry) reads them into `words` first.
+    std::function<std::size_t(const std::uint64_t* after, std::span<std::uint64_t> out)> readWords;
+    std::size_t count = 0;
     std::function<bool(std::uint64_t word, Entry& out)> read;
     std::function<void(std::uint64_t word)> prefetch;
     std::function<K(std::uint64_t word)> keyOf;
@@ -84,11 +99,26 @@ class VectorMap {
     changes_.bump();
   }
   bool byReference() const { return refs_ != nullptr; }
-  // Held by reference: the words of the entries, in key order, for a reader that turns them
-  // into entries itself; valid until the map changes. Empty otherwise.
-  std::span<const std::uint64_t> referenceWords() const {
-    if (!refs_) return {};
-    return std::span<const std::uint64_t>(refs_->words).subspan(skipped_);
+  // Held by reference: calls fn(words) with the words of the entries, in key order, one piece
+  // after another, for a reader that turns them into entries itself; a piece is valid during
+  // its call. Nothing otherwise.
+  template <class Fn>
+  void forEachReferencePiece(Fn&& fn) const {
+    if (!refs_) return;
+    if (!refs_->readWords) {
+      if (skipped_ < refs_->words.size())
+        fn(std::span<const std::uint64_t>(refs_->words).subspan(skipped_));
+      return;
+    }
+    const std::shared_ptr<References> refs = refs_;  // fn may make the entries real
+    std::vector<std::uint64_t> piece(std::max<std::size_t>(1, referencePieceWords));
+    std::uint64_t after = passed_;
+    for (bool from = skipped_ != 0;; from = true) {
+      const std::size_t n = refs->readWords(from ? &after : nullptr, piece);
+      if (n == 0) return;
+      after = piece[n - 1];
+      fn(std::span<const std::uint64_t>(piece.data(), n));
+    }
   }
 
   // Calls fn(entry) for each entry in key order; a map held by reference reads each entry as
@@ -96,13 +126,15 @@ class VectorMap {
   template <class Fn>
   void forEach(Fn&& fn) const {
     if (refs_) {
-      const std::vector<std::uint64_t>& words = refs_->words;
+      const std::shared_ptr<References> refs = refs_;
       constexpr std::size_t kAhead = 8;
       Entry e;
-      for (std::size_t j = skipped_; j < words.size(); ++j) {
-        if (j + kAhead < words.size() && refs_->prefetch) refs_->prefetch(words[j + kAhead]);
-        if (refs_->read(words[j], e)) fn(static_cast<const Entry&>(e));
-      }
+      forEachReferencePiece([&](std::span<const std::uint64_t> words) {
+        for (std::size_t j = 0; j < words.size(); ++j) {
+          if (j + kAhead < words.size() && refs->prefetch) refs->prefetch(words[j + kAhead]);
+          if (refs->read(words[j], e)) fn(static_cast<const Entry&>(e));
+        }
+      });
       return;
     }
     normalize();
@@ -112,11 +144,11 @@ class VectorMap {
 
   // Held by reference, the entries gone since count until they are read.
   std::size_t size() const {
-    if (refs_) return refs_->words.size() - skipped_;
+    if (refs_) return wordCount() - skipped_;
     normalize();
     return data_.size();
   }
-  bool empty() const { return refs_ ? refs_->words.size() == skipped_ : data_.empty(); }
+  bool empty() const { return refs_ ? wordCount() == skipped_ : data_.empty(); }
   bool contains(const K& k) const { return find(k) != nullptr; }
   const_iterator begin() const {
     normalize();
@@ -159,14 +191,19 @@ class VectorMap {
   }
   bool del(const K& k) {
     if (refs_) {
-      const std::size_t at = referenceOf(k);
+      std::size_t at = referenceOf(k);
       if (at == skipped_) {
         // The first entry (a listing takes the default route out first): passed over rather
         // than moving every word after it.
         ++skipped_;
+        passed_ = foundWord_;
         changes_.bump();
         notify(k);
         return true;
+      }
+      if (at != kNoEntry && refs_->readWords) {
+        wordsHeld();
+        at = referenceOf(k);
       }
       if (at != kNoEntry) {
         // Copies share their references until one of them changes.
@@ -225,9 +262,42 @@ class VectorMap {
   }
   static constexpr std::size_t kNoEntry = ~std::size_t(0);
 
-  // The position of k's word, its entry left in found_; kNoEntry when k is not there.
-  // Without keyOf, an entry found gone on the way makes the entries real (refs_ is then null).
+  std::size_t wordCount() const {
+    return refs_->readWords ? std::max(refs_->count, skipped_) : refs_->words.size();
+  }
+  // Words read in pieces: read into `words`, all of them, for what needs them all.
+  void wordsHeld() const {
+    if (!refs_->readWords) return;
+    std::vector<std::uint64_t> words;
+    forEachReferencePiece([&](std::span<const std::uint64_t> piece) {
+      words.insert(words.end(), piece.begin(), piece.end());
+    });
+    auto refs = std::make_shared<References>(*refs_);
+    refs->readWords = nullptr;
+    refs->count = 0;
+    refs->words = std::move(words);
+    refs_ = std::move(refs);
+    skipped_ = 0;
+  }
+  // The position of k's word, its entry left in found_ and the word in foundWord_; kNoEntry
+  // when k is not there. Without keyOf, an entry found gone on the way makes the entries real
+  // (refs_ is then null).
   std::size_t referenceOf(const K& k) const {
+    if (refs_->readWords) {
+      // The first piece answers for the keys it reaches (the default route, taken out by a
+      // listing, is the first); a key past it needs the words held.
+      std::vector<std::uint64_t> piece(std::max<std::size_t>(1, referencePieceWords));
+      const std::size_t n = refs_->readWords(skipped_ ? &passed_ : nullptr, piece);
+      const auto end = piece.begin() + std::ptrdiff_t(n);
+      const auto at = std::partition_point(
+          piece.begin(), end, [&](std::uint64_t w) { return cmp_(refs_->keyOf(w), k); });
+      if (at != end || n < piece.size()) {
+        if (at == end || cmp_(k, refs_->keyOf(*at)) || !refs_->read(*at, found_)) return kNoEntry;
+        foundWord_ = *at;
+        return skipped_ + static_cast<std::size_t>(at - piece.begin());
+      }
+      wordsHeld();
+    }
     const std::vector<std::uint64_t>& words = refs_->words;
     std::size_t lo = skipped_, hi = words.size();
     if (refs_->keyOf) {
@@ -236,6 +306,7 @@ class VectorMap {
                                [&](std::uint64_t w) { return cmp_(refs_->keyOf(w), k); });
       if (at == words.end() || cmp_(k, refs_->keyOf(*at)) || !refs_->read(*at, found_))
         return kNoEntry;
+      foundWord_ = *at;
       return static_cast<std::size_t>(at - words.begin());
     }
     while (lo < hi) {
@@ -249,6 +320,7 @@ class VectorMap {
       } else if (cmp_(k, found_.first)) {
         hi = mid;
       } else {
+        foundWord_ = words[mid];
         return mid;
       }
     }
@@ -256,14 +328,16 @@ class VectorMap {
   }
   // Reads every entry held by reference into the map itself.
   void materialize() const {
-    const std::shared_ptr<References> refs = std::move(refs_);
-    data_.clear();
-    data_.reserve(refs->words.size() - skipped_);
-    for (std::size_t j = skipped_; j < refs->words.size(); ++j) {
-      const std::uint64_t w = refs->words[j];
-      Entry e;
-      if (refs->read(w, e)) data_.push_back(std::move(e));
-    }
+    std::vector<Entry> entries;
+    entries.reserve(size());
+    forEachReferencePiece([&](std::span<const std::uint64_t> words) {
+      for (const std::uint64_t w : words) {
+        Entry e;
+        if (refs_->read(w, e)) entries.push_back(std::move(e));
+      }
+    });
+    refs_.reset();
+    data_ = std::move(entries);
     skipped_ = 0;
     const bool inOrder =
         std::adjacent_find(data_.begin(), data_.end(), [this](const Entry& a, const Entry& b) {
@@ -308,8 +382,10 @@ class VectorMap {
   mutable std::vector<Entry> data_;
   mutable std::size_t sorted_ = 0;            // data_[0, sorted_) is sorted with unique keys
   mutable std::shared_ptr<References> refs_;  // set while the entries are held by reference
-  mutable std::size_t skipped_ = 0;  // the words before it are deleted entries, passed over
-  mutable Entry found_{};            // what find() last found by reference
+  mutable std::size_t skipped_ = 0;   // the words before it are deleted entries, passed over
+  mutable std::uint64_t passed_ = 0;  // the last of those: words read in pieces follow it
+  mutable Entry found_{};             // what find() last found by reference
+  mutable std::uint64_t foundWord_ = 0;
   [[no_unique_address]] Compare cmp_;
   HookSlot<K> hook_;
   mutable ChangeCount changes_;

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <functional>
 #include <random>
+#include <set>
 #include <string>
 
 #include "agent/Store.h"
@@ -229,6 +230,88 @@ TEST_F(Store, TheListingOrderIsKeyOrderAndOnlyWhileTheTableIsUnchanged) {
   EXPECT_FALSE(writer->sharedOrderStale());
 }
 
+// A whole-table reader reads the order a piece at a time where the writer keeps it. The writer
+// replaces it between pieces (deleting and adding keys before and after the reader's place,
+// the old region given back at once), and at last leaves its counter odd, as a writer that
+// died while it published would: the reader hands out words in key order, no key twice, with
+// every key present from the opening to the end, whatever it read them from; a table that
+// goes away ends the reading.
+TEST_F(Store, AnOrderReadInPiecesGoesOnInTheOrderThatReplacedIt) {
+  auto store = create(std::chrono::milliseconds(0));
+  auto writer = Mox::makePtr<PrefixTable>();
+  for (std::uint32_t id = 1; id <= 3000; ++id)
+    writer->recordIs(PrefixRecord::make(id, 0));
+  const std::uint64_t at = tableHeader(*store);
+  writer->sharedStorageIs(store, at);
+  ASSERT_TRUE(writer->sharedOrderRefresh());
+  auto reader = Mox::makePtr<PrefixTable>();
+  reader->sharedStorageIs(Agent::Attachment::open(name_), at);
+  auto* header = reinterpret_cast<Brine::SharedTableHeader*>(store->writableBase() + at);
+  constexpr unsigned kBits = Brine::kOrderPlaceBits;
+  const auto keysNow = [&] {
+    std::set<std::uint64_t> keys;
+    for (auto it = reader->begin(); it != reader->end(); ++it)
+      keys.insert(orderKey((*it).prefix));
+    return keys;
+  };
+
+  for (const bool dies : {false, true}) {
+    SCOPED_TRACE(dies ? "the writer dies while it publishes" : "the writer replaces the order");
+    ASSERT_TRUE(writer->sharedOrderRefresh() || !writer->sharedOrderStale());
+    PrefixTable::OrderReader order(*reader);
+    ASSERT_TRUE(order.open());
+    std::set<std::uint64_t> throughout = keysNow();
+    EXPECT_EQ(order.count(), throughout.size());
+    std::mt19937 random(dies ? 11 : 7);
+    std::vector<std::uint64_t> keys;
+    std::uint64_t piece[97], last = 0;
+    for (int step = 0;; ++step) {
+      const std::size_t n = order.read(keys.empty() ? nullptr : &last, piece);
+      if (n == 0) break;
+      for (std::size_t i = 0; i < n; ++i)
+        keys.push_back(piece[i] >> kBits);
+      last = piece[n - 1];
+      if (step % 3 != 1) continue;
+      for (int k = 0; k < 40; ++k) {
+        const Plexa::Prefix gone = PrefixRecord::prefixOf(1 + random() % 3000);
+        writer->recordDel(gone);
+        throughout.erase(orderKey(gone));
+        writer->recordIs(PrefixRecord::make(3001 + random() % 3000, 1));
+      }
+      if (dies && step == 4) {
+        header->orderSeq.fetch_add(1);
+      } else if (!dies || step < 4) {
+        ASSERT_TRUE(writer->sharedOrderRefresh());
+        store->reclaim();
+      }
+    }
+    EXPECT_TRUE(std::adjacent_find(keys.begin(), keys.end(), std::greater_equal<>()) == keys.end())
+        << "a key twice or out of order";
+    std::size_t missing = 0;
+    for (std::uint64_t key : throughout)
+      missing += !std::binary_search(keys.begin(), keys.end(), key);
+    EXPECT_EQ(missing, 0u) << "of " << throughout.size() << " keys present throughout";
+    if (dies) header->orderSeq.fetch_add(1);
+  }
+  // Started again after a word, by its key.
+  PrefixTable::OrderReader order(*reader);
+  ASSERT_TRUE(writer->sharedOrderRefresh());
+  ASSERT_TRUE(order.open());
+  std::vector<std::uint64_t> words;
+  ASSERT_TRUE(reader->orderNow(words));
+  ASSERT_GT(words.size(), 100u);
+  std::uint64_t piece[5];
+  ASSERT_EQ(order.read(&words[40], piece), 5u);
+  EXPECT_TRUE(std::equal(piece, piece + 5, words.begin() + 41));
+  ASSERT_EQ(order.read(nullptr, piece), 5u);
+  EXPECT_TRUE(std::equal(piece, piece + 5, words.begin()));
+  // The table goes away, its regions given back at once: the reading ends there, rather than
+  // going on in pages that read as zeros.
+  writer.reset();
+  store->reclaim();
+  EXPECT_EQ(order.read(&piece[4], piece), 0u);
+}
+
 // A reader learns which key lengths the table may hold, so that a longest-match lookup probes
 // (and touches the pages of) only those: every length written, before or after the move into
 // the store, and still after its keys went (a superset is safe, a missing length is not).
@@ -265,9 +348,10 @@ TEST_F(Store, AReaderProbesOnlyKeyLengthsTheWriterMarked) {
 }
 
 // The writer, in a process of its own, changes a prefix table in bursts and makes its order
-// again after each, giving the regions back at once; this process takes the order again and
-// again. An order handed out is whole (sorted, never a region half given back) and every word
-// whose record still has its key names a whole record; a stale one is never handed out.
+// again after each, giving the regions back at once; this process reads the order again and
+// again, in small pieces as a listing does. What it reads is whole (sorted, never from a
+// region half given back) and every word whose record still has its key names a whole record;
+// a stale order is never opened.
 TEST_F(Store, AnOrderReadWhileTheWriterRemakesItIsWholeOrRefused) {
   int control[2], stop[2];
   ASSERT_EQ(::pipe(control), 0);
@@ -309,11 +393,16 @@ TEST_F(Store, AnOrderReadWhileTheWriterRemakesItIsWholeOrRefused) {
   std::size_t orders = 0, refused = 0, named = 0;
   std::vector<std::uint64_t> words;
   for (int round = 0; round < 200000 && orders < 100; ++round) {
-    if (!table->orderNow(words)) {
+    PrefixTable::OrderReader order(*table);
+    if (!order.open()) {
       ++refused;
       ::sched_yield();
       continue;
     }
+    words.clear();
+    std::uint64_t piece[61];
+    while (const std::size_t n = order.read(words.empty() ? nullptr : &words.back(), piece))
+      words.insert(words.end(), piece, piece + n);
     ++orders;
     ASSERT_FALSE(words.empty());
     ASSERT_TRUE(std::adjacent_find(words.begin(), words.end(),

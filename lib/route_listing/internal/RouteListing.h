@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "lib/route_listing/RouteSorter.h"
@@ -180,26 +181,27 @@ void RouteListing<Sorter>::forEachInOrder(Row_& row, Fn& fn) const {
   // and the row ask one table for the FEC's facts, not one each. Each long run yields, the
   // routes printed and the routes left out alike.
   constexpr std::uint64_t kPlaceMask = (std::uint64_t(1) << sorter::kPlaceBits) - 1;
-  const auto words = s_.sortedRoute().referenceWords();
   sorter::YieldCounter printed, leftOut;
   std::pair<typename Family::Prefix, Route> entry;
-  for (std::size_t j = 0; j < words.size(); ++j) {
-    if (j + 8 < words.size()) table->prefetchAt(words[j + 8] & kPlaceMask);
-    if (sorter::readReferenced(*table, words[j], entry)) {
-      FecRow* facts = fecRows_.findMutable(entry.second.fecId);
-      if (!facts) {
-        // The filter caches the FEC the first time it meets it, as selection does.
-        sorter::copyAdjacency(s_, entry.second.fecId);
-        facts = &fecRow(entry.second.fecId);
+  s_.sortedRoute().forEachReferencePiece([&](std::span<const std::uint64_t> words) {
+    for (std::size_t j = 0; j < words.size(); ++j) {
+      if (j + 8 < words.size()) table->prefetchAt(words[j + 8] & kPlaceMask);
+      if (sorter::readReferenced(*table, words[j], entry)) {
+        FecRow* facts = fecRows_.findMutable(entry.second.fecId);
+        if (!facts) {
+          // The filter caches the FEC the first time it meets it, as selection does.
+          sorter::copyAdjacency(s_, entry.second.fecId);
+          facts = &fecRow(entry.second.fecId);
+        }
+        if (sorter::passesFilter(s_, entry.second, facts->printable)) {
+          if (rowOf(entry.second, row, *facts)) fn(row);
+          printed.step();
+          continue;
+        }
       }
-      if (sorter::passesFilter(s_, entry.second, facts->printable)) {
-        if (rowOf(entry.second, row, *facts)) fn(row);
-        printed.step();
-        continue;
-      }
+      leftOut.step();
     }
-    leftOut.step();
-  }
+  });
 }
 
 }  // namespace Rova

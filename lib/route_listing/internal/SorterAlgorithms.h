@@ -6,6 +6,9 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <span>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -337,12 +340,13 @@ void keepByReference(Sorter& s, std::vector<std::uint64_t> words) {
   s.stats().filteredAsRead = false;  // these words passed the filter already
 }
 
-// The whole table in the order its writer keeps for readers (Table::orderNow): nothing is
-// walked or sorted before the page starts. The selection is the order itself, and a route is
-// taken or left as the page reads it, by the same filter a walk applies; so the sorter's
-// counts (printCount, internalFiltered) and its FEC cache grow as the routes are read.
-template <class Sorter>
-void keepInOrder(Sorter& s, std::vector<std::uint64_t> order) {
+// The whole table in the order its writer keeps for readers (Table::OrderReader, opened):
+// nothing is walked or sorted before the page starts, and the order is read a piece at a time
+// where the writer keeps it. The selection is the order itself, and a route is taken or left
+// as the page reads it, by the same filter a walk applies; so the sorter's counts (printCount,
+// internalFiltered) and its FEC cache grow as the routes are read.
+template <class Sorter, class Order>
+void keepInOrder(Sorter& s, std::shared_ptr<Order> order) {
   using Family = typename Sorter::Family;
   using Prefix = typename Family::Prefix;
   using Entry = std::pair<Prefix, typename Family::Route>;
@@ -355,7 +359,10 @@ void keepInOrder(Sorter& s, std::vector<std::uint64_t> order) {
   Sorter* sorter = &s;
   const auto* table = s.routingStatus().get();
   typename SortedRouteMapOf<Family>::References refs;
-  refs.words = std::move(order);
+  refs.count = static_cast<std::size_t>(order->count());
+  refs.readWords = [order](const std::uint64_t* after, std::span<std::uint64_t> out) {
+    return order->read(after, out);
+  };
   refs.read = [sorter, table, reading](std::uint64_t word, Entry& entry) {
     if (readReferenced(*table, word, entry) &&
         passesFilter(*sorter, entry.second, reading->fecs.printable(*sorter, entry.second.fecId)))
@@ -397,16 +404,20 @@ void filterPrefixes(Sorter& s) {
       }
     }
     if constexpr (Mox::HasOrderKey<typename Family::Prefix>) {
-      std::vector<std::uint64_t> words;
-      if (want.isNullPrefix() && table.orderNow(words)) {
-        if (!large) {
-          // Mapped in one call each rather than a fault per 16 pages as the walk meets them.
-          table.willReadAll();
-          if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();
+      if (want.isNullPrefix()) {
+        using Order = typename std::remove_cvref_t<decltype(table)>::OrderReader;
+        auto order = std::make_shared<Order>(table);
+        if (order->open()) {
+          if (!large) {
+            // Mapped in one call each rather than a fault per 16 pages as the walk meets them.
+            table.willReadAll();
+            if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();
+          }
+          keepInOrder(s, std::move(order));
+          return;
         }
-        keepInOrder(s, std::move(words));
-        return;
       }
+      std::vector<std::uint64_t> words;
       if (want.isNullPrefix() && s.protocol().empty()) words.reserve(table.size());
       table.willReadAll();
       if (s.forwardingStatus()) s.forwardingStatus()->willReadAll();

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -304,6 +307,92 @@ TEST(VectorMap, ReferencesThatSayTheirKeyAreSearchedReadingOneEntry) {
   std::string seen;
   v.forEach([&](const auto& e) { seen += e.second; });
   EXPECT_EQ(seen, "c");
+}
+
+// Words read a piece at a time where their writer keeps them (a table's order in a store): a
+// walk reads them piece after piece, and a find and a delete of the first entry read only the
+// first piece, so the map keeps reading its source, whose words may change meanwhile (the
+// writer replaced its order); what needs every word (a find further on, a delete in the
+// middle) reads them all into the map once, and from then on the source is not read again.
+TEST(VectorMap, ReferencesReadInPiecesAreHeldOnlyWhenEveryWordIsNeeded) {
+  const std::size_t savedPiece = Mox::referencePieceWords;
+  Mox::referencePieceWords = 3;
+  std::vector<std::string> table;  // a place per entry; the key is 10 times the place
+  for (int i = 0; i < 10; ++i)
+    table.push_back(std::string(1, char('a' + i)));
+  std::vector<std::uint64_t> order;  // the source's words: key above place
+  for (std::uint64_t i = 0; i < table.size(); ++i)
+    order.push_back(i * 10 << 8 | i);
+  std::size_t largestRead = 0;
+  using Map = Mox::VectorMap<int, std::string>;
+  Map v;
+  Map::References refs;
+  refs.readWords = [&](const std::uint64_t* after, std::span<std::uint64_t> out) {
+    largestRead = std::max(largestRead, out.size());
+    auto at = order.begin();
+    if (after) {
+      at = std::upper_bound(order.begin(), order.end(), *after >> 8,
+                            [](std::uint64_t key, std::uint64_t w) { return key < w >> 8; });
+    }
+    const std::size_t n = std::min<std::size_t>(out.size(), order.end() - at);
+    std::copy_n(at, n, out.begin());
+    return n;
+  };
+  refs.count = order.size();
+  refs.read = [&](std::uint64_t word, std::pair<int, std::string>& out) {
+    out = {int(word >> 8), table[word & 255]};
+    return !out.second.empty();
+  };
+  refs.keyOf = [](std::uint64_t word) { return int(word >> 8); };
+  v.referencesIs(std::move(refs));
+  const auto walk = [](const Map& m) {
+    std::string s;
+    m.forEach([&](const auto& e) { s += e.second; });
+    return s;
+  };
+
+  EXPECT_EQ(v.size(), 10u);
+  EXPECT_EQ(walk(v), "abcdefghij");
+  EXPECT_EQ(largestRead, 3u);
+  std::string pieces;
+  v.forEachReferencePiece(
+      [&](std::span<const std::uint64_t> words) { pieces += std::to_string(words.size()); });
+  EXPECT_EQ(pieces, "3331");
+  ASSERT_NE(v.find(0), nullptr);
+  EXPECT_EQ(*v.find(0), "a");
+  EXPECT_EQ(v.find(5), nullptr);
+  EXPECT_TRUE(v.del(0));
+  EXPECT_FALSE(v.del(0));
+  EXPECT_TRUE(v.del(10));  // the first entry again
+  EXPECT_EQ(v.size(), 8u);
+  EXPECT_EQ(v.find(10), nullptr);
+  auto copy = v;
+  EXPECT_TRUE(copy.del(20));
+  EXPECT_EQ(walk(copy), "defghij");
+  // Still read from the source: its words replaced meanwhile, an entry gone and a new one
+  // after those passed over.
+  order.erase(order.begin() + 5);
+  order.insert(order.begin() + 2, std::uint64_t(15) << 8 | 1);
+  EXPECT_EQ(walk(v), "bcdeghij");
+  EXPECT_EQ(walk(copy), "deghij");
+  EXPECT_EQ(largestRead, 3u);
+
+  // A find past the first piece holds every word; the source is read no more.
+  ASSERT_NE(v.find(80), nullptr);
+  EXPECT_EQ(*v.find(80), "i");
+  order.clear();
+  EXPECT_TRUE(v.byReference());
+  EXPECT_EQ(walk(v), "bcdeghij");
+  EXPECT_EQ(v.size(), 8u);
+  EXPECT_TRUE(v.del(60));  // in the middle
+  EXPECT_TRUE(v.del(15));  // the first
+  EXPECT_EQ(walk(v), "cdehij");
+  std::vector<int> keys;
+  for (const auto& [k, value] : v)
+    keys.push_back(k);
+  EXPECT_EQ(keys, (std::vector<int>{20, 30, 40, 70, 80, 90}));
+  EXPECT_FALSE(v.byReference());
+  Mox::referencePieceWords = savedPiece;
 }
 
 }  // namespace
