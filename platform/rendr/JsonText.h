@@ -18,6 +18,10 @@ void writeJsonString(OutputBuffer& out, std::string_view s);
 // The same, appended to a string (a document built whole, like a state file).
 void appendJsonString(std::string& out, std::string_view s);
 
+// Whether s is plain ASCII without quotes, backslashes or control characters, which a JSON
+// string holds as it is (almost every string).
+bool plainText(const char* s, std::size_t n);
+
 void writeJsonInt(OutputBuffer& out, std::int64_t v);
 void writeJsonUint(OutputBuffer& out, std::uint64_t v);
 // NaN and infinities are written as null; other values as Python's json module writes them

@@ -318,6 +318,17 @@ void Printer::startDictEntry(const AttrInfo& key) {
   leave();
 }
 
+void Printer::startDictEntry(const AttrInfo& key, EntryMembers& members) {
+  enter();
+  MOX_ASSERT(top() == Frame::dict && "startDictEntry() outside a dict");
+  MOX_ASSERT(key.isSet() && "a dict entry keyed by an attribute that is not set");
+  requireRoom();
+  if (json()) jsonEntryKey(key);
+  push(Frame::dictEntry);
+  if (json()) jsonMembers(members);
+  leave();
+}
+
 void Printer::endDictEntry() {
   enter();
   MOX_ASSERT(top() == Frame::dictEntry && "endDictEntry() with no dict entry open");
@@ -511,6 +522,11 @@ Printer::Block Printer::dictEntry(const AttrInfo& key) {
   return Block(*this, &Printer::endDictEntry);
 }
 
+Printer::Block Printer::dictEntry(const AttrInfo& key, EntryMembers& members) {
+  startDictEntry(key, members);
+  return Block(*this, &Printer::endDictEntry);
+}
+
 Printer::Block Printer::list(const char* name) {
   startList(name);
   return Block(*this, &Printer::endList);
@@ -637,6 +653,134 @@ void Printer::jsonValue(const AttrInfo& a) {
         out_.append("false", 5);
       }
       break;
+  }
+}
+
+// jsonMember(), jsonKeyFromValue(key) and the entry's "{", in one piece for a key of plain
+// text (a prefix, a name): the key of a million entries of a listing.
+void Printer::jsonEntryKey(const AttrInfo& key) {
+  Level& level = stack_[depth_ - 1];
+  const std::string_view text = key.stringValue();
+  if (key.kind() != JsonKind::string || text.size() > 256 ||
+      !detail::plainText(text.data(), text.size())) {
+    jsonMember();
+    jsonKeyFromValue(key);
+    out_.put('{');
+    return;
+  }
+  const std::size_t indent = 2 * depth_;
+  // ",\n", the indent in 16-byte moves (the overshoot is not committed), the quoted key and
+  // ": {".
+  char* const start = out_.reserve(indent + text.size() + 24);
+  char* d = start;
+  if (level.hasMembers) *d++ = ',';
+  level.hasMembers = true;
+  *d++ = '\n';
+  for (std::size_t i = 0; i < indent; i += 16)
+    std::memcpy(d + i, kBlanks, 16);
+  d += indent;
+  *d++ = '"';
+  detail::moveBytes(d, text.data(), text.size());
+  d += text.size();
+  std::memcpy(d, "\": {", 4);
+  out_.commit(static_cast<std::size_t>(d + 4 - start));
+}
+
+namespace {
+
+// The most a value written in place takes: plain text of up to 256 bytes and its quotes.
+constexpr std::size_t kMostInPlace = 258;
+// A key and its indent up to this long is written in place with its value (the buffer keeps
+// room for both); a longer one (deep, or a long name) is appended on its own.
+constexpr std::size_t kLongestKeyInPlace = 1024;
+
+// Writes a's JSON value at d, as jsonValue writes it, and moves d past it; false, with nothing
+// written, for a value that takes jsonValue's own path (text to escape or longer than 256
+// bytes, a floating-point number).
+bool valueInPlace(const AttrInfo& a, char*& d) {
+  if (!a.isSet()) {
+    std::memcpy(d, "null", 4);
+    d += 4;
+    return true;
+  }
+  switch (a.kind()) {
+    case JsonKind::string: {
+      const std::string_view s = a.stringValue();
+      if (s.size() > 256 || !detail::plainText(s.data(), s.size())) return false;
+      *d++ = '"';
+      detail::moveBytes(d, s.data(), s.size());
+      d += s.size();
+      *d++ = '"';
+      return true;
+    }
+    case JsonKind::int32:
+      d = std::to_chars(d, d + 11, a.int32Value()).ptr;
+      return true;
+    case JsonKind::uint32:
+      d = std::to_chars(d, d + 10, a.uint32Value()).ptr;
+      return true;
+    case JsonKind::uint64:
+      d = std::to_chars(d, d + 20, a.uint64Value()).ptr;
+      return true;
+    case JsonKind::boolean:
+      std::memcpy(d, a.boolValue() ? "true" : "false", 5);
+      d += a.boolValue() ? 4 : 5;
+      return true;
+    case JsonKind::double_:
+      break;
+  }
+  return false;
+}
+
+}  // namespace
+
+Printer::EntryMembers::EntryMembers(std::initializer_list<const AttrInfo*> attrs) : attrs_(attrs) {
+  for (const AttrInfo* a : attrs_)
+    MOX_ASSERT(a && "a null attribute");
+}
+
+// The keys as jsonMember() and jsonAttrKey() write them at `depth`, each with the comma that
+// parts it from the member before.
+void Printer::EntryMembers::layOut(unsigned depth) {
+  keys_.clear();
+  keyEnds_.clear();
+  for (const AttrInfo* a : attrs_) {
+    keys_ += ",\n";
+    keys_.append(2 * std::size_t(depth), ' ');
+    detail::appendJsonString(keys_, std::string_view(a->name().c_str()));
+    keys_ += ": ";
+    keyEnds_.push_back(static_cast<std::uint32_t>(keys_.size()));
+  }
+  depth_ = depth;
+}
+
+// The members of the object just opened, as addJson() would write them one by one.
+void Printer::jsonMembers(EntryMembers& m) {
+  if (m.attrs_.empty()) return;
+  if (m.depth_ != depth_) m.layOut(depth_);
+  Level& level = stack_[depth_ - 1];
+  const char* const keys = m.keys_.data();
+  std::size_t keyAt = 1;  // no comma before the object's first member
+  level.hasMembers = true;
+  for (std::size_t i = 0; i < m.attrs_.size(); ++i) {
+    const AttrInfo& a = *m.attrs_[i];
+    const std::size_t keyLen = m.keyEnds_[i] - keyAt;
+    if (keyLen > kLongestKeyInPlace) [[unlikely]] {
+      out_.append(keys + keyAt, keyLen);
+      jsonValue(a);
+      keyAt = m.keyEnds_[i];
+      continue;
+    }
+    char* const start = out_.reserve(keyLen + kMostInPlace);
+    detail::moveBytes(start, keys + keyAt, keyLen);
+    char* d = start + keyLen;
+    if (valueInPlace(a, d)) {
+      out_.commit(static_cast<std::size_t>(d - start));
+    } else {
+      out_.commit(keyLen);
+      jsonValue(a);
+    }
+    keyAt = m.keyEnds_[i];
   }
 }
 

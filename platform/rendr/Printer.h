@@ -33,9 +33,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/rendr/AttrInfo.h"
 #include "platform/rendr/Interrupt.h"
@@ -74,6 +76,28 @@ class Printer {
   // A member of the open dict, keyed by the key attribute's value, whose value is an object.
   void startDictEntry(const AttrInfo& key);
   void endDictEntry();
+  // The members every entry of a listing starts with (a route's flags, type, preference and
+  // metric), named once for the listing. startDictEntry(key, members) opens the entry and
+  // writes each attribute's current value under its name, as addAttributesJson would, in one
+  // call: the keys and their indent are made once for the depth the entries stand at, and
+  // values are copied straight into the output (a string that needs escaping is escaped as
+  // everywhere else). Text writes nothing for them: the caller writes the row as it likes.
+  class EntryMembers {
+   public:
+    EntryMembers(std::initializer_list<const AttrInfo*> attrs);
+
+   private:
+    friend class Printer;
+    void layOut(unsigned depth);
+
+    std::vector<const AttrInfo*> attrs_;
+    // Each member's ",\n", indent and "\"name\": " for the depth laid out, end to end.
+    std::string keys_;
+    std::vector<std::uint32_t> keyEnds_;
+    unsigned depth_ = 0;  // none yet
+  };
+  void startDictEntry(const AttrInfo& key, EntryMembers& members);
+
   // A member of the open dict whose value is the single attribute of the next addAttributes
   // or addAttributesJson call (null if there is none).
   void startSimpleDictEntry(const AttrInfo& key);
@@ -182,6 +206,7 @@ class Printer {
   };
   Block dict(const char* name);
   Block dictEntry(const AttrInfo& key);
+  Block dictEntry(const AttrInfo& key, EntryMembers& members);
   Block list(const char* name);
   Block listEntry();
   Block submodel(const char* name);
@@ -247,6 +272,8 @@ class Printer {
   void jsonAttrKey(const AttrInfo& a);
   void jsonKeyFromValue(const AttrInfo& a);
   void jsonValue(const AttrInfo& a);
+  void jsonEntryKey(const AttrInfo& key);
+  void jsonMembers(EntryMembers& members);
   void addJson(const AttrInfo* const* attrs, int n);
   // What both addAttributes do once their attributes are gathered (`complete`: none is null).
   template <class Text>

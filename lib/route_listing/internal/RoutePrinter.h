@@ -103,6 +103,12 @@ struct RouteAttrs {
   rendr::Uint64AttrInfo groupId;
   rendr::StringAttrInfo endpoint;
   rendr::UintAttrInfo color;
+
+  // What every route's JSON object starts with, written with its key in one printer call:
+  // the flags and the type, and for a route through vias what it is and does (not directly
+  // connected, forwarded) and its preference and metric.
+  rendr::Printer::EntryMembers head;
+  rendr::Printer::EntryMembers viaHead;
 };
 
 // What one route line shows besides its FEC's vias.

@@ -241,4 +241,155 @@ TEST(PrinterJson, EveryByteIsEscapedWhereverItStands) {
   }
 }
 
+// Attributes of every kind, with values at their edges and texts that need escaping; set to
+// their `row`-th values. The names include one that is not plain.
+struct Row {
+  explicit Row(unsigned f)
+      : key("key", f),
+        flag("flag", f),
+        word("word", f),
+        i32("i32", f),
+        u32("u32", f),
+        u64("u64", f),
+        d("d", f),
+        unset("unset", f),
+        odd("odd \"name\"\t", f),
+        after("after", f) {}
+  void set(std::size_t row) {
+    static const std::string kKeys[] = {"10.0.0.0/8",          "",
+                                        "2001:db8::/32",       "quote\" and \\ and \x01",
+                                        std::string(256, 'k'), std::string(257, 'k'),
+                                        "bad \xc0\xaf utf-8",  "caf\xc3\xa9"};
+    static const std::string kWords[] = {
+        "forward", "",     "a \"word\"", std::string(256, 'w'), std::string(300, 'w'),
+        "tab\t",   "\xff", "é"};
+    static const std::int32_t kInts[] = {0, -1, INT32_MIN, INT32_MAX, 110, -200, 7, 255};
+    static const std::uint32_t kUints[] = {0, UINT32_MAX, 1, 10, 100000, 4000000000u, 9, 65535};
+    key.setValue(kKeys[row % 8]);
+    flag.setValue(row % 2 == 0);
+    word.setValue(kWords[row % 8]);
+    i32.setValue(kInts[row % 8]);
+    u32.setValue(kUints[row % 8]);
+    u64.setValue(row % 3 ? UINT64_MAX : 0);
+    d.setValue(row % 2 ? 0.5 : std::nan(""));
+    odd.setValue(static_cast<std::uint32_t>(row));
+    after.setValue(static_cast<std::uint32_t>(row * 3));
+  }
+  rendr::StringAttrInfo key;
+  rendr::BoolAttrInfo flag;
+  rendr::StringAttrInfo word;
+  rendr::IntAttrInfo i32;
+  rendr::UintAttrInfo u32;
+  rendr::Uint64AttrInfo u64;
+  rendr::DoubleAttrInfo d;
+  rendr::StringAttrInfo unset;
+  rendr::UintAttrInfo odd;
+  rendr::UintAttrInfo after;
+};
+
+// Rows in a dict `depth` levels below the root (submodels around it), each opened either with
+// its first members in one call or by the generic calls, then another member and a nested
+// object after them. The first eight are keyed by texts, the others by numbers.
+std::string rows(unsigned format, bool together, unsigned depth,
+                 rendr::Printer::EntryMembers* none) {
+  return render(format, [&](rendr::Printer& p, unsigned f) {
+    Row r(f);
+    rendr::UintAttrInfo numberKey("n", f);
+    rendr::Printer::EntryMembers members{r.flag.getArg(),  r.word.getArg(), r.i32.getArg(),
+                                         r.u32.getArg(),   r.u64.getArg(),  r.d.getArg(),
+                                         r.unset.getArg(), r.odd.getArg()};
+    for (unsigned level = 0; level < depth; ++level)
+      p.startSubmodel("level");
+    p.startDict("rows");
+    for (std::size_t i = 0; i < 24; ++i) {
+      r.set(i);
+      numberKey.setValue(static_cast<std::uint32_t>(i));
+      const rendr::AttrInfo& key = i < 8 ? *r.key.getArg() : *numberKey.getArg();
+      if (i == 7) {
+        // An empty run: the entry alone.
+        if (together) {
+          p.startDictEntry(key, *none);
+        } else {
+          p.startDictEntry(key);
+        }
+      } else if (together) {
+        p.startDictEntry(key, members);
+      } else {
+        p.startDictEntry(key);
+        p.addAttributesJson(8, r.flag.getArg(), r.word.getArg(), r.i32.getArg(), r.u32.getArg(),
+                            r.u64.getArg(), r.d.getArg(), r.unset.getArg(), r.odd.getArg());
+      }
+      p.addAttributes("%u\n", 1, r.after.getArg());
+      p.startSubmodel("nested");
+      p.endSubmodel();
+      p.endDictEntry();
+      p.itemDone();
+    }
+    p.endDict();
+  });
+}
+
+// The first members written in one call are the bytes the generic calls write, whatever the
+// values (escaping, long text, numbers at their limits, null, NaN), the keys and the depth;
+// text writes nothing for them.
+TEST(PrinterJson, EntryMembersAreWhatTheGenericCallsWrite) {
+  rendr::Printer::EntryMembers none{};
+  for (unsigned depth = 0; depth < 12; ++depth) {
+    const std::string fast = rows(kFormatJson, true, depth, &none);
+    ASSERT_EQ(fast, rows(kFormatJson, false, depth, &none)) << "depth " << depth;
+    const ordered_json doc = parsePretty(fast);
+    const ordered_json* level = &doc;
+    for (unsigned i = 0; i < depth; ++i)
+      level = &(*level)["level"];
+    EXPECT_EQ((*level)["rows"].size(), 24u);
+  }
+  EXPECT_EQ(rows(kFormatText, true, 2, &none), rows(kFormatText, false, 2, &none));
+  EXPECT_EQ(rows(kFormatText, true, 2, &none).find("odd"), std::string::npos);
+}
+
+// One set of members serves entries at several depths, and its entries replay a recording made
+// after the members like entries opened by the generic calls.
+TEST(PrinterJson, EntryMembersFollowTheDepthAndKeepRecordingsValid) {
+  auto doc = [](bool together) {
+    return render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
+      Row r(f);
+      rendr::Printer::EntryMembers members{r.flag.getArg(), r.i32.getArg()};
+      std::string kept;
+      rendr::Printer::RecordedShape shape;
+      const unsigned depths[] = {1, 3, 1, 2};
+      for (unsigned k = 0; k < 4; ++k) {
+        const unsigned depth = depths[k];
+        for (unsigned level = 1; level < depth; ++level)
+          p.startSubmodel(("s" + std::to_string(k) + std::to_string(level)).c_str());
+        p.startDict(("d" + std::to_string(k)).c_str());
+        for (std::size_t i = 0; i < 3; ++i) {
+          r.set(i);
+          if (together) {
+            p.startDictEntry(r.key, members);
+          } else {
+            p.startDictEntry(r.key);
+            p.addAttributesJson(2, r.flag.getArg(), r.i32.getArg());
+          }
+          if (depth == 1 && i == 0 && kept.empty()) {
+            const auto start = p.startRecording();
+            p.addAttributesJson(1, r.u32.getArg());
+            kept = std::string(*p.finishRecording(start, shape));
+          } else if (depth == 1) {
+            p.replay(kept, shape);
+          }
+          p.endDictEntry();
+        }
+        p.endDict();
+        for (unsigned level = 1; level < depth; ++level)
+          p.endSubmodel();
+      }
+    });
+  };
+  const std::string fast = doc(true);
+  EXPECT_EQ(fast, doc(false));
+  const ordered_json parsed = parsePretty(fast);
+  EXPECT_EQ(parsed["d2"][""], ordered_json::parse(R"({"flag": false, "i32": -1, "u32": 0})"));
+  EXPECT_EQ(parsed["s11"]["s12"]["d1"][""], ordered_json::parse(R"({"flag": false, "i32": -1})"));
+}
+
 }  // namespace
