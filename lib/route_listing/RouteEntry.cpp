@@ -251,12 +251,12 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   const std::size_t indentChars = std::min(indentLen, kMaxIndent);
   if (line.viaBlock && line.viaBlock->known) {
     const auto block = a.viaBlocks.block(*line.viaBlock);
-    p.replayHanging(block.bytes, block.shape, indentChars);
+    p.replayKeptHanging(block.run, block.shape, indentChars);
     return;
   }
   if (!line.viaBlock) {
     if (const auto block = a.viaBlocks.find(&fec)) {
-      p.replayHanging(block->bytes, block->shape, indentChars);
+      p.replayKeptHanging(block->run, block->shape, indentChars);
       return;
     }
   }
@@ -276,8 +276,10 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   p.addFrills("\n");
   rendr::Printer::RecordedShape shape;
   if (const auto bytes = p.finishHangingRecording(recording, shape, indentChars)) {
-    const auto ref = a.viaBlocks.add(&fec, *bytes, shape);
-    if (ref && line.viaBlock) *line.viaBlock = *ref;
+    if (const auto run = p.keep(*bytes)) {
+      const ViaBlockRef ref = a.viaBlocks.add(&fec, *run, shape);
+      if (line.viaBlock) *line.viaBlock = ref;
+    }
   }
 }
 
@@ -401,10 +403,8 @@ void ViaBlockCache::insert(const Slot& slot) {
   }
 }
 
-std::optional<ViaBlockRef> ViaBlockCache::add(const CachedFec* fec, std::string_view bytes,
-                                              rendr::Printer::RecordedShape shape) {
-  // The slots keep 32-bit places: a listing that would need more keeps printing its blocks.
-  if (bytes_.size() + bytes.size() > UINT32_MAX) return {};
+ViaBlockRef ViaBlockCache::add(const CachedFec* fec, rendr::Printer::KeptRun run,
+                               rendr::Printer::RecordedShape shape) {
   if (2 * (used_ + 1) > slots_.size()) {
     std::vector<Slot> old(std::max<std::size_t>(64, 2 * slots_.size()));
     old.swap(slots_);
@@ -412,12 +412,9 @@ std::optional<ViaBlockRef> ViaBlockCache::add(const CachedFec* fec, std::string_
       if (slot.fec) insert(slot);
     }
   }
-  const ViaBlockRef ref{static_cast<std::uint32_t>(bytes_.size()),
-                        static_cast<std::uint32_t>(bytes.size()), shape, true};
-  insert(Slot{fec, ref.at, ref.size, shape});
-  bytes_.append(bytes);
+  insert(Slot{fec, run.at, run.size, shape});
   ++used_;
-  return ref;
+  return ViaBlockRef{run.at, run.size, shape, true};
 }
 
 void maybeAddLabelStackToOutput(rendr::Printer& p, RouteAttrs& a, Plexa::MplsLabel label,

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdarg>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -106,12 +107,12 @@ void Printer::sayExiting(std::string_view reason) noexcept {
 
 Printer::RecordingStart Printer::startRecording() const {
   const bool members = depth_ && stack_[depth_ - 1].hasMembers;
-  return {out_.used(), out_.flushes(), depth_, members};
+  return {out_.used(), out_.breaks(), depth_, members};
 }
 
 std::optional<std::string_view> Printer::finishRecording(const RecordingStart& start,
                                                          RecordedShape& shape) const {
-  if (out_.flushes() != start.flushes || depth_ != start.depth || depth_ == 0) return {};
+  if (out_.breaks() != start.breaks || depth_ != start.depth || depth_ == 0) return {};
   shape.depth = static_cast<std::uint16_t>(depth_);
   shape.hadMembers = start.hadMembers;
   shape.hasMembers = stack_[depth_ - 1].hasMembers;
@@ -200,6 +201,44 @@ void Printer::replayHanging(std::string_view run, RecordedShape shape, std::size
   }
   stack_[depth_ - 1].hasMembers = shape.hasMembers;
   leave();
+}
+
+std::optional<Printer::KeptRun> Printer::keep(std::string_view run) {
+  if (run.size() > kKeptChunk) return {};
+  if (keptChunks_.empty() || keptUsed_ + run.size() > kKeptChunk) {
+    // The places are 32-bit.
+    if ((keptChunks_.size() + 1) * kKeptChunk > UINT32_MAX) return {};
+    keptChunks_.push_back(std::make_unique_for_overwrite<char[]>(kKeptChunk));
+    keptUsed_ = 0;
+  }
+  const KeptRun kept{static_cast<std::uint32_t>((keptChunks_.size() - 1) * kKeptChunk + keptUsed_),
+                     static_cast<std::uint32_t>(run.size())};
+  std::memcpy(keptChunks_.back().get() + keptUsed_, run.data(), run.size());
+  keptUsed_ += run.size();
+  return kept;
+}
+
+std::string_view Printer::kept(KeptRun run) const {
+  MOX_ASSERT(run.at / kKeptChunk < keptChunks_.size() &&
+             run.at % kKeptChunk + run.size <= kKeptChunk && "a run this printer did not keep");
+  return {keptChunks_[run.at / kKeptChunk].get() + run.at % kKeptChunk, run.size};
+}
+
+void Printer::replayKept(KeptRun run, RecordedShape shape) {
+  enter();
+  requireShape(shape);
+  const std::string_view bytes = kept(run);
+  out_.appendStable(bytes.data(), bytes.size());
+  stack_[depth_ - 1].hasMembers = shape.hasMembers;
+  leave();
+}
+
+void Printer::replayKeptHanging(KeptRun run, RecordedShape shape, std::size_t hang) {
+  if (json()) {
+    replayKept(run, shape);
+  } else {
+    replayHanging(kept(run), shape, hang);
+  }
 }
 
 void Printer::requireShape(RecordedShape shape) const {

@@ -34,6 +34,7 @@
 #include <cstdint>
 #include <exception>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -159,7 +160,7 @@ class Printer {
   // nothing.
   struct RecordingStart {
     std::size_t at;
-    std::uint64_t flushes;
+    std::uint64_t breaks;
     unsigned depth;
     bool hadMembers;
   };
@@ -184,6 +185,20 @@ class Printer {
                                                          RecordedShape& shape,
                                                          std::size_t hang) const;
   void replayHanging(std::string_view run, RecordedShape shape, std::size_t hang);
+  //
+  // A run may be kept by the printer itself, for the rest of its life, at a place that never
+  // moves: a replay of a kept run goes out without being copied into the buffer (the write
+  // takes it where it is), which is what a listing that replays a FEC's vias a million times
+  // wants. keep() returns nothing for a run it cannot keep (over 1 MiB, or 4 GiB kept).
+  struct KeptRun {
+    std::uint32_t at = 0;
+    std::uint32_t size = 0;
+  };
+  std::optional<KeptRun> keep(std::string_view run);
+  std::string_view kept(KeptRun run) const;
+  // replay() and replayHanging() of a kept run.
+  void replayKept(KeptRun run, RecordedShape shape);
+  void replayKeptHanging(KeptRun run, RecordedShape shape, std::size_t hang);
 
   // Block forms of the structure calls: what a block opens is closed when the block ends, so
   // that no dictionary, list or entry is left open by a return or a forgotten end call. A
@@ -289,6 +304,11 @@ class Printer {
   enum class Root : std::uint8_t { notStarted, open, ended } root_ = Root::notStarted;
   std::array<Level, kMaxDepth> stack_;
   mutable std::string hanging_;  // the last hanging run finished
+  // Kept runs, in chunks that never move; a run's place is its chunk times kKeptChunk plus its
+  // offset there.
+  static constexpr std::size_t kKeptChunk = std::size_t(1) << 20;
+  std::vector<std::unique_ptr<char[]>> keptChunks_;
+  std::size_t keptUsed_ = 0;  // in the last chunk
 };
 
 // The output of a command that has nothing to show, or that failed before it showed anything:
