@@ -212,32 +212,54 @@ TEST(PrinterJson, StringsAreEscapedAndMadeValidUtf8) {
 }
 
 // Every byte value at every position of a string long enough for the word-at-a-time scan.
+// Every byte value at every position of strings of every length the checks read differently
+// (byte by byte, in one word, in two overlapping words, a word at a time), in values and in
+// dict keys.
 TEST(PrinterJson, EveryByteIsEscapedWhereverItStands) {
-  std::vector<std::string> inputs;
-  for (int byte = 0; byte < 256; ++byte) {
-    for (std::size_t pos = 0; pos < 20; ++pos) {
-      inputs.emplace_back(20, 'a');
-      inputs.back()[pos] = static_cast<char>(byte);
+  struct Input {
+    std::string text;
+    std::size_t pos;
+  };
+  std::vector<Input> inputs;
+  for (std::size_t len : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 20, 33}) {
+    for (int byte = 0; byte < 256; ++byte) {
+      for (std::size_t pos = 0; pos < len; ++pos) {
+        inputs.push_back({std::string(len, 'a'), pos});
+        inputs.back().text[pos] = static_cast<char>(byte);
+      }
     }
   }
   std::string out = render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
     rendr::StringAttrInfo s("s", f);
+    rendr::UintAttrInfo i("i", f);
+    rendr::Printer::EntryMembers members{s.getArg()};
     p.startList("l");
-    for (const std::string& in : inputs) {
-      s.setValue(in);
+    for (const Input& in : inputs) {
+      s.setValue(in.text);
       p.startListEntry();
       p.addAttributes("", 1, s.getArg());
       p.endListEntry();
     }
     p.endList();
+    p.startDict("d");
+    for (std::size_t k = 0; k < inputs.size(); ++k) {
+      s.setValue(inputs[k].text);
+      i.setValue(static_cast<std::uint32_t>(k));
+      p.startDictEntry(i, members);
+      p.endDictEntry();
+    }
+    p.endDict();
   });
   ordered_json doc = parsePretty(out);
   ASSERT_EQ(doc["l"].size(), inputs.size());
-  for (std::size_t i = 0; i < inputs.size(); ++i) {
-    std::string expected = inputs[i];
-    if (static_cast<unsigned char>(expected[i % 20]) >= 0x80)
-      expected.replace(i % 20, 1, "\xef\xbf\xbd");
-    ASSERT_EQ(doc["l"][i]["s"], expected) << "byte " << i / 20 << " at " << i % 20;
+  ASSERT_EQ(doc["d"].size(), inputs.size());
+  for (std::size_t k = 0; k < inputs.size(); ++k) {
+    std::string expected = inputs[k].text;
+    const std::size_t pos = inputs[k].pos;
+    if (static_cast<unsigned char>(expected[pos]) >= 0x80) expected.replace(pos, 1, "\xef\xbf\xbd");
+    ASSERT_EQ(doc["l"][k]["s"], expected)
+        << "byte " << int(static_cast<unsigned char>(inputs[k].text[pos])) << " at " << pos;
+    ASSERT_EQ(doc["d"][std::to_string(k)]["s"], expected) << k;
   }
 }
 
