@@ -229,26 +229,20 @@ class RouteHead {
   std::size_t len_ = 0;
 };
 
-// " [preference/metric]", with the blank that leads to the first via when there is one. The
-// templates are the same on every line, so they are read once.
-void printPreferenceAndMetric(const RouteLine& line, bool vias, rendr::Printer& p, RouteAttrs& a) {
-  static const rendr::Template metricThenVias(" [%d/%u] ");
-  static const rendr::Template metricAlone(" [%d/%u]");
+// " [preference/metric]" of a route without vias of its own (a route through vias has them in
+// its head). The template is the same on every line, so it is read once.
+void printPreferenceAndMetric(const RouteLine& line, rendr::Printer& p, RouteAttrs& a) {
+  static const rendr::Template metric(" [%d/%u]");
   a.preference.setValue(line.preference);
   a.metric.setValue(line.metric);
-  p.addAttributes(vias ? metricThenVias : metricAlone, 2, a.preference.getArg(), a.metric.getArg());
+  p.addAttributes(metric, 2, a.preference.getArg(), a.metric.getArg());
 }
 
 // A route through the FEC's entries, one via per line after the first.
-// In text, the line's head (RouteHead) already carries " [preference/metric] ".
+// The entry's head already carries " [preference/metric] " in text, and in JSON how the route
+// is connected, its action, preference and metric (RouteAttrs::viaHead).
 void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFec& fec,
                     rendr::Printer& p, RouteAttrs& a) {
-  if (p.format() != rendr::kFormatText) {
-    a.directlyConnected.setValue(false);
-    a.routeAction.setValue(std::string_view("forward"));
-    p.addAttributesJson(2, a.directlyConnected.getArg(), a.routeAction.getArg());
-    printPreferenceAndMetric(line, true, p, a);
-  }
   // The vias after the first line up under it: column 8, the address and length, and the
   // " [preference/metric] " that the first line carries.
   const std::size_t indentLen = 8 + prefixLen + 2 +
@@ -257,12 +251,12 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   const std::size_t indentChars = std::min(indentLen, kMaxIndent);
   if (line.viaBlock && line.viaBlock->known) {
     const auto block = a.viaBlocks.block(*line.viaBlock);
-    p.replayHanging(block.bytes, block.shape, indentChars);
+    p.replayKeptHanging(block.run, block.shape, indentChars);
     return;
   }
   if (!line.viaBlock) {
     if (const auto block = a.viaBlocks.find(&fec)) {
-      p.replayHanging(block->bytes, block->shape, indentChars);
+      p.replayKeptHanging(block->run, block->shape, indentChars);
       return;
     }
   }
@@ -282,15 +276,17 @@ void printViaLayout(const RouteLine& line, std::size_t prefixLen, const CachedFe
   p.addFrills("\n");
   rendr::Printer::RecordedShape shape;
   if (const auto bytes = p.finishHangingRecording(recording, shape, indentChars)) {
-    const auto ref = a.viaBlocks.add(&fec, *bytes, shape);
-    if (ref && line.viaBlock) *line.viaBlock = *ref;
+    if (const auto run = p.keep(*bytes)) {
+      const ViaBlockRef ref = a.viaBlocks.add(&fec, *run, shape);
+      if (line.viaBlock) *line.viaBlock = ref;
+    }
   }
 }
 
 // No vias of its own: a nexthop group or an SR-TE policy forwards it. Such an entry says
 // neither how it is connected nor what it does with the traffic, only what carries it.
 void printGroupOrPolicyLayout(const RouteLine& line, rendr::Printer& p, RouteAttrs& a) {
-  printPreferenceAndMetric(line, false, p, a);
+  printPreferenceAndMetric(line, p, a);
   // " via" stands even when neither follows (an empty FEC): the line still says the route
   // forwards, through nothing the table can name.
   p.addFrills(" via");
@@ -317,18 +313,28 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
                       rendr::Printer& p, RouteAttrs& a) {
   const std::size_t prefixLen = line.prefix.size();
   a.prefix.setValue(line.prefix);
-  p.startDictEntry(a.prefix);
-
   a.hardwareProgrammed.setValue(line.hardwareProgrammed);
   a.routeType.setValue(type);
   a.kernelProgrammed.setValue(line.kernelProgrammed);
-  // The marks and the code, then blanks to column 8, where the prefix always starts (codes
-  // are one to four characters). The templates are the same on every line, so they are read
-  // once.
   const bool viaLayout = !line.drop && !line.connected && line.entries > 0;
-  if (p.format() == rendr::kFormatText) {
-    // The same bytes as the templates below would write, put together here and handed to the
-    // printer in one call: this line is written a million times in a whole-table listing.
+  if (p.format() != rendr::kFormatText) {
+    // The entry's key and first members in one printer call: a whole-table listing writes a
+    // million of them.
+    if (viaLayout) {
+      a.directlyConnected.setValue(false);
+      a.routeAction.setValue(std::string_view("forward"));
+      a.preference.setValue(line.preference);
+      a.metric.setValue(line.metric);
+      p.startDictEntry(a.prefix, a.viaHead);
+    } else {
+      p.startDictEntry(a.prefix, a.head);
+    }
+  } else {
+    p.startDictEntry(a.prefix);
+    // The marks and the code, then blanks to column 8, where the prefix always starts (codes
+    // are one to four characters), the prefix, and " [preference/metric] " before the vias:
+    // the bytes the templates "%s%s%s" and " [%d/%u] " would write, put together here and
+    // handed to the printer in one call.
     RouteHead head;
     head.append(a.hardwareProgrammed.text());
     head.append(a.routeType.text());
@@ -337,15 +343,6 @@ void printFormatRoute(RouteType type, const RouteLine& line, const CachedFec& fe
     head.append(line.prefix);
     if (viaLayout) head.preferenceAndMetric(line.preference, line.metric);
     p.addText(head.text());
-  } else {
-    static const rendr::Template codes[] = {
-        rendr::Template("%s%s%s      "), rendr::Template("%s%s%s     "),
-        rendr::Template("%s%s%s    "),   rendr::Template("%s%s%s   "),
-        rendr::Template("%s%s%s  "),     rendr::Template("%s%s%s "),
-        rendr::Template("%s%s%s")};
-    const std::size_t codeLen = a.routeType.text().size();
-    p.addAttributes(codes[std::min<std::size_t>(codeLen, 6)], 3, a.hardwareProgrammed.getArg(),
-                    a.routeType.getArg(), a.kernelProgrammed.getArg());
   }
 
   if (line.drop) {
@@ -392,7 +389,10 @@ RouteAttrs::RouteAttrs(unsigned f)
       groupName("groupName", f),
       groupId("groupId", f),
       endpoint("endpoint", f),
-      color("color", f) {}
+      color("color", f),
+      head{&hardwareProgrammed, &routeType, &kernelProgrammed},
+      viaHead{&hardwareProgrammed, &routeType, &kernelProgrammed, &directlyConnected, &routeAction,
+              &preference,         &metric} {}
 
 void ViaBlockCache::insert(const Slot& slot) {
   for (std::size_t i = slotOf(slot.fec);; i = (i + 1) & (slots_.size() - 1)) {
@@ -403,10 +403,8 @@ void ViaBlockCache::insert(const Slot& slot) {
   }
 }
 
-std::optional<ViaBlockRef> ViaBlockCache::add(const CachedFec* fec, std::string_view bytes,
-                                              rendr::Printer::RecordedShape shape) {
-  // The slots keep 32-bit places: a listing that would need more keeps printing its blocks.
-  if (bytes_.size() + bytes.size() > UINT32_MAX) return {};
+ViaBlockRef ViaBlockCache::add(const CachedFec* fec, rendr::Printer::KeptRun run,
+                               rendr::Printer::RecordedShape shape) {
   if (2 * (used_ + 1) > slots_.size()) {
     std::vector<Slot> old(std::max<std::size_t>(64, 2 * slots_.size()));
     old.swap(slots_);
@@ -414,12 +412,9 @@ std::optional<ViaBlockRef> ViaBlockCache::add(const CachedFec* fec, std::string_
       if (slot.fec) insert(slot);
     }
   }
-  const ViaBlockRef ref{static_cast<std::uint32_t>(bytes_.size()),
-                        static_cast<std::uint32_t>(bytes.size()), shape, true};
-  insert(Slot{fec, ref.at, ref.size, shape});
-  bytes_.append(bytes);
+  insert(Slot{fec, run.at, run.size, shape});
   ++used_;
-  return ref;
+  return ViaBlockRef{run.at, run.size, shape, true};
 }
 
 void maybeAddLabelStackToOutput(rendr::Printer& p, RouteAttrs& a, Plexa::MplsLabel label,

@@ -113,19 +113,8 @@ int utf8Sequence(const unsigned char* s, const unsigned char* end) {
 
 }  // namespace
 
-// Whether any of the 8 bytes in w is a control character, a quote, a backslash or not
-// ASCII. Each test is exact for "any byte" (the classic zero-byte and less-than word tricks).
-constexpr bool wordNeedsCare(std::uint64_t w) {
-  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
-  constexpr std::uint64_t kHigh = 0x8080808080808080ull;
-  auto hasZero = [](std::uint64_t v) { return (v - kOnes) & ~v & kHigh; };
-  std::uint64_t highBit = w & kHigh;
-  std::uint64_t control = (w - kOnes * 0x20) & ~w & kHigh;
-  return (highBit | control | hasZero(w ^ (kOnes * '"')) | hasZero(w ^ (kOnes * '\\'))) != 0;
-}
-
-// Plain ASCII without quotes, backslashes or control characters: almost every string.
-bool plainText(const char* s, std::size_t n) {
+// plainText() of more than 16 bytes (any length works).
+bool plainTextLong(const char* s, std::size_t n) {
   if (n < 8) {
     for (std::size_t i = 0; i < n; ++i) {
       if (kByteClass[static_cast<unsigned char>(s[i])]) return false;

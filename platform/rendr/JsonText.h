@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,44 @@ namespace rendr::detail {
 void writeJsonString(OutputBuffer& out, std::string_view s);
 // The same, appended to a string (a document built whole, like a state file).
 void appendJsonString(std::string& out, std::string_view s);
+
+// Whether any of the 8 bytes in w is a control character, a quote, a backslash or not
+// ASCII. Each test is exact for "any byte" (the classic zero-byte and less-than word tricks).
+constexpr bool wordNeedsCare(std::uint64_t w) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHigh = 0x8080808080808080ull;
+  auto hasZero = [](std::uint64_t v) { return (v - kOnes) & ~v & kHigh; };
+  std::uint64_t highBit = w & kHigh;
+  std::uint64_t control = (w - kOnes * 0x20) & ~w & kHigh;
+  return (highBit | control | hasZero(w ^ (kOnes * '"')) | hasZero(w ^ (kOnes * '\\'))) != 0;
+}
+
+bool plainTextLong(const char* s, std::size_t n);
+
+// Whether s is plain ASCII without quotes, backslashes or control characters, which a JSON
+// string holds as it is (almost every string). Up to 16 bytes (a prefix, a word) are read here
+// as one or two words of its own bytes, overlapping where they must.
+inline bool plainText(const char* s, std::size_t n) {
+  if (n > 16) return plainTextLong(s, n);
+  std::uint64_t a, b;
+  if (n >= 8) {
+    std::memcpy(&a, s, 8);
+    std::memcpy(&b, s + n - 8, 8);
+    return !wordNeedsCare(a) && !wordNeedsCare(b);
+  }
+  if (n >= 4) {
+    std::uint32_t lo, hi;
+    std::memcpy(&lo, s, 4);
+    std::memcpy(&hi, s + n - 4, 4);
+    return !wordNeedsCare(lo | std::uint64_t(hi) << 32);
+  }
+  if (n == 0) return true;
+  // The first, middle and last bytes, the first repeated over the rest of the word.
+  a = 0x0101010101010101ull * static_cast<unsigned char>(s[0]);
+  a = (a & ~0xffff00ull) | std::uint64_t(static_cast<unsigned char>(s[n / 2])) << 8 |
+      std::uint64_t(static_cast<unsigned char>(s[n - 1])) << 16;
+  return !wordNeedsCare(a);
+}
 
 void writeJsonInt(OutputBuffer& out, std::int64_t v);
 void writeJsonUint(OutputBuffer& out, std::uint64_t v);

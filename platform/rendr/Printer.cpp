@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdarg>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -106,12 +107,12 @@ void Printer::sayExiting(std::string_view reason) noexcept {
 
 Printer::RecordingStart Printer::startRecording() const {
   const bool members = depth_ && stack_[depth_ - 1].hasMembers;
-  return {out_.used(), out_.flushes(), depth_, members};
+  return {out_.used(), out_.breaks(), depth_, members};
 }
 
 std::optional<std::string_view> Printer::finishRecording(const RecordingStart& start,
                                                          RecordedShape& shape) const {
-  if (out_.flushes() != start.flushes || depth_ != start.depth || depth_ == 0) return {};
+  if (out_.breaks() != start.breaks || depth_ != start.depth || depth_ == 0) return {};
   shape.depth = static_cast<std::uint16_t>(depth_);
   shape.hadMembers = start.hadMembers;
   shape.hasMembers = stack_[depth_ - 1].hasMembers;
@@ -200,6 +201,44 @@ void Printer::replayHanging(std::string_view run, RecordedShape shape, std::size
   }
   stack_[depth_ - 1].hasMembers = shape.hasMembers;
   leave();
+}
+
+std::optional<Printer::KeptRun> Printer::keep(std::string_view run) {
+  if (run.size() > kKeptChunk) return {};
+  if (keptChunks_.empty() || keptUsed_ + run.size() > kKeptChunk) {
+    // The places are 32-bit.
+    if ((keptChunks_.size() + 1) * kKeptChunk > UINT32_MAX) return {};
+    keptChunks_.push_back(std::make_unique_for_overwrite<char[]>(kKeptChunk));
+    keptUsed_ = 0;
+  }
+  const KeptRun kept{static_cast<std::uint32_t>((keptChunks_.size() - 1) * kKeptChunk + keptUsed_),
+                     static_cast<std::uint32_t>(run.size())};
+  std::memcpy(keptChunks_.back().get() + keptUsed_, run.data(), run.size());
+  keptUsed_ += run.size();
+  return kept;
+}
+
+std::string_view Printer::kept(KeptRun run) const {
+  MOX_ASSERT(run.at / kKeptChunk < keptChunks_.size() &&
+             run.at % kKeptChunk + run.size <= kKeptChunk && "a run this printer did not keep");
+  return {keptChunks_[run.at / kKeptChunk].get() + run.at % kKeptChunk, run.size};
+}
+
+void Printer::replayKept(KeptRun run, RecordedShape shape) {
+  enter();
+  requireShape(shape);
+  const std::string_view bytes = kept(run);
+  out_.appendStable(bytes.data(), bytes.size());
+  stack_[depth_ - 1].hasMembers = shape.hasMembers;
+  leave();
+}
+
+void Printer::replayKeptHanging(KeptRun run, RecordedShape shape, std::size_t hang) {
+  if (json()) {
+    replayKept(run, shape);
+  } else {
+    replayHanging(kept(run), shape, hang);
+  }
 }
 
 void Printer::requireShape(RecordedShape shape) const {
@@ -315,6 +354,17 @@ void Printer::startDictEntry(const AttrInfo& key) {
     out_.put('{');
   }
   push(Frame::dictEntry);
+  leave();
+}
+
+void Printer::startDictEntry(const AttrInfo& key, EntryMembers& members) {
+  enter();
+  MOX_ASSERT(top() == Frame::dict && "startDictEntry() outside a dict");
+  MOX_ASSERT(key.isSet() && "a dict entry keyed by an attribute that is not set");
+  requireRoom();
+  if (json()) jsonEntryKey(key);
+  push(Frame::dictEntry);
+  if (json()) jsonMembers(members);
   leave();
 }
 
@@ -511,6 +561,11 @@ Printer::Block Printer::dictEntry(const AttrInfo& key) {
   return Block(*this, &Printer::endDictEntry);
 }
 
+Printer::Block Printer::dictEntry(const AttrInfo& key, EntryMembers& members) {
+  startDictEntry(key, members);
+  return Block(*this, &Printer::endDictEntry);
+}
+
 Printer::Block Printer::list(const char* name) {
   startList(name);
   return Block(*this, &Printer::endList);
@@ -637,6 +692,139 @@ void Printer::jsonValue(const AttrInfo& a) {
         out_.append("false", 5);
       }
       break;
+  }
+}
+
+// jsonMember(), jsonKeyFromValue(key) and the entry's "{", in one piece for a key of plain
+// text (a prefix, a name): the key of a million entries of a listing.
+void Printer::jsonEntryKey(const AttrInfo& key) {
+  Level& level = stack_[depth_ - 1];
+  const std::string_view text = key.stringValue();
+  if (key.kind() != JsonKind::string || text.size() > 256 ||
+      !detail::plainText(text.data(), text.size())) {
+    jsonMember();
+    jsonKeyFromValue(key);
+    out_.put('{');
+    return;
+  }
+  const std::size_t indent = 2 * depth_;
+  // ",\n", the indent in 16-byte moves (the overshoot is not committed), the quoted key and
+  // ": {".
+  char* const start = out_.reserve(indent + text.size() + 24);
+  char* d = start;
+  if (level.hasMembers) *d++ = ',';
+  level.hasMembers = true;
+  *d++ = '\n';
+  for (std::size_t i = 0; i < indent; i += 16)
+    std::memcpy(d + i, kBlanks, 16);
+  d += indent;
+  *d++ = '"';
+  detail::moveBytes(d, text.data(), text.size());
+  d += text.size();
+  std::memcpy(d, "\": {", 4);
+  out_.commit(static_cast<std::size_t>(d + 4 - start));
+}
+
+namespace {
+
+// The most a value written in place takes: plain text of up to 256 bytes and its quotes.
+constexpr std::size_t kMostInPlace = 258;
+// Keys are copied in moves of this many bytes.
+constexpr std::size_t kKeyMove = 32;
+
+// Writes a's JSON value at d, as jsonValue writes it, and moves d past it; false, with nothing
+// written, for a value that takes jsonValue's own path (text to escape or longer than 256
+// bytes, a floating-point number).
+bool valueInPlace(const AttrInfo& a, char*& d) {
+  // Tests in a row rather than a switch: a row's members come in the same order every time,
+  // which the branches learn and one jump through a table does not.
+  const JsonKind kind = a.kind();
+  if (!a.isSet()) {
+    std::memcpy(d, "null", 4);
+    d += 4;
+  } else if (kind == JsonKind::boolean) {
+    std::memcpy(d, a.boolValue() ? "true" : "false", 5);
+    d += a.boolValue() ? 4 : 5;
+  } else if (kind == JsonKind::string) {
+    const std::string_view s = a.stringValue();
+    if (s.size() > 256 || !detail::plainText(s.data(), s.size())) return false;
+    *d++ = '"';
+    detail::moveBytes(d, s.data(), s.size());
+    d += s.size();
+    *d++ = '"';
+  } else if (kind == JsonKind::int32) {
+    d = std::to_chars(d, d + 11, a.int32Value()).ptr;
+  } else if (kind == JsonKind::uint32) {
+    d = std::to_chars(d, d + 10, a.uint32Value()).ptr;
+  } else if (kind == JsonKind::uint64) {
+    d = std::to_chars(d, d + 20, a.uint64Value()).ptr;
+  } else {
+    return false;  // a floating-point number
+  }
+  return true;
+}
+
+}  // namespace
+
+Printer::EntryMembers::EntryMembers(std::initializer_list<const AttrInfo*> attrs) : attrs_(attrs) {
+  for (const AttrInfo* a : attrs_)
+    MOX_ASSERT(a && "a null attribute");
+}
+
+// The keys as jsonMember() and jsonAttrKey() write them at `depth`, each with the comma that
+// parts it from the member before.
+void Printer::EntryMembers::layOut(unsigned depth) {
+  keys_.clear();
+  keyEnds_.clear();
+  for (const AttrInfo* a : attrs_) {
+    keys_ += ",\n";
+    keys_.append(2 * std::size_t(depth), ' ');
+    detail::appendJsonString(keys_, std::string_view(a->name().c_str()));
+    keys_ += ": ";
+    keyEnds_.push_back(static_cast<std::uint32_t>(keys_.size()));
+  }
+  keys_.append(kKeyMove, ' ');  // what the last key's moves read past its end
+  depth_ = depth;
+}
+
+// The members of the object just opened, as addJson() would write them one by one: room for
+// all of them is reserved at once, keys are copied in 32-byte moves (the key text is padded
+// and the overshoot lands in the room of the value after it), values written in place. A
+// value that takes jsonValue's path ends a stretch; the next one starts after it.
+void Printer::jsonMembers(EntryMembers& m) {
+  const std::size_t n = m.attrs_.size();
+  if (n == 0) return;
+  if (m.depth_ != depth_) m.layOut(depth_);
+  stack_[depth_ - 1].hasMembers = true;
+  const char* const keys = m.keys_.data();
+  std::size_t keyAt = 1;  // no comma before the object's first member
+  std::size_t i = 0;
+  while (i < n) {
+    const std::size_t most = m.keyEnds_[n - 1] - keyAt + (n - i) * (kMostInPlace + kKeyMove);
+    if (most > kBufferSize / 4) [[unlikely]] {
+      // Long keys (deep, or long names): one member at a time.
+      out_.append(keys + keyAt, m.keyEnds_[i] - keyAt);
+      jsonValue(*m.attrs_[i]);
+      keyAt = m.keyEnds_[i++];
+      continue;
+    }
+    char* const start = out_.reserve(most);
+    char* d = start;
+    const AttrInfo* other = nullptr;  // the value that ended the stretch
+    while (i < n) {
+      const std::size_t keyLen = m.keyEnds_[i] - keyAt;
+      for (std::size_t k = 0; k < keyLen; k += kKeyMove)
+        std::memcpy(d + k, keys + keyAt + k, kKeyMove);
+      d += keyLen;
+      keyAt = m.keyEnds_[i];
+      const AttrInfo& a = *m.attrs_[i++];
+      if (!valueInPlace(a, d)) [[unlikely]] {
+        other = &a;
+        break;
+      }
+    }
+    out_.commit(static_cast<std::size_t>(d - start));
+    if (other) jsonValue(*other);
   }
 }
 

@@ -33,9 +33,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/rendr/AttrInfo.h"
 #include "platform/rendr/Interrupt.h"
@@ -74,6 +77,28 @@ class Printer {
   // A member of the open dict, keyed by the key attribute's value, whose value is an object.
   void startDictEntry(const AttrInfo& key);
   void endDictEntry();
+  // The members every entry of a listing starts with (a route's flags, type, preference and
+  // metric), named once for the listing. startDictEntry(key, members) opens the entry and
+  // writes each attribute's current value under its name, as addAttributesJson would, in one
+  // call: the keys and their indent are made once for the depth the entries stand at, and
+  // values are copied straight into the output (a string that needs escaping is escaped as
+  // everywhere else). Text writes nothing for them: the caller writes the row as it likes.
+  class EntryMembers {
+   public:
+    EntryMembers(std::initializer_list<const AttrInfo*> attrs);
+
+   private:
+    friend class Printer;
+    void layOut(unsigned depth);
+
+    std::vector<const AttrInfo*> attrs_;
+    // Each member's ",\n", indent and "\"name\": " for the depth laid out, end to end.
+    std::string keys_;
+    std::vector<std::uint32_t> keyEnds_;
+    unsigned depth_ = 0;  // none yet
+  };
+  void startDictEntry(const AttrInfo& key, EntryMembers& members);
+
   // A member of the open dict whose value is the single attribute of the next addAttributes
   // or addAttributesJson call (null if there is none).
   void startSimpleDictEntry(const AttrInfo& key);
@@ -135,7 +160,7 @@ class Printer {
   // nothing.
   struct RecordingStart {
     std::size_t at;
-    std::uint64_t flushes;
+    std::uint64_t breaks;
     unsigned depth;
     bool hadMembers;
   };
@@ -160,6 +185,20 @@ class Printer {
                                                          RecordedShape& shape,
                                                          std::size_t hang) const;
   void replayHanging(std::string_view run, RecordedShape shape, std::size_t hang);
+  //
+  // A run may be kept by the printer itself, for the rest of its life, at a place that never
+  // moves: a replay of a kept run goes out without being copied into the buffer (the write
+  // takes it where it is), which is what a listing that replays a FEC's vias a million times
+  // wants. keep() returns nothing for a run it cannot keep (over 1 MiB, or 4 GiB kept).
+  struct KeptRun {
+    std::uint32_t at = 0;
+    std::uint32_t size = 0;
+  };
+  std::optional<KeptRun> keep(std::string_view run);
+  std::string_view kept(KeptRun run) const;
+  // replay() and replayHanging() of a kept run.
+  void replayKept(KeptRun run, RecordedShape shape);
+  void replayKeptHanging(KeptRun run, RecordedShape shape, std::size_t hang);
 
   // Block forms of the structure calls: what a block opens is closed when the block ends, so
   // that no dictionary, list or entry is left open by a return or a forgotten end call. A
@@ -182,6 +221,7 @@ class Printer {
   };
   Block dict(const char* name);
   Block dictEntry(const AttrInfo& key);
+  Block dictEntry(const AttrInfo& key, EntryMembers& members);
   Block list(const char* name);
   Block listEntry();
   Block submodel(const char* name);
@@ -247,6 +287,8 @@ class Printer {
   void jsonAttrKey(const AttrInfo& a);
   void jsonKeyFromValue(const AttrInfo& a);
   void jsonValue(const AttrInfo& a);
+  void jsonEntryKey(const AttrInfo& key);
+  void jsonMembers(EntryMembers& members);
   void addJson(const AttrInfo* const* attrs, int n);
   // What both addAttributes do once their attributes are gathered (`complete`: none is null).
   template <class Text>
@@ -262,6 +304,11 @@ class Printer {
   enum class Root : std::uint8_t { notStarted, open, ended } root_ = Root::notStarted;
   std::array<Level, kMaxDepth> stack_;
   mutable std::string hanging_;  // the last hanging run finished
+  // Kept runs, in chunks that never move; a run's place is its chunk times kKeptChunk plus its
+  // offset there.
+  static constexpr std::size_t kKeptChunk = std::size_t(1) << 20;
+  std::vector<std::unique_ptr<char[]>> keptChunks_;
+  std::size_t keptUsed_ = 0;  // in the last chunk
 };
 
 // The output of a command that has nothing to show, or that failed before it showed anything:

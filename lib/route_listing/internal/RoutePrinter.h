@@ -20,12 +20,13 @@ namespace Rova {
 // vias, lined up under its first line, so a block is printed once and replayed. A block is kept
 // without the blanks its lines hang by (the printer takes them out and puts the route's back),
 // so one block serves every indent, and a few thousand FECs' blocks stay in the cache. The
-// lookup is per route, so it is kept to one cache line where it can be: open addressing over
-// the FEC with the block's place in one array of bytes in the slot.
-// Where one FEC's block is in the cache. The listing keeps it beside the FEC's other facts,
-// which a route reads anyway, so that the route finds its block without a lookup of its own.
+// printer keeps the blocks' bytes (a JSON replay then goes out without a copy); the cache finds
+// them. The lookup is per route, so it is kept to one cache line where it can be: open
+// addressing over the FEC with the block's place in the slot.
+// Where one FEC's block is kept. The listing keeps it beside the FEC's other facts, which a
+// route reads anyway, so that the route finds its block without a lookup of its own.
 struct ViaBlockRef {
-  std::uint32_t at = 0;
+  std::uint32_t at = 0;  // the printer's kept run
   std::uint32_t size = 0;
   rendr::Printer::RecordedShape shape;
   bool known = false;  // the block is in the cache
@@ -34,24 +35,23 @@ struct ViaBlockRef {
 class ViaBlockCache {
  public:
   struct Block {
-    std::string_view bytes;
+    rendr::Printer::KeptRun run;
     rendr::Printer::RecordedShape shape;
   };
   Block block(const ViaBlockRef& ref) const {
-    return Block{std::string_view(bytes_.data() + ref.at, ref.size), ref.shape};
+    return Block{rendr::Printer::KeptRun{ref.at, ref.size}, ref.shape};
   }
   std::optional<Block> find(const CachedFec* fec) const {
     if (slots_.empty()) return {};
     for (std::size_t i = slotOf(fec);; i = (i + 1) & (slots_.size() - 1)) {
       const Slot& slot = slots_[i];
       if (!slot.fec) return {};
-      if (slot.fec == fec)
-        return Block{std::string_view(bytes_.data() + slot.at, slot.size), slot.shape};
+      if (slot.fec == fec) return Block{rendr::Printer::KeptRun{slot.at, slot.size}, slot.shape};
     }
   }
-  // Keeps the block; its place, unless the cache is full (the block is then printed anew).
-  std::optional<ViaBlockRef> add(const CachedFec* fec, std::string_view bytes,
-                                 rendr::Printer::RecordedShape shape);
+  // Notes the FEC's block, which the printer keeps as `run`.
+  ViaBlockRef add(const CachedFec* fec, rendr::Printer::KeptRun run,
+                  rendr::Printer::RecordedShape shape);
 
  private:
   struct Slot {
@@ -68,7 +68,6 @@ class ViaBlockCache {
 
   std::vector<Slot> slots_;
   std::size_t used_ = 0;
-  std::string bytes_;
 };
 
 // The attributes of one listing, built once and set per route, and the blocks it has printed.
@@ -103,6 +102,12 @@ struct RouteAttrs {
   rendr::Uint64AttrInfo groupId;
   rendr::StringAttrInfo endpoint;
   rendr::UintAttrInfo color;
+
+  // What every route's JSON object starts with, written with its key in one printer call:
+  // the flags and the type, and for a route through vias what it is and does (not directly
+  // connected, forwarded) and its preference and metric.
+  rendr::Printer::EntryMembers head;
+  rendr::Printer::EntryMembers viaHead;
 };
 
 // What one route line shows besides its FEC's vias.

@@ -212,33 +212,211 @@ TEST(PrinterJson, StringsAreEscapedAndMadeValidUtf8) {
 }
 
 // Every byte value at every position of a string long enough for the word-at-a-time scan.
+// Every byte value at every position of strings of every length the checks read differently
+// (byte by byte, in one word, in two overlapping words, a word at a time), in values and in
+// dict keys.
 TEST(PrinterJson, EveryByteIsEscapedWhereverItStands) {
-  std::vector<std::string> inputs;
-  for (int byte = 0; byte < 256; ++byte) {
-    for (std::size_t pos = 0; pos < 20; ++pos) {
-      inputs.emplace_back(20, 'a');
-      inputs.back()[pos] = static_cast<char>(byte);
+  struct Input {
+    std::string text;
+    std::size_t pos;
+  };
+  std::vector<Input> inputs;
+  for (std::size_t len : {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 20, 33}) {
+    for (int byte = 0; byte < 256; ++byte) {
+      for (std::size_t pos = 0; pos < len; ++pos) {
+        inputs.push_back({std::string(len, 'a'), pos});
+        inputs.back().text[pos] = static_cast<char>(byte);
+      }
     }
   }
   std::string out = render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
     rendr::StringAttrInfo s("s", f);
+    rendr::UintAttrInfo i("i", f);
+    rendr::Printer::EntryMembers members{s.getArg()};
     p.startList("l");
-    for (const std::string& in : inputs) {
-      s.setValue(in);
+    for (const Input& in : inputs) {
+      s.setValue(in.text);
       p.startListEntry();
       p.addAttributes("", 1, s.getArg());
+      p.endListEntry();
+    }
+    p.endList();
+    // Each in a dict of its own: a parser's ordered object finds a key by a linear search.
+    p.startList("d");
+    for (std::size_t k = 0; k < inputs.size(); ++k) {
+      s.setValue(inputs[k].text);
+      i.setValue(static_cast<std::uint32_t>(k));
+      p.startListEntry();
+      p.startDict("e");
+      p.startDictEntry(i, members);
+      p.endDictEntry();
+      p.endDict();
       p.endListEntry();
     }
     p.endList();
   });
   ordered_json doc = parsePretty(out);
   ASSERT_EQ(doc["l"].size(), inputs.size());
-  for (std::size_t i = 0; i < inputs.size(); ++i) {
-    std::string expected = inputs[i];
-    if (static_cast<unsigned char>(expected[i % 20]) >= 0x80)
-      expected.replace(i % 20, 1, "\xef\xbf\xbd");
-    ASSERT_EQ(doc["l"][i]["s"], expected) << "byte " << i / 20 << " at " << i % 20;
+  ASSERT_EQ(doc["d"].size(), inputs.size());
+  for (std::size_t k = 0; k < inputs.size(); ++k) {
+    std::string expected = inputs[k].text;
+    const std::size_t pos = inputs[k].pos;
+    if (static_cast<unsigned char>(expected[pos]) >= 0x80) expected.replace(pos, 1, "\xef\xbf\xbd");
+    ASSERT_EQ(doc["l"][k]["s"], expected)
+        << "byte " << int(static_cast<unsigned char>(inputs[k].text[pos])) << " at " << pos;
+    ASSERT_EQ(doc["d"][k]["e"][std::to_string(k)]["s"], expected) << k;
   }
+}
+
+// Attributes of every kind, with values at their edges and texts that need escaping; set to
+// their `row`-th values. The names include one that is not plain.
+struct Row {
+  explicit Row(unsigned f)
+      : key("key", f),
+        flag("flag", f),
+        word("word", f),
+        i32("i32", f),
+        u32("u32", f),
+        u64("u64", f),
+        d("d", f),
+        unset("unset", f),
+        odd("odd \"name\"\t", f),
+        after("after", f) {}
+  void set(std::size_t row) {
+    static const std::string kKeys[] = {"10.0.0.0/8",          "",
+                                        "2001:db8::/32",       "quote\" and \\ and \x01",
+                                        std::string(256, 'k'), std::string(257, 'k'),
+                                        "bad \xc0\xaf utf-8",  "caf\xc3\xa9"};
+    static const std::string kWords[] = {
+        "forward", "",     "a \"word\"", std::string(256, 'w'), std::string(300, 'w'),
+        "tab\t",   "\xff", "é"};
+    static const std::int32_t kInts[] = {0, -1, INT32_MIN, INT32_MAX, 110, -200, 7, 255};
+    static const std::uint32_t kUints[] = {0, UINT32_MAX, 1, 10, 100000, 4000000000u, 9, 65535};
+    key.setValue(kKeys[row % 8]);
+    flag.setValue(row % 2 == 0);
+    word.setValue(kWords[row % 8]);
+    i32.setValue(kInts[row % 8]);
+    u32.setValue(kUints[row % 8]);
+    u64.setValue(row % 3 ? UINT64_MAX : 0);
+    d.setValue(row % 2 ? 0.5 : std::nan(""));
+    odd.setValue(static_cast<std::uint32_t>(row));
+    after.setValue(static_cast<std::uint32_t>(row * 3));
+  }
+  rendr::StringAttrInfo key;
+  rendr::BoolAttrInfo flag;
+  rendr::StringAttrInfo word;
+  rendr::IntAttrInfo i32;
+  rendr::UintAttrInfo u32;
+  rendr::Uint64AttrInfo u64;
+  rendr::DoubleAttrInfo d;
+  rendr::StringAttrInfo unset;
+  rendr::UintAttrInfo odd;
+  rendr::UintAttrInfo after;
+};
+
+// Rows in a dict `depth` levels below the root (submodels around it), each opened either with
+// its first members in one call or by the generic calls, then another member and a nested
+// object after them. The first eight are keyed by texts, the others by numbers.
+std::string rows(unsigned format, bool together, unsigned depth,
+                 rendr::Printer::EntryMembers* none) {
+  return render(format, [&](rendr::Printer& p, unsigned f) {
+    Row r(f);
+    rendr::UintAttrInfo numberKey("n", f);
+    rendr::Printer::EntryMembers members{r.flag.getArg(),  r.word.getArg(), r.i32.getArg(),
+                                         r.u32.getArg(),   r.u64.getArg(),  r.d.getArg(),
+                                         r.unset.getArg(), r.odd.getArg()};
+    for (unsigned level = 0; level < depth; ++level)
+      p.startSubmodel("level");
+    p.startDict("rows");
+    for (std::size_t i = 0; i < 24; ++i) {
+      r.set(i);
+      numberKey.setValue(static_cast<std::uint32_t>(i));
+      const rendr::AttrInfo& key = i < 8 ? *r.key.getArg() : *numberKey.getArg();
+      if (i == 7) {
+        // An empty run: the entry alone.
+        if (together) {
+          p.startDictEntry(key, *none);
+        } else {
+          p.startDictEntry(key);
+        }
+      } else if (together) {
+        p.startDictEntry(key, members);
+      } else {
+        p.startDictEntry(key);
+        p.addAttributesJson(8, r.flag.getArg(), r.word.getArg(), r.i32.getArg(), r.u32.getArg(),
+                            r.u64.getArg(), r.d.getArg(), r.unset.getArg(), r.odd.getArg());
+      }
+      p.addAttributes("%u\n", 1, r.after.getArg());
+      p.startSubmodel("nested");
+      p.endSubmodel();
+      p.endDictEntry();
+      p.itemDone();
+    }
+    p.endDict();
+  });
+}
+
+// The first members written in one call are the bytes the generic calls write, whatever the
+// values (escaping, long text, numbers at their limits, null, NaN), the keys and the depth;
+// text writes nothing for them.
+TEST(PrinterJson, EntryMembersAreWhatTheGenericCallsWrite) {
+  rendr::Printer::EntryMembers none{};
+  for (unsigned depth = 0; depth < 12; ++depth) {
+    const std::string fast = rows(kFormatJson, true, depth, &none);
+    ASSERT_EQ(fast, rows(kFormatJson, false, depth, &none)) << "depth " << depth;
+    const ordered_json doc = parsePretty(fast);
+    const ordered_json* level = &doc;
+    for (unsigned i = 0; i < depth; ++i)
+      level = &(*level)["level"];
+    EXPECT_EQ((*level)["rows"].size(), 24u);
+  }
+  EXPECT_EQ(rows(kFormatText, true, 2, &none), rows(kFormatText, false, 2, &none));
+  EXPECT_EQ(rows(kFormatText, true, 2, &none).find("odd"), std::string::npos);
+}
+
+// One set of members serves entries at several depths, and its entries replay a recording made
+// after the members like entries opened by the generic calls.
+TEST(PrinterJson, EntryMembersFollowTheDepthAndKeepRecordingsValid) {
+  auto doc = [](bool together) {
+    return render(kFormatJson, [&](rendr::Printer& p, unsigned f) {
+      Row r(f);
+      rendr::Printer::EntryMembers members{r.flag.getArg(), r.i32.getArg()};
+      std::string kept;
+      rendr::Printer::RecordedShape shape;
+      const unsigned depths[] = {1, 3, 1, 2};
+      for (unsigned k = 0; k < 4; ++k) {
+        const unsigned depth = depths[k];
+        for (unsigned level = 1; level < depth; ++level)
+          p.startSubmodel(("s" + std::to_string(k) + std::to_string(level)).c_str());
+        p.startDict(("d" + std::to_string(k)).c_str());
+        for (std::size_t i = 0; i < 3; ++i) {
+          r.set(i);
+          if (together) {
+            p.startDictEntry(r.key, members);
+          } else {
+            p.startDictEntry(r.key);
+            p.addAttributesJson(2, r.flag.getArg(), r.i32.getArg());
+          }
+          if (depth == 1 && i == 0 && kept.empty()) {
+            const auto start = p.startRecording();
+            p.addAttributesJson(1, r.u32.getArg());
+            kept = std::string(*p.finishRecording(start, shape));
+          } else if (depth == 1) {
+            p.replay(kept, shape);
+          }
+          p.endDictEntry();
+        }
+        p.endDict();
+        for (unsigned level = 1; level < depth; ++level)
+          p.endSubmodel();
+      }
+    });
+  };
+  const std::string fast = doc(true);
+  EXPECT_EQ(fast, doc(false));
+  const ordered_json parsed = parsePretty(fast);
+  EXPECT_EQ(parsed["d2"][""], ordered_json::parse(R"({"flag": false, "i32": -1, "u32": 0})"));
+  EXPECT_EQ(parsed["s11"]["s12"]["d1"][""], ordered_json::parse(R"({"flag": false, "i32": -1})"));
 }
 
 }  // namespace
