@@ -119,7 +119,7 @@ Message::Message(std::span<char> room, std::uint16_t type, std::uint16_t flags, 
 
 void* Message::reserve(std::size_t len) {
   const std::size_t at = align(size());
-  if (!fits_ || len > room_.size() || align(len) > room_.size() - at ||
+  if (!fits_ || at > room_.size() || len > room_.size() || align(len) > room_.size() - at ||
       at + align(len) > UINT32_MAX) {
     fits_ = false;
     return nullptr;

@@ -378,6 +378,13 @@ TEST(NetlinkMessage, WhatDoesNotFitIsNotWrittenAndTheMessageIsNotSent) {
   EXPECT_EQ(nl::send(s, m), -1);
   EXPECT_EQ(errno, EMSGSIZE);
 
+  // A header whose length a caller set beyond the room: nothing goes after it.
+  alignas(nlmsghdr) char room2[64];
+  nl::Message over(room2, RTM_GETLINK, NLM_F_REQUEST);
+  over.header()->nlmsg_len = 1000;
+  EXPECT_FALSE(over.putU32(IFLA_MTU, 1));
+  EXPECT_EQ(over.reserve(4), nullptr);
+
   // A room too small for the header: nothing is written to it.
   char tiny[8];
   std::memset(tiny, 0xAA, sizeof tiny);
