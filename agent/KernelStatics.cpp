@@ -1,7 +1,6 @@
 #include "agent/KernelStatics.h"
 
 #include <fcntl.h>
-#include <libmnl/libmnl.h>
 #include <linux/if_link.h>
 #include <linux/lwtunnel.h>
 #include <linux/mpls.h>
@@ -27,6 +26,7 @@
 #include <tuple>
 
 #include "platform/plexa/VrfName.h"
+#include "snapshot/Netlink.h"
 #include "snapshot/StateLayout.h"
 
 namespace Agent {
@@ -47,154 +47,118 @@ std::string routeName(const std::string& key) {
          ", VRF " + key.substr(0, first) + ")";
 }
 
-// Calls `f` with every attribute from `begin` to `end` (libmnl's macros do not compile as C++).
-template <class F>
-void eachAttr(const void* begin, const void* end, F&& f) {
-  auto* a = static_cast<const nlattr*>(begin);
-  while (mnl_attr_ok(
-      a, static_cast<int>(static_cast<const char*>(end) - reinterpret_cast<const char*>(a)))) {
-    f(a);
-    a = mnl_attr_next(a);
-  }
-}
-template <class F>
-void eachAttr(const nlmsghdr* nlh, std::size_t offset, F&& f) {
-  eachAttr(mnl_nlmsg_get_payload_offset(nlh, offset), mnl_nlmsg_get_payload_tail(nlh), f);
-}
-template <class F>
-void eachNested(const nlattr* nest, F&& f) {
-  eachAttr(mnl_attr_get_payload(nest), reinterpret_cast<const char*>(nest) + nest->nla_len, f);
-}
+namespace nl = Snapshot::netlink;
 
-void putAddress(nlmsghdr* nlh, std::uint16_t type, const Plexa::IpGenAddr& a) {
-  mnl_attr_put(nlh, type, a.isV4() ? 4 : 16, a.bytes().data());
+void putAddress(nl::Message& m, std::uint16_t type, const Plexa::IpGenAddr& a) {
+  m.put(type, a.bytes().data(), a.isV4() ? 4 : 16);
 }
 
 }  // namespace
 
 // One netlink socket for requests, their acknowledgements carrying the kernel's reason.
 struct KernelStatics::Netlink {
-  mnl_socket* nl = nullptr;
-  unsigned portid = 0;
+  nl::Socket socket;
   unsigned seq = 0;
   std::vector<char> buffer = std::vector<char>(64 * 1024);
 
   Netlink() {
-    nl = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
-    if (!nl)
+    if (!socket.open(NETLINK_ROUTE, SOCK_CLOEXEC))
       throw std::runtime_error(std::string("cannot open a netlink socket: ") +
                                std::strerror(errno));
-    int one = 1;
     // The kernel then says why it refused, beyond the error number.
-    mnl_socket_setsockopt(nl, NETLINK_EXT_ACK, &one, sizeof one);
-    mnl_socket_setsockopt(nl, NETLINK_GET_STRICT_CHK, &one, sizeof one);
-    if (mnl_socket_bind(nl, 0, MNL_SOCKET_AUTOPID) < 0) {
-      const int saved = errno;
-      mnl_socket_close(nl);
+    socket.setOption(NETLINK_EXT_ACK, 1);
+    socket.setOption(NETLINK_GET_STRICT_CHK, 1);
+    if (!socket.bind())
       throw std::runtime_error(std::string("cannot bind a netlink socket: ") +
-                               std::strerror(saved));
-    }
-    portid = mnl_socket_get_portid(nl);
+                               std::strerror(errno));
   }
-  ~Netlink() { mnl_socket_close(nl); }
 
   // The kernel's reason in an error acknowledgement, as `ip` prints it.
-  static std::string reasonOf(const nlmsghdr* nlh, int error) {
+  static std::string reasonOf(const nlmsghdr* m, int error) {
     std::string text = std::strerror(error);
-    if (!(nlh->nlmsg_flags & NLM_F_ACK_TLVS)) return text;
-    const auto* e = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(nlh));
-    unsigned offset = sizeof *e;
-    if (!(nlh->nlmsg_flags & NLM_F_CAPPED)) offset += e->msg.nlmsg_len - sizeof(nlmsghdr);
+    const auto* e = nl::familyHeaderOf<nlmsgerr>(m);
+    if (!e || !(m->nlmsg_flags & NLM_F_ACK_TLVS)) return text;
+    // The attributes follow the request the acknowledgement echoes, whole unless capped.
+    std::size_t offset = sizeof *e;
+    if (!(m->nlmsg_flags & NLM_F_CAPPED) && e->msg.nlmsg_len > sizeof(nlmsghdr))
+      offset += e->msg.nlmsg_len - sizeof(nlmsghdr);
     std::string message;
-    eachAttr(nlh, offset, [&](const nlattr* attr) {
-      if (mnl_attr_get_type(attr) == NLMSGERR_ATTR_MSG &&
-          mnl_attr_validate(attr, MNL_TYPE_NUL_STRING) >= 0)
-        message = mnl_attr_get_str(attr);
+    nl::forEachAttr(m, offset, [&](const nlattr* attr) {
+      if (nl::typeOf(attr) == NLMSGERR_ATTR_MSG && nl::validate(attr, nl::Kind::nulString))
+        message = nl::stringOf(attr);
     });
     return message.empty() ? text : message + " (" + text + ")";
   }
 
   // Sends a request that is answered with an acknowledgement; 0 when it was done, else the
   // error number, with the kernel's reason in `why`.
-  int request(nlmsghdr* nlh, std::string* why) {
+  int request(nl::Message& req, std::string* why) {
+    nlmsghdr* nlh = req.header();
     nlh->nlmsg_flags |= NLM_F_REQUEST | NLM_F_ACK;
     nlh->nlmsg_seq = ++seq;
-    if (mnl_socket_sendto(nl, nlh, nlh->nlmsg_len) < 0) {
+    if (nl::send(socket, req) < 0) {
       if (why) *why = std::strerror(errno);
       return errno;
     }
     for (;;) {
-      const ssize_t n = mnl_socket_recvfrom(nl, buffer.data(), buffer.size());
+      const ssize_t n = socket.receive(buffer.data(), buffer.size());
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
         if (why) *why = std::strerror(errno);
         return errno;
       }
-      int left = static_cast<int>(n);
-      for (auto* m = reinterpret_cast<const nlmsghdr*>(buffer.data()); mnl_nlmsg_ok(m, left);
-           m = mnl_nlmsg_next(m, &left)) {
-        if (m->nlmsg_seq != nlh->nlmsg_seq || m->nlmsg_type != NLMSG_ERROR) continue;
-        const auto* e = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(m));
-        if (e->error == 0) return 0;
-        const int error = -e->error;
-        if (why) *why = reasonOf(m, error);
-        return error;
-      }
+      // Messages of an earlier request (the rest of a dump left early) are passed over.
+      int answer = -1;
+      nl::forEachMessage(buffer.data(), static_cast<std::size_t>(n), [&](const nlmsghdr* m) {
+        if (m->nlmsg_seq != nlh->nlmsg_seq || m->nlmsg_type != NLMSG_ERROR) return true;
+        const auto* e = nl::familyHeaderOf<nlmsgerr>(m);
+        answer = !e ? EBADMSG : e->error < 0 ? -e->error : e->error;
+        if (answer != 0 && why) *why = e ? reasonOf(m, answer) : std::strerror(answer);
+        return false;
+      });
+      if (answer >= 0) return answer;
     }
   }
 
   // A dump: every message of the answer to `decode`.
   template <class Decode>
-  void dump(nlmsghdr* nlh, Decode&& decode) {
+  void dump(nl::Message& req, Decode&& decode) {
+    nlmsghdr* nlh = req.header();
     nlh->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     nlh->nlmsg_seq = ++seq;
-    if (mnl_socket_sendto(nl, nlh, nlh->nlmsg_len) < 0) return;
-    struct Call {
-      Decode& decode;
-      static int run(const nlmsghdr* m, void* data) {
-        static_cast<Call*>(data)->decode(m);
-        return MNL_CB_OK;
-      }
-    } call{decode};
+    if (nl::send(socket, req) < 0) return;
     for (;;) {
-      const ssize_t n = mnl_socket_recvfrom(nl, buffer.data(), buffer.size());
+      const ssize_t n = socket.receive(buffer.data(), buffer.size());
       if (n < 0 && errno == EINTR) continue;
       if (n <= 0) return;
-      const int ret = mnl_cb_run(buffer.data(), static_cast<std::size_t>(n), nlh->nlmsg_seq, portid,
-                                 Call::run, &call);
-      if (ret <= MNL_CB_STOP) return;
+      if (nl::run(buffer.data(), static_cast<std::size_t>(n), nlh->nlmsg_seq, socket.portid(),
+                  decode) != nl::Status::more)
+        return;
     }
   }
 
   // The routing table of the VRF device `name`; 0 when there is no such VRF device.
   std::uint32_t vrfTable(const std::string& name) {
-    alignas(nlmsghdr) char req[512] = {};
-    nlmsghdr* nlh = mnl_nlmsg_put_header(req);
-    nlh->nlmsg_type = RTM_GETLINK;
-    nlh->nlmsg_flags = NLM_F_REQUEST;
-    nlh->nlmsg_seq = ++seq;
-    static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(ifinfomsg)))->ifi_family =
-        AF_UNSPEC;
-    mnl_attr_put_strz(nlh, IFLA_IFNAME, name.c_str());
-    if (mnl_socket_sendto(nl, nlh, nlh->nlmsg_len) < 0) return 0;
-    const ssize_t n = mnl_socket_recvfrom(nl, buffer.data(), buffer.size());
+    alignas(nlmsghdr) char room[512];
+    nl::Message req(room, RTM_GETLINK, NLM_F_REQUEST, ++seq);
+    if (auto* ifi = req.familyHeader<ifinfomsg>()) ifi->ifi_family = AF_UNSPEC;
+    req.putString(IFLA_IFNAME, name);
+    if (nl::send(socket, req) < 0) return 0;
+    const ssize_t n = socket.receive(buffer.data(), buffer.size());
     if (n <= 0) return 0;
-    const auto* m = reinterpret_cast<const nlmsghdr*>(buffer.data());
-    if (!mnl_nlmsg_ok(m, static_cast<int>(n)) || m->nlmsg_type != RTM_NEWLINK) return 0;
     std::uint32_t table = 0;
-    eachAttr(m, sizeof(ifinfomsg), [&](const nlattr* attr) {
-      if (mnl_attr_get_type(attr) != IFLA_LINKINFO) return;
-      bool vrf = false;
-      eachNested(attr, [&](const nlattr* info) {
-        if (mnl_attr_get_type(info) == IFLA_INFO_KIND)
-          vrf = std::strcmp(mnl_attr_get_str(info), "vrf") == 0;
-      });
-      eachNested(attr, [&](const nlattr* info) {
-        if (!vrf || mnl_attr_get_type(info) != IFLA_INFO_DATA) return;
-        eachNested(info, [&](const nlattr* data) {
-          if (mnl_attr_get_type(data) == IFLA_VRF_TABLE) table = mnl_attr_get_u32(data);
-        });
-      });
+    // The answer is the first message.
+    nl::forEachMessage(buffer.data(), static_cast<std::size_t>(n), [&](const nlmsghdr* m) {
+      if (m->nlmsg_type != RTM_NEWLINK) return false;
+      nl::Attributes<IFLA_MAX> link;
+      link.parse(m, sizeof(ifinfomsg));
+      nl::Attributes<IFLA_INFO_MAX> info;
+      info.parseNested(link[IFLA_LINKINFO]);
+      if (nl::stringOf(info[IFLA_INFO_KIND]) != "vrf") return false;
+      nl::Attributes<IFLA_VRF_MAX> vrf;
+      vrf.parseNested(info[IFLA_INFO_DATA]);
+      nl::readU32(vrf[IFLA_VRF_TABLE], table);
+      return false;
     });
     return table;
   }
@@ -229,11 +193,10 @@ struct KernelStatics::Netlink {
 
   int one(std::uint16_t type, const KernelRoute& r, std::uint16_t flags, std::string* why) {
     // Room for the header, and for each hop a gateway and a label.
-    std::vector<char> req(1024 + 64 * r.hops.size());
-    nlmsghdr* nlh = mnl_nlmsg_put_header(req.data());
-    nlh->nlmsg_type = type;
-    nlh->nlmsg_flags = flags;
-    auto* rtm = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(rtmsg)));
+    std::vector<char> room(1024 + 64 * r.hops.size());
+    nl::Message req(room, type, flags);
+    auto* rtm = req.familyHeader<rtmsg>();
+    if (!rtm) return EMSGSIZE;
     rtm->rtm_family = r.family;
     rtm->rtm_dst_len = r.prefixLen;
     rtm->rtm_protocol = RTPROT_STATIC;
@@ -244,14 +207,14 @@ struct KernelStatics::Netlink {
     rtm->rtm_scope = onLink ? RT_SCOPE_LINK : RT_SCOPE_UNIVERSE;
     rtm->rtm_table =
         static_cast<std::uint8_t>(r.table < 256 ? r.table : std::uint32_t{RT_TABLE_UNSPEC});
-    mnl_attr_put_u32(nlh, RTA_TABLE, r.table);
-    putAddress(nlh, RTA_DST, r.destination);
-    mnl_attr_put_u32(nlh, RTA_PRIORITY, r.metric);
-    if (r.nhid != 0) mnl_attr_put_u32(nlh, RTA_NH_ID, r.nhid);
+    req.putU32(RTA_TABLE, r.table);
+    putAddress(req, RTA_DST, r.destination);
+    req.putU32(RTA_PRIORITY, r.metric);
+    if (r.nhid != 0) req.putU32(RTA_NH_ID, r.nhid);
     const auto putHop = [&](const KernelRoute::Hop& h) {
       if (!h.gateway.isZero()) {
         if ((h.gateway.isV4() ? AF_INET : AF_INET6) == r.family) {
-          putAddress(nlh, RTA_GATEWAY, h.gateway);
+          putAddress(req, RTA_GATEWAY, h.gateway);
         } else {
           // A gateway of the other family (an IPv4 route over an IPv6 next hop).
           struct {
@@ -260,35 +223,33 @@ struct KernelStatics::Netlink {
           } via{};
           via.family = h.gateway.isV4() ? AF_INET : AF_INET6;
           std::memcpy(via.bytes, h.gateway.bytes().data(), h.gateway.isV4() ? 4 : 16);
-          mnl_attr_put(nlh, RTA_VIA, sizeof via.family + (h.gateway.isV4() ? 4 : 16), &via);
+          req.put(RTA_VIA, &via, sizeof via.family + (h.gateway.isV4() ? 4 : 16));
         }
       }
       if (h.label >= 0) {
-        mnl_attr_put_u16(nlh, RTA_ENCAP_TYPE, LWTUNNEL_ENCAP_MPLS);
-        nlattr* encap = mnl_attr_nest_start(nlh, RTA_ENCAP);
+        req.putU16(RTA_ENCAP_TYPE, LWTUNNEL_ENCAP_MPLS);
+        nlattr* encap = req.nestStart(RTA_ENCAP);
         const std::uint32_t entry = htonl(
             static_cast<std::uint32_t>(h.label) << MPLS_LS_LABEL_SHIFT | 1u << MPLS_LS_S_SHIFT);
-        mnl_attr_put(nlh, MPLS_IPTUNNEL_DST, sizeof entry, &entry);
-        mnl_attr_nest_end(nlh, encap);
+        req.put(MPLS_IPTUNNEL_DST, &entry, sizeof entry);
+        req.nestEnd(encap);
       }
     };
     if (r.hops.size() == 1) {
-      if (r.hops[0].ifindex != 0) mnl_attr_put_u32(nlh, RTA_OIF, r.hops[0].ifindex);
+      if (r.hops[0].ifindex != 0) req.putU32(RTA_OIF, r.hops[0].ifindex);
       putHop(r.hops[0]);
     } else if (r.hops.size() > 1) {
-      nlattr* multipath = mnl_attr_nest_start(nlh, RTA_MULTIPATH);
+      nlattr* multipath = req.nestStart(RTA_MULTIPATH);
       for (const KernelRoute::Hop& h : r.hops) {
-        auto* rtnh = static_cast<rtnexthop*>(mnl_nlmsg_get_payload_tail(nlh));
-        nlh->nlmsg_len += MNL_ALIGN(sizeof(rtnexthop));
-        std::memset(rtnh, 0, sizeof *rtnh);
+        auto* rtnh = static_cast<rtnexthop*>(req.reserve(sizeof(rtnexthop)));
+        if (!rtnh) break;
         rtnh->rtnh_ifindex = static_cast<int>(h.ifindex);
         putHop(h);
-        rtnh->rtnh_len = static_cast<unsigned short>(
-            static_cast<char*>(mnl_nlmsg_get_payload_tail(nlh)) - reinterpret_cast<char*>(rtnh));
+        rtnh->rtnh_len = static_cast<unsigned short>(req.tail() - reinterpret_cast<char*>(rtnh));
       }
-      mnl_attr_nest_end(nlh, multipath);
+      req.nestEnd(multipath);
     }
-    return request(nlh, why);
+    return request(req, why);
   }
 
   // The kernel's routes of the static protocol, by family, table, destination and metric.
@@ -300,35 +261,33 @@ struct KernelStatics::Netlink {
   Present staticRoutes() {
     Present present;
     for (std::uint8_t family : {AF_INET, AF_INET6}) {
-      alignas(nlmsghdr) char req[256] = {};
-      nlmsghdr* nlh = mnl_nlmsg_put_header(req);
-      nlh->nlmsg_type = RTM_GETROUTE;
-      auto* rtm = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(nlh, sizeof(rtmsg)));
+      alignas(nlmsghdr) char room[256];
+      nl::Message req(room, RTM_GETROUTE, 0);
+      auto* rtm = req.familyHeader<rtmsg>();
       rtm->rtm_family = family;
       rtm->rtm_protocol = RTPROT_STATIC;
-      dump(nlh, [&](const nlmsghdr* m) {
+      dump(req, [&](const nlmsghdr* m) {
         if (m->nlmsg_type != RTM_NEWROUTE) return;
-        const auto* got = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(m));
-        if (got->rtm_protocol != RTPROT_STATIC) return;
+        const auto* got = nl::familyHeaderOf<rtmsg>(m);
+        if (!got || got->rtm_protocol != RTPROT_STATIC) return;
         KernelRoute k;
         k.family = got->rtm_family;
         k.prefixLen = got->rtm_dst_len;
         k.table = got->rtm_table;
         k.destination = Plexa::IpGenAddr::fromString(family == AF_INET ? "0.0.0.0" : "::");
-        eachAttr(m, sizeof(rtmsg), [&](const nlattr* attr) {
-          const auto len = mnl_attr_get_payload_len(attr);
-          switch (mnl_attr_get_type(attr)) {
+        nl::forEachAttr(m, sizeof(rtmsg), [&](const nlattr* attr) {
+          const auto len = nl::payloadLength(attr);
+          switch (nl::typeOf(attr)) {
             case RTA_TABLE:
-              k.table = mnl_attr_get_u32(attr);
+              nl::readU32(attr, k.table);
               break;
             case RTA_PRIORITY:
-              k.metric = mnl_attr_get_u32(attr);
+              nl::readU32(attr, k.metric);
               break;
             case RTA_DST: {
               char text[INET6_ADDRSTRLEN] = {};
               if ((len == 4 || len == 16) &&
-                  inet_ntop(len == 4 ? AF_INET : AF_INET6, mnl_attr_get_payload(attr), text,
-                            sizeof text))
+                  inet_ntop(len == 4 ? AF_INET : AF_INET6, nl::payloadOf(attr), text, sizeof text))
                 k.destination = Plexa::IpGenAddr::fromString(text);
               break;
             }

@@ -8,7 +8,6 @@ ROVA_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 ROVA_PACKAGES=(
   cmake ninja-build g++ pkg-config
   libboost-dev libsimdjson-dev libedit-dev
-  libmnl-dev
 )
 # What the tests and benchmarks need beyond that (iproute2: the live tests' namespaces; clang
 # and its libFuzzer, in libclang-rt-14-dev: the sanitizer build and the fuzz targets;

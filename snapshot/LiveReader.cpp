@@ -1,6 +1,7 @@
-// The live reader: the kernel's dumps through libmnl, each message decoded into a kernel
-// record for LiveBuilder. libmnl does the socket, the sequence and port checks, the walk over
-// a buffer of messages and the attribute walk; what each attribute means is ours.
+// The live reader: the kernel's dumps through the netlink layer (Netlink.h), each message
+// decoded into a kernel record for LiveBuilder. The layer does the socket, the sequence and
+// port checks, the walk over a buffer of messages and the attribute walk; what each attribute
+// means is decided here.
 
 #include "snapshot/Live.h"
 #include "snapshot/LiveFollower.h"
@@ -8,7 +9,6 @@
 #if defined(__linux__)
 
 #include <arpa/inet.h>
-#include <libmnl/libmnl.h>
 #include <linux/if_link.h>
 #include <linux/lwtunnel.h>
 #include <linux/mpls.h>
@@ -38,7 +38,7 @@
 
 #include "snapshot/KernelRecords.h"
 #include "snapshot/LiveRouteMirror.h"
-#include "snapshot/NetlinkLibrary.h"
+#include "snapshot/Netlink.h"
 #include "snapshot/StateLayout.h"
 
 namespace Snapshot {
@@ -46,6 +46,7 @@ namespace Snapshot {
 namespace {
 
 namespace k = kernel;
+namespace nl = netlink;
 
 static_assert(k::rtn::local == RTN_LOCAL && k::rtn::broadcast == RTN_BROADCAST &&
               k::rtn::anycast == RTN_ANYCAST && k::rtn::multicast == RTN_MULTICAST &&
@@ -70,45 +71,22 @@ static_assert(k::kTableMain == RT_TABLE_MAIN && k::kTableLocal == RT_TABLE_LOCAL
 
 // ---- attributes ----
 
-// Collects the attributes of one level by type; types this program does not know are skipped.
+// The attributes of one level by type; types this program does not know are skipped. A
+// malformed attribute ends its level: those before it are kept.
 template <int Max>
-struct Attrs {
-  const nlattr* at[Max + 1] = {};
-
-  static int collect(const nlattr* a, void* data) {
-    const int type = mnl_attr_get_type(a);
-    if (type >= 0 && type <= Max) static_cast<Attrs*>(data)->at[type] = a;
-    return MNL_CB_OK;
-  }
-  void parse(const nlmsghdr* nlh, std::size_t headerLen) {
-    mnl_attr_parse(nlh, static_cast<unsigned>(headerLen), collect, this);
-  }
-  void parseNested(const nlattr* nest) {
-    if (nest) mnl_attr_parse_nested(nest, collect, this);
-  }
-  void parsePayload(const void* payload, std::size_t len) {
-    mnl_attr_parse_payload(payload, len, collect, this);
-  }
-  const nlattr* operator[](int type) const { return at[type]; }
-};
+using Attrs = nl::Attributes<Max>;
 
 // The readers check the payload's length: a short attribute reads as absent.
 bool getU32(const nlattr* a, std::uint32_t& out) {
-  if (!a || mnl_attr_get_payload_len(a) < sizeof(std::uint32_t)) return false;
-  out = mnl_attr_get_u32(a);
-  return true;
+  return nl::readU32(a, out);
 }
 
 bool getU16(const nlattr* a, std::uint16_t& out) {
-  if (!a || mnl_attr_get_payload_len(a) < sizeof(std::uint16_t)) return false;
-  out = mnl_attr_get_u16(a);
-  return true;
+  return nl::readU16(a, out);
 }
 
 std::string getString(const nlattr* a) {
-  if (!a) return {};
-  const auto* p = static_cast<const char*>(mnl_attr_get_payload(a));
-  return std::string(p, strnlen(p, mnl_attr_get_payload_len(a)));
+  return std::string(nl::stringOf(a));
 }
 
 Plexa::IpGenAddr addressOf(const void* p, std::size_t len) {
@@ -126,14 +104,14 @@ Plexa::IpGenAddr addressOf(const void* p, std::size_t len) {
 }
 
 Plexa::IpGenAddr getAddress(const nlattr* a) {
-  return a ? addressOf(mnl_attr_get_payload(a), mnl_attr_get_payload_len(a)) : Plexa::IpGenAddr();
+  return a ? addressOf(nl::payloadOf(a), nl::payloadLength(a)) : Plexa::IpGenAddr();
 }
 
 // RTA_VIA: a gateway of either family, as an IPv4 route over an IPv6 next hop has.
 Plexa::IpGenAddr getVia(const nlattr* a) {
-  if (!a || mnl_attr_get_payload_len(a) < sizeof(rtvia)) return {};
-  const auto* via = static_cast<const rtvia*>(mnl_attr_get_payload(a));
-  return addressOf(via->rtvia_addr, mnl_attr_get_payload_len(a) - sizeof(rtvia));
+  if (!a || nl::payloadLength(a) < sizeof(rtvia)) return {};
+  const auto* via = static_cast<const rtvia*>(nl::payloadOf(a));
+  return addressOf(via->rtvia_addr, nl::payloadLength(a) - sizeof(rtvia));
 }
 
 Plexa::IpGenAddr zeroOf(std::uint8_t family) {
@@ -151,8 +129,8 @@ Plexa::MplsLabelOperation getMplsEncap(const nlattr* type, const nlattr* encap) 
   e.parseNested(encap);
   const nlattr* dst = e[MPLS_IPTUNNEL_DST];
   if (!dst) return op;
-  const auto* entries = static_cast<const std::uint32_t*>(mnl_attr_get_payload(dst));
-  const std::size_t n = mnl_attr_get_payload_len(dst) / sizeof(std::uint32_t);
+  const auto* entries = static_cast<const std::uint32_t*>(nl::payloadOf(dst));
+  const std::size_t n = nl::payloadLength(dst) / sizeof(std::uint32_t);
   op.actionIs(Plexa::MplsLabelOperation::Action::push);
   for (std::size_t i = 0; i < n && i < Plexa::MplsLabelOperation::kMaxLabels; ++i) {
     std::uint32_t entry;
@@ -169,7 +147,8 @@ k::Offload nexthopOffload(unsigned flags) {
 // ---- the messages ----
 
 void decodeLink(const nlmsghdr* nlh, auto& b) {
-  const auto* ifi = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(nlh));
+  const auto* ifi = nl::familyHeaderOf<ifinfomsg>(nlh);
+  if (!ifi) return;
   Attrs<IFLA_MAX> a;
   a.parse(nlh, sizeof *ifi);
   k::Link l;
@@ -190,7 +169,8 @@ void decodeLink(const nlmsghdr* nlh, auto& b) {
 }
 
 void decodeAddress(const nlmsghdr* nlh, auto& b) {
-  const auto* ifa = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(nlh));
+  const auto* ifa = nl::familyHeaderOf<ifaddrmsg>(nlh);
+  if (!ifa) return;
   Attrs<IFA_MAX> a;
   a.parse(nlh, sizeof *ifa);
   std::uint32_t flags = ifa->ifa_flags;
@@ -207,7 +187,8 @@ void decodeAddress(const nlmsghdr* nlh, auto& b) {
 }
 
 void decodeNexthopObject(const nlmsghdr* nlh, auto& b) {
-  const auto* nhm = static_cast<const nhmsg*>(mnl_nlmsg_get_payload(nlh));
+  const auto* nhm = nl::familyHeaderOf<nhmsg>(nlh);
+  if (!nhm) return;
   Attrs<NHA_MAX> a;
   a.parse(nlh, sizeof *nhm);
   k::NexthopObject o;
@@ -220,8 +201,8 @@ void decodeNexthopObject(const nlmsghdr* nlh, auto& b) {
   o.hop.labels = getMplsEncap(a[NHA_ENCAP_TYPE], a[NHA_ENCAP]);
   o.hop.offload = o.offload;
   if (const nlattr* g = a[NHA_GROUP]) {
-    const auto* members = static_cast<const nexthop_grp*>(mnl_attr_get_payload(g));
-    const std::size_t n = mnl_attr_get_payload_len(g) / sizeof(nexthop_grp);
+    const auto* members = static_cast<const nexthop_grp*>(nl::payloadOf(g));
+    const std::size_t n = nl::payloadLength(g) / sizeof(nexthop_grp);
     for (std::size_t i = 0; i < n; ++i) {
       nexthop_grp m;
       std::memcpy(&m, members + i, sizeof m);
@@ -254,7 +235,8 @@ class RouteDecoder {
   // Decodes a route message into `r` (whose vector of next hops keeps its room); false when
   // it is no route of the table asked for.
   bool decode(const nlmsghdr* nlh, k::Route& r) const {
-    const auto* rtm = static_cast<const rtmsg*>(mnl_nlmsg_get_payload(nlh));
+    const auto* rtm = nl::familyHeaderOf<rtmsg>(nlh);
+    if (!rtm) return false;
     if (rtm->rtm_family != AF_INET && rtm->rtm_family != AF_INET6) return false;
     // A cached route (an IPv6 exception, as a path MTU makes) is no route of a table: a dump
     // leaves them out, and a notification of one is passed over alike.
@@ -293,8 +275,8 @@ class RouteDecoder {
 
  private:
   static void multipath(const nlattr* mp, k::Route& r) {
-    const auto* p = static_cast<const char*>(mnl_attr_get_payload(mp));
-    std::size_t left = mnl_attr_get_payload_len(mp);
+    const auto* p = static_cast<const char*>(nl::payloadOf(mp));
+    std::size_t left = nl::payloadLength(mp);
     while (left >= sizeof(rtnexthop)) {
       rtnexthop nh;
       std::memcpy(&nh, p, sizeof nh);
@@ -319,7 +301,8 @@ class RouteDecoder {
 };
 
 void decodeNeighbor(const nlmsghdr* nlh, auto& b) {
-  const auto* ndm = static_cast<const ndmsg*>(mnl_nlmsg_get_payload(nlh));
+  const auto* ndm = nl::familyHeaderOf<ndmsg>(nlh);
+  if (!ndm) return;
   if (ndm->ndm_family != AF_INET && ndm->ndm_family != AF_INET6) return;
   Attrs<NDA_MAX> a;
   a.parse(nlh, sizeof *ndm);
@@ -327,15 +310,16 @@ void decodeNeighbor(const nlmsghdr* nlh, auto& b) {
   n.ifindex = static_cast<std::uint32_t>(ndm->ndm_ifindex);
   n.state = ndm->ndm_state;
   n.address = getAddress(a[NDA_DST]);
-  if (const nlattr* ll = a[NDA_LLADDR]; ll && mnl_attr_get_payload_len(ll) == n.mac.size()) {
-    std::memcpy(n.mac.data(), mnl_attr_get_payload(ll), n.mac.size());
+  if (const nlattr* ll = a[NDA_LLADDR]; ll && nl::payloadLength(ll) == n.mac.size()) {
+    std::memcpy(n.mac.data(), nl::payloadOf(ll), n.mac.size());
     n.hasMac = true;
   }
   b.neighbor(n);
 }
 
 void decodeNetconf(const nlmsghdr* nlh, auto& b) {
-  const auto* ncm = static_cast<const netconfmsg*>(mnl_nlmsg_get_payload(nlh));
+  const auto* ncm = nl::familyHeaderOf<netconfmsg>(nlh);
+  if (!ncm) return;
   Attrs<NETCONFA_MAX> a;
   a.parse(nlh, sizeof *ncm);
   std::uint32_t ifindex = 0, forwarding = 0;
@@ -353,65 +337,43 @@ class Session {
   enum class End { whole, interrupted, absent };
 
   Session() : buffer_(kBufferSize) {
-    requireNetlinkLibrary();
-    nl_ = mnl_socket_open(NETLINK_ROUTE);
-    if (!nl_) fail("cannot open a netlink socket");
-    int one = 1;
+    if (!socket_.open(NETLINK_ROUTE, SOCK_CLOEXEC)) fail("cannot open a netlink socket");
     // Strict checking lets the kernel dump one routing table instead of all of them; a kernel
     // without it answers as before, and the decoder filters.
-    mnl_socket_setsockopt(nl_, NETLINK_GET_STRICT_CHK, &one, sizeof one);
-    if (mnl_socket_bind(nl_, 0, MNL_SOCKET_AUTOPID) < 0) {
-      const int saved = errno;
-      mnl_socket_close(nl_);
-      errno = saved;
-      fail("cannot bind a netlink socket");
-    }
-    portid_ = mnl_socket_get_portid(nl_);
+    socket_.setOption(NETLINK_GET_STRICT_CHK, 1);
+    if (!socket_.bind()) fail("cannot bind a netlink socket");
   }
-  ~Session() { mnl_socket_close(nl_); }
-  Session(const Session&) = delete;
-  Session& operator=(const Session&) = delete;
 
   // A request for a dump of `type`, with room for its family header of `headerLen` bytes.
-  nlmsghdr* request(std::uint16_t type, std::size_t headerLen, void** header) {
-    std::memset(request_, 0, sizeof request_);
-    nlmsghdr* nlh = mnl_nlmsg_put_header(request_);
-    nlh->nlmsg_type = type;
-    nlh->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    nlh->nlmsg_seq = ++seq_;
-    *header = mnl_nlmsg_put_extra_header(nlh, headerLen);
-    return nlh;
+  nl::Message request(std::uint16_t type, std::size_t headerLen, void** header) {
+    nl::Message req(request_, type, NLM_F_REQUEST | NLM_F_DUMP, ++seq_);
+    *header = req.reserve(headerLen);
+    return req;
   }
 
   // Sends the request and hands every message of the answer to `decode`. A dump the kernel
   // does not have (a table never made, a kernel without nexthop objects) is absent when
   // `mayBeAbsent`.
   template <class Decode>
-  End dump(const nlmsghdr* req, const std::string& what, bool mayBeAbsent, Decode&& decode) {
+  End dump(const nl::Message& req, const std::string& what, bool mayBeAbsent, Decode&& decode) {
     return dump(req, what, mayBeAbsent, decode, [] {});
   }
   // The same, calling `decoded` after each buffer of messages the kernel sent is decoded.
   template <class Decode, class Decoded>
-  End dump(const nlmsghdr* req, const std::string& what, bool mayBeAbsent, Decode&& decode,
+  End dump(const nl::Message& req, const std::string& what, bool mayBeAbsent, Decode&& decode,
            Decoded&& decoded) {
-    if (mnl_socket_sendto(nl_, req, req->nlmsg_len) < 0) fail("cannot ask the kernel for " + what);
-    Call<Decode> call{decode, nullptr};
+    if (nl::send(socket_, req) < 0) fail("cannot ask the kernel for " + what);
     for (;;) {
-      const ssize_t n = mnl_socket_recvfrom(nl_, buffer_.data(), buffer_.size());
+      const ssize_t n = socket_.receive(buffer_.data(), buffer_.size());
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) fail("cannot read " + what + " from the kernel");
       if (n == 0) throw LiveError("the kernel's answer with " + what + " ended early");
-      // libmnl takes the table without const, and reads it only.
-      static mnl_cb_t control[NLMSG_MIN_TYPE] = {
-          nullptr, noop, error, done, noop,
-      };
-      const int ret = mnl_cb_run2(buffer_.data(), static_cast<std::size_t>(n), req->nlmsg_seq,
-                                  portid_, Call<Decode>::run, &call, control, NLMSG_MIN_TYPE);
-      if (call.thrown) std::rethrow_exception(call.thrown);
-      if (ret != MNL_CB_ERROR) decoded();
-      if (ret == MNL_CB_STOP) return End::whole;
-      if (ret == MNL_CB_ERROR) {
-        // libmnl says EINTR for a message marked NLM_F_DUMP_INTR.
+      const nl::Status status = nl::run(buffer_.data(), static_cast<std::size_t>(n),
+                                        req.header()->nlmsg_seq, socket_.portid(), decode);
+      if (status != nl::Status::failed) decoded();
+      if (status == nl::Status::done) return End::whole;
+      if (status == nl::Status::failed) {
+        // EINTR: a message marked NLM_F_DUMP_INTR, the dump having changed while it was made.
         if (errno == EINTR) return End::interrupted;
         if (mayBeAbsent && (errno == ENOENT || errno == EOPNOTSUPP)) return End::absent;
         fail("the kernel did not list " + what);
@@ -423,49 +385,7 @@ class Session {
   // Enough for the largest answer the kernel sends to one read (32 KiB).
   static constexpr std::size_t kBufferSize = 64 * 1024;
 
-  template <class Decode>
-  struct Call {
-    Decode& decode;
-    std::exception_ptr thrown;
-    // libmnl is C: an exception must not cross it, so it waits here until libmnl returns.
-    static int run(const nlmsghdr* nlh, void* data) {
-      auto* self = static_cast<Call*>(data);
-      try {
-        self->decode(nlh);
-        return MNL_CB_OK;
-      } catch (...) {
-        self->thrown = std::current_exception();
-        return MNL_CB_ERROR;
-      }
-    }
-  };
-
-  static int noop(const nlmsghdr*, void*) { return MNL_CB_OK; }
-  static int error(const nlmsghdr* nlh, void*) {
-    if (nlh->nlmsg_len < mnl_nlmsg_size(sizeof(nlmsgerr))) {
-      errno = EBADMSG;
-      return MNL_CB_ERROR;
-    }
-    const auto* err = static_cast<const nlmsgerr*>(mnl_nlmsg_get_payload(nlh));
-    if (err->error == 0) return MNL_CB_STOP;
-    errno = err->error < 0 ? -err->error : err->error;
-    return MNL_CB_ERROR;
-  }
-  // A dump that failed after it began ends with the error in its NLMSG_DONE.
-  static int done(const nlmsghdr* nlh, void*) {
-    if (nlh->nlmsg_len >= mnl_nlmsg_size(sizeof(int))) {
-      int status;
-      std::memcpy(&status, mnl_nlmsg_get_payload(nlh), sizeof status);
-      if (status < 0) {
-        errno = -status;
-        return MNL_CB_ERROR;
-      }
-    }
-    return MNL_CB_STOP;
-  }
-
-  mnl_socket* nl_ = nullptr;
-  unsigned portid_ = 0;
+  nl::Socket socket_;
   unsigned seq_ = 0;
   std::vector<char> buffer_;
   alignas(nlmsghdr) char request_[256];
@@ -499,9 +419,9 @@ class RouteBatch {
 template <class Take>
 Session::End dumpRoutes(Session& s, std::uint32_t table, std::uint8_t family, Take&& take) {
   void* header;
-  nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
+  nl::Message req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
   static_cast<rtmsg*>(header)->rtm_family = family;
-  mnl_attr_put_u32(req, RTA_TABLE, table);
+  req.putU32(RTA_TABLE, table);
   RouteDecoder decode(table);
   RouteBatch batch;
   return s.dump(
@@ -557,28 +477,28 @@ std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
   void* header;
 
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
-    const nlmsghdr* req = s.request(RTM_GETNETCONF, sizeof(netconfmsg), &header);
+    nl::Message req = s.request(RTM_GETNETCONF, sizeof(netconfmsg), &header);
     static_cast<netconfmsg*>(header)->ncm_family = family;
     if (s.dump(req, "the forwarding settings", true,
                [&](const nlmsghdr* m) { decodeNetconf(m, b); }) == End::interrupted)
       return "the forwarding settings";
   }
   {
-    const nlmsghdr* req = s.request(RTM_GETLINK, sizeof(ifinfomsg), &header);
+    nl::Message req = s.request(RTM_GETLINK, sizeof(ifinfomsg), &header);
     static_cast<ifinfomsg*>(header)->ifi_family = AF_UNSPEC;
     if (s.dump(req, "the links", false, [&](const nlmsghdr* m) { decodeLink(m, b); }) ==
         End::interrupted)
       return "the links";
   }
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
-    const nlmsghdr* req = s.request(RTM_GETADDR, sizeof(ifaddrmsg), &header);
+    nl::Message req = s.request(RTM_GETADDR, sizeof(ifaddrmsg), &header);
     static_cast<ifaddrmsg*>(header)->ifa_family = family;
     if (s.dump(req, "the addresses", false, [&](const nlmsghdr* m) { decodeAddress(m, b); }) ==
         End::interrupted)
       return "the addresses";
   }
   {
-    const nlmsghdr* req = s.request(RTM_GETNEXTHOP, sizeof(nhmsg), &header);
+    nl::Message req = s.request(RTM_GETNEXTHOP, sizeof(nhmsg), &header);
     static_cast<nhmsg*>(header)->nh_family = AF_UNSPEC;
     if (s.dump(req, "the nexthop objects", true,
                [&](const nlmsghdr* m) { decodeNexthopObject(m, b); }) == End::interrupted)
@@ -599,7 +519,7 @@ std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
     }
   }
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
-    const nlmsghdr* req = s.request(RTM_GETNEIGH, sizeof(ndmsg), &header);
+    nl::Message req = s.request(RTM_GETNEIGH, sizeof(ndmsg), &header);
     static_cast<ndmsg*>(header)->ndm_family = family;
     if (s.dump(req, "the neighbours", false, [&](const nlmsghdr* m) { decodeNeighbor(m, b); }) ==
         End::interrupted)
@@ -692,28 +612,28 @@ std::string readAll(WholeRead& w) {
   using End = Session::End;
   void* header;
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
-    const nlmsghdr* req = s.request(RTM_GETNETCONF, sizeof(netconfmsg), &header);
+    nl::Message req = s.request(RTM_GETNETCONF, sizeof(netconfmsg), &header);
     static_cast<netconfmsg*>(header)->ncm_family = family;
     if (s.dump(req, "the forwarding settings", true,
                [&](const nlmsghdr* n) { decodeNetconf(n, w); }) == End::interrupted)
       return "the forwarding settings";
   }
   {
-    const nlmsghdr* req = s.request(RTM_GETLINK, sizeof(ifinfomsg), &header);
+    nl::Message req = s.request(RTM_GETLINK, sizeof(ifinfomsg), &header);
     static_cast<ifinfomsg*>(header)->ifi_family = AF_UNSPEC;
     if (s.dump(req, "the links", false, [&](const nlmsghdr* n) { decodeLink(n, w); }) ==
         End::interrupted)
       return "the links";
   }
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
-    const nlmsghdr* req = s.request(RTM_GETADDR, sizeof(ifaddrmsg), &header);
+    nl::Message req = s.request(RTM_GETADDR, sizeof(ifaddrmsg), &header);
     static_cast<ifaddrmsg*>(header)->ifa_family = family;
     if (s.dump(req, "the addresses", false, [&](const nlmsghdr* n) { decodeAddress(n, w); }) ==
         End::interrupted)
       return "the addresses";
   }
   {
-    const nlmsghdr* req = s.request(RTM_GETNEXTHOP, sizeof(nhmsg), &header);
+    nl::Message req = s.request(RTM_GETNEXTHOP, sizeof(nhmsg), &header);
     static_cast<nhmsg*>(header)->nh_family = AF_UNSPEC;
     if (s.dump(req, "the nexthop objects", true,
                [&](const nlmsghdr* n) { decodeNexthopObject(n, w); }) == End::interrupted)
@@ -721,7 +641,7 @@ std::string readAll(WholeRead& w) {
   }
   RouteDecoder decode(RouteDecoder::kAnyTable);
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
-    const nlmsghdr* req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
+    nl::Message req = s.request(RTM_GETROUTE, sizeof(rtmsg), &header);
     static_cast<rtmsg*>(header)->rtm_family = family;
     if (s.dump(req, "the routes", true, [&](const nlmsghdr* n) {
           decode(n, [&](const k::Route& r) { w.route(r); });
@@ -729,7 +649,7 @@ std::string readAll(WholeRead& w) {
       return "the routes";
   }
   for (std::uint8_t family : {AF_INET, AF_INET6}) {
-    const nlmsghdr* req = s.request(RTM_GETNEIGH, sizeof(ndmsg), &header);
+    nl::Message req = s.request(RTM_GETNEIGH, sizeof(ndmsg), &header);
     static_cast<ndmsg*>(header)->ndm_family = family;
     if (s.dump(req, "the neighbours", false, [&](const nlmsghdr* n) { decodeNeighbor(n, w); }) ==
         End::interrupted)
@@ -798,7 +718,7 @@ struct LiveFollower::Impl {
   Statum::EntityManager& em;
   BatchDone onBatch;
   Options options;
-  mnl_socket* nl = nullptr;
+  netlink::Socket socket;
   std::vector<char> buffer = std::vector<char>(256 * 1024);
   // What the last whole read built, writing em's tables since, and the routes it keeps.
   std::unique_ptr<LiveBuilder> builder;
@@ -811,9 +731,6 @@ struct LiveFollower::Impl {
 
   Impl(Statum::EntityManager& e, BatchDone done, Options o)
       : em(e), onBatch(std::move(done)), options(std::move(o)) {}
-  ~Impl() {
-    if (nl) mnl_socket_close(nl);
-  }
 
   void log(const std::string& line) {
     if (options.log) {
@@ -824,21 +741,20 @@ struct LiveFollower::Impl {
   }
 
   void subscribe() {
-    requireNetlinkLibrary();
-    nl = mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (!nl) fail("cannot open a netlink socket");
+    if (!socket.open(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC))
+      fail("cannot open a netlink socket");
     if (options.receiveBuffer > 0) {
       const int size = options.receiveBuffer;
       // Beyond the system's limit when privileged; within it otherwise.
-      if (setsockopt(mnl_socket_get_fd(nl), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0)
-        setsockopt(mnl_socket_get_fd(nl), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+      if (setsockopt(socket.fd(), SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0)
+        setsockopt(socket.fd(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     }
-    if (mnl_socket_bind(nl, 0, MNL_SOCKET_AUTOPID) < 0) fail("cannot bind a netlink socket");
+    if (!socket.bind()) fail("cannot bind a netlink socket");
     for (unsigned group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR,
                            RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_NEIGH,
                            RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF, RTNLGRP_NEXTHOP}) {
       // A kernel without nexthop objects has no such group; the rest are older than it.
-      if (mnl_socket_setsockopt(nl, NETLINK_ADD_MEMBERSHIP, &group, sizeof group) < 0 &&
+      if (socket.setOption(NETLINK_ADD_MEMBERSHIP, static_cast<int>(group)) < 0 &&
           group != RTNLGRP_NEXTHOP)
         fail("cannot subscribe to the kernel's notifications");
     }
@@ -919,17 +835,16 @@ struct LiveFollower::Impl {
                            });
   }
 
-  static int onMessage(const nlmsghdr* nlh, void* data) {
-    auto* self = static_cast<Impl*>(data);
-    ++self->pending;
-    if (self->resync) return MNL_CB_OK;  // a whole read follows
+  void onMessage(const nlmsghdr* nlh) {
+    ++pending;
+    if (resync) return;  // a whole read follows
     switch (nlh->nlmsg_type) {
       case RTM_NEWROUTE:
       case RTM_DELROUTE: {
         RouteDecoder decode(RouteDecoder::kAnyTable);
         const bool add = nlh->nlmsg_type == RTM_NEWROUTE;
         const bool replace = nlh->nlmsg_flags & NLM_F_REPLACE;
-        decode(nlh, [&](const k::Route& r) { self->routeChanged(r, add, replace); });
+        decode(nlh, [&](const k::Route& r) { routeChanged(r, add, replace); });
         break;
       }
       case RTM_NEWNEIGH:
@@ -938,22 +853,21 @@ struct LiveFollower::Impl {
           LiveBuilder& b;
           bool removed;
           void neighbor(const k::Neighbor& n) { b.neighborChanged(n, removed); }
-        } changed{*self->builder, nlh->nlmsg_type == RTM_DELNEIGH};
+        } changed{*builder, nlh->nlmsg_type == RTM_DELNEIGH};
         decodeNeighbor(nlh, changed);
         break;
       }
       default:
         // Links, addresses, nexthop objects, forwarding settings: read again (see the header).
-        self->resync = true;
+        resync = true;
         break;
     }
-    return MNL_CB_OK;
   }
 
   std::size_t process() {
     bool lost = false;
     for (;;) {
-      const ssize_t n = recv(mnl_socket_get_fd(nl), buffer.data(), buffer.size(), MSG_DONTWAIT);
+      const ssize_t n = recv(socket.fd(), buffer.data(), buffer.size(), MSG_DONTWAIT);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0 && errno == ENOBUFS) {
         // The kernel dropped notifications: what is still queued is newer, and read on.
@@ -963,7 +877,9 @@ struct LiveFollower::Impl {
       if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
       if (n < 0) fail("cannot read the kernel's notifications");
       if (lost || resync) continue;  // a whole read follows; the rest need not be decoded
-      mnl_cb_run(buffer.data(), static_cast<std::size_t>(n), 0, 0, onMessage, this);
+      // Notifications: no sequence or port to check.
+      netlink::run(buffer.data(), static_cast<std::size_t>(n), 0, 0,
+                   [this](const nlmsghdr* m) { onMessage(m); });
     }
     if (lost) {
       ++batch.rereads;
@@ -1000,7 +916,7 @@ LiveFollower::LiveFollower(Statum::EntityManager& em, BatchDone onBatch)
 LiveFollower::~LiveFollower() = default;
 
 int LiveFollower::fd() const {
-  return mnl_socket_get_fd(impl_->nl);
+  return impl_->socket.fd();
 }
 
 std::size_t LiveFollower::process() {
