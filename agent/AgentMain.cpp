@@ -15,6 +15,7 @@
 #include <exception>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -232,6 +233,11 @@ int main(int argc, char** argv) {
     store->publish(*em);
   } catch (const Agent::AgentRunning& e) {
     log(options.name, e.what());
+    return kStatusFailed;
+  } catch (const std::bad_alloc&) {
+    log(options.name, "out of memory, or the state does not fit in the store's " +
+                          std::to_string(options.reserve >> 20) + " MiB (--reserve)");
+    if (store) store->unlink();
     return kStatusFailed;
   } catch (const std::exception& e) {
     log(options.name, e.what());
