@@ -8,10 +8,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -33,7 +37,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: rova-agent (--state FILE | --live [--static-config FILE]) [--name NAME] [--mode MODE]\n"
-    "                  [--allow USER[,USER...]]\n"
+    "                  [--allow USER[,USER...]] [--reserve SIZE]\n"
     "\n"
     "Publishes the device state of FILE, or the routing state of this network namespace's\n"
     "kernel, followed as it changes, in shared memory for 'rova --attach NAME', in the\n"
@@ -51,6 +55,10 @@ constexpr const char* kUsage =
     "  --allow USERS the users, besides the agent's own and root, whose configuration and\n"
     "                clear commands typed in 'rova --attach NAME' the agent applies; every\n"
     "                other user may only read\n"
+    "  --reserve SIZE\n"
+    "                the address space the store takes, in bytes or with K, M, G or T\n"
+    "                (default: 64G): the most its tables can grow to. Only the pages\n"
+    "                written use memory\n"
     "  --help        show this text\n";
 
 constexpr int kStatusUsage = 2;
@@ -72,6 +80,27 @@ std::optional<uid_t> userId(const std::string& user) {
   const unsigned long n = std::strtoul(user.c_str(), &end, 10);
   if (!user.empty() && *end == '\0' && n < 0xffffffffUL) return static_cast<uid_t>(n);
   return std::nullopt;
+}
+
+// A size such as 4096, 512M or 64G (binary multiples); nullopt when it is not one.
+std::optional<std::uint64_t> sizeOf(std::string_view text) {
+  std::uint64_t n = 0;
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
+  if (ec != std::errc() || end == text.data()) return std::nullopt;
+  const std::string_view unit(end, text.data() + text.size() - end);
+  int shift = 0;
+  if (unit == "K")
+    shift = 10;
+  else if (unit == "M")
+    shift = 20;
+  else if (unit == "G")
+    shift = 30;
+  else if (unit == "T")
+    shift = 40;
+  else if (!unit.empty())
+    return std::nullopt;
+  if (n > (std::numeric_limits<std::uint64_t>::max() >> shift)) return std::nullopt;
+  return n << shift;
 }
 
 std::string userName(uid_t uid) {
@@ -117,6 +146,13 @@ int main(int argc, char** argv) {
       if (*argv[i] == '\0' || *end != '\0' || mode > 0777 || (mode & 0022) != 0)
         return usage("--mode takes an octal mode that lets only the agent write, such as 0644");
       options.mode = static_cast<mode_t>(mode) | 0600;
+    } else if (arg == "--reserve" && hasValue) {
+      // At least room for the catalog and a few tables; at most what a process can map.
+      const auto size = sizeOf(argv[++i]);
+      if (!size || *size < (std::uint64_t(16) << 20) || *size > (std::uint64_t(64) << 40))
+        return usage("--reserve takes a size from 16M to 64T, such as 4G");
+      constexpr std::uint64_t kPage = 4096;
+      options.reserve = (*size + kPage - 1) / kPage * kPage;
     } else {
       return usage(std::string(arg.substr(0, 2) == "--" && !hasValue ? "missing value after "
                                                                      : "unknown argument ") +
@@ -197,6 +233,11 @@ int main(int argc, char** argv) {
     store->publish(*em);
   } catch (const Agent::AgentRunning& e) {
     log(options.name, e.what());
+    return kStatusFailed;
+  } catch (const std::bad_alloc&) {
+    log(options.name, "out of memory, or the state does not fit in the store's " +
+                          std::to_string(options.reserve >> 20) + " MiB (--reserve)");
+    if (store) store->unlink();
     return kStatusFailed;
   } catch (const std::exception& e) {
     log(options.name, e.what());

@@ -28,6 +28,7 @@
 #include "platform/mox/Exception.h"
 #include "platform/mox/Trace.h"
 #include "platform/rendr/Interrupt.h"
+#include "snapshot/JsonLibrary.h"
 
 namespace {
 
@@ -244,6 +245,11 @@ int leaveStateToExit(int status) {
 
 int main(int argc, char** argv) {
   const auto started = processorTime();
+#ifdef ROVA_STATIC_PROGRAM
+  // A statically linked program cannot safely open the JSON parser's shared library (it would
+  // bring a second C library and C++ runtime with it): the built-in kernel reads every document.
+  Snapshot::useBuiltinJsonKernelOnly();
+#endif
   const cli::Context context;
   Options options;
   if (int status = parseOptions(argc, argv, options, context); status >= 0) return status;

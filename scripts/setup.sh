@@ -4,9 +4,10 @@
 
 ROVA_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
-# Debian packages the program needs to build.
+# Debian packages the program needs to build (lld links the program with its functions in the
+# order a short command runs them).
 ROVA_PACKAGES=(
-  cmake ninja-build g++ pkg-config
+  cmake ninja-build g++ pkg-config lld
   libboost-dev libsimdjson-dev libedit-dev
 )
 # What the tests and benchmarks need beyond that (iproute2: the live tests' namespaces; clang

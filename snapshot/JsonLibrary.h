@@ -17,12 +17,18 @@ namespace Snapshot {
 // is a clear message rather than a failure inside the parser's noexcept code.
 void requireJsonLibrary();
 
-// The parser's own text for an error, as simdjson::error_message gives it (opening the library
-// if need be: its texts are in it).
+// The parser's own text for an error, as simdjson::error_message gives it (the program keeps
+// a copy of the library's texts, so that reporting an error never needs the library).
 const char* jsonErrorMessage(simdjson::error_code e);
 
-// Documents up to this size are indexed by the program's own byte-at-a-time kernel
-// (JsonKernel.cpp) and never open the library; larger ones by the library's vectorised kernels.
+// For a program that must not open the library: the rova program, linked statically, whose C
+// library cannot safely open a shared library that needs the shared C and C++ runtimes. Once
+// called, every document is indexed by the built-in kernel, whatever its size.
+void useBuiltinJsonKernelOnly();
+
+// Documents up to this size are indexed by the program's own kernel (JsonKernel.cpp) and never
+// open the library; larger ones by the library's kernels, which use the widest vectors the
+// processor has and index a large document several times faster.
 inline constexpr std::size_t kBuiltinJsonKernelLimit = 256 * 1024;
 
 // While one lives, parsers this thread creates take the kernel for a document of `bytes`: the

@@ -262,6 +262,33 @@ TEST(Agent, SourcesExcludeEachOtherAndAttachTakesTheNameBeforeACommand) {
   EXPECT_NE(r.out.find("State: agent '" + name + "'"), std::string::npos) << r.out;
 }
 
+// The store's reservation is the agent's to choose (a machine that limits address space, a
+// reader under a tool that maps less): whole pages of it, read the same; sizes that cannot
+// hold a store, or are no size, are refused before anything is made.
+TEST(Agent, TheStoreTakesTheAddressSpaceItIsGiven) {
+  const std::string name = uniqueName("reserve");
+  AgentProcess agent(name, {"--state", ROVA_EXAMPLE, "--reserve", "20971521"});
+  ASSERT_TRUE(agent.ready());
+  struct stat st {};
+  ASSERT_EQ(::stat(("/dev/shm/rova-agent." + name).c_str(), &st), 0);
+  EXPECT_EQ(st.st_size, (20 << 20) + 4096) << "rounded up to a whole page";
+  clitest::Captured r =
+      clitest::runProgram(ROVA_PROGRAM, {"--attach=" + name, "show", "ip", "route"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, fileText(ROVA_GOLDEN_DIR "/ip-route.out"));
+
+  for (const char* size : {"15M", "65T", "4X", "G", "-1G", "99999999999T"}) {
+    const std::string refused = uniqueName("refused");
+    r = clitest::runProgram(ROVA_AGENT,
+                            {"--state", ROVA_EXAMPLE, "--name", refused, "--reserve", size});
+    EXPECT_EQ(r.status, 2) << size;
+    EXPECT_EQ(r.err.rfind("rova-agent: --reserve takes a size from 16M to 64T, such as 4G\n", 0),
+              0u)
+        << size << ": " << r.err;
+    EXPECT_NE(::stat(("/dev/shm/rova-agent." + refused).c_str(), &st), 0) << size;
+  }
+}
+
 // Without root there is no second user to be.
 TEST(Agent, AnotherUserCannotAttachToAStoreNotSharedWithItsGroup) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to run as another user";

@@ -125,6 +125,35 @@ TEST(JsonKernel, IndexesLikeTheLibraryOnMangledDocuments) {
   }
 }
 
+// Long documents, where the kernel reads sixty-four bytes at a time: every offset of a real
+// document against the block boundaries, strings running over several blocks, and a backslash,
+// a quote or a control byte on either side of a boundary.
+TEST(JsonKernel, IndexesLikeTheLibraryAcrossBlocks) {
+  ASSERT_NE(libraryKernel(), nullptr) << dlerror();
+  const std::string example = exampleDevice().substr(0, 1500);
+  for (std::size_t shift = 0; shift < 64; ++shift) {
+    expectSameIndex(std::string(shift, ' ') + example);
+    const std::string longString = "[\"" + std::string(60 + shift * 3, 'x') + "\", 1]";
+    expectSameIndex(std::string(shift, ' ') + longString + std::string(shift, '\n'));
+  }
+  const std::vector<std::string> around = {"\\\"",     "\\\\\"", "\"", "\\", "\x01", "\\u00e9",
+                                           "\xc3\xa9", "{",      ",",  " ",  "1"};
+  std::mt19937 random(11);
+  for (int round = 0; round < 3000; ++round) {
+    std::string text = "[\"" + std::string(100 + random() % 200, 'a') + "\", {\"k\": \"" +
+                       std::string(random() % 150, 'b') + "\"}, 12, true]";
+    const int edits = 1 + random() % 3;
+    for (int e = 0; e < edits; ++e) {
+      // Near a block boundary: the last byte of a block, or the first of the next.
+      const std::size_t block = 64 * (1 + random() % (text.size() / 64));
+      const std::size_t at = std::min(text.size(), block - 2 + random() % 4);
+      text.insert(at, around[random() % around.size()]);
+    }
+    expectSameIndex(text);
+    if (HasFailure()) return;
+  }
+}
+
 TEST(JsonKernel, UnescapesLikeTheLibrary) {
   ASSERT_NE(libraryKernel(), nullptr) << dlerror();
   const std::vector<std::string> bodies = {R"(plain")",
@@ -147,15 +176,21 @@ TEST(JsonKernel, UnescapesLikeTheLibrary) {
     EXPECT_EQ(unescape(*Snapshot::builtinJsonKernel(), b), unescape(*libraryKernel(), b)) << b;
 }
 
-// A small document is read by the built-in kernel and a large one by the library's, with the
-// same result.
+// A small document is read by the built-in kernel and a large one by the library's, unless
+// the program has given up the library (the statically linked rova program).
 TEST(JsonKernel, SmallDocumentsNeverOpenTheLibrary) {
   {
     const Snapshot::JsonKernelFor small(100);
     EXPECT_EQ(simdjson::get_active_implementation()->name(), "rova_scalar");
   }
+  {
+    const Snapshot::JsonKernelFor large(Snapshot::kBuiltinJsonKernelLimit + 1);
+    EXPECT_NE(simdjson::get_active_implementation()->name(), "rova_scalar");
+  }
+  // Last in this program: the switch is for good.
+  Snapshot::useBuiltinJsonKernelOnly();
   const Snapshot::JsonKernelFor large(Snapshot::kBuiltinJsonKernelLimit + 1);
-  EXPECT_NE(simdjson::get_active_implementation()->name(), "rova_scalar");
+  EXPECT_EQ(simdjson::get_active_implementation()->name(), "rova_scalar");
 }
 
 }  // namespace
