@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Writes cli/rova.order, the order in which the linker lays out the program's functions: first
 # those a lookup attached to an agent runs (start, command table, attach, the lookup, its
-# printing), then those each further short command adds. Within a command the order is the
-# profile's; what matters is that they lie together: a short command then touches some tens of
-# code pages fewer than with its functions scattered over the whole program. Run it again
+# printing), then those each further short command adds, by name within a command: what
+# matters is that they lie together. A short command then touches some tens of code pages fewer
+# than with its functions scattered over the whole program. Run it again
 # after large changes to the start, attach or printing code (the order-file test says when);
 # a stale file only costs speed, since names it lists that are gone are skipped.
 #
@@ -70,8 +70,12 @@ for c in "${commands[@]}"; do
   valgrind --tool=callgrind --demangle=no --compress-strings=no --compress-pos=no \
     --dump-instr=no --callgrind-out-file="$tmp/profile.$k" "$rova" "${args[@]}" \
     > /dev/null 2> "$tmp/valgrind.$k" || { cat "$tmp/valgrind.$k" >&2; exit 1; }
-  # Recursion marks ('2) dropped; each function is kept at its first place below.
-  sed -n 's/^fn=//p' "$tmp/profile.$k" | sed "s/'[0-9]*\$//" >> "$tmp/order"
+  # The functions this command adds to those before it, sorted by name: the profile lists
+  # them in no fixed order, and the file should change only when the functions do.
+  sed -n 's/^fn=//p' "$tmp/profile.$k" | sed "s/'[0-9]*\$//" |
+    awk 'NF == 1 && $1 !~ /^0x/' | LC_ALL=C sort -u > "$tmp/functions"
+  LC_ALL=C comm -23 "$tmp/functions" <(LC_ALL=C sort -u "$tmp/order") > "$tmp/added"
+  cat "$tmp/added" >> "$tmp/order"
 done
-awk 'NF == 1 && $1 !~ /^0x/ && !seen[$1]++' "$tmp/order" > "$root/cli/rova.order"
+cp "$tmp/order" "$root/cli/rova.order"
 echo "function-order.sh: $(wc -l < "$root/cli/rova.order") functions in cli/rova.order" >&2
