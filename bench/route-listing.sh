@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# End-to-end timing of the route listings on full tables: generates (once) each state, then runs
-# the rova program on it, with the output thrown away, and reports load, selection and printing
-# separately, with peak memory. Two tables, each of 1,000,000 IPv4 and 200,000 IPv6 routes:
+# End-to-end timing of the route listings on full tables: generates each state in the run's
+# own temporary directory, then runs the rova program on it, with the output thrown away, and
+# reports load, selection and printing separately, with peak memory. Two tables, each of
+# 1,000,000 IPv4 and 200,000 IPv6 routes:
 #   spine     rova-gen --ipv4 1000000 --ipv6 200000 --seed 1: sixteen uplinks, about five
 #             vias per IPv4 route
 #   internet  rova-gen --profile internet --seed 1: a border router's Internet table, four
@@ -108,11 +109,16 @@ if [ -n "${STATE:-}" ]; then
 fi
 for profile in $profiles; do
   case $profile in
-    spine) state=/tmp/rova-1m.json gen=(--ipv4 1000000 --ipv6 200000 --seed 1) ;;
-    internet) state=/tmp/rova-internet.json gen=(--profile internet --seed 1) ;;
+    spine) gen=(--ipv4 1000000 --ipv6 200000 --seed 1) ;;
+    internet) gen=(--profile internet --seed 1) ;;
     *) echo "route-listing.sh: unknown profile $profile (spine, internet)" >&2; exit 2 ;;
   esac
-  [ -f "$state" ] || "$build/snapshot/rova-gen" "${gen[@]}" -o "$state"
+  # In this run's own directory, removed on the way out. The loader reads a file changed in the
+  # last two seconds whole rather than through its window (its clock may not have moved since),
+  # so the runs wait until the new file is older than that.
+  state=$tmp/$profile.json
+  "$build/snapshot/rova-gen" "${gen[@]}" -o "$state"
+  sleep 3
   echo "== $profile: rova-gen ${gen[*]}"
   table "$state"
 done
