@@ -76,19 +76,6 @@ static_assert(k::kTableMain == RT_TABLE_MAIN && k::kTableLocal == RT_TABLE_LOCAL
 template <int Max>
 using Attrs = nl::Attributes<Max>;
 
-// The readers check the payload's length: a short attribute reads as absent.
-bool getU32(const nlattr* a, std::uint32_t& out) {
-  return nl::readU32(a, out);
-}
-
-bool getU16(const nlattr* a, std::uint16_t& out) {
-  return nl::readU16(a, out);
-}
-
-std::string getString(const nlattr* a) {
-  return std::string(nl::stringOf(a));
-}
-
 Plexa::IpGenAddr addressOf(const void* p, std::size_t len) {
   if (len == 4) {
     std::uint32_t v;
@@ -124,7 +111,7 @@ Plexa::IpGenAddr zeroOf(std::uint8_t family) {
 Plexa::MplsLabelOperation getMplsEncap(const nlattr* type, const nlattr* encap) {
   Plexa::MplsLabelOperation op;
   std::uint16_t t = 0;
-  if (!getU16(type, t) || t != LWTUNNEL_ENCAP_MPLS) return op;
+  if (!nl::readU16(type, t) || t != LWTUNNEL_ENCAP_MPLS) return op;
   Attrs<MPLS_IPTUNNEL_MAX> e;
   e.parseNested(encap);
   const nlattr* dst = e[MPLS_IPTUNNEL_DST];
@@ -153,17 +140,17 @@ void decodeLink(const nlmsghdr* nlh, auto& b) {
   a.parse(nlh, sizeof *ifi);
   k::Link l;
   l.index = static_cast<std::uint32_t>(ifi->ifi_index);
-  l.name = getString(a[IFLA_IFNAME]);
+  l.name = nl::stringOf(a[IFLA_IFNAME]);
   l.adminUp = ifi->ifi_flags & IFF_UP;
   l.operUp = ifi->ifi_flags & IFF_RUNNING;
-  l.alias = getString(a[IFLA_IFALIAS]);
-  getU32(a[IFLA_MASTER], l.master);
+  l.alias = nl::stringOf(a[IFLA_IFALIAS]);
+  nl::readU32(a[IFLA_MASTER], l.master);
   Attrs<IFLA_INFO_MAX> info;
   info.parseNested(a[IFLA_LINKINFO]);
-  if (getString(info[IFLA_INFO_KIND]) == "vrf") {
+  if (nl::stringOf(info[IFLA_INFO_KIND]) == "vrf") {
     Attrs<IFLA_VRF_MAX> vrf;
     vrf.parseNested(info[IFLA_INFO_DATA]);
-    l.isVrf = getU32(vrf[IFLA_VRF_TABLE], l.vrfTable);
+    l.isVrf = nl::readU32(vrf[IFLA_VRF_TABLE], l.vrfTable);
   }
   if (!l.name.empty()) b.link(l);
 }
@@ -174,7 +161,7 @@ void decodeAddress(const nlmsghdr* nlh, auto& b) {
   Attrs<IFA_MAX> a;
   a.parse(nlh, sizeof *ifa);
   std::uint32_t flags = ifa->ifa_flags;
-  getU32(a[IFA_FLAGS], flags);
+  nl::readU32(a[IFA_FLAGS], flags);
   // An address that failed duplicate detection is not the interface's to use.
   if (flags & IFA_F_DADFAILED) return;
   k::Address addr;
@@ -193,10 +180,10 @@ void decodeNexthopObject(const nlmsghdr* nlh, auto& b) {
   a.parse(nlh, sizeof *nhm);
   k::NexthopObject o;
   // Bridge FDB next hops serve no route.
-  if (!getU32(a[NHA_ID], o.id) || a[NHA_FDB]) return;
+  if (!nl::readU32(a[NHA_ID], o.id) || a[NHA_FDB]) return;
   o.offload = nexthopOffload(nhm->nh_flags);
   o.blackhole = a[NHA_BLACKHOLE] != nullptr;
-  getU32(a[NHA_OIF], o.hop.ifindex);
+  nl::readU32(a[NHA_OIF], o.hop.ifindex);
   o.hop.gateway = getAddress(a[NHA_GATEWAY]);
   o.hop.labels = getMplsEncap(a[NHA_ENCAP_TYPE], a[NHA_ENCAP]);
   o.hop.offload = o.offload;
@@ -244,7 +231,7 @@ class RouteDecoder {
     Attrs<RTA_MAX> a;
     a.parse(nlh, sizeof *rtm);
     r.table = rtm->rtm_table;
-    getU32(a[RTA_TABLE], r.table);
+    nl::readU32(a[RTA_TABLE], r.table);
     // A kernel without strict checking dumps every table, whatever the request asked.
     if (table_ != kAnyTable && r.table != table_) return false;
     r.family = rtm->rtm_family == AF_INET ? Plexa::AddressFamily::ipv4 : Plexa::AddressFamily::ipv6;
@@ -255,9 +242,9 @@ class RouteDecoder {
     r.destination = a[RTA_DST] ? getAddress(a[RTA_DST]) : zeroOf(rtm->rtm_family);
     if (r.destination.af() != r.family) return false;
     r.metric = 0;
-    getU32(a[RTA_PRIORITY], r.metric);
+    nl::readU32(a[RTA_PRIORITY], r.metric);
     r.nhid = 0;
-    getU32(a[RTA_NH_ID], r.nhid);
+    nl::readU32(a[RTA_NH_ID], r.nhid);
     r.offload = (rtm->rtm_flags & RTM_F_OFFLOAD_FAILED) ? k::Offload::failed
                 : (rtm->rtm_flags & (RTM_F_OFFLOAD | RTM_F_TRAP | RTNH_F_OFFLOAD | RTNH_F_TRAP))
                     ? k::Offload::held
@@ -267,7 +254,7 @@ class RouteDecoder {
       multipath(mp, r);
     } else if (a[RTA_OIF] || a[RTA_GATEWAY] || a[RTA_VIA]) {
       k::Nexthop& hop = r.nexthops.emplace_back();
-      getU32(a[RTA_OIF], hop.ifindex);
+      nl::readU32(a[RTA_OIF], hop.ifindex);
       decodeHop(a, hop);
     }
     return true;
@@ -323,7 +310,9 @@ void decodeNetconf(const nlmsghdr* nlh, auto& b) {
   Attrs<NETCONFA_MAX> a;
   a.parse(nlh, sizeof *ncm);
   std::uint32_t ifindex = 0, forwarding = 0;
-  if (!getU32(a[NETCONFA_IFINDEX], ifindex) || !getU32(a[NETCONFA_FORWARDING], forwarding)) return;
+  if (!nl::readU32(a[NETCONFA_IFINDEX], ifindex) ||
+      !nl::readU32(a[NETCONFA_FORWARDING], forwarding))
+    return;
   if (static_cast<std::int32_t>(ifindex) != NETCONFA_IFINDEX_ALL) return;
   b.forwardingIs(
       ncm->ncm_family == AF_INET6 ? Plexa::AddressFamily::ipv6 : Plexa::AddressFamily::ipv4,
