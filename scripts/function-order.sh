@@ -42,10 +42,11 @@ done
 grep -q ready "$tmp/ready" || { echo "function-order.sh: the agent did not start" >&2; exit 1; }
 
 # An address inside the state's first IPv4 route other than the default, for the lookup.
+# (grep rather than awk: Debian's mawk takes no "{3}" in a pattern, and without an address the
+# first profile would be a whole listing.)
 "$rova" --attach="$name" show ip route > "$tmp/routes"
-prefix=$(awk 'match($0, /[0-9]+(\.[0-9]+){3}\/[0-9]+/) {
-                p = substr($0, RSTART, RLENGTH); if (p != "0.0.0.0/0") { print p; exit } }' \
-  "$tmp/routes")
+prefix=$(grep -oE '[0-9]+(\.[0-9]+){3}/[0-9]+' "$tmp/routes" | grep -vxF 0.0.0.0/0 | head -1 || true)
+[ -n "$prefix" ] || { echo "function-order.sh: no route to look up in the state" >&2; exit 1; }
 address=${prefix%/*}
 
 # The commands, most important first: attached, then on the built-in example and a file.
