@@ -83,7 +83,7 @@ rova_build() {
       if [ "$target" = all ]; then
         rova_log "rova: first build in $dir (a few minutes on two cores) ..."
       else
-        rova_log "rova: first build in $dir (about a minute on two cores) ..."
+        rova_log "rova: first build in $dir (two to three minutes on two cores) ..."
       fi
     fi
     rm -rf "$dir/CMakeCache.txt" "$dir/CMakeFiles"
