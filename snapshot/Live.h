@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/mox/Exception.h"
 #include "platform/mox/Ptr.h"
@@ -52,5 +53,13 @@ using LiveRead = std::function<std::string(LiveBuilder&)>;
 // Runs `read` with a fresh builder until one read is whole, at most `attempts` times, and
 // returns what that read built; the last interruption is reported as a LiveError.
 Mox::Ptr<Statum::EntityManager> readConsistently(const LiveRead& read, int attempts);
+
+namespace detail {
+// What a read builds when the kernel answers with `messages`: netlink data messages one after
+// another, as a receive delivers them. Each dump takes the messages of its type (and a route
+// dump those of its table and family), in the order a read takes the dumps. For the fuzz
+// target, which has no kernel to ask; it decodes exactly as a read does.
+Mox::Ptr<Statum::EntityManager> stateOfMessages(std::string_view messages);
+}  // namespace detail
 
 }  // namespace Snapshot

@@ -421,6 +421,9 @@ void LiveBuilder::Impl::addVia(typename Fam::Fec& fec, const Hop& hop) {
   const k::Nexthop& nh = *hop.nexthop;
   typename Fam::Via via;
   const Plexa::IntfId intf = intfOf(nh.ifindex);
+  // A hop out of a link the read did not see (one gone between the dumps) with no gateway of
+  // this family and no label stack names nothing a via could lead to: it is left out.
+  if (intf == Plexa::IntfId() && nh.gateway.af() != Fam::kFamily && nh.labels.size() <= 1) return;
   via.weight = hop.weight == 0 ? 1 : hop.weight;
   if (nh.gateway.af() == Fam::kFamily) via.hop = Fam::addrOf(nh.gateway);
   if (nh.labels.size() > 1) {
@@ -691,12 +694,16 @@ void LiveBuilder::Impl::publishNexthopGroups() {
         members.push_back(&m->second.hop);
     }
     bool labelled = false;
-    for (std::size_t i = 0; i < members.size() && i <= 65535; ++i) {
+    std::size_t entries = 0;
+    for (const k::Nexthop* member : members) {
+      // An entry is an address: a next hop out of a device alone ("dev eth1") gives none.
+      if (!member->gateway.isV4() && !member->gateway.isV6()) continue;
+      if (entries > 65535) break;
       NexthopGroupEntry entry;
-      entry.destinationIs(members[i]->gateway);
-      entry.mplsLabelsIs(members[i]->labels);
-      labelled = labelled || !members[i]->labels.empty();
-      group->entryIs(std::uint16_t(i), entry);
+      entry.destinationIs(member->gateway);
+      entry.mplsLabelsIs(member->labels);
+      labelled = labelled || !member->labels.empty();
+      group->entryIs(std::uint16_t(entries++), entry);
     }
     group->typeIs(labelled ? NexthopGroupType::mpls : NexthopGroupType::ip);
     group->sizeIs(std::uint32_t(group->entrys()));

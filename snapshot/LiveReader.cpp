@@ -33,6 +33,7 @@
 #include <exception>
 #include <future>
 #include <map>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -170,6 +171,8 @@ void decodeAddress(const nlmsghdr* nlh, auto& b) {
   // On a point-to-point link IFA_ADDRESS is the peer's; IFA_LOCAL is always our own.
   addr.address = ifa->ifa_family == AF_INET && a[IFA_LOCAL] ? getAddress(a[IFA_LOCAL])
                                                             : getAddress(a[IFA_ADDRESS]);
+  // An address with a mask longer than its family's addresses is none the kernel would send.
+  if (addr.prefixLen > (addr.address.isV4() ? 32 : 128)) return;
   if (addr.address.isV4() || addr.address.isV6()) b.address(addr);
 }
 
@@ -239,6 +242,8 @@ class RouteDecoder {
     r.protocol = rtm->rtm_protocol;
     r.tos = rtm->rtm_tos;
     r.prefixLen = rtm->rtm_dst_len;
+    // No kernel sends a prefix longer than its family's addresses: such a message is no route.
+    if (r.prefixLen > (r.family == Plexa::AddressFamily::ipv4 ? 32 : 128)) return false;
     r.destination = a[RTA_DST] ? getAddress(a[RTA_DST]) : zeroOf(rtm->rtm_family);
     if (r.destination.af() != r.family) return false;
     r.metric = 0;
@@ -527,6 +532,41 @@ std::string readOnce(LiveBuilder& b, const LiveScope& scope) {
 
 Mox::Ptr<Statum::EntityManager> readLive(const LiveScope& scope) {
   return readConsistently([&](LiveBuilder& b) { return readOnce(b, scope); }, kLiveReadAttempts);
+}
+
+Mox::Ptr<Statum::EntityManager> detail::stateOfMessages(std::string_view messages) {
+  // A buffer of the messages' own size, aligned as a receive's: a read past them is seen.
+  const std::unique_ptr<char[]> bytes(new char[messages.size() + 1]);
+  std::memcpy(bytes.get(), messages.data(), messages.size());
+  const auto each = [&](std::uint16_t type, auto&& decode) {
+    nl::run(bytes.get(), messages.size(), 0, 0, [&](const nlmsghdr* m) {
+      if (m->nlmsg_type == type) decode(m);
+    });
+  };
+  LiveBuilder b;
+  b.hostnameIs("kernel");
+  each(RTM_NEWNETCONF, [&](const nlmsghdr* m) { decodeNetconf(m, b); });
+  each(RTM_NEWLINK, [&](const nlmsghdr* m) { decodeLink(m, b); });
+  each(RTM_NEWADDR, [&](const nlmsghdr* m) { decodeAddress(m, b); });
+  each(RTM_NEWNEXTHOP, [&](const nlmsghdr* m) { decodeNexthopObject(m, b); });
+  // A route dump answers with routes of the family asked for; the IPv4 local table comes last.
+  const auto routesOf = [&](std::uint32_t table, std::uint8_t family) {
+    RouteDecoder decode(table);
+    RouteBatch batch;
+    each(RTM_NEWROUTE, [&](const nlmsghdr* m) {
+      const auto* rtm = nl::familyHeaderOf<rtmsg>(m);
+      if (rtm && rtm->rtm_family == family && decode.decode(m, batch.next())) batch.keep();
+    });
+    b.routes(batch.routes());
+  };
+  for (std::uint32_t table : b.routeTables()) {
+    for (std::uint8_t family : {AF_INET, AF_INET6}) {
+      if (table != k::kTableLocal || family != AF_INET) routesOf(table, family);
+    }
+  }
+  each(RTM_NEWNEIGH, [&](const nlmsghdr* m) { decodeNeighbor(m, b); });
+  routesOf(k::kTableLocal, AF_INET);
+  return b.finish();
 }
 
 // ---- following ----
@@ -923,6 +963,10 @@ const LiveFollower::Batch& LiveFollower::last() const {
 namespace Snapshot {
 
 Mox::Ptr<Statum::EntityManager> readLive(const LiveScope&) {
+  throw LiveError("the live state is read from the Linux kernel, and this system is not Linux");
+}
+
+Mox::Ptr<Statum::EntityManager> detail::stateOfMessages(std::string_view) {
   throw LiveError("the live state is read from the Linux kernel, and this system is not Linux");
 }
 

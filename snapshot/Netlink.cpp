@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <climits>
 #include <utility>
 
 namespace Snapshot::netlink {
@@ -250,6 +251,13 @@ bool belongs(const nlmsghdr* m, std::uint32_t seq, std::uint32_t portid) {
   return true;
 }
 
+// The errno of an error the kernel sends negated (a positive one is taken as it is). No errno
+// is as large as INT_MIN's negation: that is no error the kernel could send.
+static int errnoOf(int kernelError) {
+  if (kernelError == INT_MIN) return EPROTO;
+  return kernelError < 0 ? -kernelError : kernelError;
+}
+
 Status control(const nlmsghdr* m) {
   switch (m->nlmsg_type) {
     case NLMSG_ERROR: {
@@ -259,7 +267,7 @@ Status control(const nlmsghdr* m) {
         return Status::failed;
       }
       if (e->error == 0) return Status::done;
-      errno = e->error < 0 ? -e->error : e->error;
+      errno = errnoOf(e->error);
       return Status::failed;
     }
     case NLMSG_DONE: {
@@ -267,7 +275,7 @@ Status control(const nlmsghdr* m) {
       int status = 0;
       if (payloadLength(m) >= sizeof status) std::memcpy(&status, payloadOf(m), sizeof status);
       if (status < 0) {
-        errno = -status;
+        errno = errnoOf(status);
         return Status::failed;
       }
       return Status::done;

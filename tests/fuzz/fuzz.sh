@@ -4,7 +4,7 @@
 #   tests/fuzz/fuzz.sh [SECONDS [TARGET...]]
 #
 # SECONDS per target (default 600); TARGET one of fuzz_loader, fuzz_value_text, fuzz_command,
-# fuzz_round_trip (default: all four, one after the other). They run in the sanitizer build of
+# fuzz_round_trip, fuzz_netlink (default: all five, one after the other). They run in the sanitizer build of
 # ./run-tests (build-asan/: clang, AddressSanitizer, UndefinedBehaviorSanitizer, libFuzzer),
 # which this builds first when needed. Each starts from its seed corpus (tests/fuzz/corpus/)
 # and from what earlier runs found (build-asan/tests/fuzz/corpus/), adds what it finds to the
@@ -18,7 +18,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/setup.sh"
 seconds="${1:-600}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(fuzz_loader fuzz_value_text fuzz_command fuzz_round_trip)
+[ ${#targets[@]} -gt 0 ] || targets=(fuzz_loader fuzz_value_text fuzz_command fuzz_round_trip fuzz_netlink)
 
 rova_ensure_packages "${ROVA_PACKAGES[@]}" "${ROVA_TEST_PACKAGES[@]}"
 dir="$ROVA_ROOT/build-asan"
@@ -26,7 +26,7 @@ export ROVA_RECONFIGURE=1
 rova_build "$dir" "${ROVA_SANITIZER_BUILD[@]}"
 
 declare -A corpus=([fuzz_loader]=loader [fuzz_value_text]=value-text [fuzz_command]=command
-  [fuzz_round_trip]=round-trip)
+  [fuzz_round_trip]=round-trip [fuzz_netlink]=netlink)
 # More inputs to start from (read only: libFuzzer adds what it finds to the first folder).
 declare -A seeds=([fuzz_loader]="$ROVA_ROOT/examples"
   [fuzz_round_trip]="$ROVA_ROOT/tests/fuzz/corpus/loader")

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -475,6 +476,13 @@ TEST(NetlinkRun, ErrorsAcknowledgementsAndAFailedDumpEndTheAnswer) {
   EXPECT_EQ(r.status, nl::Status::failed);
   EXPECT_EQ(r.error, EOPNOTSUPP);
   EXPECT_EQ(r.tags, (std::vector<int>{1}));
+
+  // An error no errno is: a protocol fault, not an overflow.
+  for (const Msg& m : {errorMsg(INT_MIN), doneMsg(INT_MIN)}) {
+    r = runOver(buffer({m}));
+    EXPECT_EQ(r.status, nl::Status::failed);
+    EXPECT_EQ(r.error, EPROTO);
+  }
 }
 
 TEST(NetlinkRun, MessagesOfAnotherRequestPortOrAChangedDumpAreErrors) {
