@@ -144,6 +144,15 @@ TEST(LoadError, BadValuesAreRefusedWithTheirText) {
   EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"fec", "nh:1"}}})),
             "$.vrfs.default.ipv4.routes[0].fec: bad FEC \"nh:1\": unknown FEC kind (expected ip6, "
             "mpls, nhg, attached, tunnel or srte)");
+  // An index one past the largest says what the largest is, in either form.
+  EXPECT_EQ(refusal(withRoutes(
+                {{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"fec", "72057594037927936"}}})),
+            "$.vrfs.default.ipv4.routes[0].fec: bad FEC \"72057594037927936\": a FEC is written "
+            "\"<n>\" or \"<kind>:<n>\" with n a whole number below 2^56");
+  EXPECT_EQ(refusal(withRoutes(
+                {{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"fec", "nhg:72057594037927936"}}})),
+            "$.vrfs.default.ipv4.routes[0].fec: bad FEC \"nhg:72057594037927936\": the index "
+            "after the FEC kind must be a whole number below 2^56");
 
   json doc = minimal();
   doc["interfaces"] = {{{"name", "Ethernet 1"}}};
