@@ -235,6 +235,13 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
                                            loader::Loader& loader,
                                            std::function<void(const char*)> readPast = {},
                                            bool scan = true) {
+  // Editors that save "UTF-8 with BOM" put these three bytes first. JSON has no place for
+  // them, and the parser would only call the text's structure improper.
+  if (json.size() >= 3 && std::memcmp(json.data(), "\xEF\xBB\xBF", 3) == 0) {
+    throw LoadError("$",
+                    "malformed JSON: a byte-order mark (EF BB BF) before the document; save the "
+                    "file as UTF-8 without one");
+  }
   const JsonKernelFor kernel(json.size());
   od::parser parser;
   od::document doc;

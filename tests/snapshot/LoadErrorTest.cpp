@@ -370,6 +370,17 @@ TEST(LoadError, DataAfterTheDocumentIsRefusedWithItsOffset) {
   EXPECT_EQ(refusal(doc.substr(0, doc.size() - 1) + " 0").find("more data"), std::string::npos);
 }
 
+// A byte-order mark, as some editors save "UTF-8", is named for what it is.
+TEST(LoadError, AByteOrderMarkIsNamed) {
+  EXPECT_EQ(refusal("\xEF\xBB\xBF" + minimal().dump()),
+            "$: malformed JSON: a byte-order mark (EF BB BF) before the document; save the file "
+            "as UTF-8 without one");
+  // Only at the start: the same bytes in a string are the character U+FEFF.
+  json doc = minimal();
+  doc["hostname"] = "a\xEF\xBB\xBF";
+  EXPECT_EQ(refusal(doc), "loaded");
+}
+
 // A string of the state ends up on the user's terminal: control characters could drive it.
 TEST(LoadError, ControlCharactersAreRefusedInEveryString) {
   json doc = minimal();
