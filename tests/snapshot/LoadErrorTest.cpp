@@ -291,6 +291,10 @@ TEST(LoadError, ShapesThatMeanNothingAreRefused) {
   EXPECT_EQ(
       refusal(withFecs({{{"id", "1"}, {"backupIndex", 2}, {"vias", {{{"interface", "Cpu"}}}}}})),
       "$.vrfs.default.ipv4.fecs[0]: backupIndex 2 is above the number of vias (1)");
+  // A via index is below 512, so not even a FEC of 512 vias can say "none" with 512.
+  EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"backupIndex", 512}}})),
+            "$.vrfs.default.ipv4.fecs[0].backupIndex: ViaIndex::value < ViaIndex::min or > "
+            "ViaIndex::max not allowed (backupIndex 512)");
   EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"vias", {{{"weight", 2}}}}}})),
             "$.vrfs.default.ipv4.fecs[0].vias[0]: a via needs a nexthop, an interface or a tunnel");
   json doc = minimal();
