@@ -47,7 +47,7 @@ const char* parseFecRef(std::string_view text, Brine::Fib::FecId& out) {
   std::uint64_t n;
   if (colon == std::string_view::npos) {
     if (!decimal(text, Brine::Fib::adjIndexMask(), n))
-      return "a FEC is written \"<n>\" or \"<kind>:<n>\" with n a whole number";
+      return "a FEC is written \"<n>\" or \"<kind>:<n>\" with n a whole number below 2^56";
     if (n == 0) return "FEC 0 means no FEC: leave the key out instead";
     out = Brine::Fib::FecId(AdjType::ipAdj, n);
     return nullptr;

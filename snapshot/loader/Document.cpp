@@ -18,12 +18,60 @@
 
 namespace Snapshot::loader {
 
-Ptr<Statum::EntityManager> Loader::run(od::document& doc, const char* text) {
+namespace {
+
+bool isJsonBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// Where the first non-blank byte after the document's top-level object is, or `size` when the
+// object does not close or only blanks follow it. Brackets inside strings do not count.
+std::size_t dataAfterObject(const char* text, std::size_t size) {
+  std::size_t i = 0;
+  while (i < size && isJsonBlank(text[i]))
+    ++i;
+  std::size_t depth = 0;
+  bool inString = false;
+  for (; i < size; ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '{' || c == '[') {
+      ++depth;
+    } else if ((c == '}' || c == ']') && depth > 0 && --depth == 0) {
+      ++i;
+      break;
+    }
+  }
+  if (depth != 0) return size;
+  while (i < size && isJsonBlank(text[i]))
+    ++i;
+  return i;
+}
+
+}  // namespace
+
+Ptr<Statum::EntityManager> Loader::run(od::document& doc, const char* text, std::size_t size) {
   od::json_type t;
   r_.check(doc.type().get(t));
   if (t != od::json_type::object) r_.fail("a state snapshot is a JSON object");
   od::object obj;
-  r_.check(doc.get_object().get(obj));
+  if (const auto e = doc.get_object().get(obj); e != simdjson::SUCCESS) {
+    // The parser takes an object only when the document's last bracket closes it, so a number
+    // or a word after the object would be reported as an object left open.
+    if (e == simdjson::INCOMPLETE_ARRAY_OR_OBJECT) {
+      if (const std::size_t at = dataAfterObject(text, size); at < size) {
+        r_.fail("more data after the end of the document, at byte offset " + std::to_string(at));
+      }
+    }
+    r_.check(e);
+  }
   top(obj);
   // The parser stops where the object ends. Whatever follows (a second document, a stray
   // bracket) means the file is not what its writer meant, so nothing of it is taken.
@@ -187,6 +235,13 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
                                            loader::Loader& loader,
                                            std::function<void(const char*)> readPast = {},
                                            bool scan = true) {
+  // Editors that save "UTF-8 with BOM" put these three bytes first. JSON has no place for
+  // them, and the parser would only call the text's structure improper.
+  if (json.size() >= 3 && std::memcmp(json.data(), "\xEF\xBB\xBF", 3) == 0) {
+    throw LoadError("$",
+                    "malformed JSON: a byte-order mark (EF BB BF) before the document; save the "
+                    "file as UTF-8 without one");
+  }
   const JsonKernelFor kernel(json.size());
   od::parser parser;
   od::document doc;
@@ -197,7 +252,7 @@ Mox::Ptr<Statum::EntityManager> loadPadded(simdjson::padded_string_view json,
   if (err != simdjson::SUCCESS)
     throw LoadError("$", std::string("malformed JSON: ") + jsonErrorMessage(err));
   loader.readPastIs(std::move(readPast));
-  return loader.run(doc, json.data());
+  return loader.run(doc, json.data(), json.size());
 }
 
 // The parser reads documents of up to 4 GiB; a longer source is refused before it is all read.

@@ -179,8 +179,8 @@ struct PendingNeighbor {
 
 class Loader {
  public:
-  // `text` is the document's first byte, for offsets in messages.
-  Ptr<Statum::EntityManager> run(od::document& doc, const char* text);
+  // `text` and `size` are the document, for offsets in messages.
+  Ptr<Statum::EntityManager> run(od::document& doc, const char* text, std::size_t size);
   // Told now and then how far into the document the reading has come.
   void readPastIs(std::function<void(const char*)> f) { r_.readPastIs(std::move(f)); }
   // The route tables to build; those left out are only checked (RouteCheck.cpp).

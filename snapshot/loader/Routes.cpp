@@ -171,12 +171,16 @@ void Loader::fecs(od::value& v, VrfState& vrf) {
           if (std::is_same_v<Fam, V4> && Brine::Fib::isV6FecId(fec->fecId))
             r_.fail("an ip6: FEC lives in the VRF's ipv6.fecs");
           break;
-        case kBackupIndex:
-          fec->backupViaIndexValue =
-              r_.guarded([&] {
-                  return Brine::ViaIndex(std::uint32_t(r_.number(f, kU32Max)));
-                }).value();
+        case kBackupIndex: {
+          // The bound is the platform's via index; the message says which index broke it.
+          const std::uint64_t n = r_.number(f, kU32Max);
+          try {
+            fec->backupViaIndexValue = Brine::ViaIndex(std::uint32_t(n)).value();
+          } catch (const Mox::RangeException& bound) {
+            r_.fail(std::string(bound.what()) + " (backupIndex " + std::to_string(n) + ")");
+          }
           break;
+        }
         case kVias:
           r_.elements(r_.array(f), [&](std::size_t, od::value& via) {
             if (fec->via.size() >= Fam::Fec::kMaxVias) {

@@ -144,6 +144,15 @@ TEST(LoadError, BadValuesAreRefusedWithTheirText) {
   EXPECT_EQ(refusal(withRoutes({{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"fec", "nh:1"}}})),
             "$.vrfs.default.ipv4.routes[0].fec: bad FEC \"nh:1\": unknown FEC kind (expected ip6, "
             "mpls, nhg, attached, tunnel or srte)");
+  // An index one past the largest says what the largest is, in either form.
+  EXPECT_EQ(refusal(withRoutes(
+                {{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"fec", "72057594037927936"}}})),
+            "$.vrfs.default.ipv4.routes[0].fec: bad FEC \"72057594037927936\": a FEC is written "
+            "\"<n>\" or \"<kind>:<n>\" with n a whole number below 2^56");
+  EXPECT_EQ(refusal(withRoutes(
+                {{{"prefix", "10.0.0.0/8"}, {"type", "eBgp"}, {"fec", "nhg:72057594037927936"}}})),
+            "$.vrfs.default.ipv4.routes[0].fec: bad FEC \"nhg:72057594037927936\": the index "
+            "after the FEC kind must be a whole number below 2^56");
 
   json doc = minimal();
   doc["interfaces"] = {{{"name", "Ethernet 1"}}};
@@ -282,6 +291,10 @@ TEST(LoadError, ShapesThatMeanNothingAreRefused) {
   EXPECT_EQ(
       refusal(withFecs({{{"id", "1"}, {"backupIndex", 2}, {"vias", {{{"interface", "Cpu"}}}}}})),
       "$.vrfs.default.ipv4.fecs[0]: backupIndex 2 is above the number of vias (1)");
+  // A via index is below 512, so not even a FEC of 512 vias can say "none" with 512.
+  EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"backupIndex", 512}}})),
+            "$.vrfs.default.ipv4.fecs[0].backupIndex: ViaIndex::value < ViaIndex::min or > "
+            "ViaIndex::max not allowed (backupIndex 512)");
   EXPECT_EQ(refusal(withFecs({{{"id", "1"}, {"vias", {{{"weight", 2}}}}}})),
             "$.vrfs.default.ipv4.fecs[0].vias[0]: a via needs a nexthop, an interface or a tunnel");
   json doc = minimal();
@@ -350,8 +363,26 @@ TEST(LoadError, DataAfterTheDocumentIsRefusedWithItsOffset) {
             "$: more data after the end of the document, at byte offset " + at);
   EXPECT_EQ(refusal(doc + "\n}"),
             "$: more data after the end of the document, at byte offset " + at);
-  EXPECT_EQ(refusal(doc + "\n0").rfind("$", 0), 0u);
-  EXPECT_EQ(refusal(doc + "\n\"x\"").rfind("$", 0), 0u);
+  // A value that is not a bracket, where the parser sees an object left open: the message
+  // still says what is wrong and where.
+  for (const char* after : {"0", "\"x\"", "x", "true", "[]", "{\"a\": \"}\"}"}) {
+    SCOPED_TRACE(after);
+    EXPECT_EQ(refusal(doc + "\n" + after),
+              "$: more data after the end of the document, at byte offset " + at);
+  }
+  // A document cut short is not one with data after it.
+  EXPECT_EQ(refusal(doc.substr(0, doc.size() - 1) + " 0").find("more data"), std::string::npos);
+}
+
+// A byte-order mark, as some editors save "UTF-8", is named for what it is.
+TEST(LoadError, AByteOrderMarkIsNamed) {
+  EXPECT_EQ(refusal("\xEF\xBB\xBF" + minimal().dump()),
+            "$: malformed JSON: a byte-order mark (EF BB BF) before the document; save the file "
+            "as UTF-8 without one");
+  // Only at the start: the same bytes in a string are the character U+FEFF.
+  json doc = minimal();
+  doc["hostname"] = "a\xEF\xBB\xBF";
+  EXPECT_EQ(refusal(doc), "loaded");
 }
 
 // A string of the state ends up on the user's terminal: control characters could drive it.

@@ -312,7 +312,10 @@ TEST(LoadSections, ASettledFileIsCheckedAWindowAtATimeAndRefusedAsTheWholeLoadRe
               layout::find(*whole, layout::kernelUnprogrammed, "default")->size());
   }
   for (std::size_t i = 0; i < texts.size(); ++i) {
-    const std::string whole = refusal(unscanned(texts[i]), Sections::all());
+    std::string whole = refusal(unscanned(texts[i]), Sections::all());
+    // Data after the document is refused at its offset, which the escapes of `unscanned` move.
+    if (whole.starts_with("$: more data after the end of the document"))
+      whole = refusal(texts[i], Sections::all());
     for (const Sections s : kChoices)
       EXPECT_EQ(refusal(paths[i], s, true), whole)
           << i << " ipv4 " << s.ipv4Routes << " ipv6 " << s.ipv6Routes;
