@@ -536,8 +536,8 @@ Mox::Ptr<Statum::EntityManager> readLive(const LiveScope& scope) {
 
 Mox::Ptr<Statum::EntityManager> detail::stateOfMessages(std::string_view messages) {
   // A buffer of the messages' own size, aligned as a receive's: a read past them is seen.
-  const std::unique_ptr<char[]> bytes(new char[messages.size() + 1]);
-  std::memcpy(bytes.get(), messages.data(), messages.size());
+  const std::unique_ptr<char[]> bytes(new char[messages.size()]);
+  if (!messages.empty()) std::memcpy(bytes.get(), messages.data(), messages.size());
   const auto each = [&](std::uint16_t type, auto&& decode) {
     nl::run(bytes.get(), messages.size(), 0, 0, [&](const nlmsghdr* m) {
       if (m->nlmsg_type == type) decode(m);
