@@ -422,8 +422,10 @@ void LiveBuilder::Impl::addVia(typename Fam::Fec& fec, const Hop& hop) {
   typename Fam::Via via;
   const Plexa::IntfId intf = intfOf(nh.ifindex);
   // A hop out of a link the read did not see (one gone between the dumps) with no gateway of
-  // this family and no label stack names nothing a via could lead to: it is left out.
-  if (intf == Plexa::IntfId() && nh.gateway.af() != Fam::kFamily && nh.labels.size() <= 1) return;
+  // this family (an all-zero one is none) and no label stack names nothing a via could lead
+  // to: it is left out.
+  const bool gateway = nh.gateway.af() == Fam::kFamily && !nh.gateway.isZero();
+  if (intf == Plexa::IntfId() && !gateway && nh.labels.size() <= 1) return;
   via.weight = hop.weight == 0 ? 1 : hop.weight;
   if (nh.gateway.af() == Fam::kFamily) via.hop = Fam::addrOf(nh.gateway);
   if (nh.labels.size() > 1) {

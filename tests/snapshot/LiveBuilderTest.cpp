@@ -381,8 +381,8 @@ TEST_F(LiveBuilder, NexthopObjectsGiveFecsAndAreListedAsNexthopGroups) {
 }
 
 // What the kernel may answer but a state cannot hold: a hop out of a link the read did not see
-// (gone between the dumps) without a gateway, and a nexthop object out of a device alone. Each
-// is left out, and the state still saves as a document that loads.
+// (gone between the dumps) without a gateway (or with an all-zero one), and a nexthop object out of
+// a device alone. Each is left out, and the state still saves as a document that loads.
 TEST_F(LiveBuilder, HopsThatNameNoAddressOrKnownLinkAreLeftOutAndTheStateSaves) {
   constexpr std::uint32_t kGone = 99;
   k::NexthopObject one, deviceOnly, group;
@@ -396,9 +396,11 @@ TEST_F(LiveBuilder, HopsThatNameNoAddressOrKnownLinkAreLeftOutAndTheStateSaves) 
     b.nexthopObject(o);
   b.route(route("10.30.0.0/16", k::proto::bgp, {hop("", kGone), hop("10.0.1.2", kEth1)}));
   b.route(route("10.31.0.0/16", k::proto::kernel, {hop("", kGone)}));
+  b.route(route("10.32.0.0/16", k::proto::bgp, {hop("0.0.0.0", kGone), hop("10.0.1.2", kEth1)}));
   finish();
   EXPECT_EQ(vias(r4("10.30.0.0/16").fecId), Vias{"10.0.1.2 eth1 1"});
   EXPECT_EQ(vias(r4("10.31.0.0/16").fecId), Vias{});
+  EXPECT_EQ(vias(r4("10.32.0.0/16").fecId), Vias{"10.0.1.2 eth1 1"});
   const auto groups = at(layout::nhgConfig);
   EXPECT_EQ(groups->nexthopGroup(Mox::String8("nhid3"))->entrys(), 0u);
   const auto nhid10 = groups->nexthopGroup(Mox::String8("nhid10"));
