@@ -406,6 +406,10 @@ class ScalarKernel final : public simdjson::implementation {
 
 }  // namespace
 
+bool validUtf8(std::string_view text) {
+  return validUtf8(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+}
+
 simdjson::internal::atomic_ptr<const simdjson::implementation>& builtinJsonKernel() {
   static const ScalarKernel kernel;
   static simdjson::internal::atomic_ptr<const simdjson::implementation> active(&kernel);

@@ -9,6 +9,7 @@
 #include <simdjson.h>
 
 #include <cstddef>
+#include <string_view>
 
 namespace Snapshot {
 
@@ -16,6 +17,10 @@ namespace Snapshot {
 // the reason when it cannot be opened. Every parse calls it first, so that a missing library
 // is a clear message rather than a failure inside the parser's noexcept code.
 void requireJsonLibrary();
+
+// Whether `text` is UTF-8 as the standard has it: what the parser takes in a document, without
+// the library.
+bool validUtf8(std::string_view text);
 
 // The parser's own text for an error, as simdjson::error_message gives it (the program keeps
 // a copy of the library's texts, so that reporting an error never needs the library).

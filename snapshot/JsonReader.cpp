@@ -25,17 +25,6 @@ std::string quoted(std::string_view s) {
   return Mox::shownWord(s, '"');
 }
 
-// The first control character of `s` (C0, DEL, or a C1 control in UTF-8), or npos. Strings of
-// a state end up on the user's terminal, where such a character could act.
-std::size_t controlCharacter(std::string_view s) {
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    const unsigned char c = static_cast<unsigned char>(s[i]);
-    if (c < 0x20 || c == 0x7f) return i;
-    if (c == 0xc2 && i + 1 < s.size() && static_cast<unsigned char>(s[i + 1]) < 0xa0) return i;
-  }
-  return std::string_view::npos;
-}
-
 // Whether the n bytes at p are plain text: no backslash and no byte that may start a control
 // character (below 0x20, 0x7f, 0xc2), eight bytes at a time. Nearly every string of a state is.
 // It reads whole words, up to seven bytes past the end: a string lies inside the document,
@@ -88,6 +77,15 @@ std::string_view rawKeyText(const od::raw_json_string& key) {
 }
 
 }  // namespace
+
+std::size_t controlCharacter(std::string_view s) {
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(s[i]);
+    if (c < 0x20 || c == 0x7f) return i;
+    if (c == 0xc2 && i + 1 < s.size() && static_cast<unsigned char>(s[i + 1]) < 0xa0) return i;
+  }
+  return std::string_view::npos;
+}
 
 LoadError::LoadError(std::string jsonPath, std::string reason, std::string file)
     : Mox::Exception(!jsonPath.empty() ? jsonPath + ": " + reason

@@ -48,6 +48,10 @@ class JsonPath {
 
 // The keys an object may have, in one list; a field's position in it is its number, and a
 // mask of such numbers says which keys an object had or must have.
+// The first control character of `s` (C0, DEL, or a C1 control in UTF-8), or npos. Strings of
+// a state end up on the user's terminal, where such a character could act: a state holds none.
+std::size_t controlCharacter(std::string_view s);
+
 template <std::size_t N>
 using Keys = std::array<std::string_view, N>;
 

@@ -31,6 +31,8 @@
 #include "platform/state/RoutingConfig.h"
 #include "platform/state/RoutingHardware.h"
 #include "snapshot/DeviceInfo.h"
+#include "snapshot/JsonLibrary.h"
+#include "snapshot/JsonReader.h"
 #include "snapshot/LiveFecTable.h"
 #include "snapshot/LiveRouteTypes.h"
 #include "snapshot/StateLayout.h"
@@ -246,10 +248,20 @@ void LiveBuilder::forwardingIs(Plexa::AddressFamily family, bool on) {
 // ---- links and VRFs ----
 
 void LiveBuilder::link(const kernel::Link& link) {
+  impl_->settled = false;
+  // The kernel takes nearly any bytes in a link's name; a name no interface of a state may
+  // have (a control character, a byte beyond ASCII) is a link the read leaves out, as if it
+  // had not seen it, so that the state can still be shown, written and published.
+  if (!Plexa::IntfId::validName(link.name)) {
+    impl_->links.erase(link.index);
+    return;
+  }
   LinkState& l = impl_->links[link.index];
   l.link = link;
   l.id = Plexa::IntfId(link.name);
-  impl_->settled = false;
+  // A description that is not text a state holds (UTF-8 without control characters) is none.
+  if (!validUtf8(link.alias) || controlCharacter(link.alias) != std::string_view::npos)
+    l.link.alias.clear();
 }
 
 VrfState& LiveBuilder::Impl::addVrf(const std::string& name, std::uint32_t id,

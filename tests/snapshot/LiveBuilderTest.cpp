@@ -411,6 +411,30 @@ TEST_F(LiveBuilder, HopsThatNameNoAddressOrKnownLinkAreLeftOutAndTheStateSaves) 
   EXPECT_NO_THROW(Snapshot::load(saved)) << saved;
 }
 
+// The kernel takes nearly any bytes in a link's name and alias. A name no interface may have
+// leaves the link out; an alias that is not text a state holds is no description.
+TEST_F(LiveBuilder, LinksNamedAsNoInterfaceAreLeftOutAndBadAliasesAreNoDescription) {
+  constexpr std::uint32_t kOdd = 20, kNoted = 21, kUtf8 = 22;
+  b.link(link(kOdd, "odd\x01"));
+  b.link(link(kOdd + 10, "caf\xc3\xa9"));
+  k::Link noted = link(kNoted, "eth9");
+  noted.alias = "to \x1b[2Jspine";
+  b.link(noted);
+  k::Link utf8 = link(kUtf8, "eth8");
+  utf8.alias = "to spine \xe2\x86\x92 1";
+  b.link(utf8);
+  b.address(address(kOdd, "10.40.0.1/24"));
+  b.route(route("10.41.0.0/16", k::proto::kernel, {hop("", kOdd)}));
+  finish();
+  EXPECT_EQ(at(layout::intfConfig)->intfConfig().size(), 9u);  // every test's seven, eth8, eth9
+  EXPECT_EQ(intf("eth9")->description().stringValue(), "");
+  EXPECT_EQ(intf("eth8")->description().stringValue(), "to spine \xe2\x86\x92 1");
+  EXPECT_EQ(vias(r4("10.41.0.0/16").fecId), Vias{});
+  EXPECT_FALSE(has4("10.40.0.0/24"));
+  const std::string saved = Snapshot::write(*em);
+  EXPECT_NO_THROW(Snapshot::load(saved)) << saved;
+}
+
 TEST_F(LiveBuilder, OneMplsLabelIsTheViasAndAStackRidesATunnel) {
   k::Nexthop single = hop("10.0.1.2", kEth1);
   single.labels = Plexa::MplsLabelOperation::fromString("push 100");
