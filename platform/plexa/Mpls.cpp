@@ -78,8 +78,9 @@ MplsLabelOperation MplsLabelOperation::fromString(std::string_view text) {
   } else {
     throw Mox::RangeException("invalid label operation " + Mox::shownWord(text));
   }
-  // Each label after exactly one blank: a trailing blank would otherwise end the text unnoticed.
-  if (text.back() == ' ')
+  // Each label after exactly one blank: a trailing blank would otherwise end the text unnoticed,
+  // and two would read as an empty label.
+  if (text.back() == ' ' || text.find("  ") != std::string_view::npos)
     throw Mox::RangeException("invalid label operation " + Mox::shownWord(text));
   std::string_view rest = sp == std::string_view::npos ? std::string_view() : text.substr(sp + 1);
   while (!rest.empty()) {

@@ -84,8 +84,10 @@ void Loader::staticRoutes(od::value& v, VrfState& vrf) {
       r_.fail("\"name\" names a drop route; a forward route names its vias");
     if ((seen & bit(kStNexthopGroup)) != 0 && type != Routing::RouteType::nexthopGroup)
       r_.fail("\"nexthopGroup\" is for routes of type nexthopGroup");
-    if (type == Routing::RouteType::nexthopGroup && group.empty())
-      r_.fail("a nexthopGroup route needs \"nexthopGroup\"");
+    if (type == Routing::RouteType::nexthopGroup && group.empty()) {
+      r_.fail((seen & bit(kStNexthopGroup)) ? "\"nexthopGroup\" names no group: it is empty"
+                                            : "a nexthopGroup route needs \"nexthopGroup\"");
+    }
     for (std::size_t i = 0; i < vias.size(); ++i) {
       const auto& hop = vias[i].via.hop();
       if (!hop.isZero() && hop.af() != prefix.af()) {

@@ -313,6 +313,9 @@ TEST(LoadError, ShapesThatMeanNothingAreRefused) {
   EXPECT_EQ(refusal(doc),
             "$.vrfs.default.staticRoutes[0]: a nexthopGroup route needs "
             "\"nexthopGroup\"");
+  doc["vrfs"]["default"]["staticRoutes"][0]["nexthopGroup"] = "";
+  EXPECT_EQ(refusal(doc),
+            "$.vrfs.default.staticRoutes[0]: \"nexthopGroup\" names no group: it is empty");
   // A zero address is no address: it cannot be a via's only next hop, and beside an interface
   // it is the same via as the interface alone (what the writer gives back).
   for (const json& zero : {json{{"nexthop", "0.0.0.0"}, {"label", 5}}, json{{"nexthop", "::"}},

@@ -103,6 +103,15 @@ TEST(MplsLabelOperation, TextRoundTrips) {
   EXPECT_EQ(op, MplsLabelOperation(MplsLabelOperation::Action::push, {100, 200}));
   EXPECT_THROW(MplsLabelOperation::fromString("jump 1"), Mox::RangeException);
   EXPECT_THROW(MplsLabelOperation::fromString("pop 1"), Mox::RangeException);
+  // Labels one blank apart: a doubled blank names the operation, not an empty label.
+  for (const char* t : {"push  3", "push 3 ", "swap 1  2"}) {
+    try {
+      MplsLabelOperation::fromString(t);
+      ADD_FAILURE() << t;
+    } catch (const Mox::RangeException& e) {
+      EXPECT_EQ(std::string(e.what()), std::string("invalid label operation '") + t + "'") << t;
+    }
+  }
   MplsLabelOperation full;
   for (int i = 0; i < 12; ++i)
     full.labelPush(MplsLabel(i));
