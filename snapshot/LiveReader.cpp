@@ -37,6 +37,7 @@
 #include <span>
 #include <vector>
 
+#include "platform/plexa/Prefix.h"
 #include "snapshot/KernelRecords.h"
 #include "snapshot/LiveRouteMirror.h"
 #include "snapshot/Netlink.h"
@@ -128,6 +129,11 @@ Plexa::MplsLabelOperation getMplsEncap(const nlattr* type, const nlattr* encap) 
   return op;
 }
 
+// The longest prefix of a family's addresses; no kernel sends a longer one.
+int maxLenOf(bool v4) {
+  return v4 ? Plexa::Prefix::kMaxLen : Plexa::Ip6Prefix::kMaxLen;
+}
+
 k::Offload nexthopOffload(unsigned flags) {
   return (flags & (RTNH_F_OFFLOAD | RTNH_F_TRAP)) ? k::Offload::held : k::Offload::none;
 }
@@ -172,7 +178,7 @@ void decodeAddress(const nlmsghdr* nlh, auto& b) {
   addr.address = ifa->ifa_family == AF_INET && a[IFA_LOCAL] ? getAddress(a[IFA_LOCAL])
                                                             : getAddress(a[IFA_ADDRESS]);
   // An address with a mask longer than its family's addresses is none the kernel would send.
-  if (addr.prefixLen > (addr.address.isV4() ? 32 : 128)) return;
+  if (addr.prefixLen > maxLenOf(addr.address.isV4())) return;
   if (addr.address.isV4() || addr.address.isV6()) b.address(addr);
 }
 
@@ -243,7 +249,7 @@ class RouteDecoder {
     r.tos = rtm->rtm_tos;
     r.prefixLen = rtm->rtm_dst_len;
     // No kernel sends a prefix longer than its family's addresses: such a message is no route.
-    if (r.prefixLen > (r.family == Plexa::AddressFamily::ipv4 ? 32 : 128)) return false;
+    if (r.prefixLen > maxLenOf(r.family == Plexa::AddressFamily::ipv4)) return false;
     r.destination = a[RTA_DST] ? getAddress(a[RTA_DST]) : zeroOf(rtm->rtm_family);
     if (r.destination.af() != r.family) return false;
     r.metric = 0;
